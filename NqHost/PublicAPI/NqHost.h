@@ -1,0 +1,50 @@
+// The reference host: every service that the library imports, for applications without a host of their own, and for
+// tests, tools and examples.
+//
+//     int main()
+//     {
+//         TNqHost host;                 // before the first object of the library
+//         TNqDynamicString name("cube");
+//         ...
+//     }                                 // after the last one
+//
+// One host at a time in a process. Threads: make and destroy it on the main thread; the services themselves may be
+// called from any thread.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqBasicTypes.h"
+
+class TNqAsciiTranslationTable;
+
+// One report of the library: text is null for a bare assertion. Called on the thread that failed.
+using TNqHostReportHandler = void (*)(void* context, const char* file, unsigned int line, const char* text);
+
+struct TNqHostOptions
+{
+    int fWorkerCount = 0;                          // 0: one per processor
+    TNqHostReportHandler fReportHandler = nullptr; // null: one line to standard error
+    void* fReportContext = nullptr;
+};
+
+// Starts the services in the documented order; the destructor stops them in the reverse one.
+class TNqHost
+{
+public:
+    explicit TNqHost(const TNqHostOptions& inOptions = TNqHostOptions());
+    ~TNqHost();
+    TNqHost(const TNqHost&) = delete;
+    TNqHost& operator=(const TNqHost&) = delete;
+
+    // Replaces the handler; safe while other threads report. Null restores the default.
+    void SetReportHandler(TNqHostReportHandler inHandler, void* inContext);
+
+    // The byte translation that strings use; null, the default, translates nothing. Not owned.
+    void SetAsciiTranslationTable(TNqAsciiTranslationTable* inTable);
+
+    // For tests: of the allocations from now on, numbered from 1, fails those from inFirst on, inCount of them.
+    // 0 ends it. Counts raw blocks, objects, counters and locks alike, on all threads.
+    void FailAllocations(int64 inFirst, int64 inCount = 1);
+    // How many allocations there were since the last FailAllocations.
+    int64 CountAllocations() const;
+};

@@ -1,0 +1,94 @@
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqHost/Source/NqHostInternal.h"
+
+#include <atomic>
+#include <cstdlib>
+
+IShMemoryUtilities* gMemoryUtilities = nullptr;
+
+namespace
+{
+
+std::atomic<int64> gAllocations{0};
+std::atomic<int64> gFirstFailure{0};
+std::atomic<int64> gFailures{0};
+
+bool FailsNow()
+{
+    const int64 number = gAllocations.fetch_add(1, std::memory_order_relaxed) + 1;
+    const int64 first = gFirstFailure.load(std::memory_order_relaxed);
+    return first > 0 && number >= first && number - first < gFailures.load(std::memory_order_relaxed);
+}
+
+class TMemoryUtilities final : public IShMemoryUtilities
+{
+public:
+    void* HostOperation1() override { return nullptr; }
+    void* HostOperation2() override { return nullptr; }
+    void* HostOperation3() override { return nullptr; }
+    void* HostOperation4() override { return nullptr; }
+    void* HostOperation5() override { return nullptr; }
+    void* HostOperation6() override { return nullptr; }
+    void* HostOperation7() override { return nullptr; }
+    void* AllocateBlock(uint32 byteCount) override { return NqHostAllocate(byteCount); }
+    void FreeBlock(void* block) override { NqHostFree(block); }
+    void* AllocateArrayBlock(uint32 byteCount) override { return NqHostAllocate(byteCount); }
+    void FreeArrayBlock(void* block) override { NqHostFree(block); }
+};
+
+TMemoryUtilities gService;
+
+} // namespace
+
+void* NqHostAllocate(unsigned long byteCount)
+{
+    return FailsNow() ? nullptr : std::malloc(byteCount != 0 ? byteCount : 1);
+}
+
+void* NqHostReallocate(void* block, unsigned long byteCount)
+{
+    return FailsNow() ? nullptr : std::realloc(block, byteCount != 0 ? byteCount : 1);
+}
+
+void NqHostFree(void* block)
+{
+    std::free(block);
+}
+
+void NqHostFailAllocations(int64 inFirst, int64 inCount)
+{
+    gFirstFailure = 0;
+    gAllocations = 0;
+    gFailures = inCount;
+    gFirstFailure = inFirst;
+}
+
+int64 NqHostCountAllocations()
+{
+    return gAllocations;
+}
+
+void NqHostStartMemory()
+{
+    gMemoryUtilities = &gService;
+}
+
+void NqHostStopMemory()
+{
+    gMemoryUtilities = nullptr;
+}
+
+void* Nqmalloc(unsigned long byteCount)
+{
+    return NqHostAllocate(byteCount);
+}
+
+void* Nqrealloc(void* block, unsigned int byteCount)
+{
+    return NqHostReallocate(block, byteCount);
+}
+
+void Nqfree(void* block)
+{
+    NqHostFree(block);
+}

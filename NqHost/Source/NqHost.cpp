@@ -1,0 +1,49 @@
+#include "NqHost/PublicAPI/NqHost.h"
+
+#include "NqCore/PublicAPI/NqCountedObject.h"
+#include "NqHost/Source/NqHostInternal.h"
+
+namespace
+{
+
+TNqCountedObject* gFirst = nullptr;
+TNqCountedObject* gLast = nullptr;
+TNqSMPCountedObject* gFirstSMP = nullptr;
+TNqSMPCountedObject* gLastSMP = nullptr;
+TNqAtomicCounterHolder gTotal = nullptr;
+TNqAtomicCounterHolder gCurrent = nullptr;
+
+} // namespace
+
+TNqHost::TNqHost(const TNqHostOptions& inOptions)
+{
+    NqHostSetReportHandler(inOptions.fReportHandler, inOptions.fReportContext);
+    NqHostStartMemory();
+    gTotal = NewAtomicCounter();
+    gCurrent = NewAtomicCounter();
+    InitNqCountedObject(&gFirst, &gLast, &gFirstSMP, &gLastSMP, &gTotal, &gCurrent);
+}
+
+TNqHost::~TNqHost()
+{
+    InitNqCountedObject(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    DeleteAtomicCounter(gCurrent);
+    DeleteAtomicCounter(gTotal);
+    NqHostStopMemory();
+    NqHostSetReportHandler(nullptr, nullptr);
+}
+
+void TNqHost::SetReportHandler(TNqHostReportHandler inHandler, void* inContext)
+{
+    NqHostSetReportHandler(inHandler, inContext);
+}
+
+void TNqHost::FailAllocations(int64 inFirst, int64 inCount)
+{
+    NqHostFailAllocations(inFirst, inCount);
+}
+
+int64 TNqHost::CountAllocations() const
+{
+    return NqHostCountAllocations();
+}

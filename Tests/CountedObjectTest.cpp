@@ -1,0 +1,373 @@
+#include "NqCore/PublicAPI/NqCountedObject.h"
+#include "NqCore/PublicAPI/NqCountedPtr.h"
+#include "NqCore/PublicAPI/NqCountedPtrHelper.h"
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqCore/PublicAPI/NqPtr.h"
+#include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "Tests/TestHost.h"
+
+#include <cstring>
+#include <random>
+#include <thread>
+#include <type_traits>
+
+struct TNqCountedObjectLayout
+{
+    static_assert(sizeof(TNqCountedObject) == 32);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+    static_assert(offsetof(TNqCountedObject, fRefCount) == 8 && offsetof(TNqCountedObject, fUniqueObjectNumber) == 12);
+    static_assert(offsetof(TNqCountedObject, fPreviousCountedObject) == 16 &&
+                  offsetof(TNqCountedObject, fNextCountedObject) == 24);
+};
+struct TNqSMPCountedObjectLayout
+{
+    static_assert(sizeof(TNqSMPCountedObject) == 16 && offsetof(TNqSMPCountedObject, fRefCountAC) == 8);
+};
+struct TNqExceptionLayout
+{
+    static_assert(sizeof(TNqException) == 40 && offsetof(TNqException, fError) == 8 &&
+                  offsetof(TNqException, fFile) == 16);
+    static_assert(offsetof(TNqException, fLine) == 24 && offsetof(TNqException, fErrorString) == 32);
+#pragma GCC diagnostic pop
+};
+
+namespace
+{
+
+int gDestroyed = 0;
+
+class TTracked : public TNqCountedObject
+{
+public:
+    ~TTracked() override { ++gDestroyed; }
+    TNqCountedPtr<TTracked> fOther; // keeps another object alive
+};
+
+int32 LivingObjects()
+{
+    return GetAtomicCounterValue(*gCurrentCountedObjects);
+}
+
+std::vector<TNqCountedObject*> WalkForwards()
+{
+    std::vector<TNqCountedObject*> objects;
+    for (TNqCountedObject* p = *gFirstCountedObject; p != nullptr; p = p->GetNextCountedObject())
+        objects.push_back(p);
+    return objects;
+}
+
+std::vector<TNqCountedObject*> WalkBackwards()
+{
+    std::vector<TNqCountedObject*> objects;
+    for (TNqCountedObject* p = *gLastCountedObject; p != nullptr; p = p->GetPreviousCountedObject())
+        objects.insert(objects.begin(), p);
+    return objects;
+}
+
+// Calls a virtual operation by its slot, as a plug-in built elsewhere does.
+template <class Function>
+Function Slot(void* object, size_t index)
+{
+    void** table;
+    std::memcpy(&table, object, sizeof table);
+    Function function;
+    std::memcpy(&function, &table[index], sizeof function);
+    return function;
+}
+
+void* const kDead = reinterpret_cast<void*>(0xDECEA5EDDECEA5EDULL);
+
+} // namespace
+
+using CountedObject = NqTest;
+using SmartPointer = NqTest;
+using ExceptionTest = NqTest;
+
+TEST_F(CountedObject, TheListHoldsExactlyTheLivingObjectsInOrderOfCreation)
+{
+    std::mt19937 random(11);
+    std::vector<TNqCountedObject*> model;
+    uint32 lastNumber = 0;
+    const int32 before = LivingObjects();
+    for (int step = 0; step < 2000; ++step)
+    {
+        if (model.empty() || random() % 5 < 3)
+        {
+            TNqCountedObject* object = nullptr;
+            TNqCountedObject::Create(&object);
+            EXPECT_GT(object->GetUniqueObjectNumber(), lastNumber);
+            lastNumber = object->GetUniqueObjectNumber();
+            model.push_back(object);
+        }
+        else
+        {
+            const size_t i = random() % model.size();
+            EXPECT_EQ(model[i]->Release(), 0U);
+            model.erase(model.begin() + static_cast<long>(i));
+        }
+        ASSERT_EQ(WalkForwards(), model);
+        ASSERT_EQ(WalkBackwards(), model);
+        ASSERT_EQ(LivingObjects() - before, static_cast<int32>(model.size()));
+    }
+    for (TNqCountedObject* object : model)
+        object->Release();
+    EXPECT_TRUE(WalkForwards().empty());
+}
+
+TEST_F(CountedObject, OneMadeBeforeTheRegistryIsNeverCountedNorUnlinked)
+{
+    TNqCountedObject** first;
+    TNqCountedObject** last;
+    TNqSMPCountedObject** firstSMP;
+    TNqSMPCountedObject** lastSMP;
+    TNqAtomicCounter** total;
+    TNqAtomicCounter** current;
+    GetNqCountedObject(first, last, firstSMP, lastSMP, total, current);
+    InitNqCountedObject(first, last, firstSMP, lastSMP, total, nullptr);
+    TNqCountedObject* early = new TNqCountedObject;
+    InitNqCountedObject(first, last, firstSMP, lastSMP, total, current);
+    EXPECT_EQ(TakeReports(), TTexts{"InitNqCountedObject should be called before creating counted objects"});
+    EXPECT_EQ(early->GetUniqueObjectNumber(), 0U);
+    TNqCountedObject other;
+    const int32 living = LivingObjects();
+    EXPECT_EQ(early->AddRef(), 2U);
+    EXPECT_EQ(early->Release(), 1U);
+    EXPECT_EQ(early->Release(), 0U);
+    EXPECT_EQ(LivingObjects(), living);
+    EXPECT_EQ(WalkForwards(), std::vector<TNqCountedObject*>{&other});
+}
+
+TEST_F(CountedObject, WrongCountsAtTheEndAreReported)
+{
+    {
+        TNqCountedObject shared;
+        shared.AddRef();
+    }
+    EXPECT_EQ(TakeReports(), TTexts{"fRefCount <= 1"});
+    {
+        TNqSMPCountedObject held;
+    }
+    EXPECT_EQ(TakeReports(), TTexts{"GetAtomicCounterValue(fRefCountAC) == 0"});
+    alignas(TNqSMPCountedObject) uint8 place[sizeof(TNqSMPCountedObject)];
+    class TKept : public TNqSMPCountedObject
+    {
+    public:
+        static void operator delete(void*) {} // stays in its place, so that it can be released once too often
+    };
+    TKept* kept = ::new (place) TKept;
+    NqErr (*query)(void*, const NqIID&, void**) = nullptr;
+    query = Slot<decltype(query)>(kept, 0);
+    EXPECT_EQ(kept->AddRef(), 2U);
+    void* face = nullptr;
+    EXPECT_EQ(query(kept, IID_INqUnknown, &face), 0);
+    EXPECT_EQ(face, static_cast<INqUnknown*>(kept));
+    kept->Release();
+    kept->Release();
+    EXPECT_TRUE(TakeReports().empty());
+}
+
+TEST_F(CountedObject, QueriesKeepTheCountsRight)
+{
+    TTracked* object = new TTracked;
+    TTracked* other = new TTracked;
+    gDestroyed = 0;
+    void* out = static_cast<INqUnknown*>(other);
+    EXPECT_EQ(object->QueryInterface(IID_INqMenuBar, &out), kNqNoInterface);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(gDestroyed, 1); // what the caller held was released
+    EXPECT_EQ(object->QueryInterface(IID_INqUnknown, &out), 0);
+    EXPECT_EQ(object->AddRef(), 3U);
+    EXPECT_EQ(object->Release(), 2U);
+    // Asking again into the same pointer must not drop the last reference on the way.
+    EXPECT_EQ(object->Release(), 1U);
+    EXPECT_EQ(object->QueryInterface(IID_INqUnknown, &out), 0);
+    EXPECT_EQ(gDestroyed, 1);
+    EXPECT_EQ(object->Release(), 0U);
+    EXPECT_EQ(gDestroyed, 2);
+}
+
+TEST_F(CountedObject, SlotsStandWherePlugInsCallThem)
+{
+    for (int kind = 0; kind < 2; ++kind)
+    {
+        TNqCountedObject* plain = nullptr;
+        TNqSMPCountedObject* shared = nullptr;
+        kind == 0 ? TNqCountedObject::Create(&plain) : TNqSMPCountedObject::Create(&shared);
+        void* object = kind == 0 ? static_cast<void*>(plain) : static_cast<void*>(shared);
+        using TCount = uint32 (*)(void*);
+        EXPECT_EQ(Slot<TCount>(object, 1)(object), 2U);
+        EXPECT_EQ(Slot<TCount>(object, 2)(object), 1U);
+        const int32 living = LivingObjects();
+        EXPECT_EQ(Slot<TCount>(object, 2)(object), 0U);
+        EXPECT_EQ(LivingObjects(), living - 1);
+    }
+    TNqCountedObject::Create(nullptr);
+    EXPECT_EQ(TakeReports(), TTexts{"outObject != NULL"});
+}
+
+TEST_F(CountedObject, CreationWithoutMemoryThrowsAndKeepsTheCallersObject)
+{
+    TNqSMPCountedObject* object = nullptr;
+    TNqSMPCountedObject::Create(&object);
+    TNqSMPCountedObject* const old = object;
+    const int32 living = LivingObjects();
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            try
+            {
+                TNqSMPCountedObject::Create(&object);
+            }
+            catch (const TNqException& error)
+            {
+                EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
+                EXPECT_EQ(object, old);
+            }
+            EXPECT_EQ(LivingObjects(), living);
+        });
+    EXPECT_NE(object, old);
+    object->Release();
+}
+
+TEST_F(CountedObject, SharedCountsSurviveThreads)
+{
+    TNqSMPCountedObject* object = nullptr;
+    TNqSMPCountedObject::Create(&object);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back(
+            [object]
+            {
+                for (int i = 0; i < 20000; ++i)
+                {
+                    object->AddRef();
+                    object->Release();
+                }
+            });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(object->AddRef(), 2U);
+    object->Release();
+    EXPECT_EQ(object->Release(), 0U);
+}
+
+TEST_F(CountedObject, IdentifiersAreSixteenBytesInOrder)
+{
+    const uint8 file[16] = {0x40, 0x94, 0xF1, 0x58, 0xE7, 0x50, 0xD2, 0x11, 0xA6, 0x3C, 0, 0, 0xC0, 0x3B, 0x8B, 0x53};
+    EXPECT_EQ(std::memcmp(static_cast<const void*>(&IID_INqFile), file, 16), 0);
+    for (int i = 0; i < 16; ++i)
+    {
+        uint8 bytes[16];
+        std::memcpy(bytes, static_cast<const void*>(&IID_ITranscoder), 16);
+        bytes[i] = static_cast<uint8>(bytes[i] ^ 0x80);
+        NqGUID other = NqGUID_NULL;
+        std::memcpy(static_cast<void*>(&other), bytes, 16);
+        EXPECT_FALSE(NqInlineIsEqualGUID(other, IID_ITranscoder)) << i;
+    }
+    EXPECT_TRUE(NqInlineIsEqualGUID(NqGUID(0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46), IID_INqUnknown));
+}
+
+TEST_F(SmartPointer, AssigningWhatTheOldObjectHoldsKeepsItAlive)
+{
+    gDestroyed = 0;
+    TNqCountedPtr<TTracked> pointer;
+    *pointer.GetAddress() = new TTracked;
+    TNqCountedCreateHelper<TTracked>{& pointer->fOther} = new TTracked;
+    pointer = static_cast<TTracked*>(pointer->fOther); // its only owner goes away
+    EXPECT_EQ(gDestroyed, 1);
+    EXPECT_EQ(pointer->AddRef(), 2U);
+    pointer = pointer;
+    EXPECT_EQ(pointer->Release(), 1U);
+    TNqCountedPtr<TTracked> copy(pointer);
+    EXPECT_EQ(copy->AddRef(), 3U);
+    copy->Release();
+    copy = nullptr;
+    EXPECT_TRUE(!copy);
+    TTracked* raw = pointer;
+    TNqCountedCreateHelper<TTracked>{& pointer} = raw; // the pointer that is there already
+    EXPECT_EQ(raw->AddRef(), 2U);
+    raw->Release();
+    EXPECT_THROW(TNqCountedCreateHelper<TTracked>{& pointer} = nullptr, TNqException);
+    EXPECT_EQ(static_cast<TTracked*>(pointer), raw);
+    ReleaseIfNotNull(*pointer.GetAddress());
+    EXPECT_EQ(gDestroyed, 2);
+    EXPECT_EQ(TakeReports(), TTexts{"An exception is being thrown"});
+}
+
+TEST_F(SmartPointer, DeadPointersAreReportedAndLeftAlone)
+{
+    TTracked* const dead = static_cast<TTracked*>(kDead);
+    void* deadObject[8] = {kDead};
+    TTracked* const zombie = reinterpret_cast<TTracked*>(deadObject);
+    {
+        TNqCountedPtr<TTracked> pointer(dead);
+        TNqCountedPtr<TTracked> copy(pointer);
+        (void)static_cast<TTracked*>(pointer);
+        (void)pointer.operator->();
+        EXPECT_EQ(TakeReports(), (TTexts{"!NqCheckDeceased(lp)", "!NqCheckDeceased(lp.fObject)",
+                                         "!NqCheckDeceased(fObject)", "Bad Pointer"}));
+        TTracked object;
+        pointer = &object; // the dead one is not released
+        EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(*pp)"});
+        pointer = nullptr;
+    }
+    EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(fObject)"}); // the copy's end
+    TNqCountedPtr<TTracked> pointer;
+    pointer = dead;
+    *pointer.GetAddress() = nullptr;
+    pointer = zombie;
+    EXPECT_EQ(TakeReports(),
+              (TTexts{"(lp == NULL) || !NqCheckDeceased(lp)", "(lp == NULL) || !NqCheckDeceased(*(void**)lp)"}));
+    *pointer.GetAddress() = nullptr;
+    (void)pointer.operator->();
+    TTracked object;
+    EXPECT_EQ(TNqCountedPtr<TTracked>::Assign(nullptr, &object), &object);
+    EXPECT_EQ(TakeReports(), (TTexts{"Bad Pointer", "Bad Pointer"}));
+    {
+        TNqCountedPtr<TTracked> holder;
+        *holder.GetAddress() = zombie;
+    }
+    EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(*(void**)fObject)"});
+
+    TNqPtr<TTracked> plain;
+    (void)plain.operator->();
+    EXPECT_EQ(TakeReports(), (TTexts{"Bad Pointer", "fObject && !NqCheckDeceased(*(void**)fObject)"}));
+    plain = zombie;
+    (void)plain.operator->();
+    (void)static_cast<TTracked*>(plain);
+    EXPECT_EQ(TakeReports(), (TTexts{"fObject && !NqCheckDeceased(*(void**)fObject)",
+                                     "(fObject == NULL) || !NqCheckDeceased(*(void**)fObject)"}));
+    plain = dead;
+    (void)static_cast<TTracked*>(plain);
+    EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(fObject)"});
+}
+
+TEST_F(ExceptionTest, EachCodeHasItsReport)
+{
+    const struct
+    {
+        uint32 fCode;
+        TTexts fReports;
+    } cases[] = {
+        {0, {}},
+        {0x80010081, {}},
+        {4, {"An unable to connect exception is being thrown"}},
+        {0x80010080, {"A cancel exception is being thrown"}},
+        {0x800101EA, {"A cancel exception is being thrown"}},
+        {0x80010002, {"An exception is being thrown"}},
+        {0xFFFFFFFF, {"An exception is being thrown"}},
+    };
+    const char* const file = "a/file.cpp";
+    for (const auto& c : cases)
+    {
+        const TNqException error(static_cast<int>(c.fCode), file, 12);
+        EXPECT_EQ(TakeReports(), c.fReports) << c.fCode;
+        EXPECT_EQ(error.GetError(), static_cast<NqErr>(c.fCode));
+        const TNqException copy(error);
+        EXPECT_EQ(copy.what(), file);
+        EXPECT_TRUE(TakeReports().empty());
+        using TWhat = const char* (*)(const void*);
+        EXPECT_EQ(Slot<TWhat>(const_cast<TNqException*>(&copy), 0)(&copy), file);
+    }
+}

@@ -1,0 +1,37 @@
+# One place for what every target is compiled with.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET default)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(NQCORE_CCACHE ccache)
+if(NQCORE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${NQCORE_CCACHE})
+endif()
+
+# Saved documents must read the same on every machine: no fused multiply-add, no reassociation.
+add_compile_options(-ffp-contract=off -fno-fast-math)
+
+if(NQCORE_SANITIZE)
+  add_compile_options(-fsanitize=${NQCORE_SANITIZE} -fno-omit-frame-pointer)
+  if(NQCORE_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=all)
+  endif()
+  add_link_options(-fsanitize=${NQCORE_SANITIZE})
+endif()
+
+# Warnings belong to the project's own targets, never to those of a client.
+function(nq_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion
+                                           -Wundef -Wcast-align -Woverloaded-virtual)
+  if(NQCORE_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
