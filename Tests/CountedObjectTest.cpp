@@ -277,7 +277,8 @@ TEST_F(SmartPointer, AssigningWhatTheOldObjectHoldsKeepsItAlive)
     pointer = static_cast<TTracked*>(pointer->fOther); // its only owner goes away
     EXPECT_EQ(gDestroyed, 1);
     EXPECT_EQ(pointer->AddRef(), 2U);
-    pointer = pointer;
+    const TNqCountedPtr<TTracked>& same = pointer;
+    pointer = same;
     EXPECT_EQ(pointer->Release(), 1U);
     TNqCountedPtr<TTracked> copy(pointer);
     EXPECT_EQ(copy->AddRef(), 3U);
