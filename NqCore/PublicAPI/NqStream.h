@@ -1,0 +1,499 @@
+// Streams: text and bytes, read and written in one place of a file or of memory after the other.
+//
+// TNqiostream is the abstract stream that all persistent data passes through. Numbers are decimal text, read back by
+// scanners that skip separators; strings stand between double quotes with backslash escapes, their characters passed
+// through the stream's transcoder. Behind it:
+//   TNqfstream    a file of the host, buffered
+//   TNqstrstream  memory: the caller's, a string's, or a block of its own that grows
+//   countstream   nothing but a count of the bytes that would be written
+// For named values in nested blocks use the token format (NqToken.h), which works on any of them.
+//
+//     TNqfstream out("/tmp/size.txt", kUTF8Transcoder, eReadWrite, 65536, nullptr);
+//     out << int32(640) << ' ' << 1.5 << endl;
+//     out.flush();
+//     if (!out.good())
+//         ...                                   // a write failed: already reported
+//     out.seekg(0, TNqiostream::beg);
+//     int32 width = 0;
+//     real64 scale = 0;
+//     out >> width >> scale;                    // no separator is written between values: write them yourself
+//
+// State: eof() says that a read met the end, good() that neither that nor a failure happened. A failure is reported to
+// the host
+// ("Stream throw TNqException") and never thrown. Every read, write and seek of a concrete stream begins by clearing
+// the state. Ownership: a stream owns its buffer and its info records and holds references to its file, transcoder and
+// context. Threads: a stream belongs to one thread at a time. Cost: on TNqstrstream and TNqfstream themselves scanners
+// and writers work in the stream's own buffer; a class derived from any stream sees each byte pass its virtual
+// operations.
+//
+// Derived classes override the six primitives. An override hides the other overloads of its name: bring them back with
+// `using TNqiostream::get;` and `using TNqiostream::read;`. The order of the virtual operations, and of the fields, is
+// a contract with modules built elsewhere.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqCompObj.h"
+#include "NqCore/PublicAPI/NqCountedPtr.h"
+
+class INqFile;
+class ITranscoder;
+class TNqDynamicString;
+class TNqiostream;
+class TNqString;
+enum TranscoderType : int;
+
+// The line ends that text conversions know.
+enum ELineFeed : int
+{
+    kMacLineFeed = 0,  // CR
+    kUnixLineFeed = 1, // LF
+    kWinLineFeed = 2   // CR LF
+};
+
+// What a stream, or a file of the host, may be used for.
+enum EFilePermission : int
+{
+    eRead = 1,
+    eWrite = 2, // alone: the file is emptied when it is opened
+    eReadWrite = 3,
+    eAlways = 4
+};
+
+// Modes beyond the permissions.
+constexpr int32 kNqModeKeepPermission = 32; // alone: the file keeps the permission that it has
+constexpr int32 kNqModeNoCreate = 64;       // a file that is missing is not made
+
+// What failed; the codes that streams pass to streamfail.
+constexpr int32 kNqStreamBadNumber = 17001;
+constexpr int32 kNqStreamOutOfRange = 17002; // a position out of range, or no room
+constexpr int32 kNqStreamReadAtEnd = 17003;
+constexpr int32 kNqStreamNotAllowed = 17004; // not in this state or mode
+constexpr int32 kNqStreamNilBuffer = 17005;  // a null buffer with a size
+
+// What encloses a string and what comes before a quote inside it.
+extern const int8 kStringQuote[2];
+extern const int8 kStringEscape;
+
+// 10^0 to 10^15, indexed by a stream's precision.
+extern const real64 gPowersTen[16];
+
+// State of a caller's own, passed along with a stream through code that sees only the stream.
+class IStreamContext : public INqUnknown
+{
+protected:
+    ~IStreamContext() = default;
+};
+
+// A recipe from which a stream like another can be made again, for instance to read a part of a document later.
+class TNqiostreamContext : public TNqObject
+{
+public:
+    virtual ~TNqiostreamContext();
+    // A new stream, owned by the caller; null without memory.
+    virtual TNqiostream* CreateStream() = 0;
+    // Adapts the recipe to a change of what it refers to; what the arguments mean is up to the class.
+    virtual void Change(void* a, void* b, short what) = 0;
+};
+
+// A block that a client attached to a stream.
+struct TNqiostreamInfoStruct
+{
+    IDType fInfoID;
+    void* fData; // from Nqmalloc, owned by the stream
+};
+
+class TNqiostream : public TNqObject
+{
+public:
+    enum seek_dir
+    {
+        beg = 0,
+        cur = 1,
+        end = 2
+    };
+    enum // bits of the state
+    {
+        eofbit = 1,
+        failbit = 2
+    };
+
+    TNqiostream();
+    TNqiostream(const TNqiostream&) = delete;
+    TNqiostream& operator=(const TNqiostream&) = delete;
+    virtual ~TNqiostream();
+
+    // ---- The primitives
+    // ----------------------------------------------------------------------------------------------
+
+    // Bytes from the start of the text, behind a byte-order mark.
+    virtual int32 tell() = 0;
+    virtual void seek(int32 offset, seek_dir dir) = 0;
+    // Up to `count` bytes; fewer, and the end bit, at the end. gcount() says how many.
+    virtual void read(int8* data, int32 count) = 0;
+    // One byte; at the end the end bit, with `c` as it was. Here: read(&c, 1).
+    virtual void get(int8& c);
+    // Steps back over the byte just read. Another byte than that one is seen by the next read, where the stream has
+    // room for it.
+    virtual void putback(int8 c) = 0;
+    virtual void write(const int8* data, int32 count) = 0;
+
+    // ---- Text in
+    // ----------------------------------------------------------------------------------------------------- Numbers,
+    // words and characters skip separators first; a separator behind a number is consumed, behind a word not. A number
+    // that is none is a failure and leaves its target as it was (int32: 0).
+
+    virtual TNqiostream& operator>>(int8* word);  // unbounded: see ReadString
+    virtual TNqiostream& operator>>(uint8* word); // unbounded
+    virtual TNqiostream& operator>>(int8& c);
+    virtual TNqiostream& operator>>(uint8& c);
+    virtual TNqiostream& operator>>(int32& value);
+    virtual TNqiostream& operator>>(uint32& value);
+    virtual TNqiostream& operator>>(int16& value); // the low 16 bits of the number
+    virtual TNqiostream& operator>>(uint16& value);
+    virtual TNqiostream& operator>>(real32& value);
+    virtual TNqiostream& operator>>(real64& value);
+    virtual TNqiostream& operator>>(TNqString& text); // as readQuotedString
+    virtual TNqiostream& operator>>(TNqiostream& (*manipulator)(TNqiostream&));
+
+    // ---- Text out
+    // ----------------------------------------------------------------------------------------------------
+
+    virtual TNqiostream& operator<<(const int8* text); // up to the NUL, without quotes
+    virtual TNqiostream& operator<<(const uint8* text);
+    virtual TNqiostream& operator<<(int8 c); // the byte itself
+    virtual TNqiostream& operator<<(uint8 c);
+    virtual TNqiostream& operator<<(int32 value);
+    virtual TNqiostream& operator<<(uint32 value);
+    virtual TNqiostream& operator<<(int16 value);
+    virtual TNqiostream& operator<<(uint16 value);
+    virtual TNqiostream& operator<<(int64 value); // only the low 32 bits: existing readers take no more
+    virtual TNqiostream& operator<<(uint64 value);
+    virtual TNqiostream& operator<<(real32 value);
+    virtual TNqiostream& operator<<(real64 value);
+    virtual TNqiostream& operator<<(const TNqString& text); // quoted
+    virtual TNqiostream& operator<<(TNqiostream& (*manipulator)(TNqiostream&));
+
+    // ---- References to other files, contexts, localized strings
+    // --------------------------------------------------------
+
+    // A path as a quoted string. The file stream stores it relative to its own folder. `path` holds up to 1023 bytes
+    // and a NUL.
+    virtual void readFileRef(int8* path);
+    virtual void writeFileRef(const int8* path);
+    // The folder that relative references are taken from; empty without one.
+    virtual void GetPathRelativeFolder(TNqString& folder);
+    // A recipe for a stream like this one at this position, owned by the caller; null when the stream has none.
+    virtual TNqiostreamContext* GetContext();
+    // The context set last, without a reference for the caller; null without one.
+    virtual IStreamContext* GetStreamContext();
+    virtual void SetStreamContext(IStreamContext* context);
+    // Text that some streams keep in a table beside them. Here it stands in the stream itself.
+    virtual void WriteLocalizedString(const TNqString& text);
+    virtual boolean ReadLocalizedString(TNqString& text);
+    virtual void ReadLocalizedDynamicString(TNqDynamicString& text);
+
+    // ---- Bytes, lines, words
+    // -------------------------------------------------------------------------------------------
+
+    int32 tellg() { return tell(); }
+    void seekg(int32 offset, seek_dir dir) { seek(offset, dir); }
+    void read(uint8* data, int32 count) { read(reinterpret_cast<int8*>(data), count); }
+    void put(int8 c) { write(&c, 1); }
+
+    // A line of up to `size` bytes into a buffer of `size` + 1, NUL-terminated. The delimiter is consumed and not
+    // stored; with '\n', CR, LF and both together end a line and count as '\n'. Returns what ended the line: the
+    // delimiter, the first byte without room (consumed), or 0 at the end of the stream.
+    int8 getline(int8* buffer, int32 size, int8 delim);
+    // The same, and the delimiter is put back.
+    int8 get(int8* buffer, int32 size, int8 delim);
+    // The same without a limit. A last line without a line end counts as read: the end bit is set only when there was
+    // nothing.
+    int8 getLine(TNqDynamicString& line, int8 delim);
+    // What the last read, or line, took from the stream.
+    int32 gcount() const { return fgcount; }
+
+    // One word of at most bufferSize - 1 bytes. False when it is longer: the rest stays in the stream.
+    boolean ReadString(int8* buffer, int32 bufferSize);
+    void readstring(int8* word); // unbounded
+    // The next character that is no separator, consumed.
+    int8 myipfx();
+    boolean isWhite(int8 c) const;
+
+    // ---- Numbers and strings: what the operators do
+    // ----------------------------------------------------------------------
+
+    void readlong(int32& value);
+    void readunsignedlong(uint32& value);
+    void readdouble(real64& value);
+    void writelong(int32 value);
+    void writeunsignedlong(uint32 value);
+    void writefloat(real32 value);  // rounded to six decimals first
+    void writedouble(real64 value); // `precision` decimals, no exponent; beyond +-2147483647 that number
+    void writestring(const int8* text);
+
+    // A string in quotes, or a bare word up to a blank. At most 256 bytes; what is longer stays in the stream.
+    void readQuotedString(TNqString& text);
+    void writeQuotedString(const TNqString& text);
+    // A string in quotes on one line, "\n" and "\r" in it being line ends. False, and an empty text, when there is no
+    // such string.
+    boolean ReadSingleLineQuotedString(TNqString& text, uint32 maxLength);
+
+    // ---- State and format
+    // --------------------------------------------------------------------------------------------
+
+    boolean good() const { return fState == 0; }
+    boolean eof() const { return fState & eofbit; }
+    void clear(int32 state) { fState = state; }
+    void changestate(int32 bits) { fState |= bits; }
+    // Sets the failure bit and tells the host. The code is for the reader of the source; nothing keeps it.
+    void streamfail(int32 code);
+
+    int32 precision(int32 decimals); // of reals, clamped to 0..15; returns the one before
+    int32 width(int32 columns);      // kept and returned; nothing uses it
+
+    // The flags are kept and influence no output. A mask that is not 0 clears all flags: callers rely on it.
+    int32 setf(int32 bits) { return fFlags |= bits; }
+    int32 setf(int32 bits, int32 mask);
+    int32 unsetf(int32 mask);
+
+    // ---- What belongs to the stream
+    // --------------------------------------------------------------------------------------
+
+    // Attaches a copy of `size` bytes under `id`, in place of the one before. Without memory, reported, nothing
+    // changes.
+    void SetInfo(IDType id, const void* data, uint32 size);
+    // The copy, null without one. Valid until the next SetInfo of that id.
+    void* GetInfo(IDType id) const;
+
+    int32 GetStreamSize(); // the position is as before
+
+    // Strings pass through a transcoder; without one their characters are UTF-8. Asks the host when the type is another
+    // one.
+    void SetTranscoder(TranscoderType type);
+    ITranscoder* GetTranscoder() const { return fEncoding; }
+    // Writes the byte-order mark of the transcoder, if it has one.
+    void WriteIdentifier();
+    // Looks for the mark of UTF-8 at the position and takes over that encoding when it is there. Seeks to the start.
+    void CheckIdentifier();
+
+protected:
+    friend class NqStreamAccess;
+
+    static int8 fStandardSeparators[5];
+
+    int32 fFlags;
+    int32 fState;
+    EFilePermission fMode;
+    int fPrecision;
+    int fWidth;
+    int32 fgcount;
+    int8* fSeparators; // NUL-terminated, not owned
+    TNqiostreamInfoStruct* fInfos;
+    uint32 fInfosCount;
+    TNqCountedPtr<ITranscoder> fEncoding;
+    uint8 fIDOffset; // bytes of the byte-order mark before the text
+    TNqCountedPtr<IStreamContext> fStreamContext;
+};
+
+// Manipulators.
+TNqiostream& endl(TNqiostream& stream); // one CR: that is the line end of every text this library writes
+TNqiostream& ends(TNqiostream& stream); // one NUL
+TNqiostream& dec(TNqiostream& stream);
+TNqiostream& hex(TNqiostream& stream);
+
+// A stream over memory.
+//
+//     TNqstrstream out(kUTF8Transcoder);          // a block of its own, which grows
+//     out << int32(42) << endl;
+//     TNqstrstream in(out.str(), 3, kUTF8Transcoder, eRead); // str() hands the block over: Nqfree it
+//
+// Ownership: a caller's buffer, or string, must outlive the stream. Failure: a caller's buffer that is full refuses the
+// bytes. Cost: the own block grows so that n bytes written one by one cost time in the order of n.
+class TNqstrstream : public TNqiostream
+{
+public:
+    // Over `size` bytes of the caller's; size 0: up to the NUL of the text, reading only.
+    TNqstrstream(int8* buffer, int32 size, TranscoderType type, int32 mode);
+    // Reads a NUL-terminated text in place.
+    TNqstrstream(int8* text, TranscoderType type);
+    // Reads the string's bytes in place. A putback of another byte than the one read changes the string.
+    TNqstrstream(const TNqDynamicString& text, TranscoderType type);
+    TNqstrstream(TNqDynamicString&& text, TranscoderType type) = delete;
+    // Writes into a block of its own.
+    explicit TNqstrstream(TranscoderType type);
+    ~TNqstrstream() override;
+
+    using TNqiostream::get;
+    using TNqiostream::read;
+    int32 tell() override;
+    // From the end, the offset counts backwards. A position outside of the bytes is a failure.
+    void seek(int32 offset, seek_dir dir) override;
+    void read(int8* data, int32 count) override;
+    void get(int8& c) override;
+    void putback(int8 c) override;
+    void write(const int8* data, int32 count) override;
+
+    // Called when a caller's buffer is full, to empty it and go back to its start. Here: a failure.
+    virtual void FlushBuffer();
+
+    // The memory. A block of the stream's own passes to the caller, who frees it with Nqfree; the stream is of no
+    // further use.
+    int8* str();
+    int32 pcount() const { return static_cast<int32>(fCur - fBuffer); }
+    // The bytes of a stream opened for reading; a failure otherwise (use pcount).
+    int32 GetSize();
+
+protected:
+    friend class NqStreamAccess;
+
+    int8* fBuffer;
+    int32 fBufferSize;          // valid bytes; -1 once the own block has been handed out
+    int32 fBufferAllocatedSize; // capacity of the own block, 0 for a caller's buffer, -1 after str()
+    int8* fCur;
+    int8* fOwnBuffer; // null, or the block that this class allocated, of AllocatedBlockSize bytes
+
+private:
+    static uint32 AllocatedBlockSize(int32 capacity);
+    boolean GrowOwnBuffer(int64 size);
+    boolean MakeRoom(int64 count);
+};
+
+// Counts what would be written; reads nothing. Every writer works on it and yields the size of its output.
+class countstream : public TNqiostream
+{
+public:
+    countstream();
+    ~countstream() override;
+
+    using TNqiostream::read;
+    int32 tell() override;
+    void seek(int32 offset, seek_dir dir) override;
+    void read(int8* data, int32 count) override;
+    void putback(int8 c) override;
+    void write(const int8* data, int32 count) override;
+
+    int32 count() const { return fCount; }
+
+protected:
+    friend class NqStreamAccess;
+
+    int32 fCount; // the highest position reached
+    int32 fPos;
+};
+
+// A stream over a file of the host, with one buffer for reading and writing. Without a buffer every call goes to the
+// host.
+//
+//     boolean created = false;
+//     TNqfstream stream("/tmp/scene.nq", kUTF8Transcoder, eReadWrite, 65536, &created);
+//     if (!stream.good())
+//         return; // Init tells which error
+//
+// Failure: a file that cannot be opened sets the failure bit. What the host could not write is a failure and stays in
+// the buffer; flush() and close() try again. Call one of them and look at good() when the bytes matter: the destructor
+// cannot tell. Positions are 32-bit: a file ends at 2^31 - 1 bytes.
+class TNqfstream : public TNqiostream
+{
+public:
+    // No file yet: call Init.
+    TNqfstream();
+    TNqfstream(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, uint8* created);
+    // Over the file that `file` names; the stream makes a file object of its own. Sets the permission of `file`, unless
+    // mode is kNqModeKeepPermission.
+    TNqfstream(INqFile& file, int32 mode, TranscoderType type, int32 bufferSize, uint8* created);
+    ~TNqfstream() override;
+
+    using TNqiostream::read;
+    int32 tell() override;
+    // From the end, the offset counts backwards.
+    void seek(int32 offset, seek_dir dir) override;
+    void read(int8* data, int32 count) override;
+    void putback(int8 c) override;
+    void write(const int8* data, int32 count) override;
+    void readFileRef(int8* path) override;
+    void writeFileRef(const int8* path) override;
+    void GetPathRelativeFolder(TNqString& folder) override;
+    TNqiostreamContext* GetContext() override;
+
+    // Opens the file, making it when it is missing and the mode allows writing and not kNqModeNoCreate; *created (may
+    // be null) says whether. A stream that is open is closed first. A buffer that cannot be had is halved until it can;
+    // a size below 1 is none. Returns 0 or the first error, which also sets the failure bit.
+    virtual NqErr Init(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, boolean* created);
+    virtual NqErr Init(INqFile& file, int32 bufferSize, boolean* created, TranscoderType type);
+
+    void flush();
+    void close();
+    // Takes up a file that another has changed: drops what is not yet written and goes to the new end.
+    void synch();
+    // The file is known to have become longer by `count` bytes.
+    void append(int32 count);
+    uint32 GetFileSize() const;
+    // The file's creator and type codes.
+    using TNqiostream::SetInfo;
+    void SetInfo(int32 creator, int32 type);
+
+    // A reference is a path relative to the folder of `basePath`, the same on every host: ':' between folders, and one
+    // more ':' at the start for each folder to go up. The results hold up to 1023 bytes and a NUL.
+    static void GetFileRef(const int8* fullPath, int8* ref, const int8* basePath);
+    static void GetFullPathNameFromRef(const int8* ref, int8* fullPath, const int8* basePath);
+
+protected:
+    friend class NqStreamAccess;
+
+    TNqCountedPtr<INqFile> fFile;
+    int8* fBuffer;              // null when there is none
+    uint32 fBufferSize;         // its capacity; 0 without one
+    uint32 fActualBufSize;      // valid bytes in it
+    uint32 fBufferPos;          // the position, in it
+    uint32 fBufferOffset;       // where in the file its first byte belongs
+    uint32 fFileSize;           // the file's size, unwritten bytes included
+    boolean fBufferModified;    // bytes before fBufferPos are not yet in the file
+    boolean fFirstBufferLoaded; // 0, or the EBufferLoaded bits
+
+private:
+    enum EBufferLoaded : boolean
+    {
+        kLoaded = 1,       // the valid bytes came from the file, or go there
+        kHoldsPutback = 2, // some were put back and differ from the file: they must never be written
+    };
+
+    boolean IsOpen(int32 permission) const;
+    NqErr OpenFile(INqFile& file, boolean* created);
+    NqErr AllocateBuffer(int32 size);
+    NqErr Fail(NqErr error, boolean* created);
+    void CloseFile();
+    int64 Position() const { return static_cast<int64>(fBufferOffset) + fBufferPos; }
+    void LoadBuffer(int64 position);
+    boolean LoadNextBuffer();
+    boolean LoadPrevBuffer();
+    boolean DumpBuffer();
+    void DropBuffer(int64 position);
+    void NoteBytesWritten(uint32 count);
+    void ReadUnbuffered(int8* data, uint32 count);
+    void WriteUnbuffered(const int8* data, uint32 count);
+    void SeekUnbuffered(int32 offset, seek_dir dir);
+};
+
+// Reopens a file at a position. The new stream has the Mac encoding whatever the first one had: documents that refer to
+// one another this way are written in it.
+class TNqfstreamContext : public TNqiostreamContext
+{
+public:
+    TNqfstreamContext(const int8* fileName, int32 mode, int32 bufferSize, int32 position);
+    TNqfstreamContext(const TNqfstreamContext&) = delete;
+    TNqfstreamContext& operator=(const TNqfstreamContext&) = delete;
+    ~TNqfstreamContext() override;
+
+    TNqiostream* CreateStream() override;
+    // what 1: the file named `a` is now named `b`, which must not be longer. what 2, with a null `a`: the mode is now
+    // the int32 at `b`.
+    void Change(void* a, void* b, short what) override;
+
+protected:
+    friend class NqStreamAccess;
+
+    int8* fFileName; // owned
+    int fMode;
+    int32 fBufferSize;
+    int32 fPos;
+};
