@@ -1,0 +1,454 @@
+// A growable array of bitwise-copyable elements, moved with byte copies and never constructed or destroyed.
+// For elements with constructors use TNqClassArray (NqClassArray.h); for pointers TNqPtrArray (NqPtrArray.h).
+//
+//     TNqArray<int32> ids;
+//     if (!ids.AddElem(42))
+//         return false;              // out of memory: already reported, the array is as it was
+//     for (uint32 i = 0; i < ids.GetElemCount(); ++i)
+//         Use(ids[i]);
+//
+// Ownership: the array owns its block, unless ArrayAllocFromBuffer lent it one. Copies are deep.
+// Growth: AddElem adds a fifth of the count plus one, at most 128 KiB a step. Beyond that size appending copies
+// linearly per step: reserve with SetElemSpace when the count is known. Failure: every failed check and every failed
+// allocation is reported to the host; the operation returns false and the array keeps what it held. Nothing throws.
+// Threads: one at a time.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqCore/PublicAPI/NqMath.h"
+#include "NqCore/PublicAPI/NqObject.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+
+// One past the largest count that an array can have.
+constexpr uint32 kEndIndex = 0xFFFFFFFD;
+
+// The bits of an array's flag word.
+enum ENqArrayFlag : uint32_t
+{
+    kNqArrayGrowSizeMask = 0x07FFFFFF,   // elements added per growth step; with smart growth the most a step adds
+    kNqArrayExternalMemory = 0x08000000, // the block belongs to someone else and is never resized or freed
+    kNqArrayZeroMemory = 0x10000000,     // newly exposed elements are zero-filled
+    kNqArrayValid = 0x20000000,          // the array has been allocated successfully
+    kNqArraySmartGrow = 0x80000000       // a growth step follows the count
+};
+
+// What all the arrays share: the four fields, the accessors, growth and the block. T is what a slot of the block holds,
+// TArray the array itself, which may say what starts an element (InitElems), what ends one (EndElems), and how many
+// move (GetKeptCount).
+template <typename TArray, typename T>
+class TNqArrayBase : public TNqObject
+{
+public:
+    boolean IsValid() const { return HasFlag(kNqArrayValid); }
+    boolean ExternalMemory() const { return HasFlag(kNqArrayExternalMemory); }
+    boolean GetSmartGrow() const { return HasFlag(kNqArraySmartGrow); }
+
+    // Elements in use, and elements that fit before the next allocation.
+    uint32 GetElemCount() const { return fElemCount; }
+    uint32 GetElemSpace() const { return fElemSpace; }
+
+    // Bytes of one element.
+    uint32 GetElemSize() const { return sizeof(T); }
+
+    // Elements that the next growth step adds; 0 after SetGrowSize(0).
+    uint32 GetGrowSize() const
+    {
+        const uint32 growBits = fArrayFlags & kNqArrayGrowSizeMask;
+        if (!GetSmartGrow())
+            return growBits;
+        return Nq_Min(growBits, static_cast<uint32>(0.2f * static_cast<real32>(fElemCount)) + 1);
+    }
+
+    // The block, null when the space is 0. Any change of the space moves it.
+    T* BaseAddress() { return fArrayData; }
+    const T* BaseAddress() const { return fArrayData; }
+    T* ArrayData() { return fArrayData; }
+    const T* ArrayData() const { return fArrayData; }
+
+    // True when p points into the block, at an element in use or not.
+    boolean IsInArray(const T* p) const
+    {
+        const uintpointer address = reinterpret_cast<uintpointer>(p);
+        const uintpointer start = reinterpret_cast<uintpointer>(fArrayData);
+        return address >= start && address - start < static_cast<NqSize>(fElemSpace) * sizeof(T);
+    }
+
+    // A fixed growth step of n elements; more than 27 bits are reported and cut.
+    void SetGrowSize(uint32 n)
+    {
+        NqAssertPlain(n <= kNqArrayGrowSizeMask);
+        constexpr uint32 replaced = kNqArrayGrowSizeMask | kNqArraySmartGrow;
+        fArrayFlags = (fArrayFlags & ~replaced) | (n & kNqArrayGrowSizeMask);
+    }
+
+    // Growth that follows the count: a fifth of it plus one, at most 128 KiB a step. This is how a default array grows.
+    void SetSmartGrow()
+    {
+        constexpr uint32 largestStep = static_cast<uint32>(kLargestStepBytes / sizeof(T));
+        fArrayFlags = (fArrayFlags & ~static_cast<uint32>(kNqArrayGrowSizeMask)) | largestStep | kNqArraySmartGrow;
+    }
+
+    // Makes room for exactly `space` elements; elements beyond it are dropped.
+    boolean SetElemSpace(uint32 space)
+    {
+        NqCheck(IsValid());
+        return ResizeSpace(space);
+    }
+
+    // Drops all elements and the block. An array on lent memory only drops its elements; an invalid one stays as it is.
+    void ArrayFree()
+    {
+        if (IsValid())
+            FreeAll();
+    }
+
+    // Forgets everything, freeing nothing.
+    void ZeroInternals()
+    {
+        fElemCount = 0;
+        fElemSpace = 0;
+        fArrayFlags = 0;
+        fArrayData = nullptr;
+    }
+
+    // Reloads the address of the first element from the block.
+    void UpdateDataPointer() { fArrayData = BaseAddress(); }
+
+protected:
+    static constexpr NqSize kLargestStepBytes = 128 * 1024;
+
+    TNqArrayBase()
+    {
+        static_assert(alignof(T) <= alignof(std::max_align_t), "the host aligns blocks for scalars only");
+        static_assert(offsetof(TNqArrayBase, fElemCount) == 0 && offsetof(TNqArrayBase, fElemSpace) == 4 &&
+                          offsetof(TNqArrayBase, fArrayFlags) == 8 && offsetof(TNqArrayBase, fArrayData) == 16 &&
+                          sizeof(TNqArrayBase) == 24,
+                      "arrays are shared with modules built elsewhere");
+        ZeroInternals();
+    }
+    TNqArrayBase(const TNqArrayBase&) = delete;
+    TNqArrayBase& operator=(const TNqArrayBase&) = delete;
+
+    ~TNqArrayBase() = default;
+
+    boolean GetZeroMem() const { return HasFlag(kNqArrayZeroMemory); }
+    void SetZeroMem(boolean zeroMem) { SetFlag(kNqArrayZeroMemory, zeroMem != 0); }
+    void SetValid(boolean valid) { SetFlag(kNqArrayValid, valid != 0); }
+
+    // The whole of a construction. `allocated` says whether the first allocation succeeded.
+    void FinishConstruction(bool allocated, bool smartGrow)
+    {
+        if (!allocated)
+            NqNotify("Array allocation failed in constructor!");
+        if (smartGrow)
+            SetSmartGrow();
+        NqCheck(IsValid());
+    }
+
+    void FinishDestruction()
+    {
+        FreeAll();
+        SetValid(false);
+    }
+
+    boolean Allocate(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    {
+        ZeroInternals();
+        if (!NqCheck(initialCount <= initialSpace))
+        {
+            NqNotify("initialCount > initialSpace");
+            return false;
+        }
+        SetValid(true);
+        SetGrowSize(growSize);
+        SetZeroMem(zeroMem);
+        const bool hasSpace = ResizeSpace(initialSpace);
+        const bool hasElems = ResizeCount(initialCount);
+        if (!hasElems)
+            SetValid(false);
+        return hasSpace && hasElems;
+    }
+
+    // Starts on a block of `space` elements that the caller keeps alive and frees, the first `count` of them in use.
+    boolean AllocateFromBuffer(T* buffer, uint32 count, uint32 space)
+    {
+        ZeroInternals();
+        if (!NqCheck(buffer != nullptr || space == 0) || !NqCheck(count <= space))
+            return false;
+        fElemCount = count;
+        fElemSpace = space;
+        fArrayFlags = kNqArrayValid | kNqArrayExternalMemory;
+        fArrayData = buffer;
+        return true;
+    }
+
+    boolean SetElemCount(NqSize n)
+    {
+        NqCheck(IsValid());
+        const NqSize nAsNqSize = n;
+        NqCheck(nAsNqSize < kEndIndex);
+        return ResizeCount(static_cast<uint32>(n));
+    }
+
+    boolean AddElemCount(uint32 n)
+    {
+        NqCheck(IsValid());
+        const uint64 newCount = static_cast<uint64>(fElemCount) + n;
+        if (newCount > fElemSpace)
+        {
+            const uint32 growSize = GetGrowSize();
+            if (!NqCheckText(growSize != 0, "grow size is zero!!"))
+                return false;
+            const uint64 rounded = (newCount + growSize - 1) / growSize * growSize;
+            if (!ResizeSpace(FitsBlock(rounded) ? rounded : newCount))
+                return false;
+        }
+        fElemCount = static_cast<uint32>(newCount);
+        return true;
+    }
+
+    // Takes over the smart growth of `source`, its count and its elements as bytes. Without memory: reported,
+    // unchanged.
+    void AssignBytes(const TArray& source)
+    {
+        if (this == &source)
+            return;
+        if (source.GetSmartGrow())
+            SetSmartGrow();
+        if (ResizeCount(source.fElemCount))
+            CopyElems(fArrayData, source.fArrayData, fElemCount);
+        else
+            NotifyAssignmentFailed();
+    }
+
+    static void NotifyAssignmentFailed() { NqNotify("Unable to complete operator=() memory allocation failed."); }
+
+    // Room for one more element: a growth step, or exactly one when there is no step or the step is too large.
+    [[gnu::noinline]] boolean GrowForOneMore()
+    {
+        const uint64 needed = static_cast<uint64>(fElemCount) + 1;
+        const uint64 stepped = static_cast<uint64>(fElemSpace) + GetGrowSize();
+        return ResizeSpace(stepped >= needed && FitsBlock(stepped) ? stepped : needed);
+    }
+
+    boolean ResizeCount(uint32 n)
+    {
+        if (n < fElemCount)
+        {
+            const uint32 dropped = fElemCount - n;
+            fElemCount = n;
+            Self().EndElems(fArrayData + n, dropped);
+            if (GetZeroMem())
+                ZeroElems(fArrayData + n, dropped);
+        }
+        else if (n > fElemCount)
+        {
+            if (n > fElemSpace && !ResizeSpace(n))
+                return false;
+            Self().InitElems(fArrayData + fElemCount, n - fElemCount);
+            fElemCount = n;
+        }
+        return true;
+    }
+
+    // Always allocate, copy, free: a failure leaves the array as it was.
+    boolean ResizeSpace(uint64 space)
+    {
+        if (space == fElemSpace)
+            return true;
+        if (ExternalMemory())
+        {
+            NqNotify("Can't resize array with external memory");
+            return false;
+        }
+        T* block = nullptr;
+        if (space != 0)
+        {
+            block = FitsBlock(space) ? static_cast<T*>(Nqmalloc(space * sizeof(T))) : nullptr;
+            if (!NqCheckText(block != nullptr, "Array allocation failed!"))
+                return false;
+        }
+        MoveTo(block, static_cast<uint32>(space));
+        return true;
+    }
+
+    // Room for at least `space` elements; never cuts.
+    boolean ReserveSpace(uint64 space) { return space <= fElemSpace || ResizeSpace(space); }
+
+    // Whether slots before the end of the block may be read or written at `index`.
+    bool IsInSpace(NqSize index) const { return index < fElemSpace; }
+
+    static void CopyElems(T* to, const T* from, NqSize count)
+    {
+        if (count != 0)
+            std::memcpy(static_cast<void*>(to), static_cast<const void*>(from), count * sizeof(T));
+    }
+
+    static void ZeroElems(T* at, NqSize count)
+    {
+        if (count != 0)
+            std::memset(static_cast<void*>(at), 0, count * sizeof(T));
+    }
+
+    // What most arrays do; an array that differs declares its own.
+    void InitElems(T*, uint32) {}
+    void EndElems(T*, uint32) {}
+    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemCount, space); }
+
+    uint32_t fElemCount;  // elements in use, at most fElemSpace
+    uint32_t fElemSpace;  // elements allocated
+    uint32_t fArrayFlags; // ENqArrayFlag
+    T* fArrayData;        // null exactly when the space is 0
+
+private:
+    TArray& Self() { return static_cast<TArray&>(*this); }
+
+    boolean HasFlag(uint32 flag) const { return (fArrayFlags & flag) != 0; }
+    void SetFlag(uint32 flag, bool on) { fArrayFlags = on ? fArrayFlags | flag : fArrayFlags & ~flag; }
+
+    static bool FitsBlock(uint64 space) { return space < kEndIndex && space * sizeof(T) <= 0xFFFFFFFF; }
+
+    void FreeAll()
+    {
+        if (ExternalMemory())
+            ResizeCount(0);
+        else
+            ResizeSpace(0);
+    }
+
+    // The fields change before elements are dropped, so that what their end sets off sees an array in order.
+    void MoveTo(T* block, uint32 space)
+    {
+        T* const oldBlock = fArrayData;
+        const uint32 oldCount = fElemCount;
+        CopyElems(block, oldBlock, Self().GetKeptCount(space));
+        fElemCount = Nq_Min(oldCount, space);
+        fElemSpace = space;
+        fArrayData = block;
+        if (GetZeroMem())
+            ZeroElems(block + fElemCount, space - fElemCount);
+        if (fElemCount < oldCount)
+            Self().EndElems(oldBlock + fElemCount, oldCount - fElemCount);
+        if (oldBlock != nullptr)
+            Nqfree(oldBlock);
+    }
+};
+
+template <typename T>
+class TNqArray : public TNqArrayBase<TNqArray<T>, T>
+{
+    using TBase = TNqArrayBase<TNqArray<T>, T>;
+    friend TBase;
+    using TBase::fArrayData;
+    using TBase::fElemCount;
+    using TBase::fElemSpace;
+
+public:
+    using TBase::GetElemCount;
+    using TBase::IsValid;
+
+    // Empty, nothing allocated, zero memory on, smart growth.
+    TNqArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1, true), true); }
+
+    // `count` elements, zero when zeroMem is set and indeterminate otherwise; smart growth.
+    TNqArray(uint32 count, boolean zeroMem) { this->FinishConstruction(ArrayAlloc(count, count, 0, zeroMem), true); }
+
+    // `initialCount` elements in a block for `initialSpace`, growing by `growSize` at a time.
+    TNqArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    {
+        this->FinishConstruction(ArrayAlloc(initialCount, initialSpace, growSize, zeroMem), false);
+    }
+
+    // A copy with zero memory on; it has smart growth when `source` has.
+    TNqArray(const TNqArray& source) : TBase()
+    {
+        const bool allocated = ArrayAlloc(0, 0, 1, true);
+        *this = source;
+        this->FinishConstruction(allocated, false);
+    }
+
+    ~TNqArray() { this->FinishDestruction(); }
+
+    // Copies the elements; a source with smart growth passes it on, nothing else of the settings is copied.
+    TNqArray& operator=(const TNqArray& source)
+    {
+        this->AssignBytes(source);
+        return *this;
+    }
+
+    // With zero memory on, elements that a growing block or count newly exposes are 0.
+    using TBase::GetZeroMem;
+    using TBase::SetZeroMem;
+
+    // SetElemCount(n): exactly n elements; growth allocates exactly n. AddElemCount(n): n more, with the space rounded
+    // up to a multiple of the growth step; without a step reported and false. Of what the block holds already,
+    // SetElemCount zeroes only what it drops, and only with zero memory on: without it new elements are indeterminate.
+    using TBase::AddElemCount;
+    using TBase::SetElemCount;
+
+    // Appends a copy of `value`, which may be an element of this array. False when the block could not grow.
+    boolean AddElem(const T& value)
+    {
+        if (__builtin_expect(!NqCheck(IsValid()) || fElemCount == fElemSpace, 0))
+            return AddElemSlowly(value);
+        this->CopyElems(fArrayData + fElemCount, std::addressof(value), 1);
+        ++fElemCount;
+        return true;
+    }
+
+    // Replaces an element. An index past the count is reported; the value is then stored only where the block has room.
+    void SetElem(uint32 index, const T& value)
+    {
+        NqCheck(IsValid());
+        if (NqCheck(index < GetElemCount()) || this->IsInSpace(index))
+            std::memmove(static_cast<void*>(fArrayData + index), std::addressof(value), sizeof(T));
+    }
+
+    // The element; an index past the count is reported and must not be used beyond the space.
+    T& operator[](NqSize i)
+    {
+        NqCheck(IsValid());
+        NqCheck(i < GetElemCount());
+        return fArrayData[i];
+    }
+    const T& operator[](NqSize i) const
+    {
+        NqCheck(IsValid());
+        NqCheck(i < GetElemCount());
+        return fArrayData[i];
+    }
+
+    // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
+    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    {
+        return this->Allocate(initialCount, initialSpace, growSize, zeroMem);
+    }
+
+    // Starts on lent memory: `space` elements at `buffer`, the first `count` in use. The caller keeps the block alive
+    // and frees it; the array never grows past it ("Can't resize array with external memory", false). As ArrayAlloc,
+    // for an array that holds nothing.
+    boolean ArrayAllocFromBuffer(T* buffer, uint32 count, uint32 space)
+    {
+        return this->AllocateFromBuffer(buffer, count, space);
+    }
+
+private:
+    [[gnu::noinline]] boolean AddElemSlowly(const T& value)
+    {
+        // The value may lie in the block that is about to move.
+        alignas(T) unsigned char copy[sizeof(T)];
+        std::memcpy(copy, std::addressof(value), sizeof(T));
+        if (fElemCount == fElemSpace && !this->GrowForOneMore())
+            return false;
+        std::memcpy(static_cast<void*>(fArrayData + fElemCount), copy, sizeof(T));
+        ++fElemCount;
+        return true;
+    }
+};
+
+static_assert(sizeof(TNqArray<uint8>) == 24, "arrays are shared with modules built elsewhere");

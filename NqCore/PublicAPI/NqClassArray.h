@@ -1,0 +1,190 @@
+// A growable array of objects: it constructs its elements when they come into use and destroys them when they leave it.
+// For plain values TNqArray is faster; for pointers use TNqPtrArray.
+//
+//     TNqClassArray<TNqString63> names;
+//     *names.AddElem() = "left";                       // throws without memory
+//     if (!names.AddElem(TNqString63("right")))         // false without memory
+//         return false;
+//
+//     TNqIterator<TNqString63> walk(names, 0);
+//     for (TNqString63* name = walk.First(); walk.More(); name = walk.Next())
+//         Use(*name);
+//
+// Elements: default-constructible and copyable, aligned as scalars are, and free of pointers into themselves: a growing
+// block moves them as bytes, without calling a constructor or a destructor. Ownership, growth, failure and threads: as
+// TNqArray. Only AddElem() without a value throws.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqArray.h"
+#include "NqCore/PublicAPI/NqException.h"
+
+#include <memory>
+#include <new>
+
+template <typename T>
+class TNqClassArray : public TNqArrayBase<TNqClassArray<T>, T>
+{
+    using TBase = TNqArrayBase<TNqClassArray<T>, T>;
+    friend TBase;
+    using TBase::fArrayData;
+    using TBase::fElemCount;
+    using TBase::fElemSpace;
+
+public:
+    using TBase::GetElemCount;
+    using TBase::IsValid;
+
+    // Empty, nothing allocated, smart growth.
+    TNqClassArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1), true); }
+
+    // A copy, element by element; it has smart growth when `source` has.
+    TNqClassArray(const TNqClassArray& source) : TBase()
+    {
+        const bool allocated = ArrayAlloc(0, 0, 1);
+        *this = source;
+        this->FinishConstruction(allocated, false);
+    }
+
+    ~TNqClassArray() { this->FinishDestruction(); }
+
+    // Assigns the elements that both have, constructs copies of the others and destroys those that `source` has not. A
+    // source with smart growth passes it on. Without memory: reported, unchanged.
+    TNqClassArray& operator=(const TNqClassArray& source)
+    {
+        if (this == &source)
+            return *this;
+        if (source.GetSmartGrow())
+            this->SetSmartGrow();
+        if (!this->ReserveSpace(source.fElemCount))
+        {
+            this->NotifyAssignmentFailed();
+            return *this;
+        }
+        if (fElemCount > source.fElemCount)
+            this->ResizeCount(source.fElemCount);
+        std::copy(source.fArrayData, source.fArrayData + fElemCount, fArrayData);
+        std::uninitialized_copy(source.fArrayData + fElemCount, source.fArrayData + source.fElemCount,
+                                fArrayData + fElemCount);
+        fElemCount = source.fElemCount;
+        return *this;
+    }
+
+    // Exactly n elements: surplus ones are destroyed, new ones are copies of a default-constructed one. Growth
+    // allocates exactly n.
+    boolean SetElemCount(uint32 n)
+    {
+        NqCheck(IsValid());
+        NqCheck(n < kEndIndex);
+        return this->ResizeCount(n);
+    }
+
+    // Appends a default-constructed element and returns it. Throws kNqErrOutOfMemory when the block could not grow.
+    T* AddElem()
+    {
+        NqCheck(IsValid());
+        if (fElemCount == fElemSpace && !this->GrowForOneMore())
+            throw TNqException(kNqErrOutOfMemory, NqSourcePath(__FILE__), __LINE__);
+        T* const elem = ::new (static_cast<void*>(fArrayData + fElemCount)) T();
+        ++fElemCount;
+        return elem;
+    }
+
+    // Appends a copy of `value`, which may be an element of this array. False when the block could not grow.
+    boolean AddElem(const T& value)
+    {
+        NqCheck(IsValid());
+        const T* source = std::addressof(value);
+        if (fElemCount == fElemSpace)
+        {
+            // An element of this array moves with the block.
+            const bool isOwn = this->IsInArray(source);
+            const uint32 index = isOwn ? static_cast<uint32>(source - fArrayData) : 0;
+            if (!this->GrowForOneMore())
+                return false;
+            if (isOwn)
+                source = fArrayData + index;
+        }
+        ::new (static_cast<void*>(fArrayData + fElemCount)) T(*source);
+        ++fElemCount;
+        return true;
+    }
+
+    // The element; an index past the count is reported and must not be used.
+    T& operator[](uint32 i)
+    {
+        NqCheck(IsValid());
+        NqCheck(i < GetElemCount());
+        return fArrayData[i];
+    }
+    const T& operator[](uint32 i) const
+    {
+        NqCheck(IsValid());
+        NqCheck(i < GetElemCount());
+        return fArrayData[i];
+    }
+
+    // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
+    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize)
+    {
+        return this->Allocate(initialCount, initialSpace, growSize, false);
+    }
+
+    // Construct n copies of `model` in raw memory, and destroy n elements, in place. Neither touches the count.
+    static void Construct(T* at, uint32 n, const T& model) { std::uninitialized_fill_n(at, n, model); }
+    static void Destruct(T* at, uint32 n) { std::destroy_n(at, n); }
+
+private:
+    void InitElems(T* at, uint32 n)
+    {
+        const T model = T();
+        Construct(at, n, model);
+    }
+    void EndElems(T* at, uint32 n) { Destruct(at, n); }
+};
+
+// Walks an array of objects by index, so it survives a block that moves while elements are appended.
+//
+//     TNqIterator<TNqString63> walk(names, 0);
+//     for (TNqString63* name = walk.First(); walk.More(); name = walk.Next())
+//         Use(*name);
+//
+// The iterator does not own the array. A is const for an array that is only read, and T with it.
+template <typename T, typename A = TNqClassArray<T>>
+class TNqIterator : public TNqObject
+{
+public:
+    TNqIterator(A& array, uint32 index) : fMyArray(array), fCurrent(nullptr), fCurrentIndex(index) {}
+
+    // The first element, null when there is none.
+    T* First()
+    {
+        fCurrentIndex = 0;
+        fCurrent = fMyArray.BaseAddress();
+        return More() ? fCurrent : nullptr;
+    }
+
+    boolean More() const { return fCurrentIndex < fMyArray.GetElemCount(); }
+
+    // The next element. At the last one it returns the address one past the end and More() turns false; a call after
+    // that, like one before First(), is reported and returns null.
+    T* Next()
+    {
+        if (!NqCheckText(fCurrent != nullptr, "fCurrent == NULL, did you forget to call/check More()?") ||
+            !NqCheckText(More(), "Went past the end of the Array!!!"))
+            return nullptr;
+        ++fCurrentIndex;
+        fCurrent = fMyArray.BaseAddress() + fCurrentIndex;
+        return fCurrent;
+    }
+
+    uint32 GetIndex() const { return fCurrentIndex; }
+
+private:
+    A& fMyArray;
+    T* fCurrent; // null before First()
+    uint32_t fCurrentIndex;
+};
+
+static_assert(sizeof(TNqClassArray<uint8>) == 24 && sizeof(TNqIterator<uint8>) == 24,
+              "arrays are shared with modules built elsewhere");

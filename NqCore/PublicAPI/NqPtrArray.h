@@ -1,0 +1,286 @@
+// Two growable arrays of pointers: TNqPtrArray, which never touches what its pointers lead to, and TNqCountedPtrArray,
+// which holds one reference of each counted object in it.
+//
+//     TNqPtrArray<TNqWindow> windows;
+//     if (!windows.AddElem(window))
+//         return false;
+//     TNqConstPtrIterator<TNqWindow> walk(windows, 0);
+//     for (const TNqWindow* w = walk.First(); walk.More(); w = walk.Next())
+//         Use(*w);
+//
+// Growth, failure and threads: as TNqArray.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqArray.h"
+
+template <typename T>
+class TNqPtrArray : public TNqArrayBase<TNqPtrArray<T>, T*>
+{
+    using TBase = TNqArrayBase<TNqPtrArray<T>, T*>;
+    friend TBase;
+    using TBase::fArrayData;
+    using TBase::fElemCount;
+    using TBase::fElemSpace;
+
+public:
+    using TBase::BaseAddress;
+    using TBase::GetElemCount;
+    using TBase::IsValid;
+
+    // Empty, nothing allocated, zero memory on, smart growth.
+    TNqPtrArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1, true), true); }
+
+    // `count` slots, null when zeroMem is set and indeterminate otherwise; smart growth.
+    TNqPtrArray(uint32 count, boolean zeroMem) { this->FinishConstruction(ArrayAlloc(count, count, 0, zeroMem), true); }
+
+    // `initialCount` slots in a block for `initialSpace`, growing by `growSize` at a time.
+    TNqPtrArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    {
+        this->FinishConstruction(ArrayAlloc(initialCount, initialSpace, growSize, zeroMem), false);
+    }
+
+    // The same pointers, zero memory on; it has smart growth when `source` has.
+    TNqPtrArray(const TNqPtrArray& source) : TBase()
+    {
+        const bool allocated = ArrayAlloc(0, 0, 1, true);
+        *this = source;
+        this->FinishConstruction(allocated, false);
+    }
+
+    ~TNqPtrArray() { this->FinishDestruction(); }
+
+    TNqPtrArray& operator=(const TNqPtrArray& source)
+    {
+        this->AssignBytes(source);
+        return *this;
+    }
+
+    using TBase::GetZeroMem;
+    using TBase::SetZeroMem;
+
+    // As in TNqArray. Without zero memory new slots hold what they held.
+    using TBase::AddElemCount;
+    using TBase::SetElemCount;
+
+    // Appends p. False when the block could not grow.
+    boolean AddElem(const T* p)
+    {
+        NqCheck(IsValid());
+        if (fElemCount == fElemSpace && !this->GrowForOneMore())
+            return false;
+        fArrayData[fElemCount++] = const_cast<T*>(p);
+        return true;
+    }
+
+    // Replaces a pointer. An index past the count is reported; p is then stored only where the block has room.
+    void SetElem(uint32 index, const T* p)
+    {
+        NqCheck(IsValid());
+        NqCheck(BaseAddress());
+        if (NqCheck(index < GetElemCount()) || this->IsInSpace(index))
+            fArrayData[index] = const_cast<T*>(p);
+    }
+
+    // The slot itself; an index past the count is reported and must not be used beyond the space.
+    T*& operator[](uint32 i) { return *Pointer(i); }
+    T* const& operator[](uint32 i) const { return *Pointer(i); }
+    T** Pointer(uint32 i)
+    {
+        CheckIndex(i);
+        return fArrayData + i;
+    }
+    T* const* Pointer(uint32 i) const
+    {
+        CheckIndex(i);
+        return fArrayData + i;
+    }
+
+    // The first slot, null when the space is 0.
+    T** Begin() { return fArrayData; }
+    T* const* Begin() const { return fArrayData; }
+
+    // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
+    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    {
+        return this->Allocate(initialCount, initialSpace, growSize, zeroMem);
+    }
+
+private:
+    void CheckIndex(uint32 i) const
+    {
+        NqCheck(IsValid());
+        NqCheck(i < GetElemCount());
+    }
+
+    // Slots past the count may have been stored through Pointer: they move too.
+    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemSpace, space); }
+};
+
+// The pointer array that keeps its objects alive: each slot holds one reference, taken when a pointer comes in and
+// released when it leaves, by replacement, by a smaller count or space, or with the array. Slots past the count are
+// always null.
+//
+//     TNqCountedPtrArray<INqFile> files;
+//     if (!files.AddElem(file))      // takes a reference of its own
+//         return false;
+//     files[0]->AddRef();            // reading a slot gives the pointer, not the slot
+//
+// T has the AddRef and Release of INqUnknown. A replaced object is released last, when the array is in order again.
+template <typename T>
+class TNqCountedPtrArray : public TNqArrayBase<TNqCountedPtrArray<T>, T*>
+{
+    using TBase = TNqArrayBase<TNqCountedPtrArray<T>, T*>;
+    friend TBase;
+    using TBase::fArrayData;
+    using TBase::fElemCount;
+    using TBase::fElemSpace;
+
+public:
+    using TBase::GetElemCount;
+    using TBase::IsValid;
+
+    // Empty, nothing allocated, smart growth.
+    TNqCountedPtrArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1), true); }
+
+    // The same objects, with references of its own; it has smart growth when `source` has.
+    TNqCountedPtrArray(const TNqCountedPtrArray& source) : TBase()
+    {
+        const bool allocated = ArrayAlloc(0, 0, 1);
+        *this = source;
+        this->FinishConstruction(allocated, false);
+    }
+
+    ~TNqCountedPtrArray() { this->FinishDestruction(); }
+
+    TNqCountedPtrArray& operator=(const TNqCountedPtrArray& source)
+    {
+        if (this == &source)
+            return *this;
+        if (source.GetSmartGrow())
+            this->SetSmartGrow();
+        if (!this->ResizeCount(source.fElemCount))
+        {
+            this->NotifyAssignmentFailed();
+            return *this;
+        }
+        for (uint32 i = 0; i < fElemCount; ++i)
+            Replace(fArrayData[i], source.fArrayData[i]);
+        return *this;
+    }
+
+    // As in TNqArray. Surplus objects are released, new slots are null.
+    using TBase::AddElemCount;
+    using TBase::SetElemCount;
+
+    // Appends p (null is allowed) and takes a reference. False, without one, when the block could not grow.
+    boolean AddElem(T* p)
+    {
+        NqCheck(IsValid());
+        if (fElemCount == fElemSpace && !this->GrowForOneMore())
+            return false;
+        Replace(fArrayData[fElemCount++], p);
+        return true;
+    }
+
+    // Replaces an object. An index past the count is reported and nothing is stored.
+    void SetElem(uint32 index, T* p)
+    {
+        NqCheck(IsValid());
+        NqCheck(BaseAddress());
+        if (NqCheck(index < GetElemCount()))
+            Replace(fArrayData[index], p);
+    }
+
+    // The pointer, without a reference for the caller; null, after a report, for an index past the count.
+    T* operator[](uint32 i) const
+    {
+        NqCheck(IsValid());
+        return NqCheck(i < GetElemCount()) ? fArrayData[i] : nullptr;
+    }
+
+    T* const* BaseAddress() const { return fArrayData; }
+    T* const* ArrayData() const { return fArrayData; }
+    T* const* Begin() const { return fArrayData; }
+
+    // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
+    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize)
+    {
+        return this->Allocate(initialCount, initialSpace, growSize, true);
+    }
+
+    // Starts on lent memory: `space` slots at `buffer`. The first `count` are in use and their references pass to the
+    // array; the others are set to null. The caller keeps the block alive and frees it. As ArrayAlloc, for an array
+    // that holds nothing.
+    boolean ArrayAllocFromBuffer(T** buffer, uint32 count, uint32 space)
+    {
+        if (!this->AllocateFromBuffer(buffer, count, space))
+            return false;
+        this->ZeroElems(buffer + count, space - count);
+        TBase::SetZeroMem(true);
+        return true;
+    }
+
+    // Marks the array as usable or not; an unusable one is reported by every operation.
+    using TBase::SetValid;
+
+private:
+    static void Replace(T*& slot, T* p)
+    {
+        if (p != nullptr)
+            p->AddRef();
+        T* const old = slot;
+        slot = p;
+        if (old != nullptr)
+            old->Release();
+    }
+
+    void EndElems(T** at, uint32 n)
+    {
+        for (uint32 i = 0; i < n; ++i)
+            Replace(at[i], nullptr);
+    }
+};
+
+// Walks a pointer array by index, so it survives a block that moves while pointers are appended. It does not own the
+// array.
+template <typename T, typename A = TNqPtrArray<T>>
+class TNqConstPtrIterator : public TNqObject
+{
+public:
+    TNqConstPtrIterator(const A& array, uint32 index) : fMyArray(array), fCurrent(nullptr), fCurrentIndex(index) {}
+
+    // The first pointer, null when there is none.
+    const T* First()
+    {
+        fCurrentIndex = 0;
+        fCurrent = Slot(0);
+        return More() ? *fCurrent : nullptr;
+    }
+
+    boolean More() const { return fCurrentIndex < fMyArray.GetElemCount(); }
+
+    // The next pointer; null at the end. A call after that, like one before First(), is reported and returns null.
+    const T* Next()
+    {
+        if (!NqCheckText(fCurrent != nullptr, "fCurrent == NULL, did you forget to call/check More()?") ||
+            !NqCheckText(More(), "Went past the end of the Array!!!"))
+            return nullptr;
+        ++fCurrentIndex;
+        fCurrent = Slot(fCurrentIndex);
+        return More() ? *fCurrent : nullptr;
+    }
+
+    uint32 GetIndex() const { return fCurrentIndex; }
+
+private:
+    const T** Slot(uint32 index) const { return const_cast<const T**>(fMyArray.BaseAddress()) + index; }
+
+    const A& fMyArray;
+    const T** fCurrent; // null before First()
+    uint32_t fCurrentIndex;
+};
+
+static_assert(sizeof(TNqPtrArray<uint8>) == 24 && sizeof(TNqCountedPtrArray<uint8>) == 24 &&
+                  sizeof(TNqConstPtrIterator<uint8>) == 24,
+              "arrays are shared with modules built elsewhere");

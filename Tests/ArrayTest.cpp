@@ -1,0 +1,480 @@
+#include "NqCore/PublicAPI/NqArray.h"
+#include "NqCore/PublicAPI/NqClassArray.h"
+#include "NqCore/PublicAPI/NqPtrArray.h"
+#include "Tests/TestHost.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <random>
+#include <type_traits>
+
+namespace
+{
+
+constexpr int kUnknown = -1; // a cell whose content is indeterminate
+const char* const kNoMemory = "Array allocation failed!";
+const char* const kNoCopy = "Unable to complete operator=() memory allocation failed.";
+
+// An element that owns memory: leaks, double ends and shared copies show at once under a sanitizer, and in the count.
+struct TBox
+{
+    static int fAlive;
+    TBox() : fValue(new int(7)) { ++fAlive; }
+    explicit TBox(int value) : fValue(new int(value)) { ++fAlive; }
+    TBox(const TBox& other) : fValue(new int(*other.fValue)) { ++fAlive; }
+    TBox& operator=(const TBox& other)
+    {
+        *fValue = *other.fValue;
+        return *this;
+    }
+    ~TBox() { --fAlive; }
+    std::unique_ptr<int> fValue;
+};
+int TBox::fAlive = 0;
+
+struct TCounted
+{
+    uint32 AddRef() { return static_cast<uint32>(++fCount); }
+    uint32 Release() { return static_cast<uint32>(--fCount); }
+    int fCount = 0;
+};
+TCounted gPool[10]; // value v stands for &gPool[v], 0 for null
+
+TCounted* ToPointer(int value)
+{
+    return value == 0 ? nullptr : gPool + value;
+}
+int ToValue(const TCounted* p)
+{
+    return p == nullptr ? 0 : static_cast<int>(p - gPool);
+}
+
+// How the random operations treat each kind of array. fFresh is what a new element holds without zero memory.
+template <class T>
+struct TPlainKind
+{
+    using Array = TNqArray<T>;
+    static constexpr int fFresh = kUnknown;
+    static constexpr bool fZeroMemory = true, fKeepsSpace = false, fIsClass = false;
+    static boolean Add(Array& a, int v) { return a.AddElem(static_cast<T>(v)); }
+    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
+    static void Set(Array& a, uint32 i, int v) { a.SetElem(i, static_cast<T>(v)); }
+    static int Get(const Array& a, uint32 i) { return static_cast<int>(a[i]); }
+};
+struct TClassKind
+{
+    using Array = TNqClassArray<TBox>;
+    static constexpr int fFresh = 7;
+    static constexpr bool fZeroMemory = false, fKeepsSpace = false, fIsClass = true;
+    static boolean Add(Array& a, int v) { return a.AddElem(TBox(v)); }
+    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
+    static void Set(Array& a, uint32 i, int v) { a[i] = TBox(v); }
+    static int Get(const Array& a, uint32 i) { return *a[i].fValue; }
+};
+struct TPtrKind
+{
+    using Array = TNqPtrArray<TCounted>;
+    static constexpr int fFresh = kUnknown;
+    static constexpr bool fZeroMemory = true, fKeepsSpace = true, fIsClass = false;
+    static boolean Add(Array& a, int v) { return a.AddElem(ToPointer(v)); }
+    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
+    static void Set(Array& a, uint32 i, int v) { a.SetElem(i, ToPointer(v)); }
+    static int Get(const Array& a, uint32 i) { return ToValue(a[i]); }
+};
+struct TCountedKind : TPtrKind
+{
+    using Array = TNqCountedPtrArray<TCounted>;
+    static constexpr int fFresh = 0;
+    static constexpr bool fZeroMemory = false, fKeepsSpace = false;
+    static boolean Add(Array& a, int v) { return a.AddElem(ToPointer(v)); }
+    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
+    static void Set(Array& a, uint32 i, int v) { a.SetElem(i, ToPointer(v)); }
+    static int Get(const Array& a, uint32 i) { return ToValue(a[i]); }
+};
+
+// What an array should hold, in plain vectors; its block is fCells, its report list fReports.
+template <class Kind>
+struct TModel
+{
+    std::vector<int> fCells;
+    uint32 fCount = 0;
+    uint32 fGrowSize = 131072 / sizeof(*typename Kind::Array().BaseAddress());
+    bool fSmart = true;
+    bool fZero = Kind::fZeroMemory;
+    bool fFail = false; // the next allocation fails
+    TTexts fReports;
+
+    uint32 Space() const { return static_cast<uint32>(fCells.size()); }
+    uint32 Step() const { return fSmart ? std::min(fGrowSize, fCount / 5 + 1) : fGrowSize; }
+
+    bool SetSpace(uint32 space)
+    {
+        if (space == Space())
+            return true;
+        if (space != 0 && fFail)
+        {
+            fReports.push_back(kNoMemory);
+            return false;
+        }
+        fCount = std::min(fCount, space);
+        std::vector<int> cells(space, fZero ? 0 : kUnknown);
+        const uint32 kept = Kind::fKeepsSpace && !fZero ? std::min(Space(), space) : fCount;
+        std::copy_n(fCells.begin(), kept, cells.begin());
+        fCells = cells;
+        return true;
+    }
+    bool SetCount(uint32 count)
+    {
+        if (count > Space() && !SetSpace(count))
+            return false;
+        if (fZero && count < fCount)
+            std::fill(fCells.begin() + count, fCells.begin() + fCount, 0);
+        if (Kind::fFresh != kUnknown && count > fCount)
+            std::fill(fCells.begin() + fCount, fCells.begin() + count, Kind::fFresh);
+        fCount = count;
+        return true;
+    }
+    bool AddCount(uint32 n)
+    {
+        if (fCount + n > Space())
+        {
+            if (Step() == 0)
+            {
+                fReports.push_back("grow size is zero!!");
+                return false;
+            }
+            if (!SetSpace((fCount + n + Step() - 1) / Step() * Step()))
+                return false;
+        }
+        return SetCount(fCount + n);
+    }
+    bool Add(int value)
+    {
+        if (fCount == Space() && !SetSpace(Space() + std::max(Step(), 1U)))
+            return false;
+        fCells[fCount++] = value;
+        return true;
+    }
+    void Assign(const TModel& source)
+    {
+        if (source.fSmart)
+        {
+            fSmart = true;
+            fGrowSize = TModel().fGrowSize;
+        }
+        if (SetCount(source.fCount))
+            std::copy_n(source.fCells.begin(), fCount, fCells.begin());
+        else
+            fReports.push_back(kNoCopy);
+    }
+};
+
+template <class Kind>
+void ExpectSame(const typename Kind::Array& array, const TModel<Kind>& model)
+{
+    ASSERT_EQ(array.GetElemCount(), model.fCount);
+    ASSERT_EQ(array.GetElemSpace(), model.Space());
+    ASSERT_EQ(array.GetGrowSize(), model.Step());
+    ASSERT_EQ(array.GetSmartGrow() != 0, model.fSmart);
+    ASSERT_EQ(array.BaseAddress() == nullptr, model.Space() == 0);
+    for (uint32 i = 0; i < model.fCount; ++i)
+    {
+        if (model.fCells[i] != kUnknown)
+        {
+            ASSERT_EQ(Kind::Get(array, i), model.fCells[i]) << "element " << i;
+        }
+    }
+}
+
+// Two arrays, so that they can be assigned to each other, each beside its model.
+template <class Kind>
+void RunRandomOperations(unsigned seed)
+{
+    std::mt19937 random(seed);
+    const auto upTo = [&random](uint32 n) { return static_cast<uint32>(random() % (n + 1)); };
+    typename Kind::Array arrays[2];
+    TModel<Kind> models[2];
+    for (int step = 0; step < 6000 && !::testing::Test::HasFatalFailure(); ++step)
+    {
+        const uint32 which = upTo(1);
+        auto& array = arrays[which];
+        auto& model = models[which];
+        const int value = static_cast<int>(upTo(9));
+        const uint32 n = upTo(upTo(3) == 0 ? 60 : 4);
+        model.fFail = upTo(3) == 0;
+        bool got = true;
+        bool wanted = true;
+        TestHost().FailAllocations(model.fFail ? 1 : 0);
+        switch (upTo(9))
+        {
+        case 0:
+            got = array.SetElemCount(n);
+            wanted = model.SetCount(n);
+            break;
+        case 1:
+            got = array.SetElemSpace(n);
+            wanted = model.SetSpace(n);
+            break;
+        case 2:
+            if constexpr (!Kind::fIsClass)
+            {
+                got = array.AddElemCount(n);
+                wanted = model.AddCount(n);
+            }
+            break;
+        case 3:
+            if (upTo(1) == 0)
+            {
+                array.SetGrowSize(n / 2);
+                model.fGrowSize = n / 2;
+                model.fSmart = false;
+            }
+            else
+            {
+                array.SetSmartGrow();
+                model.fGrowSize = TModel<Kind>().fGrowSize;
+                model.fSmart = true;
+            }
+            break;
+        case 4:
+            if constexpr (Kind::fZeroMemory)
+            {
+                array.SetZeroMem(static_cast<boolean>(n & 1));
+                model.fZero = n & 1;
+            }
+            break;
+        case 5:
+            array = arrays[1 - which];
+            model.Assign(models[1 - which]);
+            break;
+        case 6:
+        {
+            const typename Kind::Array copy(array);
+            TModel<Kind> copied;
+            copied.fFail = model.fFail;
+            copied.fSmart = false;
+            copied.fGrowSize = 1;
+            copied.Assign(model);
+            ExpectSame(copy, copied);
+            model.fReports = copied.fReports;
+            break;
+        }
+        case 7:
+            if (model.fCount != 0)
+            {
+                const uint32 i = upTo(model.fCount - 1);
+                Kind::Set(array, i, value);
+                model.fCells[i] = value;
+            }
+            break;
+        case 8:
+            if (model.fCount != 0)
+            {
+                const uint32 i = upTo(model.fCount - 1);
+                wanted = model.Add(model.fCells[i] = model.fCells[i] == kUnknown ? 3 : model.fCells[i]);
+                if (Kind::fFresh == kUnknown)
+                    Kind::Set(array, i, model.fCells[i]);
+                got = Kind::AddOwn(array, i);
+            }
+            break;
+        default:
+            got = Kind::Add(array, value);
+            wanted = model.Add(value);
+        }
+        TestHost().FailAllocations(0);
+        ASSERT_EQ(got, wanted) << "step " << step;
+        ASSERT_EQ(TakeReports(), model.fReports) << "step " << step;
+        model.fReports.clear();
+        ExpectSame(arrays[0], models[0]);
+        ExpectSame(arrays[1], models[1]);
+        if (Kind::fIsClass)
+        {
+            ASSERT_EQ(TBox::fAlive, static_cast<int>(models[0].fCount + models[1].fCount)) << "step " << step;
+        }
+        if (std::is_same_v<Kind, TCountedKind>)
+        {
+            for (int v = 1; v < 10; ++v)
+            {
+                int held = 0;
+                for (const TModel<Kind>& m : models)
+                    held += static_cast<int>(std::count(m.fCells.begin(), m.fCells.begin() + m.fCount, v));
+                ASSERT_EQ(gPool[v].fCount, held) << "step " << step;
+            }
+        }
+    }
+}
+
+} // namespace
+
+using ArrayTest = NqTest;
+
+TEST_F(ArrayTest, RandomOperationsOfEachKindAgreeWithAModelAlsoWithoutMemory)
+{
+    RunRandomOperations<TPlainKind<int32>>(1);
+    RunRandomOperations<TPlainKind<int8>>(2);
+    RunRandomOperations<TPlainKind<real64>>(3);
+    RunRandomOperations<TClassKind>(4);
+    RunRandomOperations<TPtrKind>(5);
+    RunRandomOperations<TCountedKind>(6);
+    EXPECT_EQ(TBox::fAlive, 0);
+    for (const TCounted& object : gPool)
+        EXPECT_EQ(object.fCount, 0);
+}
+
+TEST_F(ArrayTest, AStepOfAGrowingArrayIsAFifthAndAtMost128KiB)
+{
+    TNqArray<int32> array;
+    for (const auto& [count, step] : {std::pair<uint32, uint32>{0, 1}, {4, 1}, {10, 3}, {1000000, 32768}})
+    {
+        ASSERT_TRUE(array.SetElemCount(count));
+        ASSERT_TRUE(array.SetElemSpace(count));
+        ASSERT_TRUE(array.AddElem(5));
+        EXPECT_EQ(array.GetElemSpace(), count + step);
+    }
+    TNqArray<std::array<char, 200000>> large; // one element is more than a step
+    EXPECT_EQ(large.GetGrowSize(), 0U);
+    ASSERT_TRUE(large.AddElem({}));
+    EXPECT_EQ(large.GetElemSpace(), 1U);
+    EXPECT_FALSE(large.AddElemCount(1));
+    EXPECT_EQ(TakeReports(), TTexts{"grow size is zero!!"});
+}
+
+TEST_F(ArrayTest, SizesThatDoNotFit32BitsFailWithoutAskingTheHost)
+{
+    struct TWide
+    {
+        char fBytes[65536];
+    };
+    TNqArray<TWide> array(0, 0, 0x07FFFFFF, true);
+    TNqClassArray<TWide> objects;
+    TestHost().FailAllocations(0);
+    EXPECT_FALSE(array.SetElemSpace(65536));
+    EXPECT_FALSE(array.AddElemCount(65536));
+    EXPECT_FALSE(objects.SetElemCount(0xFFFFFFFC));
+    EXPECT_EQ(TakeReports(), TTexts(3, kNoMemory));
+    EXPECT_FALSE(array.SetElemCount(0xFFFFFFFD));
+    EXPECT_FALSE(objects.SetElemCount(0xFFFFFFFD));
+    EXPECT_EQ(TakeReports(), (TTexts{"nAsNqSize < kEndIndex", kNoMemory, "n < kEndIndex", kNoMemory}));
+    EXPECT_EQ(TestHost().CountAllocations(), 0);
+    EXPECT_TRUE(array.SetElemCount(0x100000002)) << "the low 32 bits count";
+    EXPECT_EQ(TakeReports(), TTexts{"nAsNqSize < kEndIndex"});
+    EXPECT_EQ(array.GetElemCount(), 2U);
+    EXPECT_TRUE(array.AddElem(array[0])) << "a step beyond 32 bits gives way to the exact need";
+    EXPECT_EQ(array.GetElemSpace(), 3U);
+    EXPECT_TRUE(array.AddElemCount(2));
+    EXPECT_EQ(array.GetElemSpace(), 5U);
+    array.SetGrowSize(0x0800000A);
+    EXPECT_EQ(TakeReports(), TTexts{""}) << "a report without a text";
+    EXPECT_EQ(array.GetGrowSize(), 10U);
+}
+
+TEST_F(ArrayTest, AConstructorWithoutMemoryLeavesAnArrayThatIsReportedAndStillFreed)
+{
+    TestHost().FailAllocations(1, 2);
+    TNqArray<int32> array(3, true);
+    EXPECT_EQ(TakeReports(), (TTexts{kNoMemory, kNoMemory, "Array allocation failed in constructor!", "IsValid()"}));
+    EXPECT_FALSE(array.IsValid());
+    EXPECT_TRUE(array.AddElem(1));
+    EXPECT_EQ(array.GetElemCount(), 1U);
+    EXPECT_EQ(TakeReports(), TTexts{"IsValid()"});
+    TestHost().FailAllocations(1);
+    TNqPtrArray<int> second(3, true); // its count succeeds where its space failed
+    EXPECT_EQ(TakeReports(), (TTexts{kNoMemory, "Array allocation failed in constructor!"}));
+    EXPECT_TRUE(second.IsValid() && second.GetElemCount() == 3);
+    TNqArray<int32> wrong(3, 2, 1, true);
+    EXPECT_EQ(TakeReports(), (TTexts{"initialCount <= initialSpace", "initialCount > initialSpace",
+                                     "Array allocation failed in constructor!", "IsValid()"}));
+    TNqClassArray<TBox> boxes;
+    TestHost().FailAllocations(1);
+    try
+    {
+        boxes.AddElem();
+        ADD_FAILURE() << "nothing thrown";
+    }
+    catch (const TNqException& error)
+    {
+        EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
+        EXPECT_STREQ(error.what(), "NqCore/PublicAPI/NqClassArray.h");
+    }
+    EXPECT_EQ(TakeReports(), (TTexts{kNoMemory, "An exception is being thrown"}));
+    EXPECT_EQ(*boxes.AddElem()->fValue, 7);
+}
+
+TEST_F(ArrayTest, IndicesOutsideTheCountAreReportedAndNothingBeyondTheBlockIsTouched)
+{
+    TNqArray<int32> array(2, 4, 1, true);
+    array.SetElem(3, 9);
+    EXPECT_EQ(array[3], 9);
+    array.SetElem(4, 9);
+    EXPECT_EQ(TakeReports(), (TTexts{"index < GetElemCount()", "i < GetElemCount()", "index < GetElemCount()"}));
+    TNqPtrArray<TCounted> pointers;
+    pointers.SetElem(0, gPool);
+    EXPECT_EQ(TakeReports(), (TTexts{"BaseAddress()", "index < GetElemCount()"}));
+    TNqCountedPtrArray<TCounted> counted;
+    counted.SetElemSpace(4);
+    counted.SetElem(0, gPool + 1);
+    EXPECT_EQ(counted[0], nullptr);
+    EXPECT_EQ(gPool[1].fCount, 0);
+    EXPECT_EQ(TakeReports(), (TTexts{"index < GetElemCount()", "i < GetElemCount()"}));
+    EXPECT_TRUE(array.IsInArray(array.BaseAddress() + 3));
+    EXPECT_FALSE(array.IsInArray(array.BaseAddress() + 4));
+    EXPECT_FALSE(pointers.IsInArray(nullptr));
+}
+
+TEST_F(ArrayTest, LentMemoryIsUsedButNeverResizedOrFreed)
+{
+    int32 block[3] = {1, 2, 3};
+    TCounted* slots[3] = {gPool + 1, gPool + 2, gPool + 3};
+    gPool[1].fCount = 1;
+    {
+        TNqArray<int32> array;
+        ASSERT_TRUE(array.ArrayAllocFromBuffer(block, 1, 3));
+        EXPECT_TRUE(array.AddElem(4) && array.AddElem(5));
+        EXPECT_FALSE(array.AddElem(6));
+        EXPECT_FALSE(array.SetElemSpace(2));
+        TNqCountedPtrArray<TCounted> counted;
+        ASSERT_TRUE(counted.ArrayAllocFromBuffer(slots, 1, 3));
+        EXPECT_TRUE(counted.SetElemCount(3));
+        EXPECT_EQ(counted[2], nullptr);
+        EXPECT_EQ(TakeReports(), TTexts(2, "Can't resize array with external memory"));
+    }
+    EXPECT_EQ(block[1], 4);
+    EXPECT_EQ(block[2], 5);
+    EXPECT_EQ(gPool[1].fCount, 0) << "the reference in use passed to the array";
+}
+
+TEST_F(ArrayTest, IteratorsOverObjectsEndOnePastAndOverPointersAtNull)
+{
+    const char* const forgot = "fCurrent == NULL, did you forget to call/check More()?";
+    const char* const past = "Went past the end of the Array!!!";
+    TNqClassArray<int32> objects;
+    TNqPtrArray<int32> pointers;
+    TNqIterator<int32> walk(objects, 0);
+    TNqConstPtrIterator<int32> ptrWalk(pointers, 0);
+    EXPECT_EQ(walk.Next(), nullptr);
+    EXPECT_EQ(ptrWalk.Next(), nullptr);
+    EXPECT_EQ(TakeReports(), TTexts(2, forgot));
+    EXPECT_EQ(walk.First(), nullptr);
+    EXPECT_EQ(ptrWalk.First(), nullptr);
+    objects.SetElemSpace(1); // the block must move during the walk
+    for (uint32 i = 0; i < 3; ++i)
+    {
+        ASSERT_TRUE(objects.AddElem(static_cast<int32>(i)));
+        int32* const elem = i == 0 ? walk.First() : walk.Next();
+        ASSERT_EQ(elem, objects.BaseAddress() + i);
+        EXPECT_EQ(walk.GetIndex(), i);
+        EXPECT_TRUE(walk.More());
+    }
+    EXPECT_EQ(walk.Next(), objects.BaseAddress() + 3);
+    EXPECT_FALSE(walk.More());
+    EXPECT_EQ(walk.Next(), nullptr);
+    pointers.AddElem(&objects[0]);
+    pointers.AddElem(&objects[1]);
+    EXPECT_EQ(ptrWalk.First(), &objects[0]);
+    EXPECT_EQ(ptrWalk.Next(), &objects[1]);
+    EXPECT_EQ(ptrWalk.Next(), nullptr);
+    pointers.SetElemCount(0); // a count that shrinks under the iterator
+    EXPECT_EQ(ptrWalk.Next(), nullptr);
+    EXPECT_EQ(TakeReports(), TTexts(2, past));
+}
