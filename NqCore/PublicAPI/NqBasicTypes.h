@@ -32,6 +32,16 @@ using ulong = unsigned long;
 
 using FourCharT = uint32; // four characters, the first in the most significant byte
 using IDType = FourCharT;
+
+// The code of four characters: NqFourChar("NAME").
+constexpr int32 NqFourChar(const char (&inText)[5])
+{
+    return static_cast<int32>((static_cast<FourCharT>(static_cast<uint8>(inText[0])) << 24) |
+                              (static_cast<FourCharT>(static_cast<uint8>(inText[1])) << 16) |
+                              (static_cast<FourCharT>(static_cast<uint8>(inText[2])) << 8) |
+                              static_cast<FourCharT>(static_cast<uint8>(inText[3])));
+}
+
 using NqErr = int32; // 0 is success; failures are negative, 0x8001xxxx
 
 static_assert(sizeof(int16) == 2 && sizeof(int32) == 4 && sizeof(int64) == 8,

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Builds and tests everything, with its own set-up. By default with three builds: the sanitizers, clang, and gcc's release build
+# last. `test.sh debug` takes the named presets instead.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+Scripts/setup.sh test
+
+presets=("$@")
+[ ${#presets[@]} -gt 0 ] || presets=(asan clang release)
+
+git ls-files -z '*.h' '*.cpp' 2>/dev/null | xargs -0 -r clang-format --dry-run --Werror
+
+for preset in "${presets[@]}"; do
+  echo "== $preset"
+  cmake --preset "$preset" -Wno-dev >/dev/null
+  cmake --build --preset "$preset" -- --quiet
+  ctest --preset "$preset" -j "$(nproc)" --progress
+done

@@ -1,0 +1,31 @@
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT status EQUAL 0)
+    message(FATAL_ERROR "${ARGV}\n${output}")
+  endif()
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+# A client that reports from a header must name the header by its place in the tree, not in the install.
+function(expect_client program)
+  run(${program} ${WORK_DIR}/settings.txt)
+  if(NOT output MATCHES "width 640" OR NOT output MATCHES "report NqCore/PublicAPI/NqArray.h: i < GetElemCount")
+    message(FATAL_ERROR "${program} printed:\n${output}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK_DIR})
+set(prefix ${WORK_DIR}/prefix)
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+
+run(${CMAKE_COMMAND} -S ${CLIENT_DIR} -B ${WORK_DIR}/client -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX})
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/client)
+set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
+expect_client(${WORK_DIR}/client/client)
+
+find_program(pkg_config pkg-config)
+if(pkg_config)
+  set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+  run(sh -c "${CXX} -std=c++17 -fPIC ${CLIENT_DIR}/Client.cpp -o ${WORK_DIR}/client-pc $(${pkg_config} --define-variable=prefix=${prefix} --cflags --libs nqcore)")
+  expect_client(${WORK_DIR}/client-pc)
+endif()
