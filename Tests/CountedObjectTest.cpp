@@ -69,17 +69,6 @@ std::vector<TNqCountedObject*> WalkBackwards()
     return objects;
 }
 
-// Calls a virtual operation by its slot, as a plug-in built elsewhere does.
-template <class Function>
-Function Slot(void* object, size_t index)
-{
-    void** table;
-    std::memcpy(&table, object, sizeof table);
-    Function function;
-    std::memcpy(&function, &table[index], sizeof function);
-    return function;
-}
-
 void* const kDead = reinterpret_cast<void*>(0xDECEA5EDDECEA5EDULL);
 
 } // namespace

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,17 @@ protected:
             ADD_FAILURE() << "unexpected report at " << report.fFile << ":" << report.fLine << ": " << report.fText;
     }
 };
+
+// Calls a virtual operation by its slot, as a plug-in built elsewhere does.
+template <class Function>
+inline Function Slot(void* object, size_t index)
+{
+    void** table;
+    std::memcpy(&table, object, sizeof table);
+    Function function;
+    std::memcpy(&function, &table[index], sizeof function);
+    return function;
+}
 
 // Makes each allocation of `inBody` fail in turn, until a run needs none that fails. Calls inBody(n) for n = 1, 2, ...
 // with the n-th allocation failing; inBody checks what must hold then.
