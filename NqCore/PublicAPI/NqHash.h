@@ -1,0 +1,172 @@
+// A hash map that keeps its entries in the order of insertion: an entry has an index, which never changes, besides its
+// key.
+//
+//     TNqHashMap<uint16, uint8> map(64);
+//     boolean alreadyThere;
+//     map.AddElem(0x20AC, 0x80, alreadyThere, true);
+//     if (const uint8* value = map.FindElem(0x20AC, true))
+//         Use(*value);
+//
+// Keys and values lie in two parallel arrays, and each bucket is an array of entry indices. There is no removal, only
+// ResetDatas. The number of buckets is fixed at construction: choose it near the number of entries. Keys that are not
+// plain bytes need a derived map with a hash of their own: the default one adds up the bytes of the key. Failure: an
+// entry that found no memory is not added; a map without buckets throws kNqErrInvalidData at every look-up. Threads:
+// one at a time.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqClassArray.h"
+#include "NqCore/PublicAPI/NqPtrArray.h"
+
+#include <algorithm>
+#include <utility>
+
+// What a look-up by index returns when there is no entry.
+constexpr uint32 kNqHashNotFound = 0xFFFFFFFF;
+
+// The buckets, the values and the hash; TNqHashMap adds the keys.
+template <typename Key, typename Data>
+class TNqHashCommon : public TNqObject
+{
+public:
+    using TBucket = TNqArray<IDType>;
+
+    // `size` empty buckets; 0 is reported. Without memory some are missing.
+    explicit TNqHashCommon(unsigned int size) : fSize(size), fHashTable(size, true)
+    {
+        NqCheck(size > 0);
+        for (uint32 i = 0; i < fHashTable.GetElemCount(); ++i)
+            fHashTable.SetElem(i, new TBucket);
+    }
+    TNqHashCommon(const TNqHashCommon&) = delete;
+    TNqHashCommon& operator=(const TNqHashCommon&) = delete;
+
+    // Reserves room for `count` entries, spread evenly over the buckets; what is there stays. False without memory.
+    virtual boolean SetElemSpace(unsigned int count)
+    {
+        if (fHashTable.GetElemCount() < fSize)
+            return false;
+        for (uint32 i = 0; i < fHashTable.GetElemCount(); ++i)
+        {
+            TBucket* const bucket = fHashTable[i];
+            if (bucket == nullptr || !bucket->SetElemSpace(AtLeastCount(count / fSize + 1, *bucket)))
+                return false;
+        }
+        return fHashData.SetElemSpace(AtLeastCount(count, fHashData));
+    }
+
+    // Drops all entries; the buckets and the reserved space stay.
+    virtual void ResetDatas()
+    {
+        fHashData.SetElemCount(0);
+        for (uint32 i = 0; i < fHashTable.GetElemCount(); ++i)
+        {
+            if (fHashTable[i] != nullptr)
+                fHashTable[i]->SetElemCount(0);
+        }
+    }
+
+    virtual boolean AreKeysEqual(const Key& a, const Key& b) const { return a == b; }
+
+    // The bucket of a key: the sum of the key's bytes modulo the number of buckets.
+    virtual uint32 HashFunction(const Key& key) const
+    {
+        const uint8* const bytes = reinterpret_cast<const uint8*>(std::addressof(key));
+        uint32 sum = 0;
+        for (NqSize i = 0; i < sizeof(Key); ++i)
+            sum += bytes[i];
+        return fSize == 0 ? 0 : sum % fSize;
+    }
+
+    virtual ~TNqHashCommon()
+    {
+        for (uint32 i = 0; i < fHashTable.GetElemCount(); ++i)
+            delete fHashTable[i];
+    }
+
+    // The bucket of a key, null when it is missing.
+    TBucket* GetElemArray(const Key& key) { return const_cast<TBucket*>(std::as_const(*this).GetElemArray(key)); }
+    const TBucket* GetElemArray(const Key& key) const
+    {
+        const uint32 index = HashFunction(key);
+        return index < fHashTable.GetElemCount() ? fHashTable[index] : nullptr;
+    }
+
+protected:
+    template <typename TArray>
+    static uint32 AtLeastCount(uint32 space, const TArray& array)
+    {
+        return std::max(space, array.GetElemCount());
+    }
+
+    uint32 fSize;                    // buckets
+    TNqPtrArray<TBucket> fHashTable; // owned
+    TNqClassArray<Data> fHashData;   // by entry index
+};
+
+template <typename Key, typename Data>
+class TNqHashMap : public TNqHashCommon<Key, Data>
+{
+    using TBase = TNqHashCommon<Key, Data>;
+    using TBase::fHashData;
+
+public:
+    using typename TBase::TBucket;
+
+    explicit TNqHashMap(unsigned int size) : TBase(size) {}
+
+    boolean SetElemSpace(unsigned int count) override
+    {
+        return TBase::SetElemSpace(count) && fHashKey.SetElemSpace(this->AtLeastCount(count, fHashKey));
+    }
+
+    void ResetDatas() override
+    {
+        fHashKey.SetElemCount(0);
+        TBase::ResetDatas();
+    }
+
+    // The index of the entry with this key in a bucket, kNqHashNotFound when there is none: the first added one
+    // fromStart, else the last. Throws kNqErrInvalidData for a null bucket.
+    uint32 FindInArray(const TNqArray<uint32>* bucket, const Key& key, boolean fromStart) const
+    {
+        if (bucket == nullptr)
+            throw TNqException(kNqErrInvalidData, NqSourcePath(__FILE__), __LINE__);
+        const uint32 count = bucket->GetElemCount();
+        const uint32* const indices = bucket->BaseAddress();
+        for (uint32 i = 0; i < count; ++i)
+        {
+            const uint32 index = indices[fromStart ? i : count - 1 - i];
+            if (this->AreKeysEqual(fHashKey[index], key))
+                return index;
+        }
+        return kNqHashNotFound;
+    }
+
+    // The value of the entry with this key, null when there is none.
+    Data* FindElem(const Key& key, boolean fromStart) const
+    {
+        const uint32 index = FindInArray(this->GetElemArray(key), key, fromStart);
+        return index == kNqHashNotFound ? nullptr : const_cast<Data*>(&fHashData[index]);
+    }
+
+    // Adds an entry and returns its index. A key that is there already keeps its value: alreadyThere is set and its
+    // index returned. Without memory nothing is added and kNqHashNotFound returned.
+    uint32 AddElem(const Key& key, const Data& value, boolean& alreadyThere, boolean fromStart)
+    {
+        TBucket* const bucket = this->GetElemArray(key);
+        const uint32 found = FindInArray(bucket, key, fromStart);
+        alreadyThere = found != kNqHashNotFound;
+        if (alreadyThere)
+            return found;
+        const uint32 index = fHashData.GetElemCount();
+        if (fHashData.AddElem(value) && fHashKey.AddElem(key) && bucket->AddElem(index))
+            return index;
+        fHashData.SetElemCount(index);
+        fHashKey.SetElemCount(index);
+        return kNqHashNotFound;
+    }
+
+private:
+    TNqClassArray<Key> fHashKey; // by entry index
+};
