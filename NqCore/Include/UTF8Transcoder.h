@@ -1,0 +1,124 @@
+// UTF-8 characters, on which strings rest, and the UTF-8 transcoder.
+//
+//     const uint32 count = UTF8StrLen(text, byteLength);          // characters
+//     const uint32 start = UTF8CharIndex(text, 3, byteLength);    // byte index of the fourth
+//     const uint16 ch = UTF8CharToUnicode(text + start, byteLength - start);
+//
+// A character starts at every byte below 0x80 or in 0xC2..0xF4; all other bytes belong to the character before them.
+// Characters are 16 bits wide: a four-byte sequence gives its low 16 bits. Everything stops at the first NUL, and the
+// forms that take a number of bytes read none beyond it; they are also the fast ones. Threads: the functions are safe
+// from any.
+
+#pragma once
+
+#include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqCountedObject.h"
+
+// Whether a character starts at this byte.
+inline boolean UTF8IsCharStart(uint8 byte)
+{
+    return byte < 0x80 || (byte >= 0xC2 && byte <= 0xF4);
+}
+
+// The characters before the first NUL, or before the end of the bytes.
+uint32 UTF8StrLen(const uint8* text);
+uint32 UTF8StrLen(const uint8* text, NqSize byteLength);
+
+// The byte index of the character with this index; 0 when it is negative as int32, the end of the text when there is
+// none.
+uint32 UTF8CharIndex(const uint8* text, uint32 charIndex);
+uint32 UTF8CharIndex(const uint8* text, uint32 charIndex, NqSize byteLength);
+
+// Bytes of the sequence that this byte starts; 0 when it starts none.
+inline uint8 UTF8NumBytes(uint8 lead)
+{
+    if (lead < 0x80)
+        return 1;
+    if (lead < 0xC2 || lead > 0xF4)
+        return 0;
+    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+// The character of the sequence at `bytes`, 0 when none starts there. Continuation bytes past `available`, or past a
+// NUL, count as 0. The lead byte of a four-byte sequence adds nothing: its character is the low 16 bits.
+inline uint16 UTF8CharToUnicode(const uint8* bytes, NqSize available)
+{
+    if (available == 0)
+        return 0;
+    const uint8 lead = bytes[0];
+    const uint8 total = UTF8NumBytes(lead);
+    if (total < 2)
+        return total == 1 ? lead : 0;
+    uint32 code = total == 2 ? lead & 0x1Fu : total == 3 ? lead & 0x0Fu : 0;
+    bool ended = false;
+    for (uint8 i = 1; i < total; ++i)
+    {
+        ended = ended || i >= available || bytes[i] == 0;
+        code = (code << 6) | (ended ? 0u : bytes[i] & 0x3Fu);
+    }
+    return static_cast<uint16>(code);
+}
+
+// The same for a NUL-terminated text.
+inline uint16 UTF8CharToUnicode(const uint8* bytes)
+{
+    return UTF8CharToUnicode(bytes, 4);
+}
+
+// Bytes of a character in UTF-8: 1 to 3.
+inline uint8 UnicodeNumBytes(uint16 ch)
+{
+    return ch < 0x80 ? 1 : ch < 0x800 ? 2 : 3;
+}
+
+// Writes the UTF-8 form of a character, at most 3 bytes, and returns their number. Surrogates are characters like any
+// other.
+inline uint8 UnicodeToUTF8Char(uint16 ch, uint8* out)
+{
+    const uint8 count = UnicodeNumBytes(ch);
+    if (count == 1)
+    {
+        out[0] = static_cast<uint8>(ch);
+    }
+    else if (count == 2)
+    {
+        out[0] = static_cast<uint8>(0xC0 | (ch >> 6));
+        out[1] = static_cast<uint8>(0x80 | (ch & 0x3F));
+    }
+    else
+    {
+        out[0] = static_cast<uint8>(0xE0 | (ch >> 12));
+        out[1] = static_cast<uint8>(0x80 | ((ch >> 6) & 0x3F));
+        out[2] = static_cast<uint8>(0x80 | (ch & 0x3F));
+    }
+    return count;
+}
+
+// Assembles characters byte by byte. A lead byte in the middle of a sequence abandons it; stray bytes are dropped.
+class TUTF8Transcoder : public TNqSMPCountedObject, public ITranscoder
+{
+public:
+    TUTF8Transcoder();
+
+    // A new transcoder in *out, which holds its one reference. Throws kNqErrOutOfMemory; a null `out` is reported.
+    static void Create(ITranscoder** out);
+
+    NqErr QueryInterface(const NqIID& iid, void** outInterface) override;
+    uint32 AddRef() override { return TNqSMPCountedObject::AddRef(); }
+    uint32 Release() override { return TNqSMPCountedObject::Release(); }
+
+    uint16 Encode(uint8 byte) override;
+    const TNqArray<uint8>& Decode(uint16 ch) override;
+    TranscoderType GetType() override { return kUTF8Transcoder; }
+    const uint8* GetIdentifier() override { return fBOM; }
+
+private:
+    friend struct TNqTranscoderLayout;
+
+    static const uint8 fBOM[4];
+
+    uint8 fCharIndex; // of the last byte stored
+    uint8 fCharTotal; // bytes of the sequence being assembled
+    uint8 fCharBuffer[4];
+    TNqArray<uint8> fDecodedChar;
+};

@@ -1,0 +1,268 @@
+#include "NqCore/Include/AnsiTranscoder.h"
+#include "NqCore/Include/MacTranscoder.h"
+#include "NqCore/Include/UTF8Transcoder.h"
+#include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "Tests/TestHost.h"
+
+#include <memory>
+#include <random>
+
+struct TNqTranscoderLayout
+{
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+    // Behind the two tables of virtual operations and the reference count.
+    static_assert(offsetof(TUTF8Transcoder, fCharIndex) == 24 && offsetof(TUTF8Transcoder, fCharTotal) == 25);
+    static_assert(offsetof(TUTF8Transcoder, fCharBuffer) == 26 && offsetof(TUTF8Transcoder, fDecodedChar) == 32);
+    static_assert(offsetof(TAnsiTranscoder, fUnicodeToAnsiTable) == 24 &&
+                  offsetof(TAnsiTranscoder, fDecodedChar) == 32);
+    static_assert(offsetof(TMacTranscoder, fUnicodeToMacTable) == 24 && offsetof(TMacTranscoder, fDecodedChar) == 32);
+#pragma GCC diagnostic pop
+};
+
+namespace
+{
+
+using TBytes = std::vector<uint8>;
+using TCharacters = std::vector<uint16>;
+
+// Bytes that often form sequences, whole and broken ones, with now and then a NUL when asked for.
+TBytes RandomBytes(std::mt19937& random, size_t size, bool withNul)
+{
+    TBytes bytes;
+    while (bytes.size() < size)
+    {
+        const uint32 kind = static_cast<uint32>(random() % 8);
+        const uint8 lead = static_cast<uint8>(random());
+        bytes.push_back(static_cast<uint8>(kind == 0 ? lead : kind < 3 ? 'a' + lead % 26 : lead | 0x80));
+        if (!withNul && bytes.back() == 0)
+            bytes.back() = 1;
+        for (uint32 n = static_cast<uint32>(random() % 4); kind > 4 && n != 0 && bytes.size() < size; --n)
+            bytes.push_back(static_cast<uint8>(0x80 + random() % 64));
+    }
+    return bytes;
+}
+
+// An exact copy on the heap, so that a sanitizer sees a read past its end.
+std::unique_ptr<uint8[]> Exactly(const TBytes& bytes)
+{
+    std::unique_ptr<uint8[]> copy(new uint8[bytes.size()]);
+    std::copy(bytes.begin(), bytes.end(), copy.get());
+    return copy;
+}
+
+bool NeverValid(uint8 b)
+{
+    return b == 0xC0 || b == 0xC1 || b >= 0xF5;
+}
+bool IsContinuation(uint8 b)
+{
+    return (b & 0xC0) == 0x80;
+}
+
+// What a text decodes to, found sequence by sequence instead of byte by byte.
+TCharacters DecodeAll(TBytes bytes)
+{
+    bytes.erase(std::remove_if(bytes.begin(), bytes.end(), NeverValid), bytes.end());
+    TCharacters characters;
+    for (size_t i = 0; i < bytes.size();)
+    {
+        size_t end = i + 1;
+        while (end < bytes.size() && IsContinuation(bytes[end]))
+            ++end;
+        const uint8 lead = bytes[i];
+        const size_t need = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        if (!IsContinuation(lead) && end - i >= need)
+        {
+            uint32 code = need == 1 ? lead : lead & (0xFFU >> (need + 1));
+            for (size_t k = 1; k < need; ++k)
+                code = code * 64 + bytes[i + k] % 64;
+            characters.push_back(static_cast<uint16>(code));
+        }
+        i = end;
+    }
+    return characters;
+}
+
+TCharacters EncodeAll(ITranscoder& transcoder, const TBytes& bytes)
+{
+    TCharacters characters;
+    for (const uint8 byte : bytes)
+    {
+        const uint16 ch = transcoder.Encode(byte);
+        if (ch != kNqNoCharacter)
+            characters.push_back(ch);
+    }
+    return characters;
+}
+
+TBytes Decode(ITranscoder& transcoder, uint16 ch)
+{
+    const TNqArray<uint8>& bytes = transcoder.Decode(ch);
+    return TBytes(bytes.BaseAddress(), bytes.BaseAddress() + bytes.GetElemCount());
+}
+
+TBytes FromText(const char* text)
+{
+    const std::string string(text);
+    return TBytes(string.begin(), string.end());
+}
+
+// The upper half of Mac OS Roman, and 0x80 to 0x9F of Windows-1252 with the undefined bytes as themselves.
+const char* const kMacText =
+    "ÄÅÇÉÑÖÜáàâäãåçéèêëíìîïñóòôöõúùûü†°¢£§•¶ß®©™´¨≠ÆØ∞±≤≥¥µ∂∑∏π∫ªºΩæø¿¡¬√ƒ≈∆«»…\u00A0ÀÃÕŒœ–—“”‘’÷◊ÿŸ⁄€‹›ﬁﬂ"
+    "‡·‚„‰ÂÊÁËÈÍÎÏÌÓÔ\uF8FFÒÚÛÙıˆ˜¯˘˙˚¸˝˛ˇ";
+const char* const kAnsiText = "€\xC2\x81‚ƒ„…†‡\u20C6‰Š‹Œ\xC2\x8DŽ\xC2\x8F\xC2\x90‘’“”•–—˜™š›œ\xC2\x9DžŸ";
+
+} // namespace
+
+using TranscoderTest = NqTest;
+
+TEST_F(TranscoderTest, CountingAndIndexingAgreeWithAPlainWalkAtEveryLengthAndStayInsideTheBytes)
+{
+    std::mt19937 random(21);
+    for (int round = 0; round < 400; ++round)
+    {
+        const size_t size = round < 300 ? random() % 50 : 2030 + random() % 30; // around the end of a run of words
+        const TBytes bytes = RandomBytes(random, size, round % 2 == 0);
+        const auto exact = Exactly(bytes);
+        TBytes terminated = bytes;
+        terminated.push_back(0);
+        std::vector<uint32> starts;
+        uint32 end = 0;
+        for (; end < size && bytes[end] != 0; ++end)
+        {
+            if (!IsContinuation(bytes[end]) && !NeverValid(bytes[end]))
+                starts.push_back(end);
+        }
+        const uint32 count = static_cast<uint32>(starts.size());
+        ASSERT_EQ(UTF8StrLen(exact.get(), size), count);
+        ASSERT_EQ(UTF8StrLen(terminated.data()), count);
+        for (uint32 i = 0; i <= count + 1; i += 1 + count / 60)
+        {
+            const uint32 wanted = i < count ? starts[i] : end;
+            ASSERT_EQ(UTF8CharIndex(exact.get(), i, size), wanted) << "character " << i;
+            ASSERT_EQ(UTF8CharIndex(terminated.data(), i), wanted) << "character " << i;
+        }
+        ASSERT_EQ(UTF8CharIndex(exact.get(), 0x80000000, size), 0U);
+    }
+}
+
+TEST_F(TranscoderTest, CutSequencesDecodeAsIfZerosFollowed)
+{
+    const TBytes whole[] = {{0xC3, 0xA9}, {0xE2, 0x82, 0xAC}, {0xF0, 0x9F, 0x98, 0x80}, {'a'}, {0xA9}, {0xFF}};
+    for (const TBytes& bytes : whole)
+    {
+        for (size_t cut = 0; cut <= bytes.size(); ++cut)
+        {
+            const auto exact = Exactly(TBytes(bytes.begin(), bytes.begin() + static_cast<long>(cut)));
+            TBytes padded(bytes.begin(), bytes.begin() + static_cast<long>(cut));
+            padded.resize(4, 0x80); // zero payload
+            const uint16 wanted = cut == 0 ? 0 : UTF8CharToUnicode(padded.data());
+            EXPECT_EQ(UTF8CharToUnicode(exact.get(), cut), wanted);
+        }
+    }
+    EXPECT_EQ(UTF8CharToUnicode(whole[2].data(), 4), 0xF600);
+    EXPECT_EQ(UTF8CharToUnicode(whole[4].data(), 1), 0);
+}
+
+TEST_F(TranscoderTest, RandomBytesDecodeAsAWholeTextModelSays)
+{
+    std::mt19937 random(22);
+    TNqCountedPtr<ITranscoder> transcoder;
+    for (int round = 0; round < 3000; ++round)
+    {
+        NqCreateTranscoder(transcoder, kPlatformDependent);
+        const TBytes bytes = RandomBytes(random, random() % 40, true);
+        TCharacters wanted = DecodeAll(bytes);
+        wanted.erase(std::remove(wanted.begin(), wanted.end(), kNqNoCharacter), wanted.end());
+        ASSERT_EQ(EncodeAll(*transcoder, bytes), wanted);
+    }
+    EXPECT_EQ(EncodeAll(*transcoder, {0xE2, 0x82, 'A', 0xA9, 0xF0, 0x9F, 0xC0, 0x98, 0x80, 0}),
+              (TCharacters{'A', 0xF600, 0}))
+        << "abandoned, stray, and a byte that is dropped inside a sequence";
+}
+
+TEST_F(TranscoderTest, EveryByteAndEveryCharacterGoesThroughTheTables)
+{
+    struct TCase
+    {
+        TranscoderType fType;
+        const char* fText;  // the characters from 0x80 on
+        uint32 fLatinStart; // from here on a byte is its own character
+        bool fMark;
+    };
+    for (const TCase& c : {TCase{kAnsiTranscoder, kAnsiText, 0xA0, false},
+                           TCase{kMacTranscoder, kMacText, 0x100, false}, TCase{kUTF8Transcoder, "", 0x80, true}})
+    {
+        TNqCountedPtr<ITranscoder> transcoder;
+        NqCreateTranscoder(transcoder, c.fType);
+        EXPECT_EQ(transcoder->GetType(), c.fType);
+        const uint8* const mark = transcoder->GetIdentifier();
+        EXPECT_EQ(mark != nullptr, c.fMark);
+        EXPECT_TRUE(mark == nullptr || TBytes(mark, mark + 4) == (TBytes{0xEF, 0xBB, 0xBF, 0}));
+        const TCharacters upper = DecodeAll(FromText(c.fText));
+        ASSERT_EQ(upper.size(), c.fLatinStart - 0x80);
+        std::vector<int> byteOf(0x10000, -1);
+        for (uint32 byte = 0; byte < 0x100 && !c.fMark; ++byte)
+        {
+            const uint16 ch = static_cast<uint16>(byte < 0x80 || byte >= c.fLatinStart ? byte : upper[byte - 0x80]);
+            ASSERT_EQ(transcoder->Encode(static_cast<uint8>(byte)), ch);
+            byteOf[ch] = static_cast<int>(byte);
+        }
+        for (uint32 code = 0; code < 0x10000; ++code)
+        {
+            const uint16 ch = static_cast<uint16>(code);
+            const TBytes bytes = Decode(*transcoder, ch);
+            const bool inTable = byteOf[ch] >= 0;
+            ASSERT_TRUE(inTable ? bytes == TBytes{static_cast<uint8>(byteOf[ch])}
+                                : DecodeAll(bytes) == TCharacters{ch} && bytes.size() == UnicodeNumBytes(ch))
+                << code;
+        }
+        EXPECT_EQ(Decode(*transcoder, 0x4E2D), (TBytes{0xE4, 0xB8, 0xAD}));
+    }
+}
+
+TEST_F(TranscoderTest, WithoutMemoryForItsMapATableIsSearchedInstead)
+{
+    for (const TranscoderType type : {kAnsiTranscoder, kMacTranscoder})
+    {
+        ForEachFailingAllocation(
+            [type](int64)
+            {
+                try
+                {
+                    TNqCountedPtr<ITranscoder> transcoder;
+                    NqCreateTranscoder(transcoder, type);
+                    const TBytes bytes = Decode(*transcoder, 0x2022);
+                    EXPECT_EQ(bytes, TBytes{static_cast<uint8>(type == kMacTranscoder ? 0xA5 : 0x95)});
+                }
+                catch (const TNqException& error)
+                {
+                    EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
+                }
+            });
+    }
+}
+
+TEST_F(TranscoderTest, FacesSlotsAndTypesWithoutATranscoder)
+{
+    TNqCountedPtr<ITranscoder> transcoder;
+    NqCreateTranscoder(transcoder, kMacTranscoder);
+    ITranscoder* const object = transcoder;
+    EXPECT_EQ((Slot<uint16 (*)(void*, uint8)>(object, 3)(object, 0x8E)), 0xE9);
+    EXPECT_EQ((*Slot<const TNqArray<uint8>* (*)(void*, uint16)>(object, 4)(object, 0xE9))[0], 0x8E);
+    EXPECT_EQ((Slot<TranscoderType (*)(void*)>(object, 5)(object)), kMacTranscoder);
+    EXPECT_EQ((Slot<const uint8* (*)(void*)>(object, 6)(object)), nullptr);
+    void* face = nullptr;
+    EXPECT_EQ(object->QueryInterface(IID_ITranscoder, &face), 0);
+    EXPECT_EQ(face, object);
+    EXPECT_EQ(object->QueryInterface(IID_INqFile, &face), kNqNoInterface); // releases the face
+    EXPECT_EQ(face, nullptr);
+    EXPECT_EQ(object->AddRef(), 2U);
+    EXPECT_EQ(object->Release(), 1U);
+    NqCreateTranscoder(transcoder, kJpnTranscoder);
+    EXPECT_TRUE(!transcoder);
+    TUTF8Transcoder::Create(nullptr);
+    EXPECT_EQ(TakeReports(), (TTexts{"No transcoder of this type", "out != NULL"}));
+}
