@@ -23,7 +23,7 @@ using NqSize = size_t; // byte counts
 void Nq_CallAssert_(char* file, unsigned int line);
 void Nq_CallNotify_(char* file, unsigned int line, const char* text);
 
-// The part of a source path that starts at the repository's top folder, so that a report names the same file wherever
+// The tail of a source path that starts at the repository's top folder, so that a report names the same file wherever
 // the library was built or installed. Points into `path`.
 constexpr const char* NqSourcePath(const char* path)
 {
