@@ -20,6 +20,9 @@ struct TTestReport
     std::string fText; // "" for a report without text
 };
 
+// Sends reports to the recorder again, after a test that replaced the handler.
+void RecordReports();
+
 // The reports since the last call, and only their texts.
 std::vector<TTestReport> TakeFullReports();
 std::vector<std::string> TakeReports();

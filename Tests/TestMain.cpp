@@ -22,6 +22,11 @@ TNqHost& TestHost()
     return *gHost;
 }
 
+void RecordReports()
+{
+    gHost->SetReportHandler(Record, nullptr);
+}
+
 std::vector<TTestReport> TakeFullReports()
 {
     const std::lock_guard<std::mutex> lock(gMutex);

@@ -36,7 +36,8 @@ public:
     TNqHost(const TNqHost&) = delete;
     TNqHost& operator=(const TNqHost&) = delete;
 
-    // Replaces the handler; safe while other threads report. Null restores the default.
+    // Replaces the handler; null restores the default. Safe while other threads report: on return none of them is
+    // inside the old handler, whose context may then go. (A handler that replaces itself returns at once.)
     void SetReportHandler(TNqHostReportHandler inHandler, void* inContext);
 
     // The byte translation that strings use; null, the default, translates nothing. Not owned.

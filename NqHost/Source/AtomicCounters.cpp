@@ -1,26 +1,40 @@
+// Atomic counters, each on a cache line of its own: counting references of one object must not slow down the threads
+// that use its neighbour.
+
 #include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqHost/Source/NqHostInternal.h"
 
 #include <atomic>
-#include <new>
+#include <cstddef>
 
-class TNqAtomicCounter
+namespace
+{
+
+constexpr size_t kCacheLine = 64;
+
+} // namespace
+
+class alignas(kCacheLine) TNqAtomicCounter
 {
 public:
     std::atomic<int32> fValue{0};
 };
 
+static_assert(sizeof(TNqAtomicCounter) == kCacheLine, "two counters would share a cache line");
+static_assert(std::atomic<int32>::is_always_lock_free, "counting must not take a lock");
+
 TNqAtomicCounter* NewAtomicCounter()
 {
-    void* block = NqHostAllocate(sizeof(TNqAtomicCounter));
-    return block != nullptr ? new (block) TNqAtomicCounter : nullptr;
+    return NqHostNew<TNqAtomicCounter>();
 }
 
 void DeleteAtomicCounter(TNqAtomicCounter* inCounter)
 {
-    NqHostFree(inCounter);
+    NqHostDelete(inCounter);
 }
 
+// Every operation but the plain read is sequentially consistent: the reader/writer locks compare two counters, and each
+// side must see the other's store or have its own seen.
 int32 IncrementAtomicCounter(TNqAtomicCounter*& ioCounter)
 {
     return ioCounter->fValue.fetch_add(1) + 1;

@@ -1,3 +1,5 @@
+// Memory: the system's allocator, with a way to make chosen allocations fail.
+
 #include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqHost/Source/NqHostInternal.h"
 
@@ -9,12 +11,16 @@ IShMemoryUtilities* gMemoryUtilities = nullptr;
 namespace
 {
 
+// Allocations are numbered only once a test has asked for a failure or a count: until then threads share no counter.
+std::atomic<bool> gCounting{false};
 std::atomic<int64> gAllocations{0};
 std::atomic<int64> gFirstFailure{0};
 std::atomic<int64> gFailures{0};
 
 bool FailsNow()
 {
+    if (!gCounting.load(std::memory_order_relaxed))
+        return false;
     const int64 number = gAllocations.fetch_add(1, std::memory_order_relaxed) + 1;
     const int64 first = gFirstFailure.load(std::memory_order_relaxed);
     return first > 0 && number >= first && number - first < gFailures.load(std::memory_order_relaxed);
@@ -45,6 +51,12 @@ void* NqHostAllocate(unsigned long byteCount)
     return FailsNow() ? nullptr : std::malloc(byteCount != 0 ? byteCount : 1);
 }
 
+void* NqHostAllocateAligned(unsigned long byteCount, unsigned long alignment)
+{
+    return FailsNow() ? nullptr : std::aligned_alloc(alignment, (byteCount + alignment - 1) / alignment * alignment);
+}
+
+// A size of 0 keeps a block: a null result would tell the caller that the old one is still its own.
 void* NqHostReallocate(void* block, unsigned long byteCount)
 {
     return FailsNow() ? nullptr : std::realloc(block, byteCount != 0 ? byteCount : 1);
@@ -61,6 +73,7 @@ void NqHostFailAllocations(int64 inFirst, int64 inCount)
     gAllocations = 0;
     gFailures = inCount;
     gFirstFailure = inFirst;
+    gCounting = true;
 }
 
 int64 NqHostCountAllocations()

@@ -30,12 +30,18 @@ TNqHost::~TNqHost()
     DeleteAtomicCounter(gCurrent);
     DeleteAtomicCounter(gTotal);
     NqHostStopMemory();
+    NqHostSetAsciiTranslationTable(nullptr);
     NqHostSetReportHandler(nullptr, nullptr);
 }
 
 void TNqHost::SetReportHandler(TNqHostReportHandler inHandler, void* inContext)
 {
     NqHostSetReportHandler(inHandler, inContext);
+}
+
+void TNqHost::SetAsciiTranslationTable(TNqAsciiTranslationTable* inTable)
+{
+    NqHostSetAsciiTranslationTable(inTable);
 }
 
 void TNqHost::FailAllocations(int64 inFirst, int64 inCount)

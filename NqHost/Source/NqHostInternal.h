@@ -2,17 +2,44 @@
 
 #pragma once
 
+#include "NqCore/PublicAPI/NqBasicTypes.h"
 #include "NqHost/PublicAPI/NqHost.h"
 
-// Every allocation of the host goes through here, so that a test can make any of them fail. Null when it does.
+#include <new>
+#include <utility>
+
+// Every allocation of the host goes through these, so that a test can make any of them fail. Null when it does.
 void* NqHostAllocate(unsigned long byteCount);
+void* NqHostAllocateAligned(unsigned long byteCount, unsigned long alignment);
 void* NqHostReallocate(void* block, unsigned long byteCount);
 void NqHostFree(void* block);
+
+// An object of the host's own in such a block; null without memory.
+template <class T, class... Args>
+T* NqHostNew(Args&&... inArgs)
+{
+    void* block = NqHostAllocateAligned(sizeof(T), alignof(T));
+    return block != nullptr ? new (block) T(std::forward<Args>(inArgs)...) : nullptr;
+}
+
+template <class T>
+void NqHostDelete(T* inObject)
+{
+    if (inObject == nullptr)
+        return;
+    inObject->~T();
+    NqHostFree(inObject);
+}
 
 void NqHostFailAllocations(int64 inFirst, int64 inCount);
 int64 NqHostCountAllocations();
 
+// The services that are objects; starting one sets its global, stopping clears it.
 void NqHostStartMemory();
 void NqHostStopMemory();
 
+// Returns when no other thread is inside the handler that was replaced; a handler that replaces itself is not waited
+// for.
 void NqHostSetReportHandler(TNqHostReportHandler inHandler, void* inContext);
+
+void NqHostSetAsciiTranslationTable(TNqAsciiTranslationTable* inTable);

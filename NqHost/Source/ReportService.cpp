@@ -1,8 +1,13 @@
+// Reports of failed checks: to the application's handler, or one line each to standard error.
+
 #include "NqCore/PublicAPI/NqCompiler.h"
 #include "NqHost/Source/NqHostInternal.h"
 
+#include <condition_variable>
 #include <cstdio>
+#include <memory>
 #include <mutex>
+#include <utility>
 
 namespace
 {
@@ -12,29 +17,79 @@ void PrintReport(void*, const char* file, unsigned int line, const char* text)
     std::fprintf(stderr, "%s:%u: %s\n", file != nullptr ? file : "?", line, text != nullptr ? text : "check failed");
 }
 
-std::mutex gHandlerMutex;
-TNqHostReportHandler gHandler = PrintReport;
-void* gContext = nullptr;
+// A handler and the calls that are inside it.
+struct TReceiver
+{
+    TNqHostReportHandler fHandler = PrintReport;
+    void* fContext = nullptr;
+    int fCalls = 0; // guarded by TReports::fMutex
+};
+
+struct TReports
+{
+    std::mutex fMutex;
+    std::condition_variable fCallEnded;
+    std::shared_ptr<TReceiver> fReceiver = std::make_shared<TReceiver>();
+};
+
+// Never destroyed: checks may fail before the first host, after the last one, and while the process exits.
+TReports& Reports()
+{
+    static TReports& reports = *new TReports;
+    return reports;
+}
+
+thread_local int tCallsOnThisThread = 0;
+
+// Holds the receiver of the moment for one call, also one that ends with an exception.
+class CWhileReporting
+{
+public:
+    explicit CWhileReporting(TReports& inReports) : fReports(inReports)
+    {
+        const std::lock_guard<std::mutex> lock(fReports.fMutex);
+        fReceiver = fReports.fReceiver;
+        ++fReceiver->fCalls;
+        ++tCallsOnThisThread;
+    }
+    ~CWhileReporting()
+    {
+        const std::lock_guard<std::mutex> lock(fReports.fMutex);
+        --tCallsOnThisThread;
+        --fReceiver->fCalls;
+        fReports.fCallEnded.notify_all();
+    }
+    CWhileReporting(const CWhileReporting&) = delete;
+    CWhileReporting& operator=(const CWhileReporting&) = delete;
+
+    const TReceiver& Receiver() const { return *fReceiver; }
+
+private:
+    TReports& fReports;
+    std::shared_ptr<TReceiver> fReceiver;
+};
 
 void Report(const char* file, unsigned int line, const char* text)
 {
-    TNqHostReportHandler handler;
-    void* context;
-    {
-        const std::lock_guard<std::mutex> lock(gHandlerMutex);
-        handler = gHandler;
-        context = gContext;
-    }
-    handler(context, file, line, text);
+    const CWhileReporting call(Reports());
+    call.Receiver().fHandler(call.Receiver().fContext, file, line, text);
 }
 
 } // namespace
 
 void NqHostSetReportHandler(TNqHostReportHandler inHandler, void* inContext)
 {
-    const std::lock_guard<std::mutex> lock(gHandlerMutex);
-    gHandler = inHandler != nullptr ? inHandler : PrintReport;
-    gContext = inContext;
+    const auto receiver = std::make_shared<TReceiver>();
+    if (inHandler != nullptr)
+    {
+        receiver->fHandler = inHandler;
+        receiver->fContext = inContext;
+    }
+    TReports& reports = Reports();
+    std::unique_lock<std::mutex> lock(reports.fMutex);
+    const std::shared_ptr<TReceiver> replaced = std::exchange(reports.fReceiver, receiver);
+    if (tCallsOnThisThread == 0)
+        reports.fCallEnded.wait(lock, [&] { return replaced->fCalls == 0; });
 }
 
 void Nq_CallAssert_(char* file, unsigned int line)
