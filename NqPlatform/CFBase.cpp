@@ -2,7 +2,7 @@
 
 void CFRelease(CFTypeRef inObject)
 {
-    NqCFObject* object = const_cast<NqCFObject*>(inObject);
+    NqCFObject* const object = static_cast<NqCFObject*>(const_cast<void*>(inObject));
     if (--object->fRetainCount == 0)
         delete object;
 }

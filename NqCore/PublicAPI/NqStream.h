@@ -34,21 +34,12 @@
 
 #include "NqCore/PublicAPI/NqCompObj.h"
 #include "NqCore/PublicAPI/NqCountedPtr.h"
+#include "NqCore/PublicAPI/NqString.h"
 
 class INqFile;
 class ITranscoder;
-class TNqDynamicString;
 class TNqiostream;
-class TNqString;
 enum TranscoderType : int;
-
-// The line ends that text conversions know.
-enum ELineFeed : int
-{
-    kMacLineFeed = 0,  // CR
-    kUnixLineFeed = 1, // LF
-    kWinLineFeed = 2   // CR LF
-};
 
 // What a stream, or a file of the host, may be used for.
 enum EFilePermission : int

@@ -1,5 +1,7 @@
 #include "NqCore/PublicAPI/NqException.h"
 
+#include "NqCore/PublicAPI/NqString.h"
+
 #include <cstddef>
 
 TNqException::TNqException(int error, const char* file, int line) : TNqException(error, nullptr, file, line) {}
@@ -37,6 +39,7 @@ TNqException& TNqException::operator=(const TNqException& other)
 
 TNqException::~TNqException()
 {
+    delete fErrorString;
     fErrorString = nullptr;
 }
 

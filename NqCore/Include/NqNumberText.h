@@ -1,0 +1,14 @@
+// Decimal texts, rounded by hand.
+
+#pragma once
+
+class TNqString;
+
+// Removes zeros at the end of the decimals, and the separator ('.' or ',') when nothing else follows it. A text without
+// a separator stays.
+void StripTrailingZeros(TNqString& ioText);
+
+// Adds one unit in the last digit place, carrying over '.' and ','. Any other character is reported ("Unknown
+// character!!") and ends the carry, as the start of the text does: a new digit comes before the last one that was
+// changed.
+void RoundUp(TNqString& ioText);

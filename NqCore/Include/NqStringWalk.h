@@ -1,0 +1,45 @@
+// Walking the characters of bytes that may be malformed: never past their number, never past a NUL.
+
+#pragma once
+
+#include "NqCore/Include/UTF8Transcoder.h"
+
+// Bytes of the character that starts at `at`: what its lead byte asks for, as far as it is there. 0 where none starts.
+inline uint32 NqCharWidth(const uint8* bytes, uint32 byteLength, uint32 at)
+{
+    const uint32 wanted = UTF8NumBytes(bytes[at]);
+    uint32 width = wanted != 0;
+    while (width < wanted && at + width < byteLength && bytes[at + width] != 0)
+        ++width;
+    return width;
+}
+
+// The characters of a string one after the other, by their lead bytes; stray bytes between them are passed over. It is
+// what GetCharAt gives for the indices 0, 1, 2 and so on, in one walk.
+class TNqCharWalk
+{
+public:
+    TNqCharWalk(const int8* bytes, uint32 byteLength)
+        : fBytes(reinterpret_cast<const uint8*>(bytes)),
+          fByteLength(byteLength),
+          fNext(0)
+    {
+    }
+
+    // The next character, false at the end.
+    bool Next(uint16& outChar)
+    {
+        while (fNext < fByteLength && !UTF8IsCharStart(fBytes[fNext]))
+            ++fNext;
+        if (fNext >= fByteLength || fBytes[fNext] == 0)
+            return false;
+        outChar = UTF8CharToUnicode(fBytes + fNext, fByteLength - fNext);
+        ++fNext;
+        return true;
+    }
+
+private:
+    const uint8* fBytes;
+    uint32 fByteLength;
+    uint32 fNext; // byte index
+};

@@ -1,0 +1,1238 @@
+#include "NqCore/PublicAPI/NqString.h"
+
+#include "NqCore/Include/NqNumberText.h"
+#include "NqCore/Include/NqStringWalk.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqAsciiTranslationTable.h"
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqCore/PublicAPI/NqStringUtils.h"
+
+#include <algorithm>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <locale.h>
+
+namespace
+{
+
+constexpr uint32 kMaxByteLength = std::numeric_limits<uint32>::max() - 1; // a terminator follows
+constexpr uint16 kFormFeed = 12;
+constexpr char kCR = '\r';
+constexpr char kLF = '\n';
+
+const uint8* AsBytes(const int8* text)
+{
+    return reinterpret_cast<const uint8*>(text);
+}
+
+bool IsNegative(uint32 index)
+{
+    return static_cast<int32>(index) < 0;
+}
+
+// A size that does not fit stays too large for any string.
+uint32 ClampByteLength(uint64 byteLength)
+{
+    return byteLength > kMaxByteLength ? kMaxByteLength + 1 : static_cast<uint32>(byteLength);
+}
+
+// Where a pattern stands in the bytes of a text, from a byte index on; kNqNotFound when it does not.
+uint32 FindBytes(const int8* text, uint32 byteLength, uint32 from, const int8* pattern, uint32 patternLength)
+{
+    const void* const found = memmem(text + from, byteLength - from, pattern, patternLength);
+    return found != nullptr ? static_cast<uint32>(static_cast<const int8*>(found) - text) : kNqNotFound;
+}
+
+// The bytes before the first NUL, in which the characters stand.
+uint32 GetCharBytes(const int8* text, uint32 byteLength)
+{
+    return static_cast<uint32>(strnlen(text, byteLength));
+}
+
+// Numbers are printed and parsed as in the C locale, whatever locale the host has set for itself.
+class CWhileInCLocale
+{
+public:
+    CWhileInCLocale() : fPrevious(uselocale(GetCLocale())) {}
+    ~CWhileInCLocale() { uselocale(fPrevious); }
+    CWhileInCLocale(const CWhileInCLocale&) = delete;
+    CWhileInCLocale& operator=(const CWhileInCLocale&) = delete;
+
+private:
+    static locale_t GetCLocale()
+    {
+        static const locale_t sLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+        return sLocale;
+    }
+
+    locale_t fPrevious;
+};
+
+// The decimal point as it was when first needed, so that numbers of one run agree.
+char GetDecimalPoint()
+{
+    static char sDecimalPoint = 0;
+    if (sDecimalPoint == 0)
+        sDecimalPoint = NqGetDecimalPt();
+    return sDecimalPoint;
+}
+
+// The largest number, 1.8E308 with two decimals, has 313 characters; 255 significant digits have fewer.
+constexpr int kNumberBufferSize = 400;
+
+void SetFromNumber(TNqString& outText, const char* format, int digits, real64 value)
+{
+    char text[kNumberBufferSize];
+    {
+        const CWhileInCLocale cLocale;
+        std::snprintf(text, sizeof text, format, digits, value);
+    }
+    std::replace(text, text + std::strlen(text), '.', GetDecimalPoint());
+    outText.FromCAsciiPtr(text);
+}
+
+} // namespace
+
+// ---- Buffers and counts
+// --------------------------------------------------------------------------------------------------
+
+TNqString::TByteRun TNqString::GetText(const char* inString)
+{
+    if (inString == nullptr)
+        return {inString, 0};
+    const NqSize byteLength = std::strlen(inString);
+    NqCheckText(byteLength <= static_cast<NqSize>(std::numeric_limits<uint32>::max()),
+                "(strlen(inString)) <= static_cast<NqSize>(std::numeric_limits<uint32>::max())");
+    return {inString, ClampByteLength(byteLength)};
+}
+
+TNqString::TByteRun TNqString::GetText(const TNqString& inString)
+{
+    const int8* const buffer = inString.GetString();
+    return {buffer != nullptr ? buffer : "", inString.fByteLength};
+}
+
+TNqString::TByteRun TNqString::GetText(const TNqString& inString, uint32 nIndex, uint32 nCount)
+{
+    if (nIndex >= inString.fLength)
+        return {"", 0};
+    const uint32 left = inString.fLength - nIndex;
+    const uint32 count = nCount == 0 || nCount > left ? left : nCount;
+    const TByteRun text = GetText(inString);
+    const uint32 start = UTF8CharIndex(AsBytes(text.fBytes), nIndex, text.fByteLength);
+    return {text.fBytes + start, inString.GetSubStringByteLength(nIndex, count)};
+}
+
+void TNqString::Initialize(char* myData, uint32 maxLen, const char* inData, uint32 inDataLength)
+{
+    fMaxLength = maxLen;
+    SetByteLength(inDataLength);
+    if (inData != nullptr && fByteLength != 0)
+    {
+        std::memcpy(myData, inData, fByteLength);
+        TerminateAndCount(myData);
+        return;
+    }
+    fLength = 0;
+    fByteLength = 0;
+    std::memset(myData, 0, static_cast<NqSize>(maxLen) + 1);
+}
+
+void TNqString::TerminateAndCount(int8* buffer)
+{
+    buffer[fByteLength] = 0;
+    fLength = UTF8StrLen(AsBytes(buffer), fByteLength);
+    CorrectLength();
+}
+
+void TNqString::CorrectLength()
+{
+    if (!NqCheckText(fLength <= fByteLength, "fLength<=fByteLength"))
+        fLength = fByteLength;
+}
+
+void TNqString::SetByteLength(uint32 byteLength)
+{
+    NqCheck(byteLength <= fMaxLength);
+    fByteLength = Nq_Min(byteLength, fMaxLength);
+}
+
+void TNqString::SetMaxLength(uint32) {}
+
+void TNqString::SpliceBytes(int8* buffer, uint32 byteIndex, TByteRun inText)
+{
+    const uint64 gapEnd = static_cast<uint64>(byteIndex) + inText.fByteLength;
+    if (gapEnd < fByteLength)
+        std::memmove(buffer + gapEnd, buffer + byteIndex, fByteLength - gapEnd);
+    // A string inserted into itself is still whole: its old bytes end where the gap ends, or before.
+    std::memmove(buffer + byteIndex, inText.fBytes, Nq_Min(inText.fByteLength, fByteLength - byteIndex));
+}
+
+uint32 TNqString::GetSubStringByteLength(uint32 inIndex, uint32 inLength) const
+{
+    if (inLength == 0)
+        return 0;
+    if (!NqCheckText(static_cast<uint64>(inIndex) + inLength <= fLength, "Substring extends past end of string!"))
+    {
+        if (inIndex >= fLength)
+            return 0;
+        inLength = fLength - inIndex;
+    }
+    const TByteRun text = GetText(*this);
+    const uint8* const bytes = AsBytes(text.fBytes);
+    const uint32 first = UTF8CharIndex(bytes, inIndex, text.fByteLength);
+    const uint32 last = first + UTF8CharIndex(bytes + first, inLength - 1, text.fByteLength - first);
+    if (last >= text.fByteLength)
+        return text.fByteLength - first;
+    return last + NqCharWidth(bytes, text.fByteLength, last) - first;
+}
+
+void TNqString::SetLength(uint32 length)
+{
+    int8* const buffer = GetString();
+    if (!NqCheckText(buffer != nullptr && !NqCheckDeceased(buffer), "Bad Pointer"))
+        return;
+    if (length == fLength || !NqCheck(length < fLength))
+        return;
+    SetByteLength(GetSubStringByteLength(0, length));
+    TerminateAndCount(buffer);
+}
+
+uint16 TNqString::GetCharAt(uint32 charIndex) const
+{
+    if (!NqCheckText(!IsNegative(charIndex), "Index Pb in GetChar"))
+        charIndex = 0;
+    if (charIndex >= fLength)
+        return 0;
+    const TByteRun text = GetText(*this);
+    const uint8* const bytes = AsBytes(text.fBytes);
+    const uint32 at = UTF8CharIndex(bytes, charIndex, text.fByteLength);
+    return UTF8CharToUnicode(bytes + at, text.fByteLength - at);
+}
+
+char TNqString::GetSBCharAt(uint32 byteIndex) const
+{
+    if (!NqCheckText(!IsNegative(byteIndex), "Index Pb in GetChar"))
+        byteIndex = 0;
+    return byteIndex < fByteLength ? GetText(*this).fBytes[byteIndex] : '\0';
+}
+
+// ---- Conversion in
+// -------------------------------------------------------------------------------------------------------
+
+TNqString& TNqString::operator=(const TNqString& inString)
+{
+    if (this != &inString)
+        FromText(inString.GetString(), inString.fByteLength);
+    return *this;
+}
+
+void TNqString::FromText(const char* data, uint32 length)
+{
+    const uint32 oldByteLength = fByteLength;
+    SetByteLength(length);
+    int8* const buffer = GetString();
+    if (buffer == nullptr)
+    {
+        fLength = 0;
+        return;
+    }
+    if (data != nullptr)
+        std::memmove(buffer, data, fByteLength);
+    else if (fByteLength > oldByteLength)
+        std::memset(buffer + oldByteLength, 0, fByteLength - oldByteLength);
+    TerminateAndCount(buffer);
+}
+
+void TNqString::FromCAsciiPtr(const char* data)
+{
+    if (data == nullptr)
+        return;
+    const NqSize byteLength = std::strlen(data);
+    NqCheckText(byteLength <= static_cast<NqSize>(std::numeric_limits<uint32>::max()),
+                "(strlen(data)) <= static_cast<NqSize>(std::numeric_limits<uint32>::max())");
+    FromText(data, ClampByteLength(byteLength));
+}
+
+void TNqString::FromPPtr(const uint8* data)
+{
+    if (data != nullptr)
+        FromText(reinterpret_cast<const char*>(data + 1), data[0]);
+}
+
+void TNqString::FromUnicode(const uint16* data)
+{
+    if (data == nullptr)
+        return;
+    uint64 total = 0;
+    for (const uint16* unit = data; *unit != 0; ++unit)
+        total += UnicodeNumBytes(*unit);
+    SetByteLength(ClampByteLength(total));
+    int8* const buffer = GetString();
+    fLength = 0;
+    if (buffer == nullptr)
+        return;
+    uint32 used = 0;
+    for (const uint16* unit = data; *unit != 0; ++unit)
+    {
+        if (UnicodeNumBytes(*unit) > fByteLength - used)
+            break;
+        used += UnicodeToUTF8Char(*unit, reinterpret_cast<uint8*>(buffer) + used);
+        ++fLength;
+    }
+    SetByteLength(used);
+    buffer[used] = 0;
+}
+
+void TNqString::FromEncodedPtr(const uint8* data, ITranscoder* transcoder)
+{
+    if (!NqCheck(transcoder) || data == nullptr)
+        return;
+    TNqArray<uint16> units;
+    if (!units.SetElemSpace(ClampByteLength(std::strlen(reinterpret_cast<const char*>(data)) + 2)))
+        return;
+    uint16 unit;
+    do
+    {
+        unit = transcoder->Encode(*data);
+        if (unit != kNqNoCharacter)
+            units.AddElem(unit);
+    } while (unit != 0 && *data++ != 0);
+    if (unit != 0)
+        units.AddElem(0);
+    FromUnicode(units.ArrayData());
+}
+
+void TNqString::FromFourCharT(uint32 inCode, uint8 inDontCheckValue)
+{
+    constexpr uint32 kFirstPrintable = 0x21212122; // below it a character would be a blank, a control or missing
+    if (!inDontCheckValue && inCode < kFirstPrintable)
+    {
+        FromInt32(static_cast<int32>(inCode));
+        return;
+    }
+    const char pstr[5] = {static_cast<char>(inCode >> 24), static_cast<char>(inCode >> 16),
+                          static_cast<char>(inCode >> 8), static_cast<char>(inCode), 0};
+    FromText(pstr, inDontCheckValue ? 4 : static_cast<uint32>(std::strlen(pstr)));
+}
+
+void TNqString::FromInt32(int32 inValue)
+{
+    char digits[12];
+    char* const end = digits + sizeof digits;
+    char* first = end;
+    uint32 magnitude = inValue < 0 ? 0 - static_cast<uint32>(inValue) : static_cast<uint32>(inValue);
+    do
+    {
+        *--first = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (inValue < 0)
+        *--first = '-';
+    FromText(first, static_cast<uint32>(end - first));
+}
+
+void TNqString::FromReal32(real32 inValue, uint8 inDecimals)
+{
+    SetFromNumber(*this, "%.*f", inDecimals, static_cast<real64>(inValue));
+}
+
+void TNqString::FromReal64(real64 inValue, uint8 inPrecision)
+{
+    SetFromNumber(*this, "%.*G", inPrecision, inValue);
+}
+
+void TNqString::FromReal64(real64 inValue)
+{
+    SetFromNumber(*this, "%.*f", 2, inValue);
+}
+
+// ---- Conversion out
+// ------------------------------------------------------------------------------------------------------
+
+void TNqString::ToCPtr(char* out) const
+{
+    ToUTF8Ptr(reinterpret_cast<uint8*>(out));
+}
+
+uint8* TNqString::ToUTF8Ptr(uint8* out) const
+{
+    std::memcpy(out, GetText(*this).fBytes, fByteLength);
+    out[fByteLength] = 0;
+    return out + fByteLength;
+}
+
+void TNqString::ToPPtr(uint8* out) const
+{
+    out[0] = static_cast<uint8>(fByteLength);
+    std::memcpy(out + 1, GetText(*this).fBytes, fByteLength);
+}
+
+uint16* TNqString::ToUnicode(uint16* data, int32 dataSize) const
+{
+    const char* const badSize = "Bad size in TNqString::ToUnicode";
+    if (!NqCheckText(dataSize > 0, badSize))
+        return data;
+    const TByteRun text = GetText(*this);
+    const uint8* const bytes = AsBytes(text.fBytes);
+    int32 index = 0;
+    for (uint32 at = 0; at < text.fByteLength && bytes[at] != 0;)
+    {
+        if (!NqCheck(index < dataSize))
+            break;
+        data[index++] = UTF8CharToUnicode(bytes + at, text.fByteLength - at);
+        at += NqCharWidth(bytes, text.fByteLength, at); // stays on a byte that starts no character: zeros to the end
+    }
+    if (!NqCheckText(index < dataSize, badSize))
+        index = dataSize - 1;
+    data[index] = 0;
+    return data + index;
+}
+
+uint32 TNqString::ToFourCharT() const
+{
+    const TByteRun text = GetText(*this);
+    TNqCharWalk walk(text.fBytes, text.fByteLength);
+    uint32 code = 0;
+    uint16 ch = 0;
+    for (uint32 i = 0; i < 4; ++i)
+        code = (code << 8) | (i < fLength && walk.Next(ch) ? ch & 0xFFu : 0u);
+    return code;
+}
+
+int32 TNqString::ToInt32() const
+{
+    return static_cast<int32>(std::strtol(GetText(*this).fBytes, nullptr, 10));
+}
+
+real32 TNqString::ToReal32() const
+{
+    const char decimalPoint = GetDecimalPoint();
+    const char* p = GetText(*this).fBytes;
+    const bool negative = *p == '-';
+    if (*p == '-' || *p == '+')
+        ++p;
+    if (*p == 0)
+        return 0;
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    const auto addDigit = [](uint32 value, char c) { return value * 10 + static_cast<uint32>(c - '0'); };
+
+    uint32 whole = 0;
+    for (; isDigit(*p) || (*p == ',' && decimalPoint != ','); ++p)
+    {
+        if (*p != ',')
+            whole = addDigit(whole, *p);
+    }
+    uint32 numerator = 0;
+    uint32 denominator = 1;
+    if (*p == decimalPoint)
+    {
+        for (int32 places = 0; places < 9 && isDigit(*++p); ++places)
+        {
+            numerator = addDigit(numerator, *p);
+            denominator *= 10;
+        }
+    }
+    const real32 value = static_cast<real32>(whole) + static_cast<real32>(numerator) / static_cast<real32>(denominator);
+    return negative ? -value : value;
+}
+
+real64 TNqString::ToReal64() const
+{
+    char work[64];
+    const uint32 count = NqCheck(ByteLength() < 64) ? fByteLength : static_cast<uint32>(sizeof work - 1);
+    std::memcpy(work, GetText(*this).fBytes, count);
+    work[count] = 0;
+    std::replace(work, work + count, GetDecimalPoint(), '.');
+    real64 value = 0;
+    const CWhileInCLocale cLocale;
+    return std::sscanf(work, "%lf", &value) == 1 ? value : 0;
+}
+
+boolean TNqString::IsNumericString() const
+{
+    const char decimalPoint = GetDecimalPoint();
+    const TByteRun text = GetText(*this);
+    return std::all_of(text.fBytes, text.fBytes + text.fByteLength,
+                       [decimalPoint](char c)
+                       { return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == decimalPoint; });
+}
+
+// ---- Editing
+// -------------------------------------------------------------------------------------------------------------
+
+TNqString& TNqString::operator+=(const TNqString& inString)
+{
+    const TByteRun text = GetText(inString);
+    if (text.fByteLength == 0)
+        return *this;
+    const uint32 oldByteLength = fByteLength;
+    SetByteLength(ClampByteLength(static_cast<uint64>(oldByteLength) + text.fByteLength));
+    int8* const buffer = GetString();
+    SpliceBytes(buffer, oldByteLength, text);
+    TerminateAndCount(buffer);
+    return *this;
+}
+
+TNqString& TNqString::operator+=(uint16 inChar)
+{
+    const uint32 oldByteLength = fByteLength;
+    SetByteLength(ClampByteLength(static_cast<uint64>(oldByteLength) + 1));
+    if (!NqCheck(fByteLength > oldByteLength))
+        return *this;
+    int8* const buffer = GetString();
+    buffer[oldByteLength] = static_cast<int8>(inChar);
+    buffer[fByteLength] = 0;
+    ++fLength;
+    return *this;
+}
+
+TNqString1023 operator+(const TNqString& inLeft, const TNqString& inRight)
+{
+    TNqString1023 sum(inLeft);
+    sum += inRight;
+    return sum;
+}
+
+boolean TNqString::CanInsertAt(uint32 nIndex) const
+{
+    return !IsNegative(nIndex) && (nIndex == 0 || nIndex - 1 < fLength);
+}
+
+void TNqString::InsertStr(const TNqString& inString, uint32 nIndex)
+{
+    const TByteRun text = GetText(inString);
+    if (text.fByteLength == 0 || !CanInsertAt(nIndex))
+        return;
+    int8* const buffer = GetString();
+    const uint32 byteIndex = UTF8CharIndex(AsBytes(buffer), nIndex, fByteLength);
+    const uint64 newByteLength = static_cast<uint64>(fByteLength) + text.fByteLength;
+    if (NqCheck(newByteLength <= fMaxLength))
+        fLength += inString.fLength;
+    SetByteLength(static_cast<uint32>(std::min<uint64>(newByteLength, fMaxLength)));
+    SpliceBytes(buffer, byteIndex, text);
+    buffer[fByteLength] = 0;
+}
+
+boolean TNqString::EraseStr(uint32 nIndex, uint32 nCount)
+{
+    if (IsNegative(nIndex) || IsNegative(nCount) || nCount == 0 || nIndex >= fLength)
+        return false;
+    int8* const buffer = GetString();
+    const uint8* const bytes = AsBytes(buffer);
+    const uint32 count = Nq_Min(nCount, fLength - nIndex);
+    const uint32 start = UTF8CharIndex(bytes, nIndex, fByteLength);
+    uint32 end = start;
+    uint32 width = 0; // of the last character; a stray byte is taken to be as wide
+    for (uint32 left = count; left != 0 && end < fByteLength && bytes[end] != 0; --left)
+    {
+        if (UTF8IsCharStart(bytes[end]))
+            width = NqCharWidth(bytes, fByteLength, end);
+        end += Nq_Min(width, fByteLength - end);
+    }
+    if (end == start)
+        return false;
+    std::memmove(buffer + start, buffer + end, fByteLength - end);
+    SetByteLength(fByteLength - (end - start));
+    buffer[fByteLength] = 0;
+    fLength -= count;
+    CorrectLength();
+    return true;
+}
+
+boolean TNqString::EraseSBStr(uint32 nIndex, uint32 nCount)
+{
+    if (IsNegative(nIndex) || IsNegative(nCount) || nCount == 0 || nIndex >= fByteLength)
+        return false;
+    int8* const buffer = GetString();
+    const uint32 count = Nq_Min(nCount, fByteLength - nIndex);
+    const uint32 end = nIndex + count;
+    std::memmove(buffer + nIndex, buffer + end, fByteLength - end);
+    SetLength(fLength > count ? fLength - count : 0);
+    return true;
+}
+
+void TNqString::SubString(uint32 nIndex, uint32 nCount)
+{
+    if (!NqCheck(nIndex < Length()))
+    {
+        FromText("", 0);
+        return;
+    }
+    EraseStr(0, nIndex);
+    SetLength(Nq_Min(nCount, fLength));
+}
+
+void TNqString::SetCharAt(uint16 c, uint32 nIndex)
+{
+    const uint32 charIndex = IsNegative(nIndex) ? 0 : nIndex;
+    if (charIndex >= fLength)
+        return;
+    const uint8* bytes = AsBytes(GetString());
+    const uint32 at = UTF8CharIndex(bytes, charIndex, fByteLength);
+    if (at >= fByteLength)
+        return;
+    uint8 encoded[3];
+    const uint32 newWidth = UnicodeToUTF8Char(c, encoded);
+    const uint32 oldByteLength = fByteLength;
+    const uint32 tail = at + NqCharWidth(bytes, fByteLength, at);
+    SetByteLength(ClampByteLength(static_cast<uint64>(at) + newWidth + (oldByteLength - tail)));
+
+    int8* const buffer = GetString();
+    if (buffer == nullptr)
+        return;
+    if (static_cast<uint64>(at) + newWidth > fByteLength)
+    {
+        fByteLength = oldByteLength;
+        return;
+    }
+    bytes = AsBytes(buffer);
+    uint32 tailLength = fByteLength - at - newWidth;
+    if (tailLength < oldByteLength - tail) // a full fixed string: the tail is cut before a character
+    {
+        while (tailLength != 0 && !UTF8IsCharStart(bytes[tail + tailLength]))
+            --tailLength;
+        SetByteLength(at + newWidth + tailLength);
+    }
+    std::memmove(buffer + at + newWidth, buffer + tail, tailLength);
+    std::memcpy(buffer + at, encoded, newWidth);
+    TerminateAndCount(buffer);
+}
+
+void TNqString::SetSBCharAt(char c, int32 nIndex)
+{
+    if (!NqCheck(nIndex >= 0))
+        nIndex = 0;
+    if (!NqCheck(nIndex <= int32(fByteLength)))
+        return;
+    if (static_cast<uint32>(nIndex) == fByteLength && !NqCheckText(c == 0, "c==0"))
+        return;
+    int8* const buffer = GetString();
+    if (buffer != nullptr)
+        buffer[nIndex] = c;
+}
+
+// ---- Searching
+// -----------------------------------------------------------------------------------------------------------
+
+uint32 TNqString::GetPatternLength(TByteRun inPattern, uint32 inLength)
+{
+    const bool canMatch = inPattern.fByteLength != 0 && UTF8IsCharStart(static_cast<uint8>(inPattern.fBytes[0]));
+    return canMatch ? Nq_Min(inLength, inPattern.fByteLength) : 0;
+}
+
+uint32 TNqString::SearchStr(const TNqString& inString, uint32 nIndex) const
+{
+    if (IsNegative(nIndex) || nIndex > fLength)
+        return kNqNotFound;
+    if (inString.fLength == 0)
+        return nIndex;
+    const TByteRun pattern = GetText(inString);
+    const uint32 patternLength = GetPatternLength(pattern, inString.fLength);
+    const TByteRun text = GetText(*this);
+    const uint32 end = GetCharBytes(text.fBytes, text.fByteLength);
+    const uint32 start = UTF8CharIndex(AsBytes(text.fBytes), nIndex, end);
+    const uint32 found =
+        patternLength != 0 ? FindBytes(text.fBytes, end, start, pattern.fBytes, patternLength) : kNqNotFound;
+    if (found == kNqNotFound)
+        return kNqNotFound;
+    const auto isContinuation = [](int8 byte) { return (byte & 0xC0) == 0x80; };
+    const auto skipped = std::count_if(text.fBytes + start, text.fBytes + found, isContinuation);
+    return nIndex + (found - start) - static_cast<uint32>(skipped);
+}
+
+uint32 TNqString::SearchSBStr(const TNqString& inString, uint32 nIndex) const
+{
+    if (nIndex > fByteLength)
+        return kNqNotFound;
+    const TByteRun text = GetText(*this);
+    const TByteRun pattern = GetText(inString);
+    const uint32 patternLength = GetCharBytes(pattern.fBytes, pattern.fByteLength);
+    return FindBytes(text.fBytes, text.fByteLength, nIndex, pattern.fBytes, patternLength);
+}
+
+uint32 TNqString::FindCharPos(uint16 c, uint32 nIndex) const
+{
+    if (IsNegative(nIndex) || nIndex >= fLength)
+        return kNqNotFound;
+    const TByteRun text = GetText(*this);
+    const uint8* const bytes = AsBytes(text.fBytes);
+    uint32 charIndex = nIndex;
+    for (uint32 at = UTF8CharIndex(bytes, nIndex, text.fByteLength); at < text.fByteLength && bytes[at] != 0;
+         ++charIndex)
+    {
+        const uint32 width = NqCharWidth(bytes, text.fByteLength, at);
+        if (!NqCheckText(width != 0, "Invalid UTF8 string"))
+            return kNqNotFound;
+        if (UTF8CharToUnicode(bytes + at, text.fByteLength - at) == c)
+            return charIndex;
+        at += width;
+    }
+    return kNqNotFound;
+}
+
+uint32 TNqString::FindSBCharPos(char c, uint32 nIndex) const
+{
+    return nIndex < fByteLength ? FindBytes(GetText(*this).fBytes, fByteLength, nIndex, &c, 1) : kNqNotFound;
+}
+
+uint32 TNqString::FindCharPosFromRight(uint16 c, uint32 nIndex) const
+{
+    const TByteRun text = GetText(*this);
+    TNqCharWalk walk(text.fBytes, text.fByteLength);
+    uint32 found = kNqNotFound;
+    uint16 ch = 0;
+    for (uint32 i = 0; i <= nIndex && i < fLength && walk.Next(ch); ++i)
+    {
+        if (ch == c)
+            found = i; // the last one before nIndex is the first one from the right
+    }
+    return found;
+}
+
+uint32 TNqString::ReplaceStr(const TNqString& ss, const TNqString& replace, uint32 nIndex)
+{
+    const TByteRun pattern = GetText(ss);
+    const uint32 patternLength = GetPatternLength(pattern, ss.fLength);
+    if (patternLength == 0 || IsNegative(nIndex) || nIndex > fLength)
+        return 0;
+    const TByteRun text = GetText(*this);
+    const TByteRun with = GetText(replace);
+    const uint32 end = GetCharBytes(text.fBytes, text.fByteLength);
+    const uint32 start = UTF8CharIndex(AsBytes(text.fBytes), nIndex, end);
+    const auto findNext = [&](uint32 from) { return FindBytes(text.fBytes, end, from, pattern.fBytes, patternLength); };
+    const auto skipMatch = [&](uint32 found)
+    { return found + UTF8CharIndex(AsBytes(text.fBytes) + found, ss.fLength, end - found); };
+
+    uint32 count = 0;
+    uint64 newByteLength = 0;
+    uint32 at = start;
+    for (uint32 found; (found = findNext(at)) != kNqNotFound; at = skipMatch(found), ++count)
+        newByteLength += static_cast<uint64>(found - at) + with.fByteLength;
+    newByteLength += text.fByteLength - at;
+    if (count == 0)
+        return 0;
+
+    TNqDynamicString result;
+    result.SetByteLength(ClampByteLength(newByteLength));
+    int8* out = result.GetString();
+    if (out == nullptr)
+        return 0;
+    const auto put = [&out](const int8* bytes, uint32 byteLength)
+    {
+        std::memcpy(out, bytes, byteLength);
+        out += byteLength;
+    };
+    at = start;
+    for (uint32 found; (found = findNext(at)) != kNqNotFound; at = skipMatch(found))
+    {
+        put(text.fBytes + at, found - at);
+        put(with.fBytes, with.fByteLength);
+    }
+    put(text.fBytes + at, text.fByteLength - at);
+    FromText(result.GetString(), result.fByteLength);
+    return count;
+}
+
+// ---- Comparison and case
+// -------------------------------------------------------------------------------------------------
+
+boolean TNqString::operator<(const TNqString& inString) const
+{
+    return NqCompareStrings(*this, inString) < 0;
+}
+
+boolean TNqString::operator>(const TNqString& inString) const
+{
+    return NqCompareStrings(*this, inString) > 0;
+}
+
+boolean TNqString::operator<=(const TNqString& inString) const
+{
+    return NqCompareStrings(*this, inString) <= 0;
+}
+
+boolean TNqString::operator>=(const TNqString& inString) const
+{
+    return NqCompareStrings(*this, inString) >= 0;
+}
+
+boolean TNqString::operator==(const TNqString& inString) const
+{
+    const TByteRun a = GetText(*this);
+    const TByteRun b = GetText(inString);
+    const uint32 byteLength = GetCharBytes(a.fBytes, a.fByteLength);
+    return byteLength == GetCharBytes(b.fBytes, b.fByteLength) && std::memcmp(a.fBytes, b.fBytes, byteLength) == 0;
+}
+
+boolean TNqString::operator!=(const TNqString& inString) const
+{
+    return !(*this == inString);
+}
+
+int TNqString::CompareQuick(const TNqString& inString) const
+{
+    const TByteRun a = GetText(*this);
+    const TByteRun b = GetText(inString);
+    const auto byteAt = [](TByteRun text, uint32 i)
+    { return i < text.fByteLength ? static_cast<int>(static_cast<uint8>(text.fBytes[i])) : 0; };
+    uint32 i = 0;
+    while (byteAt(a, i) != 0 && byteAt(a, i) == byteAt(b, i))
+        ++i;
+    return static_cast<int8_t>(byteAt(a, i) - byteAt(b, i));
+}
+
+boolean TNqString::IsEqualNotCaseSensitive(const TNqString& inString) const
+{
+    TNqString1023 a(*this);
+    TNqString1023 b(inString);
+    NqUpperString(a);
+    NqUpperString(b);
+    return a == b;
+}
+
+void TNqString::ToUpper()
+{
+    NqUpperString(*this);
+}
+
+void TNqString::ToLower()
+{
+    NqLowerString(*this);
+}
+
+void TNqString::Capitalize()
+{
+    NqLowerString(*this);
+    const char first = GetSBCharAt(0);
+    if (first >= 'a' && first <= 'z')
+        SetSBCharAt(static_cast<char>(first - 32), 0);
+}
+
+// ---- Text translation
+// ----------------------------------------------------------------------------------------------------
+
+void TNqString::TranslateAscii(uint8 inverse)
+{
+    const TNqAsciiTranslationTable* const table = GetAsciiTranslationTable();
+    int8* buffer = table != nullptr ? GetString() : nullptr;
+    if (buffer == nullptr)
+        return;
+    // The unread rest follows a gap behind what is written. fByteLength counts the gap at the size that the
+    // replacements so far asked for; the gap itself may be larger, since the rest moves to the end of the buffer when
+    // it moves at all.
+    uint32 written = 0;
+    uint32 next = 0;
+    for (uint32 rest = fByteLength; rest != 0;)
+    {
+        const uint8 byte = static_cast<uint8>(buffer[next++]);
+        --rest;
+        const uint8 entry = table->Translate(byte, inverse);
+        if (!NqCheckText(entry != kNqUntranslatable, "Untranslatable character"))
+            continue;
+        if (entry != kNqEscaped)
+        {
+            buffer[written++] = static_cast<int8>(entry);
+            continue;
+        }
+        const uint8* const escape = table->FindEscapeChar(byte, inverse);
+        if (!NqCheckText(escape != nullptr, "Missing escape string"))
+            continue;
+        const uint32 escapeLength = static_cast<uint32>(std::strlen(reinterpret_cast<const char*>(escape)));
+        const uint32 gap = fByteLength - rest - written;
+        if (escapeLength > gap)
+        {
+            const boolean fits = MakeRoom(escapeLength - gap);
+            buffer = GetString();
+            if (buffer == nullptr)
+                return;
+            if (!NqCheckText(fits, "Skipping char in TranslateAscii"))
+                continue;
+        }
+        if (escapeLength > next - written)
+        {
+            std::memmove(buffer + fMaxLength - rest, buffer + next, rest);
+            next = fMaxLength - rest;
+        }
+        std::memcpy(buffer + written, escape, escapeLength);
+        written += escapeLength;
+    }
+    buffer[written] = 0;
+    SetByteLength(written);
+}
+
+boolean TNqString::MakeRoom(uint32 extra)
+{
+    const uint64 newByteLength = static_cast<uint64>(fByteLength) + extra;
+    if (newByteLength > fMaxLength)
+        SetMaxLength(ClampByteLength(newByteLength + static_cast<uint32>(0.01 * fMaxLength)));
+    if (newByteLength > fMaxLength)
+        return false;
+    fByteLength = static_cast<uint32>(newByteLength);
+    fLength += extra;
+    return true;
+}
+
+void TNqString::TranslateBeforeWrite(TNqString& out) const
+{
+    out = *this;
+}
+
+void TNqString::TranslateAfterRead()
+{
+    if (GetCharAt(0) != kFormFeed)
+        return;
+    EraseStr(0, 1);
+    if (GetCharAt(0) != '@')
+        return;
+    const uint32 tagEnd = SearchStr(TNqString15("@M"), 0);
+    if (tagEnd == kNqNotFound)
+        return;
+    EraseStr(0, tagEnd + 2);
+    const uint32 suffix = FindCharPos('@', 0);
+    if (suffix != kNqNotFound)
+        EraseStr(suffix, fLength - suffix);
+}
+
+void TNqString::TranslateSBAfterRead()
+{
+    if (GetSBCharAt(0) != '@')
+        return;
+    const uint32 tagEnd = SearchSBStr(TNqString15("@M"), 0);
+    if (tagEnd == kNqNotFound)
+        return;
+    EraseSBStr(0, tagEnd + 2);
+    const uint32 suffix = FindSBCharPos('@', 0);
+    if (suffix != kNqNotFound)
+        EraseSBStr(suffix, fByteLength - suffix);
+}
+
+void TNqString::ConvertLineFeed(ELineFeed toType)
+{
+    if (toType == kWinLineFeed)
+        ChangeLineBreaksToWin();
+    else
+        ChangeLineBreaks(toType == kMacLineFeed ? kCR : kLF);
+}
+
+// Every break shrinks or stays, so one pass in place does.
+void TNqString::ChangeLineBreaks(char lineBreak)
+{
+    int8* const buffer = GetString();
+    if (buffer == nullptr)
+        return;
+    uint32 written = 0;
+    for (uint32 at = 0; at < fByteLength; ++at)
+    {
+        const int8 byte = buffer[at];
+        if (byte == kCR && at + 1 < fByteLength && buffer[at + 1] == kLF)
+            ++at;
+        buffer[written++] = byte == kCR || byte == kLF ? lineBreak : byte;
+    }
+    SetByteLength(written);
+    TerminateAndCount(buffer);
+}
+
+void TNqString::ChangeLineBreaksToWin()
+{
+    const TByteRun text = GetText(*this);
+    uint64 newLength = 0;
+    uint16 ch = 0;
+    for (TNqCharWalk walk(text.fBytes, text.fByteLength); walk.Next(ch);)
+        newLength += ch == kCR || ch == kLF ? 2u : 1u;
+
+    TNqDynamicString result;
+    result.SetMaxLength(ClampByteLength(newLength));
+    if (result.fMaxLength < newLength)
+        return;
+    uint16 previous = 0;
+    for (TNqCharWalk walk(text.fBytes, text.fByteLength); walk.Next(ch); previous = ch)
+    {
+        if (ch == kLF && previous == kCR)
+            continue; // the second half of a break
+        if (ch == kCR || ch == kLF)
+        {
+            result += static_cast<uint16>(kCR);
+            result += static_cast<uint16>(kLF);
+        }
+        else
+        {
+            result += ch;
+        }
+    }
+    *this = result;
+}
+
+// ---- Fixed capacity
+// ------------------------------------------------------------------------------------------------------
+
+template class TNqFixedString<15>;
+template class TNqFixedString<31>;
+template class TNqFixedString<63>;
+template class TNqFixedString<255>;
+template class TNqFixedString<1023>;
+
+// ---- Dynamic strings
+// -----------------------------------------------------------------------------------------------------
+
+TNqDynamicString::TNqDynamicString()
+{
+    InitializeDynamic(nullptr, 0);
+}
+
+TNqDynamicString::TNqDynamicString(const char* inString)
+{
+    const TByteRun text = GetText(inString);
+    InitializeDynamic(text.fBytes, text.fByteLength);
+}
+
+TNqDynamicString::TNqDynamicString(const char* inString, uint32 byteLength)
+{
+    InitializeDynamic(inString, byteLength);
+}
+
+TNqDynamicString::TNqDynamicString(const TNqString& inString)
+{
+    const TByteRun text = GetText(inString);
+    InitializeDynamic(text.fBytes, text.fByteLength);
+}
+
+TNqDynamicString::TNqDynamicString(const TNqDynamicString& inString)
+    : TNqDynamicString(static_cast<const TNqString&>(inString))
+{
+}
+
+TNqDynamicString::TNqDynamicString(const TNqString& inString, uint32 nIndex, uint32 nCount)
+{
+    const TByteRun text = GetText(inString, nIndex, nCount);
+    InitializeDynamic(text.fBytes, text.fByteLength);
+}
+
+TNqDynamicString::~TNqDynamicString()
+{
+    if (fStringBuffer != nullptr)
+        Nqfree(fStringBuffer);
+}
+
+void TNqDynamicString::InitializeDynamic(const char* inString, uint32 length)
+{
+    fStringBuffer = length <= kMaxByteLength ? static_cast<int8*>(Nqmalloc(static_cast<NqSize>(length) + 1)) : nullptr;
+    if (fStringBuffer != nullptr)
+        Initialize(fStringBuffer, length, inString, length);
+}
+
+void TNqDynamicString::AllocateDynamicString(uint32 byteLength)
+{
+    int8* buffer = nullptr;
+    if (byteLength <= kMaxByteLength)
+    {
+        const uint32 size = byteLength + 1;
+        buffer = static_cast<int8*>(fStringBuffer != nullptr ? Nqrealloc(fStringBuffer, size) : Nqmalloc(size));
+    }
+    if (buffer == nullptr)
+    {
+        LoseBuffer();
+        return;
+    }
+    if (fStringBuffer == nullptr)
+        buffer[0] = 0;
+    fStringBuffer = buffer;
+    fMaxLength = byteLength;
+    if (fByteLength > byteLength)
+    {
+        fByteLength = byteLength;
+        TerminateAndCount(buffer);
+    }
+}
+
+void TNqDynamicString::LoseBuffer()
+{
+    if (fStringBuffer != nullptr)
+        Nqfree(fStringBuffer);
+    fStringBuffer = nullptr;
+    fLength = 0;
+    fByteLength = 0;
+    fMaxLength = 0;
+}
+
+void TNqDynamicString::SetByteLength(uint32 byteLength)
+{
+    if (byteLength > fMaxLength)
+        AllocateDynamicString(byteLength);
+    fByteLength = Nq_Min(byteLength, fMaxLength);
+}
+
+void TNqDynamicString::SetMaxLength(uint32 maxLength)
+{
+    if (maxLength != fMaxLength)
+        AllocateDynamicString(maxLength);
+}
+
+int8* TNqDynamicString::GetString() const
+{
+    NqCheck(fStringBuffer != NULL);
+    return fStringBuffer;
+}
+
+TNqDynamicString& TNqDynamicString::operator=(const TNqString& inString)
+{
+    TNqString::operator=(inString);
+    return *this;
+}
+
+TNqDynamicString& TNqDynamicString::operator=(const TNqDynamicString& inString)
+{
+    TNqString::operator=(inString);
+    return *this;
+}
+
+void TNqDynamicString::Append(const char* ss, uint32 byteCount)
+{
+    if (ss == nullptr || byteCount == 0)
+        return;
+    const uintpointer offset = reinterpret_cast<uintpointer>(ss) - reinterpret_cast<uintpointer>(fStringBuffer);
+    const bool ownBytes = fStringBuffer != nullptr && offset <= fByteLength;
+    const uint32 oldByteLength = fByteLength;
+    SetByteLength(ClampByteLength(static_cast<uint64>(oldByteLength) + byteCount));
+    int8* const buffer = GetString();
+    if (buffer == nullptr)
+        return;
+    SpliceBytes(buffer, oldByteLength, {ownBytes ? buffer + offset : ss, byteCount});
+    TerminateAndCount(buffer);
+}
+
+TNqDynamicString& TNqDynamicString::operator+=(const TNqString& inString)
+{
+    const TByteRun text = GetText(inString);
+    Append(text.fBytes, text.fByteLength);
+    return *this;
+}
+
+TNqDynamicString& TNqDynamicString::operator+=(uint16 inChar)
+{
+    const char high = static_cast<char>(inChar >> 8);
+    const char low = static_cast<char>(inChar);
+    const uint32 byteCount = NqIsWesternLanguage() ? 1 : static_cast<uint32>(NqStrCharLen(high));
+    uint32 at = fByteLength;
+    SetByteLength(ClampByteLength(static_cast<uint64>(at) + byteCount));
+    int8* const buffer = GetString();
+    if (buffer == nullptr)
+        return *this;
+    if (byteCount == 2)
+        buffer[at++] = high;
+    buffer[at] = low;
+    buffer[fByteLength] = 0;
+    ++fLength;
+    return *this;
+}
+
+void TNqDynamicString::InsertStr(const TNqString& inString, uint32 nIndex)
+{
+    TByteRun text = GetText(inString);
+    if (text.fByteLength == 0 || !CanInsertAt(nIndex))
+        return;
+    const uint32 byteIndex = fStringBuffer != nullptr ? UTF8CharIndex(AsBytes(fStringBuffer), nIndex, fByteLength) : 0;
+    SetByteLength(ClampByteLength(static_cast<uint64>(fByteLength) + text.fByteLength));
+    int8* const buffer = GetString();
+    if (buffer == nullptr)
+        return;
+    if (this == &inString)
+        text.fBytes = buffer; // it may have moved
+    SpliceBytes(buffer, byteIndex, text);
+    TerminateAndCount(buffer);
+}
+
+// ---- Wide strings
+// --------------------------------------------------------------------------------------------------------
+
+TNqWideString::TNqWideString(const char* inString)
+{
+    FromString(TNqDynamicString(inString));
+}
+
+TNqWideString& TNqWideString::operator=(const TNqString& inString)
+{
+    FromString(inString);
+    return *this;
+}
+
+void TNqWideString::FromString(const TNqString& inString)
+{
+    const NqSize count = static_cast<NqSize>(inString.Length()) + 1;
+    fStringBuffer.SetElemCount(0); // zeroes the units held before
+    if (fStringBuffer.SetElemCount(count))
+        inString.ToUnicode(fStringBuffer.ArrayData(), static_cast<int32>(count));
+}
+
+void TNqWideString::FromUnicode(const uint16* text)
+{
+    if (text == nullptr)
+        return;
+    NqSize count = 1;
+    while (text[count - 1] != 0)
+        ++count;
+    if (fStringBuffer.SetElemCount(count))
+        std::memcpy(fStringBuffer.ArrayData(), text, count * sizeof(uint16));
+}
+
+uint32 TNqWideString::Length() const
+{
+    const uint32 count = fStringBuffer.GetElemCount();
+    return count != 0 ? count - 1 : 0;
+}
+
+uint16* TNqWideString::StrGet() const
+{
+    return const_cast<uint16*>(fStringBuffer.ArrayData());
+}
+
+// ---- Decimal texts
+// -------------------------------------------------------------------------------------------------------
+
+namespace
+{
+
+bool IsSeparator(char c)
+{
+    return c == '.' || c == ',';
+}
+
+} // namespace
+
+void StripTrailingZeros(TNqString& ioText)
+{
+    const char* const begin = ioText.GetString();
+    const char* end = begin + ioText.ByteLength();
+    if (std::none_of(begin, end, IsSeparator))
+        return;
+    while (end[-1] == '0')
+        --end;
+    if (IsSeparator(end[-1]))
+        --end;
+    ioText.FromText(begin, static_cast<uint32>(end - begin));
+}
+
+void RoundUp(TNqString& ioText)
+{
+    int8* const text = ioText.GetString();
+    uint32 carryTo = ioText.ByteLength(); // before the last digit that was changed
+    for (uint32 at = ioText.ByteLength(); at != 0;)
+    {
+        int8& c = text[--at];
+        if (IsSeparator(c))
+            continue;
+        if (!NqCheckText(c >= '0' && c <= '9', "Unknown character!!"))
+            break;
+        carryTo = at;
+        if (c != '9')
+        {
+            ++c;
+            return;
+        }
+        c = '0';
+    }
+    if (carryTo < ioText.ByteLength())
+        ioText.InsertStr(TNqString15("1"), UTF8StrLen(AsBytes(text), carryTo));
+}

@@ -1,0 +1,345 @@
+#include "NqCore/PublicAPI/NqStringUtils.h"
+
+#include "NqCore/Include/CFMacPtr.h"
+#include "NqCore/Include/NqStringWalk.h"
+#include "NqCore/PublicAPI/NqPtrArray.h"
+#include "NqCore/PublicAPI/NqString.h"
+#include "NqPlatform/CFString.h"
+
+#include <QChar>
+#include <QLocale>
+#include <QString>
+
+#include <algorithm>
+#include <cstring>
+
+// ---- Qt
+// ------------------------------------------------------------------------------------------------------------------
+
+namespace
+{
+
+// False without memory for the 16-bit copy.
+bool FillQString(const TNqString& s, QString& q)
+{
+    const TNqWideString units(s);
+    if (units.StrGet() == nullptr)
+        return false;
+    q.setUtf16(units.StrGet(), units.Length());
+    return true;
+}
+
+} // namespace
+
+void NqStringToQString(const TNqString& s, QString& q)
+{
+    if (!FillQString(s, q))
+        q.clear();
+}
+
+void QStringToNqString(const QString& q, TNqString& s)
+{
+    s.FromUnicode(q.utf16());
+}
+
+// ---- Case, order, numbers
+// ------------------------------------------------------------------------------------------------
+
+namespace
+{
+
+// Without memory the text stays as it is.
+void MapCase(TNqString& s, QString (*map)(const QString&))
+{
+    QString text;
+    if (FillQString(s, text))
+        QStringToNqString(map(text), s);
+}
+
+CFStringRef CreateCFString(const TNqWideString& text)
+{
+    const uint16* const units = text.StrGet();
+    if (units == nullptr)
+        return nullptr;
+    const uint16* const end = std::find(units, units + text.Length(), 0);
+    return CFStringCreateWithCharacters(kCFAllocatorDefault, units, end - units);
+}
+
+int16 CompareBytes(const TNqString& a, const TNqString& b)
+{
+    const char* const left = a.GetString();
+    const char* const right = b.GetString();
+    const int order = std::strcmp(left != nullptr ? left : "", right != nullptr ? right : "");
+    return static_cast<int16>((order > 0) - (order < 0));
+}
+
+} // namespace
+
+void NqUpperString(TNqString& s)
+{
+    MapCase(s, [](const QString& text) { return text.toUpper(); });
+}
+
+void NqLowerString(TNqString& s)
+{
+    MapCase(s, [](const QString& text) { return text.toLower(); });
+}
+
+int16 NqCompareStrings(const TNqString& a, const TNqString& b)
+{
+    const CFMacPtr<CFStringRef> left(CreateCFString(TNqWideString(a)));
+    const CFMacPtr<CFStringRef> right(CreateCFString(TNqWideString(b)));
+    if (left == nullptr || right == nullptr)
+        return CompareBytes(a, b); // without memory: some order rather than none
+    return static_cast<int16>(CFStringCompare(left, right, kCFCompareLocalized));
+}
+
+char NqGetDecimalPt()
+{
+    const QString point = QLocale().decimalPoint();
+    const char first = point.isEmpty() ? '\0' : point.at(0).toLatin1();
+    return first != 0 ? first : '.';
+}
+
+// ---- Messages
+// ------------------------------------------------------------------------------------------------------------
+
+namespace
+{
+
+constexpr char kParameterMark = '^';
+
+bool HasParameterMark(const TNqString& text)
+{
+    return text.FindSBCharPos(kParameterMark, 0) != kNqNotFound;
+}
+
+// Replaces placeholders from left to right into a buffer of its own, in one pass. A parameter without a mark is read
+// again like the text around it, since its digits may complete a placeholder with the mark before them.
+class TPlaceholderPass
+{
+public:
+    TPlaceholderPass(const TNqString& placeholder, const TNqString& parameter)
+        : fPlaceholder(placeholder),
+          fParameter(parameter),
+          fReread(!HasParameterMark(parameter))
+    {
+    }
+
+    // False without memory.
+    bool Run(const TNqString& text)
+    {
+        const int8* const bytes = text.GetString();
+        const uint32 searched = static_cast<uint32>(strnlen(bytes, text.ByteLength()));
+        fRest = text.ByteLength();
+        if (!Read(bytes, searched))
+            return false;
+        while (fInputs.GetElemCount() != 0)
+        {
+            TInput& input = fInputs[fInputs.GetElemCount() - 1];
+            const int8 byte = *input.fNext++;
+            --fRest;
+            if (input.fNext == input.fEnd)
+                fInputs.SetElemCount(fInputs.GetElemCount() - 1);
+            if (!Put(&byte, 1) || (EndsInPlaceholder() && !PutParameter()))
+                return false;
+        }
+        return Put(bytes + searched, text.ByteLength() - searched);
+    }
+
+    const int8* GetBytes() const { return fOut.ArrayData(); }
+    uint32 GetByteLength() const { return fOut.GetElemCount(); }
+    uint64 GetPeakByteLength() const { return fPeak; } // of the text while its placeholders were replaced one by one
+
+private:
+    struct TInput
+    {
+        const int8* fNext;
+        const int8* fEnd;
+    };
+
+    bool Read(const int8* bytes, uint32 byteLength)
+    {
+        return byteLength == 0 || fInputs.AddElem({bytes, bytes + byteLength});
+    }
+
+    bool Put(const int8* bytes, uint32 byteLength)
+    {
+        const uint32 oldCount = fOut.GetElemCount();
+        const uint64 newCount = static_cast<uint64>(oldCount) + byteLength;
+        const uint64 doubled = std::min<uint64>(2 * newCount, kEndIndex - 1);
+        if (newCount > fOut.GetElemSpace() && !fOut.SetElemSpace(static_cast<uint32>(std::max(newCount, doubled))))
+            return false;
+        if (!fOut.SetElemCount(newCount))
+            return false;
+        if (byteLength != 0)
+            std::memcpy(fOut.ArrayData() + oldCount, bytes, byteLength);
+        return true;
+    }
+
+    bool EndsInPlaceholder() const
+    {
+        const uint32 length = fPlaceholder.ByteLength();
+        const uint32 count = fOut.GetElemCount();
+        return count - fDone >= length &&
+               std::memcmp(fOut.ArrayData() + count - length, fPlaceholder.GetString(), length) == 0;
+    }
+
+    bool PutParameter()
+    {
+        fOut.SetElemCount(fOut.GetElemCount() - fPlaceholder.ByteLength());
+        fPeak = std::max(fPeak, static_cast<uint64>(fOut.GetElemCount()) + fParameter.ByteLength() + fRest);
+        if (fReread)
+        {
+            fRest += fParameter.ByteLength();
+            return Read(fParameter.GetString(), fParameter.ByteLength());
+        }
+        const bool isPut = Put(fParameter.GetString(), fParameter.ByteLength());
+        fDone = fOut.GetElemCount();
+        return isPut;
+    }
+
+    const TNqString& fPlaceholder;
+    const TNqString& fParameter;
+    const bool fReread;
+    TNqArray<TInput> fInputs{0, false}; // what is still to be read, the nearest last
+    TNqArray<int8> fOut{0, false};
+    uint32 fDone = 0; // bytes of fOut that are not searched again
+    uint64 fRest = 0; // bytes still to be read
+    uint64 fPeak = 0;
+};
+
+// The same step by step, for a string that cuts what does not fit at each of them.
+void ReplacePlaceholdersInPlace(TNqString& text, const TNqString& placeholder, const TNqString& parameter)
+{
+    const bool restart = !HasParameterMark(parameter);
+    uint32 from = 0;
+    for (uint32 at; (at = text.SearchStr(placeholder, from)) != kNqNotFound;)
+    {
+        if (!text.EraseStr(at, placeholder.Length()))
+            return;
+        text.InsertStr(parameter, at);
+        from = restart ? 0 : at + parameter.Length();
+    }
+}
+
+} // namespace
+
+void NqParameterText(TNqString& inoutString, const TNqString& inSubString, uint32 inIndex)
+{
+    TNqString15 number;
+    number.FromInt32(static_cast<int32>(inIndex));
+    const TNqString15 placeholder(TNqString15("^") + number);
+    if (inoutString.SearchSBStr(placeholder, 0) == kNqNotFound)
+        return;
+    TPlaceholderPass pass(placeholder, inSubString);
+    if (!pass.Run(inoutString))
+        return;
+    if (pass.GetPeakByteLength() > inoutString.MaxLength())
+        inoutString.SetMaxLength(static_cast<uint32>(std::min<uint64>(pass.GetPeakByteLength(), kNqNotFound)));
+    if (pass.GetPeakByteLength() <= inoutString.MaxLength())
+        inoutString.FromText(pass.GetBytes(), pass.GetByteLength());
+    else if (inoutString.MaxLength() != 0)
+        ReplacePlaceholdersInPlace(inoutString, placeholder, TNqDynamicString(inSubString));
+}
+
+void NqParameterText(TNqString& inoutString, const TNqString& inSubString)
+{
+    NqParameterText(inoutString, inSubString, 0);
+}
+
+void NqParameterText(TNqString& inoutString, const TNqPtrArray<TNqString>& inTextStrings)
+{
+    for (uint32 i = 0; i < inTextStrings.GetElemCount(); ++i)
+    {
+        const TNqString* const arg = inTextStrings[i];
+        if (NqCheck(arg))
+            NqParameterText(inoutString, *arg, i);
+    }
+}
+
+// ---- Lookup
+// --------------------------------------------------------------------------------------------------------------
+
+uint8 NqGetHashValue8(const TNqString& s)
+{
+    const uint32 byteLength = s.ByteLength();
+    TNqCharWalk walk(byteLength != 0 ? s.GetString() : "", byteLength);
+    uint32 hash = 0;
+    uint16 ch = 0;
+    for (uint32 i = 0; i < s.Length() && i < byteLength && walk.Next(ch); ++i)
+    {
+        const int16 v = static_cast<int16>(static_cast<uint32>(ch) << (i % 8));
+        hash ^= static_cast<uint32>((v >> 8) | v);
+    }
+    return static_cast<uint8>(hash);
+}
+
+// ---- The system's multi-byte encoding
+// ------------------------------------------------------------------------------------
+
+boolean NqIsDoubleByteVersion()
+{
+    return false;
+}
+
+boolean NqIsWesternLanguage()
+{
+    static bool sReported = false;
+    if (!sReported)
+    {
+        sReported = true;
+        NqNotify("Not yet implemented. Is it still needed?");
+    }
+    return false;
+}
+
+int16 FastCharacterByteType(const char*)
+{
+    NqNotify("Still must be implemented.");
+    return 1;
+}
+
+int16 NqStrLen(const char* inString)
+{
+    if (NqIsWesternLanguage())
+        return static_cast<int16>(std::strlen(inString));
+    uint16 count = 0;
+    for (const char* p = inString; *p != 0; p += FastCharacterByteType(p))
+        ++count;
+    return static_cast<int16>(count);
+}
+
+int16 NqStrCharLen(char inFirstByte)
+{
+    return NqIsWesternLanguage() ? static_cast<int16>(1) : FastCharacterByteType(&inFirstByte);
+}
+
+int16 NqPCharToInt16(const char* inCharacter)
+{
+    if (!NqIsWesternLanguage() && FastCharacterByteType(inCharacter) == 2)
+        return static_cast<int16>((static_cast<uint8>(inCharacter[0]) << 8) | static_cast<uint8>(inCharacter[1]));
+    return static_cast<signed char>(inCharacter[0]);
+}
+
+const char* NqGetCharNext(const char* p, int n)
+{
+    if (NqIsWesternLanguage())
+        return p + n;
+    for (int i = 0; i < n && *p != 0; ++i)
+        p += FastCharacterByteType(p);
+    return p;
+}
+
+const char* NqGetCharPrev(const char* start, const char* p, int n)
+{
+    if (NqIsWesternLanguage() || p < start ||
+        strnlen(start, static_cast<size_t>(p - start) + 1) <= static_cast<size_t>(p - start))
+        return p - n;
+    for (int i = 0; i < n && p > start + 1; ++i)
+    {
+        NqNotify("Still need to implement");
+        --p;
+    }
+    return p;
+}
