@@ -41,87 +41,64 @@ struct TCounted
 };
 TCounted gPool[10]; // value v stands for &gPool[v], 0 for null
 
-TCounted* ToPointer(int value)
+using TBoxes = TNqClassArray<TBox>;
+using TPointers = TNqPtrArray<TCounted>;
+using TCountedPointers = TNqCountedPtrArray<TCounted>;
+
+template <class A>
+using TElem = std::decay_t<decltype(std::declval<A&>()[0])>;
+
+template <class E>
+E FromInt(int v)
 {
-    return value == 0 ? nullptr : gPool + value;
+    if constexpr (std::is_pointer_v<E>)
+        return v == 0 ? nullptr : gPool + v;
+    else
+        return E(v);
 }
-int ToValue(const TCounted* p)
+template <class E>
+int ToInt(const E& elem)
 {
-    return p == nullptr ? 0 : static_cast<int>(p - gPool);
+    if constexpr (std::is_pointer_v<E>)
+        return elem == nullptr ? 0 : static_cast<int>(elem - gPool);
+    else if constexpr (std::is_same_v<E, TBox>)
+        return *elem.fValue;
+    else
+        return static_cast<int>(elem);
 }
 
-// How the random operations treat each kind of array. fFresh is what a new element holds without zero memory.
-template <class T>
-struct TPlainKind
-{
-    using Array = TNqArray<T>;
-    static constexpr int fFresh = kUnknown;
-    static constexpr bool fZeroMemory = true, fKeepsSpace = false, fIsClass = false;
-    static boolean Add(Array& a, int v) { return a.AddElem(static_cast<T>(v)); }
-    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
-    static void Set(Array& a, uint32 i, int v) { a.SetElem(i, static_cast<T>(v)); }
-    static int Get(const Array& a, uint32 i) { return static_cast<int>(a[i]); }
-};
-struct TClassKind
-{
-    using Array = TNqClassArray<TBox>;
-    static constexpr int fFresh = 7;
-    static constexpr bool fZeroMemory = false, fKeepsSpace = false, fIsClass = true;
-    static boolean Add(Array& a, int v) { return a.AddElem(TBox(v)); }
-    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
-    static void Set(Array& a, uint32 i, int v) { a[i] = TBox(v); }
-    static int Get(const Array& a, uint32 i) { return *a[i].fValue; }
-};
-struct TPtrKind
-{
-    using Array = TNqPtrArray<TCounted>;
-    static constexpr int fFresh = kUnknown;
-    static constexpr bool fZeroMemory = true, fKeepsSpace = true, fIsClass = false;
-    static boolean Add(Array& a, int v) { return a.AddElem(ToPointer(v)); }
-    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
-    static void Set(Array& a, uint32 i, int v) { a.SetElem(i, ToPointer(v)); }
-    static int Get(const Array& a, uint32 i) { return ToValue(a[i]); }
-};
-struct TCountedKind : TPtrKind
-{
-    using Array = TNqCountedPtrArray<TCounted>;
-    static constexpr int fFresh = 0;
-    static constexpr bool fZeroMemory = false, fKeepsSpace = false;
-    static boolean Add(Array& a, int v) { return a.AddElem(ToPointer(v)); }
-    static boolean AddOwn(Array& a, uint32 i) { return a.AddElem(a[i]); }
-    static void Set(Array& a, uint32 i, int v) { a.SetElem(i, ToPointer(v)); }
-    static int Get(const Array& a, uint32 i) { return ToValue(a[i]); }
-};
-
-// What an array should hold, in plain vectors; its block is fCells, its report list fReports.
-template <class Kind>
+// What an array should hold, in a plain vector, and what it should report.
+template <class A>
 struct TModel
 {
-    std::vector<int> fCells;
+    static constexpr bool kIsClass = std::is_same_v<A, TBoxes>;
+    static constexpr bool kIsCounted = std::is_same_v<A, TCountedPointers>;
+    static constexpr bool kHasZero = !kIsClass && !kIsCounted;
+    static constexpr uint32 kLargestStep = 131072 / sizeof(TElem<A>);
+
+    std::vector<int> fCells; // the block
     uint32 fCount = 0;
-    uint32 fGrowSize = 131072 / sizeof(*typename Kind::Array().BaseAddress());
+    uint32 fGrowSize = kLargestStep;
     bool fSmart = true;
-    bool fZero = Kind::fZeroMemory;
+    bool fZero = kHasZero;
     bool fFail = false; // the next allocation fails
     TTexts fReports;
 
     uint32 Space() const { return static_cast<uint32>(fCells.size()); }
     uint32 Step() const { return fSmart ? std::min(fGrowSize, fCount / 5 + 1) : fGrowSize; }
-
+    bool Report(const char* text)
+    {
+        fReports.push_back(text);
+        return false;
+    }
     bool SetSpace(uint32 space)
     {
-        if (space == Space())
-            return true;
-        if (space != 0 && fFail)
-        {
-            fReports.push_back(kNoMemory);
-            return false;
-        }
+        if (space != Space() && space != 0 && fFail)
+            return Report(kNoMemory);
         fCount = std::min(fCount, space);
-        std::vector<int> cells(space, fZero ? 0 : kUnknown);
-        const uint32 kept = Kind::fKeepsSpace && !fZero ? std::min(Space(), space) : fCount;
-        std::copy_n(fCells.begin(), kept, cells.begin());
-        fCells = cells;
+        const bool keepsAll = std::is_same_v<A, TPointers> && !fZero;
+        fCells.resize(keepsAll ? space : fCount, kUnknown);
+        fCells.resize(space, fZero ? 0 : kUnknown);
         return true;
     }
     bool SetCount(uint32 count)
@@ -130,24 +107,17 @@ struct TModel
             return false;
         if (fZero && count < fCount)
             std::fill(fCells.begin() + count, fCells.begin() + fCount, 0);
-        if (Kind::fFresh != kUnknown && count > fCount)
-            std::fill(fCells.begin() + fCount, fCells.begin() + count, Kind::fFresh);
+        if (!kHasZero && count > fCount)
+            std::fill(fCells.begin() + fCount, fCells.begin() + count, kIsClass ? 7 : 0);
         fCount = count;
         return true;
     }
     bool AddCount(uint32 n)
     {
-        if (fCount + n > Space())
-        {
-            if (Step() == 0)
-            {
-                fReports.push_back("grow size is zero!!");
-                return false;
-            }
-            if (!SetSpace((fCount + n + Step() - 1) / Step() * Step()))
-                return false;
-        }
-        return SetCount(fCount + n);
+        const uint32 step = Step();
+        if (fCount + n > Space() && step == 0)
+            return Report("grow size is zero!!");
+        return (fCount + n <= Space() || SetSpace((fCount + n + step - 1) / step * step)) && SetCount(fCount + n);
     }
     bool Add(int value)
     {
@@ -156,52 +126,51 @@ struct TModel
         fCells[fCount++] = value;
         return true;
     }
-    void Assign(const TModel& source)
+    void SetGrow(uint32 size, bool smart)
+    {
+        fGrowSize = size;
+        fSmart = smart;
+    }
+    bool Assign(const TModel& source)
     {
         if (source.fSmart)
-        {
-            fSmart = true;
-            fGrowSize = TModel().fGrowSize;
-        }
-        if (SetCount(source.fCount))
-            std::copy_n(source.fCells.begin(), fCount, fCells.begin());
-        else
-            fReports.push_back(kNoCopy);
+            SetGrow(kLargestStep, true);
+        if (!SetCount(source.fCount))
+            return Report(kNoCopy);
+        std::copy_n(source.fCells.begin(), fCount, fCells.begin());
+        return true;
     }
 };
 
-template <class Kind>
-void ExpectSame(const typename Kind::Array& array, const TModel<Kind>& model)
+template <class A>
+void ExpectSame(const A& array, const TModel<A>& model)
 {
     ASSERT_EQ(array.GetElemCount(), model.fCount);
     ASSERT_EQ(array.GetElemSpace(), model.Space());
     ASSERT_EQ(array.GetGrowSize(), model.Step());
-    ASSERT_EQ(array.GetSmartGrow() != 0, model.fSmart);
     ASSERT_EQ(array.BaseAddress() == nullptr, model.Space() == 0);
     for (uint32 i = 0; i < model.fCount; ++i)
-    {
-        if (model.fCells[i] != kUnknown)
-        {
-            ASSERT_EQ(Kind::Get(array, i), model.fCells[i]) << "element " << i;
-        }
-    }
+        ASSERT_TRUE(model.fCells[i] == kUnknown || ToInt(array[i]) == model.fCells[i]) << "element " << i;
 }
 
 // Two arrays, so that they can be assigned to each other, each beside its model.
-template <class Kind>
+template <class A>
 void RunRandomOperations(unsigned seed)
 {
+    using TThis = TModel<A>;
     std::mt19937 random(seed);
     const auto upTo = [&random](uint32 n) { return static_cast<uint32>(random() % (n + 1)); };
-    typename Kind::Array arrays[2];
-    TModel<Kind> models[2];
+    A arrays[2];
+    TThis models[2];
     for (int step = 0; step < 6000 && !::testing::Test::HasFatalFailure(); ++step)
     {
+        SCOPED_TRACE(step);
         const uint32 which = upTo(1);
-        auto& array = arrays[which];
-        auto& model = models[which];
-        const int value = static_cast<int>(upTo(9));
+        A& array = arrays[which];
+        TThis& model = models[which];
         const uint32 n = upTo(upTo(3) == 0 ? 60 : 4);
+        const int value = static_cast<int>(n % 10);
+        const uint32 at = model.fCount == 0 ? 0 : upTo(model.fCount - 1);
         model.fFail = upTo(3) == 0;
         bool got = true;
         bool wanted = true;
@@ -217,32 +186,21 @@ void RunRandomOperations(unsigned seed)
             wanted = model.SetSpace(n);
             break;
         case 2:
-            if constexpr (!Kind::fIsClass)
+            if constexpr (!TThis::kIsClass)
             {
                 got = array.AddElemCount(n);
                 wanted = model.AddCount(n);
             }
             break;
         case 3:
-            if (upTo(1) == 0)
-            {
-                array.SetGrowSize(n / 2);
-                model.fGrowSize = n / 2;
-                model.fSmart = false;
-            }
-            else
-            {
-                array.SetSmartGrow();
-                model.fGrowSize = TModel<Kind>().fGrowSize;
-                model.fSmart = true;
-            }
+            array.SetGrowSize(n / 2);
+            model.SetGrow(n / 2, false);
             break;
         case 4:
-            if constexpr (Kind::fZeroMemory)
-            {
-                array.SetZeroMem(static_cast<boolean>(n & 1));
-                model.fZero = n & 1;
-            }
+            array.SetSmartGrow();
+            model.SetGrow(TThis::kLargestStep, true);
+            if constexpr (TThis::kHasZero)
+                array.SetZeroMem(model.fZero = n & 1);
             break;
         case 5:
             array = arrays[1 - which];
@@ -250,57 +208,48 @@ void RunRandomOperations(unsigned seed)
             break;
         case 6:
         {
-            const typename Kind::Array copy(array);
-            TModel<Kind> copied;
+            TThis copied;
             copied.fFail = model.fFail;
-            copied.fSmart = false;
-            copied.fGrowSize = 1;
+            copied.SetGrow(1, false);
             copied.Assign(model);
-            ExpectSame(copy, copied);
+            ExpectSame(A(array), copied);
             model.fReports = copied.fReports;
             break;
         }
         case 7:
-            if (model.fCount != 0)
+            if (at < model.fCount)
             {
-                const uint32 i = upTo(model.fCount - 1);
-                Kind::Set(array, i, value);
-                model.fCells[i] = value;
+                if constexpr (TThis::kIsClass)
+                    array[at] = TBox(value);
+                else
+                    array.SetElem(at, FromInt<TElem<A>>(value));
+                model.fCells[at] = value;
             }
             break;
         case 8:
-            if (model.fCount != 0)
+            if (at < model.fCount && model.fCells[at] != kUnknown)
             {
-                const uint32 i = upTo(model.fCount - 1);
-                wanted = model.Add(model.fCells[i] = model.fCells[i] == kUnknown ? 3 : model.fCells[i]);
-                if (Kind::fFresh == kUnknown)
-                    Kind::Set(array, i, model.fCells[i]);
-                got = Kind::AddOwn(array, i);
+                got = array.AddElem(array[at]);
+                wanted = model.Add(int(model.fCells[at]));
             }
             break;
         default:
-            got = Kind::Add(array, value);
+            got = array.AddElem(FromInt<TElem<A>>(value));
             wanted = model.Add(value);
         }
         TestHost().FailAllocations(0);
-        ASSERT_EQ(got, wanted) << "step " << step;
-        ASSERT_EQ(TakeReports(), model.fReports) << "step " << step;
+        ASSERT_EQ(got, wanted);
+        ASSERT_EQ(TakeReports(), model.fReports);
         model.fReports.clear();
         ExpectSame(arrays[0], models[0]);
         ExpectSame(arrays[1], models[1]);
-        if (Kind::fIsClass)
+        ASSERT_EQ(TBox::fAlive, TThis::kIsClass ? static_cast<int>(models[0].fCount + models[1].fCount) : 0);
+        for (int v = 1; v < 10; ++v)
         {
-            ASSERT_EQ(TBox::fAlive, static_cast<int>(models[0].fCount + models[1].fCount)) << "step " << step;
-        }
-        if (std::is_same_v<Kind, TCountedKind>)
-        {
-            for (int v = 1; v < 10; ++v)
-            {
-                int held = 0;
-                for (const TModel<Kind>& m : models)
-                    held += static_cast<int>(std::count(m.fCells.begin(), m.fCells.begin() + m.fCount, v));
-                ASSERT_EQ(gPool[v].fCount, held) << "step " << step;
-            }
+            long held = 0;
+            for (const TThis& m : models)
+                held += std::count(m.fCells.begin(), m.fCells.begin() + m.fCount, v);
+            ASSERT_EQ(gPool[v].fCount, TThis::kIsCounted ? held : 0);
         }
     }
 }
@@ -311,12 +260,12 @@ using ArrayTest = NqTest;
 
 TEST_F(ArrayTest, RandomOperationsOfEachKindAgreeWithAModelAlsoWithoutMemory)
 {
-    RunRandomOperations<TPlainKind<int32>>(1);
-    RunRandomOperations<TPlainKind<int8>>(2);
-    RunRandomOperations<TPlainKind<real64>>(3);
-    RunRandomOperations<TClassKind>(4);
-    RunRandomOperations<TPtrKind>(5);
-    RunRandomOperations<TCountedKind>(6);
+    RunRandomOperations<TNqArray<int32>>(1);
+    RunRandomOperations<TNqArray<int8>>(2);
+    RunRandomOperations<TNqArray<real64>>(3);
+    RunRandomOperations<TBoxes>(4);
+    RunRandomOperations<TPointers>(5);
+    RunRandomOperations<TCountedPointers>(6);
     EXPECT_EQ(TBox::fAlive, 0);
     for (const TCounted& object : gPool)
         EXPECT_EQ(object.fCount, 0);
