@@ -301,7 +301,8 @@ TEST_F(ArrayTest, SizesThatDoNotFit32BitsFailWithoutAskingTheHost)
     EXPECT_FALSE(array.SetElemSpace(65536));
     EXPECT_FALSE(array.AddElemCount(65536));
     EXPECT_FALSE(objects.SetElemCount(0xFFFFFFFC));
-    EXPECT_EQ(TakeReports(), TTexts(3, kNoMemory));
+    EXPECT_FALSE(TNqArray<uint8>().SetElemSpace(kEndIndex));
+    EXPECT_EQ(TakeReports(), TTexts(4, kNoMemory));
     EXPECT_FALSE(array.SetElemCount(0xFFFFFFFD));
     EXPECT_FALSE(objects.SetElemCount(0xFFFFFFFD));
     EXPECT_EQ(TakeReports(), (TTexts{"nAsNqSize < kEndIndex", kNoMemory, "n < kEndIndex", kNoMemory}));

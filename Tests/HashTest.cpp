@@ -129,6 +129,12 @@ TEST_F(HashTest, WithoutBucketsEveryLookUpThrows)
     EXPECT_EQ(TakeReports(), TTexts{"An exception is being thrown"});
     EXPECT_TRUE(map.SetElemSpace(4));
     map.ResetDatas();
+    TestHost().FailAllocations(1, 2);
+    TMap unlucky(4);
+    TestHost().FailAllocations(0);
+    EXPECT_THROW(unlucky.FindElem(1, true), TNqException);
+    EXPECT_FALSE(unlucky.SetElemSpace(4));
+    TakeReports();
 }
 
 TEST_F(HashTest, DerivedMapsAreCalledThroughTheSlots)
