@@ -53,7 +53,7 @@ public:
     uint32 GetElemSpace() const { return fElemSpace; }
 
     // Bytes of one element.
-    uint32 GetElemSize() const { return sizeof(T); }
+    uint32 GetElemSize() const { return static_cast<uint32>(ElemSize()); }
 
     // Elements that the next growth step adds; 0 after SetGrowSize(0).
     uint32 GetGrowSize() const
@@ -75,7 +75,7 @@ public:
     {
         const uintpointer address = reinterpret_cast<uintpointer>(p);
         const uintpointer start = reinterpret_cast<uintpointer>(fArrayData);
-        return address >= start && address - start < static_cast<NqSize>(fElemSpace) * sizeof(T);
+        return address >= start && address - start < static_cast<NqSize>(fElemSpace) * ElemSize();
     }
 
     // A fixed growth step of n elements; more than 27 bits are reported and cut.
@@ -89,7 +89,7 @@ public:
     // Growth that follows the count: a fifth of it plus one, at most 128 KiB a step. This is how a default array grows.
     void SetSmartGrow()
     {
-        constexpr uint32 largestStep = static_cast<uint32>(kLargestStepBytes / sizeof(T));
+        constexpr uint32 largestStep = static_cast<uint32>(kLargestStepBytes / ElemSize());
         fArrayFlags = (fArrayFlags & ~static_cast<uint32>(kNqArrayGrowSizeMask)) | largestStep | kNqArraySmartGrow;
     }
 
@@ -120,7 +120,11 @@ public:
     void UpdateDataPointer() { fArrayData = BaseAddress(); }
 
 protected:
-    static constexpr NqSize kLargestStepBytes = 128 * 1024;
+    static constexpr NqSize ElemSize()
+    {
+        return sizeof(T); // NOLINT(bugprone-sizeof-expression): the arrays of pointers mean the pointer
+    }
+    static constexpr NqSize kLargestStepBytes = NqSize{128} * 1024;
 
     TNqArrayBase()
     {
@@ -269,7 +273,7 @@ protected:
         T* block = nullptr;
         if (space != 0)
         {
-            block = FitsBlock(space) ? static_cast<T*>(Nqmalloc(space * sizeof(T))) : nullptr;
+            block = FitsBlock(space) ? static_cast<T*>(Nqmalloc(space * ElemSize())) : nullptr;
             if (!NqCheckText(block != nullptr, "Array allocation failed!"))
                 return false;
         }
@@ -286,13 +290,13 @@ protected:
     static void CopyElems(T* to, const T* from, NqSize count)
     {
         if (count != 0)
-            std::memcpy(static_cast<void*>(to), static_cast<const void*>(from), count * sizeof(T));
+            std::memcpy(static_cast<void*>(to), static_cast<const void*>(from), count * ElemSize());
     }
 
     static void ZeroElems(T* at, NqSize count)
     {
         if (count != 0)
-            std::memset(static_cast<void*>(at), 0, count * sizeof(T));
+            std::memset(static_cast<void*>(at), 0, count * ElemSize());
     }
 
     // What most arrays do; an array that differs declares its own.
@@ -311,7 +315,7 @@ private:
     boolean HasFlag(uint32 flag) const { return (fArrayFlags & flag) != 0; }
     void SetFlag(uint32 flag, bool on) { fArrayFlags = on ? fArrayFlags | flag : fArrayFlags & ~flag; }
 
-    static bool FitsBlock(uint64 space) { return space < kEndIndex && space * sizeof(T) <= 0xFFFFFFFF; }
+    static bool FitsBlock(uint64 space) { return space < kEndIndex && space * ElemSize() <= 0xFFFFFFFF; }
 
     void FreeAll()
     {

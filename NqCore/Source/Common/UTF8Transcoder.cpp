@@ -36,7 +36,7 @@ uint64 SumBytes(uint64 word)
 }
 
 // A run that fits the first cache level, with at most 255 words: a byte counts the characters in its column.
-constexpr NqSize kRunBytes = 255 * 8;
+constexpr NqSize kRunBytes = NqSize{255} * 8;
 
 uint32 CountRun(const uint8* bytes, NqSize byteLength)
 {
