@@ -8,6 +8,13 @@
 //         ...
 //     }                                 // after the last one
 //
+// Files are the system's: names are UTF-8, '/' between folders, nothing is converted. A file must be a regular one of
+// at most 2^31 - 1 bytes; folders, pipes, sockets, devices and larger files are refused when they are opened, without
+// waiting for anything (a character device may be opened for writing only). Writing beyond 2^31 - 1 bytes is refused
+// whole. Creating a file spares one that is already there. Type and creator codes are not kept.
+//
+// Transcoders: one each for Windows-1252, Mac OS Roman and UTF-8, which is also the platform's; none for Japanese.
+//
 // One host at a time in a process. Threads: make and destroy it on the main thread; the services themselves may be
 // called from any thread.
 

@@ -19,6 +19,7 @@ TNqHost::TNqHost(const TNqHostOptions& inOptions)
 {
     NqHostSetReportHandler(inOptions.fReportHandler, inOptions.fReportContext);
     NqHostStartMemory();
+    NqHostStartFiles();
     gTotal = NewAtomicCounter();
     gCurrent = NewAtomicCounter();
     InitNqCountedObject(&gFirst, &gLast, &gFirstSMP, &gLastSMP, &gTotal, &gCurrent);
@@ -29,6 +30,7 @@ TNqHost::~TNqHost()
     InitNqCountedObject(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     DeleteAtomicCounter(gCurrent);
     DeleteAtomicCounter(gTotal);
+    NqHostStopFiles();
     NqHostStopMemory();
     NqHostSetAsciiTranslationTable(nullptr);
     NqHostSetReportHandler(nullptr, nullptr);

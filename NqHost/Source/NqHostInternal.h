@@ -37,6 +37,8 @@ int64 NqHostCountAllocations();
 // The services that are objects; starting one sets its global, stopping clears it.
 void NqHostStartMemory();
 void NqHostStopMemory();
+void NqHostStartFiles();
+void NqHostStopFiles();
 
 // Returns when no other thread is inside the handler that was replaced; a handler that replaces itself is not waited
 // for.

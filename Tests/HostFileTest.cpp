@@ -1,0 +1,384 @@
+#include "NqCore/PublicAPI/INqFile.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "NqCore/PublicAPI/NqString.h"
+#include "Tests/TestHost.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <random>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+constexpr uint32 kLargest = 0x7FFFFFFF;
+
+TNqCountedPtr<INqFile> NewUnnamedFile()
+{
+    TNqCountedPtr<INqUnknown> object;
+    TNqCountedPtr<INqFile> file;
+    gFileUtilities->CreateFileObject(&object);
+    if (!!object)
+        object->QueryInterface(IID_INqFile, reinterpret_cast<void**>(&file));
+    return file;
+}
+
+TNqCountedPtr<INqFile> NewFile(const std::string& path, int32 permission)
+{
+    TNqCountedPtr<INqFile> file = NewUnnamedFile();
+    EXPECT_EQ(file->SetFileName(TNqDynamicString(path.c_str()), 0), kNqNoErr);
+    EXPECT_EQ(file->SetPermission(permission), kNqNoErr);
+    return file;
+}
+
+std::string FullPath(INqFile& file)
+{
+    TNqDynamicString path;
+    file.GetFullPath(path);
+    return path.StrGet();
+}
+
+std::vector<int> OpenDescriptors()
+{
+    std::vector<int> open;
+    for (int i = 0; i < 1024; ++i)
+        if (fcntl(i, F_GETFD) >= 0)
+            open.push_back(i);
+    return open;
+}
+
+class HostFile : public NqTest
+{
+protected:
+    void SetUp() override
+    {
+        NqTest::SetUp();
+        std::string pattern = (fs::temp_directory_path() / "nqfileXXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        fFolder = pattern;
+    }
+    void TearDown() override
+    {
+        fs::remove_all(fFolder);
+        NqTest::TearDown();
+    }
+
+    std::string Path(const char* name) const { return (fFolder / name).string(); }
+    std::string Write(const char* name, const std::string& bytes) const
+    {
+        std::ofstream(Path(name), std::ios::binary) << bytes;
+        return Path(name);
+    }
+    static std::string Bytes(const std::string& path)
+    {
+        std::ifstream stream(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+
+    fs::path fFolder;
+};
+
+} // namespace
+
+// Random operations against a string and a position.
+TEST_F(HostFile, BehavesLikeAStringWithAPosition)
+{
+    const std::vector<int> before = OpenDescriptors();
+    std::mt19937 random(42);
+    const auto upTo = [&](uint32 limit) { return static_cast<uint32>(random() % (limit + 1)); };
+    std::string model = "first content";
+    const std::string path = Write("model", model);
+    TNqCountedPtr<INqFile> file = NewFile(path, eReadWrite);
+    ASSERT_EQ(file->Open(), kNqNoErr);
+    uint32 position = 0;
+    for (int step = 0; step < 20000; ++step)
+    {
+        SCOPED_TRACE(step);
+        int8 bytes[64];
+        uint32 done = 99;
+        const uint32 count = upTo(sizeof bytes);
+        switch (random() % 8)
+        {
+        case 0:
+        case 1:
+        {
+            const std::string wanted = position < model.size() ? model.substr(position, count) : "";
+            ASSERT_EQ(file->Read(bytes, count, &done), wanted.size() == count ? kNqNoErr : kNqErrEndOfFile);
+            ASSERT_EQ(std::string(bytes, done), wanted);
+            position += done;
+            break;
+        }
+        case 2:
+        case 3:
+        {
+            std::generate_n(bytes, count, [&] { return static_cast<int8>(random()); });
+            ASSERT_EQ(file->Write(bytes, count, &done), kNqNoErr);
+            ASSERT_EQ(done, count);
+            if (count > 0)
+                model.resize(std::max<size_t>(model.size(), position + count));
+            model.replace(std::min<size_t>(position, model.size()), count, bytes, count);
+            position += count;
+            break;
+        }
+        case 4:
+        case 5:
+        {
+            const auto from = static_cast<TNqiostream::seek_dir>(upTo(2));
+            const int32 offset = static_cast<int32>(upTo(400)) - 200;
+            const int64 start = from == TNqiostream::beg ? 0 : from == TNqiostream::cur ? position : model.size();
+            ASSERT_EQ(file->SetPosition(offset, from), start + offset < 0 ? kNqErrInvalidData : kNqNoErr);
+            if (start + offset >= 0)
+                position = static_cast<uint32>(start + offset);
+            break;
+        }
+        case 6:
+            model.resize(upTo(300));
+            ASSERT_EQ(file->SetSize(static_cast<uint32>(model.size())), kNqNoErr);
+            break;
+        default:
+            if (upTo(10) != 0)
+                break;
+            ASSERT_EQ(file->Close(), kNqNoErr);
+            ASSERT_EQ(file->Close(), kNqNoErr);
+            ASSERT_LT(file->GetPosition(&done), 0);
+            ASSERT_EQ(Bytes(path), model);
+            ASSERT_EQ(file->Open(), kNqNoErr);
+            position = 0;
+        }
+        uint32 size = 0;
+        uint32 where = 0;
+        ASSERT_EQ(file->GetSize(&size), kNqNoErr);
+        ASSERT_EQ(file->GetPosition(&where), kNqNoErr);
+        ASSERT_EQ(size, model.size());
+        ASSERT_EQ(where, position);
+    }
+    const std::vector<int> during = OpenDescriptors();
+    ASSERT_EQ(during.size(), before.size() + 1);
+    for (int descriptor : during)
+        EXPECT_TRUE(std::count(before.begin(), before.end(), descriptor) || (fcntl(descriptor, F_GETFD) & FD_CLOEXEC))
+            << "children would inherit the file";
+    file = nullptr;
+    EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(HostFile, OpenTellsWhyNot)
+{
+    struct TCase
+    {
+        const char* fName;
+        int32 fPermission;
+        bool fExists;
+        NqErr fResult;
+        std::function<void(const std::string&)> fPrepare;
+    };
+    const auto nothing = [](const std::string&) {};
+    const auto folder = [](const std::string& path) { fs::create_directory(path); };
+    const auto pipe = [](const std::string& path) { ASSERT_EQ(mkfifo(path.c_str(), 0666), 0); };
+    const auto sized = [](off_t size)
+    {
+        return [size](const std::string& path)
+        {
+            std::ofstream stream(path);
+            ASSERT_EQ(truncate(path.c_str(), size), 0);
+        };
+    };
+    const auto locked = [](const std::string& path)
+    {
+        std::ofstream stream(path);
+        ASSERT_EQ(chmod(path.c_str(), 0), 0);
+    };
+    const TCase cases[] = {
+        {"missing", eRead, false, kNqErrFileNotFound, nothing},
+        {"missing/below", eReadWrite, false, kNqErrFileNotFound, nothing},
+        {"plain/below", eRead, false, kNqErrFileNotFound, [this](const std::string&) { Write("plain", ""); }},
+        {"folder", eRead, true, kNqErrInvalidData, folder},
+        {"folder for writing", eReadWrite, true, kNqErrInvalidData, folder},
+        {"pipe", eRead, true, kNqErrInvalidData, pipe},
+        {"pipe for writing", eWrite, true, kNqErrInvalidData, pipe},
+        {"/dev/zero", eRead, true, kNqErrInvalidData, nothing},
+        {"locked", eRead, true, kNqErrInvalidData, locked},
+        {"locked for writing", eReadWrite, true, kNqErrInvalidData, locked},
+        {"no access asked", eAlways, true, kNqErrInvalidData, sized(0)},
+        {"one byte too large", eReadWrite, true, kNqErrInvalidData, sized(off_t{kLargest} + 1)},
+        {"4 GiB and one byte", eRead, true, kNqErrInvalidData, sized((off_t{1} << 32) + 1)},
+        {"largest", eRead, true, kNqNoErr, sized(kLargest)},
+        {"/dev/full", eWrite, true, kNqNoErr, nothing},
+    };
+    const bool isRoot = geteuid() == 0;
+    fs::permissions(fFolder, fs::perms::all);
+    for (const TCase& test : cases)
+    {
+        SCOPED_TRACE(test.fName);
+        const std::string path = Path(test.fName);
+        test.fPrepare(path);
+        TNqCountedPtr<INqFile> file = NewFile(path, test.fPermission);
+        EXPECT_EQ(file->Exists() != 0, test.fExists);
+        ASSERT_TRUE(!isRoot || seteuid(65534) == 0); // nothing is locked for root
+        EXPECT_EQ(file->Open(), test.fResult);
+        ASSERT_TRUE(!isRoot || seteuid(0) == 0);
+        uint32 done = 99;
+        const bool open = test.fResult == kNqNoErr;
+        EXPECT_EQ(open ? file->Open() : file->Read(nullptr, 1, &done), open ? kNqErrInvalidData : kNqErrFormat);
+    }
+}
+
+TEST_F(HostFile, PositionsNeverWrapAndFailedWritesTellWhatWasDone)
+{
+    const std::string path = Write("large", "");
+    TNqCountedPtr<INqFile> file = NewFile(path, eReadWrite);
+    ASSERT_EQ(file->Open(), kNqNoErr);
+    uint32 value = 0;
+    EXPECT_EQ(file->SetSize(0x80000000U), kNqErrInvalidData);
+    EXPECT_EQ(file->SetPosition(0x7FFFFFFC, TNqiostream::beg), kNqNoErr);
+    EXPECT_EQ(file->SetPosition(4, TNqiostream::cur), kNqErrInvalidData);
+    EXPECT_EQ(file->Write("12345", 0xFFFFFFFFU, &value), kNqErrInvalidData);
+    EXPECT_EQ(file->Write("1234", 4, &value), kNqErrInvalidData);
+    EXPECT_EQ(value, 0U);
+    EXPECT_EQ(file->GetSize(&value), kNqNoErr);
+    EXPECT_EQ(value, 0U);
+    EXPECT_EQ(file->Write("123", 3, &value), kNqNoErr);
+    EXPECT_EQ(file->GetSize(&value), kNqNoErr);
+    EXPECT_EQ(value, kLargest);
+    EXPECT_EQ(file->SetPosition(1, TNqiostream::end), kNqErrInvalidData);
+    int8 bytes[8];
+    EXPECT_EQ(file->SetPosition(-2, TNqiostream::end), kNqNoErr);
+    EXPECT_EQ(file->Read(bytes, 0xFFFFFFFFU, &value), kNqErrEndOfFile);
+    EXPECT_EQ(std::string(bytes, value), "23");
+
+    // The file may grow to 10 bytes: the first system call writes part, the second one fails.
+    ASSERT_EQ(file->SetSize(0), kNqNoErr);
+    ASSERT_EQ(file->SetPosition(0, TNqiostream::beg), kNqNoErr);
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit oldLimit;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &oldLimit), 0);
+    const rlimit limit = {10, oldLimit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(file->Write("0123456789abcdef", 16, &value), kNqErrInvalidData);
+    EXPECT_EQ(value, 10U);
+    EXPECT_EQ(file->SetSize(11), kNqErrInvalidData);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &oldLimit), 0);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_EQ(file->Write("abc", 3, nullptr), kNqNoErr);
+    EXPECT_EQ(Bytes(path), "0123456789abc");
+
+    TNqCountedPtr<INqFile> full = NewFile("/dev/full", eWrite);
+    ASSERT_EQ(full->Open(), kNqNoErr);
+    EXPECT_EQ(full->SetSize(0), kNqNoErr);
+    EXPECT_EQ(full->Write("x", 1, &value), kNqErrInvalidData);
+    EXPECT_EQ(value, 0U);
+    TNqCountedPtr<INqFile> readOnly = NewFile(path, eRead);
+    ASSERT_EQ(readOnly->Open(), kNqNoErr);
+    EXPECT_EQ(readOnly->Write("x", 1, &value), kNqErrInvalidData);
+    EXPECT_EQ(readOnly->SetSize(1), kNqErrInvalidData);
+}
+
+TEST_F(HostFile, CreateMakesAnEmptyFileAndSparesOneThatIsThere)
+{
+    TNqCountedPtr<INqFile> file = NewFile(Path("new"), eReadWrite);
+    EXPECT_EQ(file->Create(), kNqNoErr);
+    EXPECT_TRUE(file->Exists());
+    uint32 size = 9;
+    EXPECT_EQ(file->GetSize(&size), kNqNoErr);
+    EXPECT_EQ(size, 0U);
+    const std::string old = Write("old", "kept");
+    EXPECT_EQ(NewFile(old, eReadWrite)->Create(), kNqErrInvalidData);
+    EXPECT_EQ(NewFile(old, eWrite)->Open(), kNqNoErr);
+    EXPECT_EQ(Bytes(old), "kept");
+    EXPECT_EQ(NewFile(Path("no folder/new"), eReadWrite)->Create(), kNqErrFileNotFound);
+}
+
+TEST_F(HostFile, NamesBecomeAbsoluteAndAreCopiedWithTheirPermission)
+{
+    const fs::path old = fs::current_path();
+    fs::current_path(fFolder);
+    const std::string here = fs::current_path().string();
+    Write("scene.nq", "content");
+    TNqCountedPtr<INqFile> file = NewFile("scene.nq", eReadWrite | kNqModeNoCreate);
+    EXPECT_EQ(FullPath(*file), here + "/scene.nq");
+    TNqString255 folder;
+    file->GetPathRelativeFolder(folder);
+    EXPECT_EQ(std::string(folder.StrGet()), here + "/");
+    TNqCountedPtr<INqFile> copy = NewFile("other", eRead);
+    EXPECT_EQ(copy->CopyFrom(*file), kNqNoErr);
+    fs::current_path("/");
+    EXPECT_EQ(FullPath(*file), "/scene.nq");
+    fs::current_path(old);
+    EXPECT_EQ(FullPath(*copy), here + "/scene.nq");
+    int32 permission = 0;
+    EXPECT_EQ(copy->GetPermission(&permission), kNqNoErr);
+    EXPECT_EQ(permission, eReadWrite | kNqModeNoCreate);
+    EXPECT_EQ(copy->Open(), kNqNoErr);
+    EXPECT_EQ(copy->CopyFrom(*copy), kNqNoErr); // closed again
+    EXPECT_EQ(copy->Open(), kNqNoErr);
+
+    EXPECT_EQ(copy->CopyFrom(*NewFile("", eRead)), kNqErrInvalidData);
+    TNqString15 tooShort;
+    copy->GetFullPath(tooShort);
+    EXPECT_EQ(tooShort.ByteLength(), 0U) << "a cut path names another file";
+    EXPECT_EQ(TakeReports().size(), 1U);
+}
+
+TEST_F(HostFile, WithoutMemoryThereIsAnErrorAndNeverAnotherPath)
+{
+    ForEachFailingAllocation(
+        [](int64)
+        {
+            const TNqCountedPtr<INqFile> file = NewUnnamedFile();
+            if (!file)
+                return;
+            const bool named = file->SetFileName(TNqString255("a/scene.nq"), 0) == kNqNoErr;
+            const std::string path = FullPath(*file);
+            const bool copied = file->CopyFrom(*file) == kNqNoErr;
+            TestHost().FailAllocations(0);
+            const std::string whole = fs::current_path().string() + "/a/scene.nq";
+            EXPECT_TRUE(path.empty() || path == whole) << path;
+            EXPECT_EQ(FullPath(*file), named || copied ? whole : "");
+        });
+}
+
+TEST_F(HostFile, EachTypeGetsANewTranscoder)
+{
+    int8 separator = 0;
+    EXPECT_EQ(gFileUtilities->GetPathSeparator(&separator), '/');
+    EXPECT_EQ(separator, '/');
+    const struct
+    {
+        TranscoderType fAsked;
+        TranscoderType fMade;
+    } cases[] = {{kAnsiTranscoder, kAnsiTranscoder},
+                 {kMacTranscoder, kMacTranscoder},
+                 {kUTF8Transcoder, kUTF8Transcoder},
+                 {kPlatformDependent, kUTF8Transcoder}};
+    for (const auto& test : cases)
+    {
+        TNqCountedPtr<ITranscoder> one;
+        TNqCountedPtr<ITranscoder> other;
+        gFileUtilities->CreateTranscoder(one, test.fAsked);
+        gFileUtilities->CreateTranscoder(other, test.fAsked);
+        ASSERT_FALSE(!one || !other);
+        EXPECT_EQ(one->GetType(), test.fMade);
+        EXPECT_NE(static_cast<ITranscoder*>(one), static_cast<ITranscoder*>(other));
+        gFileUtilities->CreateTranscoder(one, kJpnTranscoder);
+        EXPECT_TRUE(!one);
+        EXPECT_EQ(TakeReports().size(), 1U);
+    }
+    ForEachFailingAllocation(
+        [](int64 n)
+        {
+            TNqCountedPtr<ITranscoder> transcoder;
+            gFileUtilities->CreateTranscoder(transcoder, kUTF8Transcoder);
+            EXPECT_TRUE(n > 2 || !transcoder);
+        });
+}
