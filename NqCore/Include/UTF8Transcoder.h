@@ -6,8 +6,8 @@
 //
 // A character starts at every byte below 0x80 or in 0xC2..0xF4; all other bytes belong to the character before them.
 // Characters are 16 bits wide: a four-byte sequence gives its low 16 bits. Everything stops at the first NUL, and the
-// forms that take a number of bytes read none beyond it; they are also the fast ones. Threads: the functions are safe
-// from any.
+// forms that take a number of bytes read none beyond it; they are also the fast ones.
+// Threads: the functions are safe from any, a transcoder is used by one at a time.
 
 #pragma once
 

@@ -8,9 +8,10 @@
 //         Use(ids[i]);
 //
 // Ownership: the array owns its block, unless ArrayAllocFromBuffer lent it one. Copies are deep.
-// Growth: AddElem adds a fifth of the count plus one, at most 128 KiB a step. Beyond that size appending copies
-// linearly per step: reserve with SetElemSpace when the count is known. Failure: every failed check and every failed
-// allocation is reported to the host; the operation returns false and the array keeps what it held. Nothing throws.
+// Growth: AddElem adds a fifth of the count plus one, at most 128 KiB a step; larger arrays are copied once a step, so
+// reserve with SetElemSpace when the count is known.
+// Failure: a failed check or allocation is reported to the host; the operation returns false and the array keeps what
+// it held. Nothing throws.
 // Threads: one at a time.
 
 #pragma once

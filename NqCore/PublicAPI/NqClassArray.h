@@ -11,8 +11,8 @@
 //         Use(*name);
 //
 // Elements: default-constructible and copyable, aligned as scalars are, and free of pointers into themselves: a growing
-// block moves them as bytes, without calling a constructor or a destructor. Ownership, growth, failure and threads: as
-// TNqArray. Only AddElem() without a value throws.
+// block moves them as bytes, without calling a constructor or a destructor.
+// Ownership, growth, failure and threads: as TNqArray. Only AddElem() without a value throws.
 
 #pragma once
 

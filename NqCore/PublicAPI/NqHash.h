@@ -1,5 +1,5 @@
-// A hash map that keeps its entries in the order of insertion: an entry has an index, which never changes, besides its
-// key.
+// A hash map that keeps its entries in the order of insertion: besides its key an entry has an index, which never
+// changes.
 //
 //     TNqHashMap<uint16, uint8> map(64);
 //     boolean alreadyThere;
@@ -8,10 +8,10 @@
 //         Use(*value);
 //
 // Keys and values lie in two parallel arrays, and each bucket is an array of entry indices. There is no removal, only
-// ResetDatas. The number of buckets is fixed at construction: choose it near the number of entries. Keys that are not
-// plain bytes need a derived map with a hash of their own: the default one adds up the bytes of the key. Failure: an
-// entry that found no memory is not added; a map without buckets throws kNqErrInvalidData at every look-up. Threads:
-// one at a time.
+// ResetDatas. The number of buckets is fixed at construction: choose it near the number of entries.
+// Keys that are not plain bytes need a derived map with its own hash: the default one adds up the bytes of the key.
+// Failure: an entry that found no memory is not added; a map without buckets throws kNqErrInvalidData at every look-up.
+// Threads: one at a time.
 
 #pragma once
 

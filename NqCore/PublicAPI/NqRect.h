@@ -8,8 +8,8 @@
 //         ...
 //
 // Empty means without area; valid means not turned inside out, so a rectangle of size zero is both. SetInvalid writes a
-// marker, empty and turned inside out, to which Union adds as if nothing were there. Coordinates wrap on overflow;
-// reals become integers by truncation unless stated, out of range the nearest one.
+// marker, empty and turned inside out, to which Union adds as if nothing were there.
+// Coordinates wrap on overflow. Reals become integers by truncation unless stated, out of range the nearest one.
 
 #pragma once
 
