@@ -32,14 +32,11 @@
 
 #pragma once
 
-#include "NqCore/PublicAPI/NqCompObj.h"
-#include "NqCore/PublicAPI/NqCountedPtr.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
 #include "NqCore/PublicAPI/NqString.h"
 
 class INqFile;
-class ITranscoder;
 class TNqiostream;
-enum TranscoderType : int;
 
 // What a stream, or a file of the host, may be used for.
 enum EFilePermission : int
@@ -284,6 +281,9 @@ protected:
     TNqCountedPtr<ITranscoder> fEncoding;
     uint8 fIDOffset; // bytes of the byte-order mark before the text
     TNqCountedPtr<IStreamContext> fStreamContext;
+
+private:
+    TNqiostreamInfoStruct* AddInfo(IDType id);
 };
 
 // Manipulators.
@@ -370,6 +370,9 @@ protected:
 
     int32 fCount; // the highest position reached
     int32 fPos;
+
+private:
+    void MoveTo(int64 position);
 };
 
 // A stream over a file of the host, with one buffer for reading and writing. Without a buffer every call goes to the
@@ -448,21 +451,22 @@ private:
         kHoldsPutback = 2, // some were put back and differ from the file: they must never be written
     };
 
-    boolean IsOpen(int32 permission) const;
-    NqErr OpenFile(INqFile& file, boolean* created);
+    NqErr OpenFile(int32 mode, boolean* created);
+    NqErr MeasureFile();
     NqErr AllocateBuffer(int32 size);
     NqErr Fail(NqErr error, boolean* created);
     void CloseFile();
     int64 Position() const { return static_cast<int64>(fBufferOffset) + fBufferPos; }
-    void LoadBuffer(int64 position);
+    void DropBuffer(int64 position);
+    boolean DumpBuffer();
+    boolean LoadBuffer(int64 position);
     boolean LoadNextBuffer();
     boolean LoadPrevBuffer();
-    boolean DumpBuffer();
-    void DropBuffer(int64 position);
-    void NoteBytesWritten(uint32 count);
+    void ReadBuffered(int8* data, uint32 count);
     void ReadUnbuffered(int8* data, uint32 count);
+    void NoteBytesWritten(uint32 count);
     void WriteUnbuffered(const int8* data, uint32 count);
-    void SeekUnbuffered(int32 offset, seek_dir dir);
+    void SeekUnbuffered(int64 distance, seek_dir dir);
 };
 
 // Reopens a file at a position. The new stream has the Mac encoding whatever the first one had: documents that refer to

@@ -1,0 +1,69 @@
+// Bytes collected while their number is not yet known: a block from the host that doubles, so that n bytes cost time in
+// the order of n. Always NUL-terminated. For elements of other types, or to keep, use TNqArray.
+//
+//     NqByteBuffer text(256);
+//     while (...)
+//         if (!text.Append(c))
+//             ...                       // no memory; what was collected is still there
+//     out.FromText(text.Data(), text.Count());
+//
+// Threads: one at a time. Failure: a block that could not be had shows in the result of Append; nothing is reported.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqHostServices.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+class NqByteBuffer
+{
+public:
+    // The first block, made when the first byte comes, holds `space` bytes.
+    explicit NqByteBuffer(uint32 space) : fSpace(std::max<uint32>(space, 1)) {}
+    NqByteBuffer(const NqByteBuffer&) = delete;
+    NqByteBuffer& operator=(const NqByteBuffer&) = delete;
+    ~NqByteBuffer() { Nqfree(fData); }
+
+    bool Append(int8 c)
+    {
+        if (fCount == fCapacity && !Grow())
+            return false;
+        fData[fCount++] = c;
+        return true;
+    }
+
+    void Clear() { fCount = 0; }
+    uint32 Count() const { return fCount; }
+
+    // The bytes and a NUL; valid until the next change.
+    const int8* Data()
+    {
+        if (fData == nullptr)
+            return "";
+        fData[fCount] = 0;
+        return fData;
+    }
+
+private:
+    [[gnu::noinline]] bool Grow()
+    {
+        const uint64 capacity =
+            std::min<uint64>(fCapacity == 0 ? fSpace : uint64(fCapacity) * 2, std::numeric_limits<uint32>::max() - 1);
+        if (capacity <= fCapacity)
+            return false;
+        void* const block = fData == nullptr ? Nqmalloc(static_cast<unsigned long>(capacity) + 1)
+                                             : Nqrealloc(fData, static_cast<uint32>(capacity) + 1);
+        if (block == nullptr)
+            return false;
+        fData = static_cast<int8*>(block);
+        fCapacity = static_cast<uint32>(capacity);
+        return true;
+    }
+
+    int8* fData = nullptr;
+    uint32 fCount = 0;
+    uint32 fCapacity = 0; // bytes that fit, the NUL not counted
+    uint32 fSpace;
+};

@@ -1,0 +1,664 @@
+// The text of streams, in and out: one function template for each kind of value, over the sources and sinks of
+// NqStreamAccess.h. The operators of TNqiostream are these; a reader of many values calls them on one source and saves
+// finding out, value by value, what kind of stream it has.
+//
+//     NqWithSource(stream, [&](auto& source) {
+//         for (int32 i = 0; i < count; ++i)
+//             NqExtract(source, out[i]);      // stream >> out[i], by the shortest way
+//     });
+
+#pragma once
+
+#include "NqCore/Include/NqByteBuffer.h"
+#include "NqCore/Include/NqStreamAccess.h"
+#include "NqCore/Include/UTF8Transcoder.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqString.h"
+
+#include <cmath>
+
+// ---- Words and separators
+// --------------------------------------------------------------------------------------------------
+
+inline bool NqIsDigit(int8 c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// The next character that is no separator, consumed. At the end of the stream the last one passed over, 0 without any.
+template <class Source>
+int8 NqSkipSeparators(Source& source)
+{
+    int8 c = 0;
+    source.GetWhile(c, [&](int8 byte) { return source.IsWhite(byte); });
+    return c;
+}
+
+// Collects a word: first `c`, then what follows up to a separator, a NUL or the end of the stream, as long as
+// inStore(byte) takes it. True when it ended; false when inStore refused a byte, which is then in `c`, as is whatever
+// ended the word.
+template <class Source, class Store>
+bool NqScanWord(Source& source, int8& c, Store&& inStore)
+{
+    bool refused = false;
+    const auto take = [&](int8 byte)
+    {
+        if (source.IsWhite(byte) || byte == 0)
+            return false;
+        refused = !inStore(byte);
+        return !refused;
+    };
+    if (source.Good() && take(c))
+        source.GetWhile(c, take);
+    return !refused;
+}
+
+template <class Source>
+void NqScanUnboundedWord(Source& source, int8* word)
+{
+    int8 c = NqSkipSeparators(source);
+    NqScanWord(source, c,
+               [&](int8 byte)
+               {
+                   *word++ = byte;
+                   return true;
+               });
+    *word = 0;
+    if (source.Good() && source.IsWhite(c))
+        source.Putback(c);
+}
+
+template <class Source>
+bool NqScanBoundedWord(Source& source, int8* buffer, int32 bufferSize)
+{
+    int32 count = 1; // the NUL
+    int8 c = NqSkipSeparators(source);
+    const bool ended = NqScanWord(source, c,
+                                  [&](int8 byte)
+                                  {
+                                      if (count >= bufferSize)
+                                          return false;
+                                      buffer[count++ - 1] = byte;
+                                      return true;
+                                  });
+    buffer[count - 1] = 0;
+    if (!ended || (source.Good() && source.IsWhite(c)))
+        source.Putback(c);
+    return ended;
+}
+
+// ---- Numbers
+// -----------------------------------------------------------------------------------------------------------
+
+// Digits, entered with the first one in `c`; left with what follows them, or the last digit at the end of the stream.
+// Wraps.
+template <class Source>
+uint32 NqScanDigits(Source& source, int8& c)
+{
+    uint32 value = static_cast<uint32>(c - '0');
+    source.GetWhile(c,
+                    [&](int8 byte)
+                    {
+                        if (!NqIsDigit(byte))
+                            return false;
+                        value = value * 10 + static_cast<uint32>(byte - '0');
+                        return true;
+                    });
+    return value;
+}
+
+// What ended a number goes back into the stream, except a separator.
+template <class Source>
+void NqEndNumber(Source& source, int8 c)
+{
+    if (source.Good() && !source.IsWhite(c))
+        source.Putback(c);
+}
+
+template <class Source>
+bool NqFailNumber(Source& source)
+{
+    source.Stream().streamfail(kNqStreamBadNumber);
+    return false;
+}
+
+// Integers, signed or not, modulo 2^32. False, with the value as it was, when there is no digit.
+template <class Source>
+bool NqScanInteger(Source& source, bool inPlusAllowed, uint32& outValue)
+{
+    int8 c = NqSkipSeparators(source);
+    const bool negative = c == '-';
+    if (negative || (c == '+' && inPlusAllowed))
+        source.Get(c);
+    if (!NqIsDigit(c))
+        return NqFailNumber(source);
+    const uint32 value = NqScanDigits(source, c);
+    NqEndNumber(source, c);
+    outValue = negative ? 0 - value : value;
+    return true;
+}
+
+template <class Source>
+bool NqScanLong(Source& source, int32& value)
+{
+    uint32 number = 0;
+    const bool found = NqScanInteger(source, true, number);
+    value = static_cast<int32>(number);
+    return found;
+}
+
+// A "+" is not accepted before an unsigned number; a "-" is, and wraps.
+template <class Source>
+bool NqScanUnsignedLong(Source& source, uint32& value)
+{
+    return NqScanInteger(source, false, value);
+}
+
+// The weights of decimal places: each a tenth of the one before, in double precision. Files read the same everywhere
+// because the same roundings are made everywhere.
+class NqDecimalWeights
+{
+public:
+    static constexpr int kCount = 32;
+
+    constexpr NqDecimalWeights() : fWeights()
+    {
+        real64 weight = 0.1;
+        for (real64& place : fWeights)
+        {
+            place = weight;
+            weight /= 10;
+        }
+    }
+    constexpr real64 operator[](int place) const { return fWeights[place]; }
+
+private:
+    real64 fWeights[kCount];
+};
+inline constexpr NqDecimalWeights kNqDecimalWeights;
+
+// The places behind the point, which is in `c`.
+template <class Source>
+real64 NqScanFraction(Source& source, int8& c)
+{
+    real64 fraction = 0;
+    real64 weight = 0;
+    int place = 0;
+    source.GetWhile(c,
+                    [&](int8 byte)
+                    {
+                        if (!NqIsDigit(byte))
+                            return false;
+                        weight = place < NqDecimalWeights::kCount ? kNqDecimalWeights[place] : weight / 10;
+                        ++place;
+                        fraction += (byte - '0') * weight;
+                        return true;
+                    });
+    return fraction;
+}
+
+// value * 10^exponent, the small powers as literal constants.
+inline real64 NqScaleByTen(real64 value, int32 exponent)
+{
+    constexpr real64 kSmallPowers[10] = {1e-5, 1e-4, 1e-3, 0.01, 0.1, 1, 10, 100, 1000, 10000};
+    if (exponent == 0)
+        return value;
+    if (exponent >= -5 && exponent <= 4)
+        return value * kSmallPowers[exponent + 5];
+    return value * std::pow(10.0, static_cast<real64>(exponent));
+}
+
+template <class Source>
+bool NqScanDouble(Source& source, real64& value)
+{
+    int8 c = NqSkipSeparators(source);
+    const real64 sign = c == '-' ? -1 : 1;
+    if (c == '+' || c == '-')
+        source.Get(c);
+    if (c != '.' && !NqIsDigit(c))
+        return NqFailNumber(source);
+    const uint32 whole = NqIsDigit(c) ? NqScanDigits(source, c) : 0;
+    const real64 fraction = c == '.' ? NqScanFraction(source, c) : 0.0;
+    uint32 exponent = 0;
+    if (c == 'e' || c == 'E')
+    {
+        source.Get(c);
+        const bool negative = c == '-';
+        if (c == '+' || c == '-')
+            source.Get(c);
+        if (!NqIsDigit(c))
+            return NqFailNumber(source);
+        exponent = NqScanDigits(source, c);
+        exponent = negative ? 0 - exponent : exponent;
+    }
+    // Units such as "12:" and "3/" once followed numbers: these characters still belong to the number.
+    while (source.Good() && (c == ':' || c == '/'))
+        source.Get(c);
+    NqEndNumber(source, c);
+    value = NqScaleByTen((whole + fraction) * sign, static_cast<int32>(exponent));
+    return true;
+}
+
+template <class Sink>
+void NqPutUnsignedLong(Sink& sink, uint32 value)
+{
+    int8 digits[10];
+    int32 first = 10;
+    do
+    {
+        digits[--first] = static_cast<int8>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    sink.Write(digits + first, 10 - first);
+}
+
+template <class Sink>
+void NqPutLong(Sink& sink, int32 value)
+{
+    uint32 magnitude = static_cast<uint32>(value);
+    if (value < 0)
+    {
+        sink.Put('-');
+        magnitude = 0 - magnitude;
+    }
+    NqPutUnsignedLong(sink, magnitude);
+}
+
+// floor(0.5 + value), without a call for the values that occur.
+inline real64 NqRoundHalfUp(real64 value)
+{
+    value += 0.5;
+    if (!(value >= 0 && value < 9e15))
+        return std::floor(value);
+    return static_cast<real64>(static_cast<int64>(value));
+}
+
+// Decimals behind the whole part: trailing zeros are dropped. A fraction that rounds up to 1 leaves the point alone:
+// the whole part stands already, and existing files depend on it.
+template <class Sink>
+void NqPutFraction(Sink& sink, int64 decimals, int precision)
+{
+    if (decimals <= static_cast<int64>(gPowersTen[precision]))
+        return;
+    int8 digits[16];
+    int32 count = 0;
+    for (int place = precision; place > 0; --place)
+    {
+        const int8 digit = static_cast<int8>('0' + decimals % 10);
+        decimals /= 10;
+        if (digit != '0' && count == 0)
+            count = place;
+        digits[place] = digit;
+    }
+    digits[0] = '.';
+    sink.Write(digits, count + 1);
+}
+
+template <class Sink>
+void NqPutDouble(Sink& sink, real64 value)
+{
+    if (!NqCheckText(value == value, "decimals >= 0"))
+        value = 0; // not a number
+    if (value < 0)
+    {
+        sink.Put('-');
+        value = -value;
+    }
+    if (value >= 2147483647.0)
+        return NqPutLong(sink, 2147483647);
+    const int32 whole = static_cast<int32>(value);
+    NqPutLong(sink, whole);
+    // The 1 in front keeps the zeros that a fraction begins with.
+    const int precision = sink.Precision();
+    const real64 decimals = NqRoundHalfUp((value + 1.0 - whole) * gPowersTen[precision]);
+    NqPutFraction(sink, static_cast<int64>(decimals), precision);
+}
+
+template <class Sink>
+void NqPutFloat(Sink& sink, real32 value)
+{
+    NqPutDouble(sink, 1e-6 * NqRoundHalfUp(static_cast<real64>(value) * 1e6));
+}
+
+// ---- Lines
+// -------------------------------------------------------------------------------------------------------------
+
+struct NqLineEnd
+{
+    int8 fByte;  // the delimiter, the byte that inStore refused (consumed), or 0 at the end of the stream
+    bool fFound; // the delimiter was there
+};
+
+// A line, byte for byte to inStore(byte). Its end is consumed and not stored; with '\n', CR, LF, CR LF and LF CR end a
+// line and count as
+// '\n'. ioCount is raised by the bytes stored, and by the second half of a pair.
+template <class Source, class Store>
+NqLineEnd NqScanLine(Source& source, int8 delim, int32& ioCount, Store&& inStore)
+{
+    const auto isEnd = [&](int8 c) { return c == delim || (delim == '\n' && c == '\r'); };
+    int8 c = 0;
+    const bool stopped = source.GetWhile(c,
+                                         [&](int8 byte)
+                                         {
+                                             if (isEnd(byte) || !inStore(byte))
+                                                 return false;
+                                             ++ioCount;
+                                             return true;
+                                         });
+    if (!stopped)
+        return {0, false};
+    if (!isEnd(c))
+        return {c, false};
+    if (delim == '\n')
+    {
+        int8 other = 0;
+        source.Get(other);
+        if (source.Good() && other != c && isEnd(other))
+            ++ioCount;
+        else if (source.Good())
+            source.Putback(other);
+    }
+    return {delim, true};
+}
+
+// ---- Strings
+// -----------------------------------------------------------------------------------------------------------
+
+// Text from encoded bytes, up to the first NUL. Without a transcoder they are UTF-8 already.
+inline void NqTextFromEncoded(TNqString& text, const int8* bytes, ITranscoder* encoding)
+{
+    if (encoding != nullptr)
+        text.FromEncodedPtr(reinterpret_cast<const uint8*>(bytes), encoding);
+    else
+        text.FromCPtr(bytes);
+}
+
+constexpr int32 kNqQuotedStringLimit = 256;
+
+// The bytes of a string in quotes, or of a bare word, into kNqQuotedStringLimit + 1 bytes. What is longer stays in the
+// stream.
+template <class Source>
+void NqScanQuoted(Source& source, int8* out)
+{
+    int32 count = 0;
+    int8 c = NqSkipSeparators(source);
+    const bool quoted = c == '"';
+    if (!quoted && source.Good())
+        out[count++] = c;
+    bool escaped = false;
+    bool full = false;
+    if (source.Good())
+        source.GetWhile(c,
+                        [&](int8 byte)
+                        {
+                            if (!escaped)
+                            {
+                                if (quoted ? byte == '"'
+                                           : (byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r'))
+                                    return false;
+                                full = count == kNqQuotedStringLimit;
+                                if (full)
+                                    return false;
+                                escaped = byte == '\\';
+                                if (escaped)
+                                    return true;
+                            }
+                            escaped = false;
+                            out[count++] = byte;
+                            return true;
+                        });
+    if (full)
+        source.Putback(c);
+    out[count] = 0;
+}
+
+enum class NqLineString
+{
+    kRead,
+    kNone, // no quote, no closing quote on the line, too long
+    kNoMemory
+};
+
+// The bytes of a string in quotes on one line, more than inMaxLength of them only by the last one.
+template <class Source>
+NqLineString NqScanLineQuoted(Source& source, uint32 inMaxLength, NqByteBuffer& out)
+{
+    int8 c = NqSkipSeparators(source);
+    if (c != '"')
+        return NqLineString::kNone;
+    bool escaped = false;
+    bool memory = true;
+    const bool stopped =
+        source.GetWhile(c,
+                        [&](int8 byte)
+                        {
+                            if (!escaped)
+                            {
+                                if (byte == '"' || byte == '\n' || byte == '\r' || out.Count() > inMaxLength)
+                                    return false;
+                                escaped = byte == '\\';
+                                if (escaped)
+                                    return true;
+                            }
+                            else
+                            {
+                                escaped = false;
+                                byte = byte == 'n' ? '\n' : byte == 'r' ? '\r' : byte;
+                            }
+                            memory = out.Append(byte);
+                            return memory;
+                        });
+    if (!memory)
+        return NqLineString::kNoMemory;
+    return stopped && c == '"' ? NqLineString::kRead : NqLineString::kNone;
+}
+
+// Whether a byte inside a string stands for something else to a reader: the quote, the escape, and the old escape 0x01.
+inline bool NqNeedsEscape(uint32 c)
+{
+    return c == '"' || c == '\\' || c == 1;
+}
+
+// Characters on their way out: what the transcoder makes of them, with a short cut for those of this library.
+class NqTextEncoder
+{
+public:
+    explicit NqTextEncoder(ITranscoder* encoding)
+        : fEncoding(encoding),
+          fUTF8(encoding != nullptr && typeid(*encoding) == typeid(TUTF8Transcoder)),
+          fAsciiAsIs(fUTF8 || IsTable(encoding))
+    {
+    }
+
+    bool AsciiAsIs() const { return fAsciiAsIs; }
+
+    template <class Sink>
+    void Put(Sink& sink, uint16 character) const
+    {
+        if (fUTF8)
+        {
+            uint8 bytes[4];
+            const uint8 count = UnicodeToUTF8Char(character, bytes);
+            sink.PutEach(reinterpret_cast<const int8*>(bytes), count);
+            return;
+        }
+        const TNqArray<uint8>& bytes = fEncoding->Decode(character);
+        for (uint32 i = 0; i < bytes.GetElemCount(); ++i)
+            sink.Put(static_cast<int8>(bytes[i]));
+    }
+
+private:
+    static bool IsTable(ITranscoder* encoding);
+
+    ITranscoder* fEncoding;
+    bool fUTF8;
+    bool fAsciiAsIs;
+};
+
+// The characters of a string, encoded and escaped.
+template <class Sink>
+void NqPutCharacters(Sink& sink, const int8* text, uint32 byteLength, const NqTextEncoder& encoder)
+{
+    const auto isPlain = [&](int8 c) { return c > 0 && encoder.AsciiAsIs() && !NqNeedsEscape(static_cast<uint8>(c)); };
+    uint32 i = 0;
+    while (i < byteLength && text[i] != 0)
+    {
+        const uint32 first = i;
+        while (i < byteLength && isPlain(text[i]))
+            ++i;
+        if (i != first)
+        {
+            sink.PutEach(text + first, i - first);
+            continue;
+        }
+        if (UTF8NumBytes(static_cast<uint8>(text[i])) != 0) // other bytes are no characters
+        {
+            const uint16 character = UTF8CharToUnicode(reinterpret_cast<const uint8*>(text + i), byteLength - i);
+            if (NqNeedsEscape(character))
+            {
+                sink.Put(kStringEscape);
+                sink.Put(static_cast<int8>(character));
+            }
+            else
+                encoder.Put(sink, character);
+        }
+        ++i;
+    }
+}
+
+// The bytes of a string as they are, escaped: for streams without a transcoder.
+template <class Sink>
+void NqPutEscapedBytes(Sink& sink, const int8* text, uint32 byteLength)
+{
+    for (uint32 i = 0; i < byteLength && text[i] != 0; ++i)
+    {
+        if (NqNeedsEscape(static_cast<uint8>(text[i])))
+            sink.Put(kStringEscape);
+        sink.Put(text[i]);
+    }
+}
+
+template <class Sink>
+void NqPutQuoted(Sink& sink, const TNqString& text)
+{
+    ITranscoder* const encoding = sink.Stream().GetTranscoder();
+    const int8* const bytes = text.StrGet();
+    const uint32 count = bytes != nullptr ? text.ByteLength() : 0;
+    sink.Write(kStringQuote, 1);
+    if (encoding != nullptr)
+        NqPutCharacters(sink, bytes, count, NqTextEncoder(encoding));
+    else
+        NqPutEscapedBytes(sink, bytes, count);
+    sink.Write(kStringQuote, 1);
+}
+
+// ---- Values as the operators have them
+// ---------------------------------------------------------------------------------------
+
+template <class Source>
+void NqScanValue(Source& source, int8& value)
+{
+    value = NqSkipSeparators(source);
+}
+template <class Source>
+void NqScanValue(Source& source, uint8& value)
+{
+    value = static_cast<uint8>(NqSkipSeparators(source));
+}
+template <class Source>
+void NqScanValue(Source& source, int32& value)
+{
+    NqScanLong(source, value);
+}
+template <class Source>
+void NqScanValue(Source& source, uint32& value)
+{
+    NqScanUnsignedLong(source, value);
+}
+template <class Source>
+void NqScanValue(Source& source, int16& value)
+{
+    int32 number = 0;
+    if (NqScanLong(source, number))
+        value = static_cast<int16>(number);
+}
+template <class Source>
+void NqScanValue(Source& source, uint16& value)
+{
+    uint32 number = 0;
+    if (NqScanUnsignedLong(source, number))
+        value = static_cast<uint16>(number);
+}
+template <class Source>
+void NqScanValue(Source& source, real32& value)
+{
+    real64 number = 0;
+    if (NqScanDouble(source, number))
+        value = static_cast<real32>(number);
+}
+template <class Source>
+void NqScanValue(Source& source, real64& value)
+{
+    NqScanDouble(source, value);
+}
+
+template <class Sink>
+void NqPutValue(Sink& sink, int8 value)
+{
+    sink.Put(value);
+}
+template <class Sink>
+void NqPutValue(Sink& sink, uint8 value)
+{
+    sink.Put(static_cast<int8>(value));
+}
+template <class Sink>
+void NqPutValue(Sink& sink, int16 value)
+{
+    NqPutLong(sink, value);
+}
+template <class Sink>
+void NqPutValue(Sink& sink, uint16 value)
+{
+    NqPutUnsignedLong(sink, value);
+}
+template <class Sink>
+void NqPutValue(Sink& sink, int32 value)
+{
+    NqPutLong(sink, value);
+}
+template <class Sink>
+void NqPutValue(Sink& sink, uint32 value)
+{
+    NqPutUnsignedLong(sink, value);
+}
+template <class Sink>
+void NqPutValue(Sink& sink, real32 value)
+{
+    NqPutFloat(sink, value);
+}
+template <class Sink>
+void NqPutValue(Sink& sink, real64 value)
+{
+    NqPutDouble(sink, value);
+}
+
+// stream >> value and stream << value by the shortest way. Over a plain source or sink these are the operators
+// themselves, which a derived stream may have overridden.
+template <class Source, class T>
+void NqExtract(Source& source, T& value)
+{
+    if constexpr (Source::kIsDirect)
+        NqScanValue(source, value);
+    else
+        source.Stream() >> value;
+}
+
+template <class Sink, class T>
+void NqInsert(Sink& sink, T value)
+{
+    if constexpr (Sink::kIsDirect)
+        NqPutValue(sink, value);
+    else
+        sink.Stream() << value;
+}

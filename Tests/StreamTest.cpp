@@ -1,0 +1,767 @@
+#include "Tests/StreamDoubles.h"
+
+#include <cmath>
+#include <limits>
+
+namespace
+{
+
+const TTexts kFailed = {"Stream throw TNqException"};
+
+// What `body` writes into a memory stream.
+template <class Body>
+std::string Written(Body&& body)
+{
+    TNqstrstream out(kUTF8Transcoder);
+    body(out);
+    const int32 size = out.pcount();
+    int8* const block = out.str();
+    const std::string text(block, static_cast<size_t>(size));
+    Nqfree(block);
+    return text;
+}
+
+// A text to read, kept alive beside its stream.
+struct TIn
+{
+    explicit TIn(const std::string& text)
+        : fText(text),
+          fStream(fText.data(), static_cast<int32>(fText.size()), kUTF8Transcoder, eRead)
+    {
+    }
+
+    std::string Rest()
+    {
+        const int32 position = fStream.pcount();
+        return fText.substr(static_cast<size_t>(position));
+    }
+
+    std::string fText;
+    TNqstrstream fStream;
+};
+
+// ---- Numbers
+// ---------------------------------------------------------------------------------------------------------------
+
+TEST_F(StreamTest, NumbersAsWritten)
+{
+    const struct
+    {
+        real64 fValue;
+        int32 fPrecision;
+        const char* fText;
+    } doubles[] = {
+        {0.0, 8, "0"},
+        {-0.5, 8, "-0.5"},
+        {1.5, 8, "1.5"},
+        {2.0, 8, "2"},
+        {0.000123, 8, "0.000123"},
+        {-0.25, 8, "-0.25"},
+        {1e12, 8, "2147483647"},
+        {-1e300, 8, "-2147483647"},
+        {2147483646.5, 8, "2147483646.5"},
+        {3.999999999, 8, "3."},
+        {0.999, 2, "0."},
+        {1.25, 1, "1.3"},
+        {7.5, 0, "7."},
+        {7.25, 0, "7"},
+        {-0.0, 8, "0"},
+        {1e-9, 8, "0"},
+        {0.1, 15, "0.1"},
+        {0.123456789012345, 15, "0.123456789012345"},
+        {1.0000000001, 10, "1.0000000001"},
+    };
+    for (const auto& c : doubles)
+        EXPECT_EQ(Written(
+                      [&](TNqiostream& out)
+                      {
+                          out.precision(c.fPrecision);
+                          out << c.fValue;
+                      }),
+                  c.fText)
+            << c.fValue;
+    EXPECT_EQ(Written([](TNqiostream& out) { out << std::nan(""); }), "0");
+    EXPECT_EQ(TakeReports(), TTexts{"decimals >= 0"});
+
+    EXPECT_EQ(Written([](TNqiostream& out)
+                      { out << 0.1f << ' ' << -1.0000004f << ' ' << 16777216.f << ' ' << 3e38f << ' ' << 1e-7f; }),
+              "0.1 -1 16777216 2147483647 0");
+    EXPECT_EQ(Written(
+                  [](TNqiostream& out)
+                  {
+                      out << std::numeric_limits<int32>::min() << ' ' << uint32(0) << ' ' << uint32(4294967295) << ' '
+                          << int16(-5) << ' ' << uint16(65535) << ' ' << int64(4294967297) << ' ' << uint64(8589934591);
+                  }),
+              "-2147483648 0 4294967295 -5 65535 1 4294967295");
+    EXPECT_EQ(Written([](TNqiostream& out) { out << "a\"b" << int8('c') << uint8('d') << endl
+                                                 << ends; }),
+              std::string("a\"bcd\r\0", 7));
+}
+
+TEST_F(StreamTest, NumbersAsRead)
+{
+    const struct
+    {
+        const char* fText;
+        real64 fValue;
+        const char* fRest;
+    } doubles[] = {
+        {"1.5e-3x", 1.5 * 1e-3, "x"},
+        {".5", .5, ""},
+        {" -2.25 rest", -2.25, "rest"},
+        {"12:", 12, ""},
+        {"3/4", 3, "4"},
+        {"+7,8", 7, ",8"},
+        {"5.", 5, ""},
+        {"1e6", 1e6, ""},
+        {"2E+20}", 2e20, "}"},
+        {"4294967296", 0, ""},
+        {"1e-5", 1e-5, ""},
+        {"9.e1;", 90, ";"},
+        {"-0", -0.0, ""},
+        {"0.30000000000", 0.3, ""},
+    };
+    for (const auto& c : doubles)
+    {
+        TIn in(c.fText);
+        real64 value = 99;
+        in.fStream >> value;
+        EXPECT_DOUBLE_EQ(value, c.fValue) << c.fText;
+        EXPECT_EQ(std::signbit(value), std::signbit(c.fValue)) << c.fText;
+        EXPECT_EQ(in.Rest(), c.fRest) << c.fText;
+    }
+    for (const char* text : {"abc", "-", "", "1e", "1e+x", "  ", "--1"})
+    {
+        TIn in(text);
+        real64 value = 99;
+        real32 narrow = 98;
+        in.fStream >> value;
+        in.fStream.seek(0, TNqiostream::beg);
+        in.fStream >> narrow;
+        EXPECT_EQ(value, 99) << text;
+        EXPECT_EQ(narrow, 98) << text;
+        EXPECT_FALSE(in.fStream.good());
+        EXPECT_EQ(TakeReports().size(), 2u) << text;
+    }
+    // What every number leaves when it is none: int32 becomes 0, all others stay.
+    TIn in("x");
+    int32 a = 1;
+    uint32 b = 2;
+    int16 c = 3;
+    uint16 d = 4;
+    in.fStream >> a;
+    EXPECT_EQ(in.fStream.eof(), 0);
+    in.fStream >> b >> c >> d;
+    EXPECT_EQ(a + 10 * b + 100 * c + 1000 * d, 4320u);
+    EXPECT_EQ(TakeReports().size(), 4u);
+
+    TIn integers("  -42, +7 -1 70000 4294967297 +5");
+    integers.fStream >> a;
+    int8 comma = 0;
+    integers.fStream >> comma;
+    EXPECT_EQ(comma, ',');
+    EXPECT_EQ(a, -42);
+    integers.fStream >> a >> b >> c;
+    EXPECT_EQ(a, 7);
+    EXPECT_EQ(b, 4294967295u);
+    EXPECT_EQ(c, 4464);
+    integers.fStream >> b;
+    EXPECT_EQ(b, 1u) << "digits wrap";
+    integers.fStream >> b;
+    EXPECT_EQ(b, 1u) << "a plus is no unsigned number";
+    EXPECT_EQ(integers.Rest(), "5");
+    TakeReports();
+}
+
+// ---- Words, strings, lines
+// -------------------------------------------------------------------------------------------------
+
+TEST_F(StreamTest, Words)
+{
+    int8 word[8] = "-------";
+    TIn in(" abcdef g");
+    EXPECT_EQ(in.fStream.ReadString(word, 4), 0);
+    EXPECT_STREQ(word, "abc");
+    EXPECT_EQ(in.Rest(), "def g");
+    EXPECT_EQ(in.fStream.ReadString(word, 4), 1);
+    EXPECT_STREQ(word, "def");
+    EXPECT_EQ(in.Rest(), " g");
+    in.fStream >> word;
+    EXPECT_STREQ(word, "g");
+    EXPECT_EQ(in.fStream.ReadString(word, 4), 1);
+    EXPECT_STREQ(word, "");
+    EXPECT_EQ(in.fStream.ReadString(word, 0), 0);
+    EXPECT_EQ(TakeReports(), TTexts{"bufferSize > 0"});
+}
+
+TEST_F(StreamTest, QuotedStringsAsRead)
+{
+    const std::string long256(256, 'x');
+    const struct
+    {
+        std::string fIn;
+        std::string fText;
+        std::string fRest;
+    } cases[] = {
+        {"word rest", "word", "rest"},
+        {"  \"a \\\"b\\\\\" c", "a \"b\\", " c"},
+        {"\"open", "open", ""},
+        {"a\\ b\tc", "a b", "c"},
+        {"", "", ""},
+        {" \n", "", ""},
+        {"\"\"x", "", "x"},
+        {"\"" + long256 + "\"", long256, ""},
+        {"\"" + long256 + "yz\"", long256, "yz\""},
+        {"\"" + long256 + "\\z\"", long256, "\\z\""},
+        {long256 + "\\ z", long256, "\\ z"},
+        {"\"\xC3\xA9\xE2\x82\xAC\"", "\xC3\xA9\xE2\x82\xAC", ""},
+    };
+    for (const auto& c : cases)
+    {
+        TIn in(c.fIn);
+        TNqDynamicString text("before");
+        in.fStream >> text;
+        EXPECT_EQ(std::string(text.StrGet()), c.fText);
+        EXPECT_EQ(in.Rest(), c.fRest);
+    }
+}
+
+TEST_F(StreamTest, QuotedStringsOnOneLine)
+{
+    const struct
+    {
+        const char* fIn;
+        uint32 fMaxLength;
+        bool fFound;
+        const char* fText;
+        const char* fRest;
+    } cases[] = {
+        {" \"a\\nb\\r\\\"\\q\"z", 99, true, "a\nb\r\"q", "z"},
+        {"word", 99, false, "", "ord"},
+        {"\"cut\nz", 99, false, "", "z"},
+        {"\"cut", 99, false, "", ""},
+        {"\"12345\"z", 5, true, "12345", "z"},
+        {"\"123456\"z", 5, true, "123456", "z"},
+        {"\"1234567\"z", 5, false, "", "\"z"},
+        {"\"\"", 0, true, "", ""},
+    };
+    for (const auto& c : cases)
+    {
+        TIn in(c.fIn);
+        TNqString255 text("before");
+        EXPECT_EQ(in.fStream.ReadSingleLineQuotedString(text, c.fMaxLength), c.fFound) << c.fIn;
+        EXPECT_STREQ(text.StrGet(), c.fText) << c.fIn;
+        EXPECT_EQ(in.Rest(), c.fRest) << c.fIn;
+    }
+}
+
+TEST_F(StreamTest, QuotedStringsAsWritten)
+{
+    const struct
+    {
+        const char* fText;
+        TranscoderType fType;
+        const char* fBytes;
+    } cases[] = {
+        {"a\"b", kUTF8Transcoder, "\"a\\\"b\""},
+        {"\\\x01\n", kUTF8Transcoder, "\"\\\\\\\x01\n\""},
+        {"\xC3\xA9\xE2\x82\xACx", kUTF8Transcoder, "\"\xC3\xA9\xE2\x82\xACx\""},
+        {"\xC3\xA9\xE4\xB8\xADx", kMacTranscoder, "\"\x8E\xE4\xB8\xADx\""},
+        {"\xE2\x82\xAC\xC3\xA9", kAnsiTranscoder, "\"\x80\xE9\""},
+        {"\xF0\x9F\x98\x80", kUTF8Transcoder, "\"\xEF\x98\x80\""}, // characters have 16 bits
+        {"\xF0\x90\x80\xA2", kUTF8Transcoder, "\"\\\"\""},         // ... and may then be a quote
+        {"a\x80\xFF\xC3", kUTF8Transcoder, "\"a\xC3\x80\""},       // stray and missing bytes
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(Written(
+                      [&](TNqiostream& out)
+                      {
+                          out.SetTranscoder(c.fType);
+                          out << TNqDynamicString(c.fText);
+                      }),
+                  c.fBytes);
+    // Without a transcoder the bytes themselves.
+    TNqDynamicString text("q\"\xF0\x9F\x98\x80");
+    countstream count;
+    count << text;
+    EXPECT_EQ(count.count(), 9);
+}
+
+TEST_F(StreamTest, Lines)
+{
+    TIn in("ab\r\ncd\n\ref\rg\n\nlast");
+    TTexts lines;
+    for (TNqDynamicString line; in.fStream.getLine(line, '\n'), !in.fStream.eof();)
+        lines.push_back(line.StrGet());
+    EXPECT_EQ(lines, (TTexts{"ab", "cd", "ef", "g", "", "last"}));
+
+    const struct
+    {
+        const char* fIn;
+        int32 fSize;
+        int8 fDelim;
+        const char* fLine;
+        int8 fEnd;
+        int32 fCount;
+        const char* fRest;
+        const char* fRestOfGet;
+    } cases[] = {
+        {"ab\ncd", 9, '\n', "ab", '\n', 2, "cd", "\ncd"},
+        {"ab\r\ncd", 9, '\n', "ab", '\n', 3, "cd", "\ncd"},
+        {"ab,cd", 9, ',', "ab", ',', 2, "cd", ",cd"},
+        {"ab\ncd", 9, ',', "ab\ncd", 0, 5, "", ""},
+        {"abcd", 2, ',', "ab", 'c', 2, "d", "d"},
+        {"ab,d", 2, ',', "ab", ',', 2, "d", ",d"},
+        {"abcd", 0, ',', "", 0, 0, "abcd", "abcd"},
+        {"ab\n", 9, '\n', "ab", '\n', 2, "", "\n"},
+        {"", 9, '\0', "", 0, 0, "", ""},
+    };
+    for (const auto& c : cases)
+    {
+        int8 line[16];
+        TIn forLine(c.fIn);
+        EXPECT_EQ(forLine.fStream.getline(line, c.fSize, c.fDelim), c.fEnd) << c.fIn;
+        EXPECT_STREQ(line, c.fLine) << c.fIn;
+        EXPECT_EQ(forLine.fStream.gcount(), c.fCount) << c.fIn;
+        EXPECT_EQ(forLine.Rest(), c.fRest) << c.fIn;
+        TIn forGet(c.fIn);
+        forGet.fStream.get(line, c.fSize, c.fDelim);
+        EXPECT_EQ(forGet.fStream.gcount(), c.fCount - (c.fEnd == c.fDelim && c.fEnd != 0)) << c.fIn;
+        EXPECT_EQ(forGet.Rest(), c.fRestOfGet) << c.fIn;
+    }
+}
+
+// A million bytes in one line, one string, one block: work in the order of the bytes.
+TEST_F(StreamTest, LongTextsCostLinearTime)
+{
+    const std::string big(4000000, 'x');
+    TIn in("\"" + big + "\"" + big + "\n");
+    TNqDynamicString text;
+    EXPECT_EQ(in.fStream.ReadSingleLineQuotedString(text, 5000000), 1);
+    EXPECT_EQ(text.ByteLength(), big.size());
+    in.fStream.getLine(text, '\n');
+    EXPECT_EQ(text.ByteLength(), big.size());
+    TDerived<TNqstrstream> out(kUTF8Transcoder);
+    out << text;
+    EXPECT_EQ(out.pcount(), 4000002);
+    TestHost().FailAllocations(0);
+    for (int i = 0; i < 4000000; ++i)
+        out.put('y');
+    EXPECT_LT(TestHost().CountAllocations(), 20);
+}
+
+// ---- Which calls a derived stream sees
+// ------------------------------------------------------------------------------------------
+
+// Reads from a text and notes each call of a primitive.
+class TRecorder : public TNqiostream
+{
+public:
+    explicit TRecorder(const std::string& text) : fText(text) {}
+
+    using TNqiostream::get;
+    using TNqiostream::read;
+    int32 tell() override
+    {
+        fLog += 't';
+        return static_cast<int32>(fAt);
+    }
+    void seek(int32, seek_dir dir) override { fLog += "s" + std::to_string(dir); }
+    void read(int8* data, int32 count) override
+    {
+        fLog += "r" + std::to_string(count);
+        clear(0);
+        if (fAt < fText.size())
+            *data = fText[fAt++];
+        else
+            changestate(eofbit);
+    }
+    void putback(int8 c) override
+    {
+        fLog += std::string("p") + c;
+        --fAt;
+    }
+    void write(const int8*, int32 count) override { fLog += "w" + std::to_string(count); }
+
+    std::string fText;
+    size_t fAt = 0;
+    std::string fLog;
+};
+
+TEST_F(StreamTest, DerivedStreamsSeeEachCall)
+{
+    const auto log = [](const char* text, const std::function<void(TNqiostream&)>& body)
+    {
+        TRecorder recorder(text);
+        body(recorder);
+        return recorder.fLog;
+    };
+    int32 number = 0;
+    real64 real = 0;
+    int8 word[16];
+    TNqString255 text;
+    EXPECT_EQ(log(" -42,", [&](TNqiostream& s) { s >> number; }), "r1r1r1r1r1p,");
+    EXPECT_EQ(log("42 ", [&](TNqiostream& s) { s >> number; }), "r1r1r1");
+    EXPECT_EQ(log("1.5e3:x", [&](TNqiostream& s) { s >> real; }), "r1r1r1r1r1r1r1px");
+    EXPECT_EQ(log("ab c", [&](TNqiostream& s) { s >> word; }), "r1r1r1p ");
+    EXPECT_EQ(log("abc", [&](TNqiostream& s) { s.ReadString(word, 3); }), "r1r1r1pc");
+    EXPECT_EQ(log("\"a\\\"\"z", [&](TNqiostream& s) { s >> text; }), "r1r1r1r1r1");
+    EXPECT_EQ(log("ab\nc", [&](TNqiostream& s) { s.getline(word, 9, '\n'); }), "r1r1r1r1pc");
+    EXPECT_EQ(log("ab\nc", [&](TNqiostream& s) { s.get(word, 9, 'b'); }), "r1r1pb");
+    EXPECT_EQ(log("", [&](TNqiostream& s) { s << int32(-1234) << 1.25 << -2.0; }), "w1w4w1w3w1w1");
+    EXPECT_EQ(log("", [&](TNqiostream& s) { s << TNqString255("a\"\xC3\xA9") << "text" << 'c' << endl; }),
+              "w1w1w1w1w1w1w1w4w1w1");
+    EXPECT_EQ(log("abc", [](TNqiostream& s) { s.GetStreamSize(); }), "ts2ts0");
+    EXPECT_EQ(log("abc", [](TNqiostream& s) { s.CheckIdentifier(); }), "r3s0");
+}
+
+// A stream that cannot be read, and one whose separators end at nothing, do not hang a scanner.
+TEST_F(StreamTest, ScannersEndOnStreamsThatFail)
+{
+    class TSeparated : public TNqstrstream
+    {
+    public:
+        TSeparated(int8* text, int8* separators) : TNqstrstream(text, kUTF8Transcoder) { fSeparators = separators; }
+    };
+    countstream count;
+    int32 value = 5;
+    TNqString255 text("x");
+    count >> value;
+    count >> text;
+    EXPECT_EQ(value, 0);
+    EXPECT_STREQ(text.StrGet(), "");
+    EXPECT_EQ(TakeReports().size(), 3u);
+    int8 bytes[] = "1;;2 3";
+    int8 semicolon[] = ";";
+    TSeparated separated(bytes, semicolon);
+    separated >> value;
+    separated >> value;
+    EXPECT_EQ(value, 2);
+    TSeparated none(bytes, nullptr);
+    none >> value;
+    EXPECT_EQ(none.pcount(), 1);
+}
+
+// ---- What belongs to every stream
+// ----------------------------------------------------------------------------------------------
+
+TEST_F(StreamTest, StateFormatAndInfo)
+{
+    countstream stream;
+    EXPECT_EQ(stream.precision(20), 8);
+    EXPECT_EQ(stream.precision(-1), 15);
+    EXPECT_EQ(stream.precision(3), 0);
+    EXPECT_EQ(stream.width(5), 12);
+    EXPECT_EQ(stream.width(0), 5);
+    stream.setf(0x10);
+    EXPECT_EQ(stream.setf(1, 3), 1) << "a mask clears all flags";
+    EXPECT_EQ(stream.unsetf(0), 1);
+    stream << hex;
+    EXPECT_EQ(stream.setf(0), 2);
+
+    int32 data[2] = {1, 2};
+    stream.SetInfo(5, data, 4);
+    stream.SetInfo(6, data + 1, 4);
+    stream.SetInfo(5, stream.GetInfo(6), 4); // from the stream's own block
+    EXPECT_EQ(*static_cast<int32*>(stream.GetInfo(5)), 2);
+    EXPECT_EQ(stream.GetInfo(7), nullptr);
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            stream.SetInfo(7, data, 4);
+            const int32* const info = static_cast<int32*>(stream.GetInfo(7));
+            EXPECT_TRUE(info == nullptr || *info == 1);
+        });
+    ASSERT_NE(stream.GetInfo(7), nullptr);
+    EXPECT_EQ(*static_cast<int32*>(stream.GetInfo(6)), 2);
+
+    EXPECT_EQ(stream.GetContext(), nullptr);
+    TNqString255 folder("x");
+    stream.GetPathRelativeFolder(folder);
+    EXPECT_EQ(folder.ByteLength(), 0u);
+    stream.WriteIdentifier();
+    EXPECT_EQ(TakeReports(), TTexts{"fEncoding"});
+    stream.SetTranscoder(kMacTranscoder);
+    ITranscoder* const mac = stream.GetTranscoder();
+    stream.SetTranscoder(kMacTranscoder);
+    EXPECT_EQ(stream.GetTranscoder(), mac) << "the same type is kept";
+    stream.WriteIdentifier();
+    stream.SetTranscoder(kUTF8Transcoder);
+    stream.WriteIdentifier();
+    EXPECT_EQ(stream.count(), 3);
+    stream.writeFileRef("a/b");
+    EXPECT_EQ(stream.count(), 8);
+}
+
+TEST_F(StreamTest, StreamsLiveWithoutMemory)
+{
+    int8 source[] = "\"quoted\" line\n 12";
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            TNqstrstream out(kUTF8Transcoder);
+            out << int32(12) << TNqString255("\xC3\xA9");
+            TNqstrstream in(source, kMacTranscoder);
+            TNqDynamicString text;
+            in.ReadSingleLineQuotedString(text, 100);
+            in.getLine(text, '\n');
+            int32 value = 0;
+            in.seek(14, TNqiostream::beg);
+            in >> value;
+            EXPECT_EQ(value, 12);
+        });
+}
+
+// ---- Memory
+// ------------------------------------------------------------------------------------------------------------------
+
+class TMemory : public TNqstrstream
+{
+public:
+    using TNqstrstream::fBufferAllocatedSize;
+    using TNqstrstream::fBufferSize;
+    using TNqstrstream::TNqstrstream;
+};
+
+TEST_F(StreamTest, MemoryStreamsGrowAndAreHandedOver)
+{
+    TMemory out(kUTF8Transcoder);
+    EXPECT_TRUE(out.eof());
+    EXPECT_EQ(out.fBufferAllocatedSize, 4096);
+    const std::string bytes(5000, 'b');
+    out.write(bytes.data(), 5000);
+    EXPECT_EQ(out.pcount(), 5000);
+    EXPECT_EQ(out.fBufferAllocatedSize, 8192);
+    EXPECT_EQ(out.GetSize(), 0) << "a stream without eRead has no size to tell";
+    EXPECT_EQ(TakeReports(), kFailed);
+    out.seek(4999, TNqiostream::beg);
+    out.write("xyz", 3);
+    EXPECT_EQ(out.fBufferSize, 5002);
+    int8* const block = out.str();
+    EXPECT_EQ(std::string(block + 4998, 4), "bxyz");
+    int8 c = '-';
+    out.get(c);
+    out.read(&c, 1);
+    EXPECT_TRUE(out.eof());
+    EXPECT_EQ(out.gcount(), 0);
+    for (const auto& refused : {std::function<void()>([&] { out.write("x", 1); }),
+                                std::function<void()>([&] { out.seek(0, TNqiostream::beg); }),
+                                std::function<void()>([&] { out.putback('x'); })})
+    {
+        refused();
+        EXPECT_FALSE(out.good());
+        EXPECT_EQ(TakeReports(), kFailed);
+    }
+    Nqfree(block);
+}
+
+TEST_F(StreamTest, MemoryStreamsStayInsideTheirBytes)
+{
+    int8 bytes[] = "0123456789";
+    TNqstrstream stream(bytes, 10, kUTF8Transcoder, eReadWrite);
+    const struct
+    {
+        int32 fOffset;
+        TNqiostream::seek_dir fDir;
+        int32 fPosition;
+        int32 fState;
+    } seeks[] = {
+        {10, TNqiostream::beg, 10, 1}, {11, TNqiostream::beg, 10, 2},        {-4, TNqiostream::cur, 6, 0},
+        {-7, TNqiostream::cur, 6, 2},  {0, TNqiostream::end, 10, 1},         {3, TNqiostream::end, 7, 0},
+        {-1, TNqiostream::end, 7, 2},  {0x7FFFFFFF, TNqiostream::cur, 7, 2}, {6, TNqiostream::beg, 6, 0},
+    };
+    for (const auto& c : seeks)
+    {
+        stream.seek(c.fOffset, c.fDir);
+        EXPECT_EQ(stream.tell(), c.fPosition);
+        EXPECT_EQ(stream.good() ? 0 : stream.eof() ? 1 : 2, c.fState);
+    }
+    EXPECT_EQ(TakeReports().size(), 4u);
+    int8 data[8] = "-------";
+    stream.read(data, 8);
+    EXPECT_EQ(std::string(data, 5), "6789-");
+    EXPECT_EQ(stream.gcount(), 4);
+    EXPECT_TRUE(stream.eof());
+    stream.putback('x');
+    EXPECT_STREQ(bytes, "012345678x");
+    stream.write("ab", 2); // one byte too many: none is taken
+    EXPECT_FALSE(stream.good());
+    EXPECT_STREQ(bytes, "012345678x");
+    EXPECT_EQ(TakeReports(), kFailed);
+
+    // Constant text can be read and put back.
+    TNqstrstream constant(const_cast<int8*>("12,"), kUTF8Transcoder);
+    TDerived<TNqstrstream> derived(const_cast<int8*>("12,"), kUTF8Transcoder);
+    int32 value = 0;
+    constant >> value;
+    derived >> value;
+    EXPECT_EQ(constant.tell() + derived.tell(), 4);
+    EXPECT_TRUE(TNqstrstream(static_cast<int8*>(nullptr), kUTF8Transcoder).eof());
+    TNqstrstream nil(nullptr, 5, kUTF8Transcoder, eRead);
+    TNqstrstream empty(bytes, 0, kUTF8Transcoder, eWrite);
+    TNqstrstream text(bytes, 0, kUTF8Transcoder, eRead);
+    EXPECT_EQ(TakeReports().size(), 2u);
+    EXPECT_EQ(nil.GetSize() + text.GetSize(), 10);
+    empty.write("x", 1);
+    EXPECT_FALSE(empty.good());
+    TakeReports();
+}
+
+// A class that writes through a fixed buffer sees it full, empties it and gets the bytes again.
+TEST_F(StreamTest, AFullBufferIsFlushedOnce)
+{
+    class TFlushing : public TNqstrstream
+    {
+    public:
+        TFlushing(int8* buffer, int32 size) : TNqstrstream(buffer, size, kUTF8Transcoder, eWrite) {}
+        void FlushBuffer() override
+        {
+            fAll.append(fBuffer, static_cast<size_t>(pcount()));
+            fCur = fBuffer;
+            changestate(eofbit); // the write that goes on starts afresh
+        }
+        std::string fAll;
+    };
+    int8 buffer[4];
+    TFlushing stream(buffer, 4);
+    stream << "abc"
+           << "de"
+           << "fghi";
+    EXPECT_TRUE(stream.good());
+    stream.write("12345", 5);
+    EXPECT_FALSE(stream.good());
+    EXPECT_EQ(stream.fAll, "abcdefghi");
+    EXPECT_EQ(TakeReports(), kFailed);
+}
+
+TEST_F(StreamTest, CountingStreams)
+{
+    countstream stream;
+    stream.writelong(-123);
+    EXPECT_EQ(stream.count(), 4);
+    stream.seek(10, TNqiostream::beg);
+    EXPECT_EQ(stream.count(), 10);
+    EXPECT_TRUE(stream.eof());
+    stream.seek(4, TNqiostream::end);
+    EXPECT_EQ(stream.tell(), 6);
+    EXPECT_TRUE(stream.good());
+    stream.write(nullptr, 0x7FFFFFFF);
+    EXPECT_EQ(stream.count(), 10);
+    stream.putback('x');
+    int8 c = 'c';
+    stream.get(c);
+    EXPECT_EQ(c, 'c');
+    EXPECT_EQ(TakeReports().size(), 3u);
+}
+
+// ---- The contract with modules built elsewhere
+// ------------------------------------------------------------------------------------
+
+// The slot of a virtual operation, as its member pointer holds it.
+template <class Function>
+size_t SlotOf(Function function)
+{
+    size_t offset;
+    std::memcpy(&offset, &function, sizeof offset);
+    return (offset - 1) / sizeof(void*);
+}
+
+template <class... Arguments>
+size_t InSlot()
+{
+    return SlotOf(static_cast<TNqiostream& (TNqiostream::*)(Arguments...)>(&TNqiostream::operator>>));
+}
+
+template <class... Arguments>
+size_t OutSlot()
+{
+    return SlotOf(static_cast<TNqiostream& (TNqiostream::*)(Arguments...)>(&TNqiostream::operator<<));
+}
+
+TEST_F(StreamTest, SlotsAndSizesStay)
+{
+    using TManipulator = TNqiostream& (*)(TNqiostream&);
+    const size_t slots[] = {
+        SlotOf(&TNqiostream::tell),
+        SlotOf(&TNqiostream::seek),
+        SlotOf(static_cast<void (TNqiostream::*)(int8*, int32)>(&TNqiostream::read)),
+        SlotOf(static_cast<void (TNqiostream::*)(int8&)>(&TNqiostream::get)),
+        SlotOf(&TNqiostream::putback),
+        SlotOf(&TNqiostream::write),
+        InSlot<int8*>(),
+        InSlot<uint8*>(),
+        InSlot<int8&>(),
+        InSlot<uint8&>(),
+        InSlot<int32&>(),
+        InSlot<uint32&>(),
+        InSlot<int16&>(),
+        InSlot<uint16&>(),
+        InSlot<real32&>(),
+        InSlot<real64&>(),
+        InSlot<TNqString&>(),
+        InSlot<TManipulator>(),
+        OutSlot<const int8*>(),
+        OutSlot<const uint8*>(),
+        OutSlot<int8>(),
+        OutSlot<uint8>(),
+        OutSlot<int32>(),
+        OutSlot<uint32>(),
+        OutSlot<int16>(),
+        OutSlot<uint16>(),
+        OutSlot<int64>(),
+        OutSlot<uint64>(),
+        OutSlot<real32>(),
+        OutSlot<real64>(),
+        OutSlot<const TNqString&>(),
+        OutSlot<TManipulator>(),
+        SlotOf(&TNqiostream::readFileRef),
+        SlotOf(&TNqiostream::writeFileRef),
+        SlotOf(&TNqiostream::GetPathRelativeFolder),
+        SlotOf(&TNqiostream::GetContext),
+        SlotOf(&TNqiostream::GetStreamContext),
+        SlotOf(&TNqiostream::SetStreamContext),
+        SlotOf(&TNqiostream::WriteLocalizedString),
+        SlotOf(&TNqiostream::ReadLocalizedString),
+        SlotOf(&TNqiostream::ReadLocalizedDynamicString),
+    };
+    for (size_t i = 0; i < std::size(slots); ++i)
+        EXPECT_EQ(slots[i], i + 2);
+    using TInitPath = NqErr (TNqfstream::*)(const int8*, TranscoderType, int32, int32, boolean*);
+    using TInitFile = NqErr (TNqfstream::*)(INqFile&, int32, boolean*, TranscoderType);
+    EXPECT_EQ(SlotOf(static_cast<TInitPath>(&TNqfstream::Init)), std::size(slots) + 2);
+    EXPECT_EQ(SlotOf(static_cast<TInitFile>(&TNqfstream::Init)), std::size(slots) + 3);
+    EXPECT_EQ(SlotOf(&TNqstrstream::FlushBuffer), std::size(slots) + 2);
+    EXPECT_EQ(SlotOf(&TNqiostreamContext::CreateStream), 2u);
+    EXPECT_EQ(SlotOf(&TNqiostreamContext::Change), 3u);
+
+    const size_t fileSlots[] = {SlotOf(&INqFile::SetFileName),
+                                SlotOf(&INqFile::CopyFrom),
+                                SlotOf(&INqFile::SetPermission),
+                                SlotOf(&INqFile::Exists),
+                                SlotOf(&INqFile::GetSize),
+                                SlotOf(&INqFile::GetPosition),
+                                SlotOf(&INqFile::GetPermission),
+                                SlotOf(&INqFile::Create),
+                                SlotOf(&INqFile::Open),
+                                SlotOf(&INqFile::Close),
+                                SlotOf(&INqFile::Read),
+                                SlotOf(&INqFile::Write),
+                                SlotOf(&INqFile::SetPosition),
+                                SlotOf(&INqFile::SetSize),
+                                SlotOf(&INqFile::GetPathRelativeFolder),
+                                SlotOf(&INqFile::GetFullPath),
+                                SlotOf(&INqFile::SetTypeAndCreator)};
+    for (size_t i = 0; i < std::size(fileSlots); ++i)
+        EXPECT_EQ(fileSlots[i], i + 3);
+
+    // Called through the table, as a plug-in does.
+    int8 bytes[] = "0123456789";
+    TNqstrstream stream(bytes, 10, kUTF8Transcoder, eRead);
+    Slot<void (*)(void*, int32, TNqiostream::seek_dir)>(&stream, 3)(&stream, 4, TNqiostream::beg);
+    EXPECT_EQ(Slot<int32 (*)(void*)>(&stream, 2)(&stream), 4);
+    int32 value = 0;
+    Slot<void* (*)(void*, int32*)>(&stream, 12)(&stream, &value);
+    EXPECT_EQ(value, 456789);
+}
+
+} // namespace
