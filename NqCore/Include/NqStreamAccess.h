@@ -27,6 +27,16 @@
 #include <cstring>
 #include <typeinfo>
 
+// How the number that an operator read last came to its end.
+enum ENqNumberEnd : uint8
+{
+    kNqNumberUnknown,  // not set since the reader set this: a derived class reads numbers in a way of its own
+    kNqNumberMissing,  // the stream ended before the number began
+    kNqNumberBad,      // something else stood there
+    kNqNumberClosed,   // what stands behind the number was left in the stream, or the stream ended
+    kNqNumberAndBlank, // the separator behind the number was consumed
+};
+
 // The one class that the streams let at their fields.
 class NqStreamAccess
 {
@@ -359,6 +369,16 @@ public:
     };
 
     static constexpr int64 kLastPosition = 0x7FFFFFFF; // of a file
+
+    // ---- Single fields
+    // -------------------------------------------------------------------------------------------------
+
+    static uint8& NumberEnd(TNqiostream& stream) { return stream.fNumberEnd; }
+
+    // The bytes of a memory stream; none once the block has been handed out.
+    static int32 MemorySize(const TNqstrstream& stream) { return std::max(stream.fBufferSize, 0); }
+    static const int8* MemoryBytes(const TNqstrstream& stream) { return stream.fBuffer; }
+    static bool IsReadable(const TNqiostream& stream) { return (stream.fMode & eRead) != 0; }
 
 private:
     static bool IsSeparator(const TNqiostream& stream, int8 c)

@@ -107,12 +107,23 @@ uint32 NqScanDigits(Source& source, int8& c)
     return value;
 }
 
+// The first character of a number. Until its end is found, the number counts as bad.
+template <class Source>
+int8 NqBeginNumber(Source& source)
+{
+    const int8 c = NqSkipSeparators(source);
+    NqStreamAccess::NumberEnd(source.Stream()) = source.Good() ? kNqNumberBad : kNqNumberMissing;
+    return c;
+}
+
 // What ended a number goes back into the stream, except a separator.
 template <class Source>
 void NqEndNumber(Source& source, int8 c)
 {
-    if (source.Good() && !source.IsWhite(c))
+    const bool separated = source.Good() && source.IsWhite(c);
+    if (source.Good() && !separated)
         source.Putback(c);
+    NqStreamAccess::NumberEnd(source.Stream()) = separated ? kNqNumberAndBlank : kNqNumberClosed;
 }
 
 template <class Source>
@@ -126,7 +137,7 @@ bool NqFailNumber(Source& source)
 template <class Source>
 bool NqScanInteger(Source& source, bool inPlusAllowed, uint32& outValue)
 {
-    int8 c = NqSkipSeparators(source);
+    int8 c = NqBeginNumber(source);
     const bool negative = c == '-';
     if (negative || (c == '+' && inPlusAllowed))
         source.Get(c);
@@ -211,7 +222,7 @@ inline real64 NqScaleByTen(real64 value, int32 exponent)
 template <class Source>
 bool NqScanDouble(Source& source, real64& value)
 {
-    int8 c = NqSkipSeparators(source);
+    int8 c = NqBeginNumber(source);
     const real64 sign = c == '-' ? -1 : 1;
     if (c == '+' || c == '-')
         source.Get(c);

@@ -279,7 +279,8 @@ protected:
     TNqiostreamInfoStruct* fInfos;
     uint32 fInfosCount;
     TNqCountedPtr<ITranscoder> fEncoding;
-    uint8 fIDOffset; // bytes of the byte-order mark before the text
+    uint8 fIDOffset;  // bytes of the byte-order mark before the text
+    uint8 fNumberEnd; // an ENqNumberEnd, for readers of lists
     TNqCountedPtr<IStreamContext> fStreamContext;
 
 private:

@@ -6,6 +6,7 @@
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqCore/PublicAPI/NqMath.h"
+#include "NqCore/PublicAPI/NqToken.h"
 
 const int8 kStringQuote[2] = "\"";
 const int8 kStringEscape = '\\';
@@ -35,7 +36,8 @@ TNqiostream::TNqiostream()
       fSeparators(fStandardSeparators),
       fInfos(nullptr),
       fInfosCount(0),
-      fIDOffset(0)
+      fIDOffset(0),
+      fNumberEnd(kNqNumberUnknown)
 {
 }
 
@@ -584,11 +586,11 @@ void TNqiostream::WriteLocalizedString(const TNqString& text)
 
 boolean TNqiostream::ReadLocalizedString(TNqString& text)
 {
-    readQuotedString(text);
+    text = NqToken::GetNonLocalizedStringToken(*this);
     return true;
 }
 
 void TNqiostream::ReadLocalizedDynamicString(TNqDynamicString& text)
 {
-    readQuotedString(text);
+    NqToken::GetNonLocalizedDynamicStringToken(*this, text, false);
 }
