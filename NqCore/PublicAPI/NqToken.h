@@ -116,7 +116,7 @@ struct TNqTokenInfo
     int32 fOffset;        // of the first byte of the token, with its quote, '#' or '$'
     uint32 fStoredLength; // bytes in the buffer; they may hold a NUL
     uint32 fFullLength;   // bytes that the text has; more than fStoredLength when the buffer could not hold it
-    uint32 fCommaCount;   // commas in a word: an array has one value more
+    uint32 fCommaCount;   // commas in the text: an array has one value more
     int32 fDataOffset;    // of the first byte of a payload
     uint32 fDataSize;     // bytes of the payload: what its count says, or what was found when the count is 0xFFFFFFFF
     uint32 fExcess;       // bytes between the end of the payload and its closing '$': not 0 when the count is too small

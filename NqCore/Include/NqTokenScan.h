@@ -1,0 +1,516 @@
+// The scanner of the token format: small functions over a source of bytes (NqStreamAccess.h) and a text that receives
+// what was found.
+//
+// A text decides what becomes of each byte: GetNextToken stores what fits its buffer, skipping stores nothing, copying
+// a block takes everything. The grammar itself stands here once, for all of them.
+//
+//     NqTokenScan::TNoText nothing;
+//     NqToken::ETokenKind kind;
+//     NqErr error = NqTokenScan::ScanToken(source, nothing, kind);
+//
+// Failure: nothing is thrown or reported; a scanner returns 0, kNqErrFormat or kNqErrEndOfFile. A source that is not
+// good counts as ended.
+//
+// Cost: every byte is looked at once, and nothing recurses.
+
+#pragma once
+
+#include "NqCore/Include/NqStreamAccess.h"
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqCore/PublicAPI/NqStream.h"
+#include "NqCore/PublicAPI/NqToken.h"
+
+#include <algorithm>
+
+namespace NqTokenScan
+{
+
+using NqToken::ETokenKind;
+
+constexpr uint32 kUnknownSize = 0xFFFFFFFF; // count of a payload that reaches to the next '$'
+constexpr int32 kCountDigits = 8;           // hexadecimal digits of a count
+constexpr uint32 kMaxTokenBytes = NqToken::kTokenBufferSize - 1;
+
+// Passes a scanner's code on, with the place that calls this.
+inline void ThrowUnlessNoErr(NqErr err, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+{
+    if (err != kNqNoErr)
+        throw TNqException(err, NqSourcePath(file), line);
+}
+
+// ---- Characters ----------------------------------------------------------------------------------------------------
+
+inline bool IsLineEnd(int8 c)
+{
+    return c == '\r' || c == '\n';
+}
+
+inline bool IsBlank(int8 c)
+{
+    return c == ' ' || c == '\t' || IsLineEnd(c);
+}
+
+inline bool IsEscape(int8 c)
+{
+    return c == '\\' || c == 1;
+}
+
+inline bool EndsWord(int8 c)
+{
+    return IsBlank(c) || c == '#' || c == '{' || c == '}' || c == '"';
+}
+
+inline ETokenKind KindOfFirstByte(int8 c)
+{
+    switch (c)
+    {
+    case '{':
+        return NqToken::kBeginToken;
+    case '}':
+        return NqToken::kEndToken;
+    case '"':
+        return NqToken::kStringToken;
+    case '$':
+        return NqToken::kRawToken;
+    default:
+        return NqToken::kWordToken;
+    }
+}
+
+// 0 to 15 for 0-9 and A-F, -1 for anything else, small letters included.
+inline int32 HexDigitValue(int8 c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
+// ---- Bytes ---------------------------------------------------------------------------------------------------------
+
+// Takes one byte; false at the end of the stream.
+template <class Source>
+bool NextByte(Source& source, int8& c)
+{
+    source.Get(c);
+    return source.Good();
+}
+
+// Takes bytes up to the first that is no blank.
+template <class Source>
+bool NextNonBlank(Source& source, int8& c)
+{
+    return source.GetWhile(c, IsBlank);
+}
+
+// Hands `count` bytes to inTake(const int8*, int32) in pieces; false when the stream ends before.
+template <class Source, class Take>
+bool ReadInPieces(Source& source, uint64 count, Take&& inTake)
+{
+    int8 piece[4096];
+    while (count > 0)
+    {
+        const int32 size = static_cast<int32>(std::min<uint64>(count, sizeof(piece)));
+        source.Read(piece, size);
+        if (!source.Good())
+            return false;
+        inTake(piece, size);
+        count -= static_cast<uint64>(size);
+    }
+    return true;
+}
+
+// Moves `count` bytes ahead with one absolute seek; false, with the stream at its end, when it holds fewer.
+bool SeekAhead(TNqiostream& stream, uint64 count);
+
+// A seek makes a file stream load its buffer again, so that a file of many small payloads would be read many times
+// over. Where nobody watches the calls, little is read instead.
+template <class Source>
+bool SkipBytes(Source& source, uint64 count)
+{
+    constexpr uint64 kWorthSeeking = 65536;
+    if (Source::kIsDirect && count < kWorthSeeking)
+        return ReadInPieces(source, count, [](const int8*, int32) {});
+    return SeekAhead(source.Stream(), count);
+}
+
+// ---- Texts ---------------------------------------------------------------------------------------------------------
+
+// Stores nothing, and is the base of the other texts: each hides what it takes an interest in.
+class TNoText
+{
+public:
+    static constexpr bool StopsAtComments() { return false; } // a comment is a token of its own
+
+    template <class Source>
+    void Begin(Source&, ETokenKind) // the first byte of a token was taken
+    {
+    }
+    void Comment(int8) {}    // '#' and the bytes behind it
+    void CommentEnd(int8) {} // the end of its line
+    void Brace(int8) {}
+    void OpenQuote() {}
+    void Content(int8) {}                  // a byte of a word or string
+    void Escaped(int8 /*escape*/, int8) {} // a byte of a string behind an escape
+    void CloseQuote() {}
+
+    void RawFrame(int8) {} // a byte of a payload outside its data: '$', digits of the count
+    template <class Source>
+    void BeginData(Source&, uint32 /*count*/) // the count was taken
+    {
+    }
+    template <class Source>
+    bool TakeData(Source& source, uint64 count) // the data, with the byte before it
+    {
+        return SkipBytes(source, count);
+    }
+    template <class Source>
+    void EndData(Source&) // the closing '$' was taken
+    {
+    }
+};
+
+// Fills a caller's 256 bytes; the destructor terminates them.
+class TTokenBuffer : public TNoText
+{
+public:
+    TTokenBuffer(int8* buffer, bool keepDelimiters) : fBuffer(buffer), fKeep(keepDelimiters) {}
+    ~TTokenBuffer() { fBuffer[fLength] = 0; }
+    TTokenBuffer(const TTokenBuffer&) = delete;
+    TTokenBuffer& operator=(const TTokenBuffer&) = delete;
+
+    // A brace stands alone and a payload leaves nothing: callers know them by the first byte.
+    template <class Source>
+    void Begin(Source&, ETokenKind kind)
+    {
+        if (kind == NqToken::kBeginToken || kind == NqToken::kEndToken || kind == NqToken::kRawToken)
+            fLength = 0;
+    }
+
+    // The last place is kept for the end of the line: what follows must not become part of the comment.
+    void Comment(int8 c)
+    {
+        if (fKeep && fLength + 1 < kMaxTokenBytes)
+            Store(c);
+    }
+
+    void CommentEnd(int8 c)
+    {
+        if (fKeep && fLength < kMaxTokenBytes)
+            Store(c);
+    }
+
+    void Brace(int8 c) { Content(c); }
+
+    // Both quotes are stored or none.
+    void OpenQuote()
+    {
+        if (!fKeep || fLength + 2 > kMaxTokenBytes)
+            return;
+        Store('"');
+        fQuoted = true;
+        fLimit = kMaxTokenBytes - 1;
+    }
+
+    void Content(int8 c)
+    {
+        ++fFullLength;
+        if (fLength < fLimit)
+            Store(c);
+    }
+
+    // An escape and its byte are stored together, or neither and nothing after them.
+    void Escaped(int8 escape, int8 c)
+    {
+        if (fKeep && fLength + 2 > fLimit)
+            fLimit = fLength;
+        else if (fKeep)
+            Store(escape);
+        Content(c);
+    }
+
+    void CloseQuote()
+    {
+        if (fQuoted)
+            Store('"');
+    }
+
+protected:
+    void Store(int8 c) { fBuffer[fLength++] = c; }
+
+    int8* fBuffer;
+    uint32 fLength = 0;             // bytes stored
+    uint32 fLimit = kMaxTokenBytes; // where content ends
+    uint32 fFullLength = 0;         // bytes of content, stored or not
+    bool fKeep;
+    bool fQuoted = false;
+};
+
+// Fills the buffer and tells what was found, and where.
+class TInfoText : public TTokenBuffer
+{
+public:
+    TInfoText(int8* buffer, NqToken::TNqTokenInfo& info, bool keepComments)
+        : TTokenBuffer(buffer, false),
+          fInfo(info),
+          fKeepComments(keepComments)
+    {
+    }
+    ~TInfoText()
+    {
+        fInfo.fStoredLength = fLength;
+        fInfo.fFullLength = fFullLength;
+    }
+    TInfoText(const TInfoText&) = delete;
+    TInfoText& operator=(const TInfoText&) = delete;
+
+    bool StopsAtComments() const { return fKeepComments; }
+
+    template <class Source>
+    void Begin(Source& source, ETokenKind)
+    {
+        fInfo.fOffset = source.Stream().tell() - 1;
+    }
+
+    void Comment(int8 c)
+    {
+        if (fKeepComments)
+            TTokenBuffer::Content(c);
+    }
+
+    void CommentEnd(int8 c) { Comment(c); }
+
+    void Content(int8 c)
+    {
+        fInfo.fCommaCount += c == ',' ? 1 : 0;
+        TTokenBuffer::Content(c);
+    }
+
+    void Escaped(int8, int8 c) { Content(c); }
+
+    template <class Source>
+    void BeginData(Source& source, uint32 count)
+    {
+        fInfo.fDataOffset = source.Stream().tell() + 1;
+        fInfo.fDataSize = count;
+    }
+
+    template <class Source>
+    void EndData(Source& source)
+    {
+        const int32 closing = source.Stream().tell() - 1;
+        fInfo.fDataOffset = std::min(fInfo.fDataOffset, closing);
+        const uint32 found = static_cast<uint32>(closing - fInfo.fDataOffset);
+        if (fInfo.fDataSize == kUnknownSize)
+            fInfo.fDataSize = found;
+        fInfo.fExcess = found - fInfo.fDataSize;
+    }
+
+private:
+    NqToken::TNqTokenInfo& fInfo;
+    bool fKeepComments;
+};
+
+// Copies everything but braces to a sink, as it stands. Stops writing when a write has failed, since each would be
+// reported.
+template <class Sink>
+class TCopyText : public TNoText
+{
+public:
+    explicit TCopyText(Sink& sink) : fSink(sink) {}
+
+    void Put(int8 c) { Write(&c, 1); }
+
+    void Comment(int8 c) { Put(c); }
+    void CommentEnd(int8 c) { Put(c); }
+    void OpenQuote() { Put('"'); }
+    void Content(int8 c) { Put(c); }
+    void Escaped(int8 escape, int8 c)
+    {
+        Put(escape);
+        Put(c);
+    }
+    void CloseQuote() { Put('"'); }
+    void RawFrame(int8 c) { Put(c); }
+
+    template <class Source>
+    bool TakeData(Source& source, uint64 count)
+    {
+        return ReadInPieces(source, count, [this](const int8* bytes, int32 size) { Write(bytes, size); });
+    }
+
+private:
+    void Write(const int8* bytes, int32 size)
+    {
+        if (fFailed)
+            return;
+        fSink.Write(bytes, size);
+        fFailed = !fSink.Stream().good() && !fSink.Stream().eof();
+    }
+
+    Sink& fSink;
+    bool fFailed = false;
+};
+
+// ---- Tokens --------------------------------------------------------------------------------------------------------
+
+// Behind the '#', up to the end of the line.
+template <class Source, class Text>
+bool ScanComment(Source& source, Text& text)
+{
+    int8 c = 0;
+    text.Comment('#');
+    const bool ended = source.GetWhile(c,
+                                       [&](int8 byte)
+                                       {
+                                           if (IsLineEnd(byte))
+                                               return false;
+                                           text.Comment(byte);
+                                           return true;
+                                       });
+    if (ended)
+        text.CommentEnd(c);
+    return ended;
+}
+
+// Behind the opening quote.
+template <class Source, class Text>
+NqErr ScanQuoted(Source& source, Text& text)
+{
+    int8 c = 0;
+    int8 escape = 0; // the one before the byte, 0 for none
+    text.OpenQuote();
+    const bool ended = source.GetWhile(c,
+                                       [&](int8 byte)
+                                       {
+                                           if (escape != 0)
+                                           {
+                                               text.Escaped(escape, byte);
+                                               escape = 0;
+                                           }
+                                           else if (byte == '"')
+                                               return false;
+                                           else if (IsEscape(byte))
+                                               escape = byte;
+                                           else
+                                               text.Content(byte);
+                                           return true;
+                                       });
+    if (!ended)
+        return kNqErrEndOfFile;
+    text.CloseQuote();
+    return kNqNoErr;
+}
+
+// A word of which `first` was taken. What ends it is put back.
+template <class Source, class Text>
+NqErr ScanWord(Source& source, Text& text, int8 first)
+{
+    int8 c = 0;
+    text.Content(first);
+    const bool ended = source.GetWhile(c,
+                                       [&](int8 byte)
+                                       {
+                                           if (EndsWord(byte))
+                                               return false;
+                                           text.Content(byte);
+                                           return true;
+                                       });
+    if (!ended)
+        return kNqErrEndOfFile;
+    source.Putback(c);
+    return kNqNoErr;
+}
+
+// Eight hexadecimal digits; what stands between them is skipped, except a '$', which is put back.
+template <class Source, class Text>
+NqErr ScanCount(Source& source, Text& text, uint32& count)
+{
+    count = 0;
+    for (int32 digits = 0; digits < kCountDigits;)
+    {
+        int8 c = 0;
+        source.Read(&c, 1);
+        if (!source.Good())
+            return kNqErrEndOfFile;
+        if (c == '$')
+        {
+            source.Putback(c);
+            return kNqErrFormat;
+        }
+        text.RawFrame(c);
+        const int32 digit = HexDigitValue(c);
+        if (digit < 0)
+            continue;
+        count = count << 4 | static_cast<uint32>(digit);
+        ++digits;
+    }
+    return kNqNoErr;
+}
+
+// Behind the count of a payload, up to its closing '$'.
+template <class Source, class Text>
+NqErr ScanData(Source& source, Text& text, uint32 count)
+{
+    text.BeginData(source, count);
+    if (count != kUnknownSize && !text.TakeData(source, uint64{count} + 1))
+        return kNqErrEndOfFile;
+    int8 c = 0;
+    do
+    {
+        if (!NextByte(source, c))
+            return kNqErrEndOfFile;
+        text.RawFrame(c);
+    } while (c != '$');
+    text.EndData(source);
+    return kNqNoErr;
+}
+
+// Behind the opening '$'.
+template <class Source, class Text>
+NqErr ScanRaw(Source& source, Text& text)
+{
+    uint32 count = 0;
+    text.RawFrame('$');
+    const NqErr err = ScanCount(source, text, count);
+    return err != kNqNoErr ? err : ScanData(source, text, count);
+}
+
+// One token with the blanks and comments before it. `kind` is what was begun, also when the stream ends in it.
+template <class Source, class Text>
+NqErr ScanToken(Source& source, Text& text, ETokenKind& kind)
+{
+    kind = NqToken::kNoToken;
+    int8 c = 0;
+    if (!NextNonBlank(source, c))
+        return kNqErrEndOfFile;
+    while (c == '#')
+    {
+        if (text.StopsAtComments())
+        {
+            kind = NqToken::kCommentToken;
+            text.Begin(source, kind);
+        }
+        if (!ScanComment(source, text))
+            return kNqErrEndOfFile;
+        if (text.StopsAtComments())
+            return kNqNoErr;
+        if (!NextNonBlank(source, c))
+            return kNqErrEndOfFile;
+    }
+    kind = KindOfFirstByte(c);
+    text.Begin(source, kind);
+    switch (kind)
+    {
+    case NqToken::kStringToken:
+        return ScanQuoted(source, text);
+    case NqToken::kRawToken:
+        return ScanRaw(source, text);
+    case NqToken::kWordToken:
+        return ScanWord(source, text, c);
+    default:
+        text.Brace(c);
+        return kNqNoErr;
+    }
+}
+
+} // namespace NqTokenScan

@@ -1,0 +1,502 @@
+#include "NqCore/Include/NqByteBuffer.h"
+#include "NqCore/Include/NqStreamText.h"
+#include "NqCore/Include/NqTokenScan.h"
+
+#include <limits>
+#include <type_traits>
+
+using namespace NqTokenScan;
+
+NqTokenData gDefaultTokenData;
+
+static_assert(std::is_standard_layout_v<NqTokenData> && sizeof(NqTokenData) == 16 &&
+                  offsetof(NqTokenData, fTokenIndent) == 2 && offsetof(NqTokenData, fTokenIndentLevel) == 4 &&
+                  offsetof(NqTokenData, fTokenBinaryCount) == 8 && offsetof(NqTokenData, fTokenAsciiFormat) == 12,
+              "modules built elsewhere look into the settings of a stream");
+
+// ---- Positions -----------------------------------------------------------------------------------------------------
+
+namespace
+{
+
+constexpr int64 kUnknownEnd = -1;
+
+// Where the stream ends, as tell() counts, if that can be known without a call of its operations.
+int64 EndOfStream(TNqiostream& stream)
+{
+    if (const TNqfstream* file = dynamic_cast<const TNqfstream*>(&stream))
+        return file->GetFileSize();
+    if (const TNqstrstream* memory = dynamic_cast<const TNqstrstream*>(&stream))
+        return NqStreamAccess::MemorySize(*memory);
+    return kUnknownEnd;
+}
+
+} // namespace
+
+bool NqTokenScan::SeekAhead(TNqiostream& stream, uint64 count)
+{
+    const int64 target = stream.tell() + static_cast<int64>(count);
+    const int64 end = EndOfStream(stream);
+    if (end != kUnknownEnd && target > end)
+    {
+        stream.seek(static_cast<int32>(end), TNqiostream::beg);
+        return false;
+    }
+    if (target <= std::numeric_limits<int32>::max())
+    {
+        stream.seek(static_cast<int32>(target), TNqiostream::beg);
+        if (stream.tell() == target)
+            return true;
+        stream.clear(0);
+    }
+    // What cannot seek is read, byte by byte: a connection must not be asked for more than there is.
+    for (int8 c = 0; count > 0; --count)
+    {
+        stream.get(c);
+        if (!stream.good())
+            return false;
+    }
+    return true;
+}
+
+namespace
+{
+
+// ---- Helpers -------------------------------------------------------------------------------------------------------
+
+constexpr IDType kTokenDataKey = 0x546F6B6E; // 'Tokn'
+constexpr int32 kPathBytes = 1024;           // what readFileRef may fill
+
+void ExpectToken(TNqiostream& stream, ETokenKind expected)
+{
+    ETokenKind kind = NqToken::kNoToken;
+    TNoText text;
+    ThrowUnlessNoErr(NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, kind); }));
+    if (kind != expected)
+        NqToken::FailReadFile();
+}
+
+// ---- Numbers -------------------------------------------------------------------------------------------------------
+
+// stream >> value, 0 when that is no number. How it ended is in NumberEnd() of the stream.
+template <class T, class Source>
+T ReadNumber(Source& source)
+{
+    T value = 0;
+    NqStreamAccess::NumberEnd(source.Stream()) = kNqNumberUnknown;
+    NqExtract(source, value);
+    return value;
+}
+
+// The same where something must come: only blanks before the end of the stream are a failure.
+template <class T, class Source>
+T ReadValue(Source& source)
+{
+    const T value = ReadNumber<T>(source);
+    const uint8 end = NqStreamAccess::NumberEnd(source.Stream());
+    if (end == kNqNumberMissing || (end == kNqNumberUnknown && !source.Good()))
+        NqToken::FailEOFFile();
+    return value;
+}
+
+template <class T>
+T ReadOneValue(TNqiostream& stream)
+{
+    return NqWithSource(stream, [](auto& source) { return ReadValue<T>(source); });
+}
+
+// A blank before the comma was consumed with the number: it is as wrong as any other byte.
+template <class Source>
+void ReadComma(Source& source)
+{
+    int8 c = 0;
+    if (NqStreamAccess::NumberEnd(source.Stream()) == kNqNumberAndBlank)
+        NqToken::FailReadFile();
+    source.Read(&c, 1);
+    if (!source.Good() || c != ',')
+        NqToken::FailReadFile();
+}
+
+template <class T>
+void ReadArray(TNqiostream& stream, int32 count, T* out)
+{
+    const int32 last = std::max(count, 1) - 1;
+    NqWithSource(stream,
+                 [&](auto& source)
+                 {
+                     for (int32 i = 0; i <= last; ++i)
+                     {
+                         const T value = ReadValue<T>(source);
+                         if (out != nullptr)
+                             out[i] = value;
+                         if (i < last)
+                             ReadComma(source);
+                     }
+                 });
+}
+
+// Files hold infinities as text; no computation has to deal with them.
+template <class Source>
+real32 ReadRealOrInf(Source& source)
+{
+    int8 c = 0;
+    bool more = NextNonBlank(source, c);
+    if (!more)
+        NqToken::FailEOFFile();
+    const bool negative = c == '-';
+    if (negative)
+        more = NextByte(source, c);
+    real32 value = std::numeric_limits<real32>::max();
+    const int8* expected = "inf";
+    while (more && c == *expected && *++expected != 0)
+        more = NextByte(source, c);
+    if (*expected != 0)
+    {
+        if (more)
+            source.Putback(c); // only this one: what was taken of an incomplete "inf" is lost
+        value = ReadNumber<real32>(source);
+    }
+    return negative ? -value : value;
+}
+
+// ---- Names and strings ---------------------------------------------------------------------------------------------
+
+// Up to four characters; false when the stream ends before the first.
+template <class Source>
+bool ReadFourChars(Source& source, int8* name)
+{
+    constexpr int8 tCOMMA = ',';
+    int8 c = 0;
+    if (!NextNonBlank(source, c))
+        return false;
+    NqCheck(c != tCOMMA);
+    *name++ = c;
+    for (int32 i = 1; i < 4 && NextByte(source, c) && !IsBlank(c); ++i)
+    {
+        if (c == tCOMMA)
+        {
+            source.Putback(c);
+            break;
+        }
+        *name++ = c;
+    }
+    return true;
+}
+
+// Takes its single bytes with read: on a stream that somebody derived, long strings are read this way.
+template <class Source>
+class TByteReader
+{
+public:
+    explicit TByteReader(Source& source) : fSource(source) {}
+
+    template <class Take>
+    bool GetWhile(int8& c, Take&& take)
+    {
+        if constexpr (Source::kIsDirect)
+            return fSource.GetWhile(c, take);
+        do
+        {
+            fSource.Read(&c, 1);
+            if (!fSource.Good())
+                return false;
+        } while (take(c));
+        return true;
+    }
+
+private:
+    Source& fSource;
+};
+
+// Collects a string of any length.
+class TStringText : public TNoText
+{
+public:
+    void Content(int8 c) { fFailed = fFailed || !fBytes.Append(c); }
+    void Escaped(int8, int8 c) { Content(c); }
+
+    const int8* GetText()
+    {
+        if (fFailed)
+            throw TNqException(kNqErrOutOfMemory, NqSourcePath(__FILE__), __LINE__);
+        return fBytes.Data();
+    }
+
+private:
+    NqByteBuffer fBytes{1000};
+    bool fFailed = false;
+};
+
+template <class Source>
+NqErr ReadLongString(Source& source, TStringText& text)
+{
+    TByteReader<Source> reader(source);
+    int8 c = 0;
+    if (!reader.GetWhile(c, [](int8 byte) { return byte != '"'; }))
+        return kNqErrEndOfFile;
+    return ScanQuoted(reader, text);
+}
+
+} // namespace
+
+namespace NqToken
+{
+
+// ---- Settings of a stream ------------------------------------------------------------------------------------------
+
+void InitTokenMgr(TNqiostream& stream)
+{
+    NqTokenData data;
+    stream.SetInfo(kTokenDataKey, &data, sizeof(data));
+}
+
+NqTokenData* GetNqTokenData(TNqiostream& stream)
+{
+    void* data = stream.GetInfo(kTokenDataKey);
+    return data != nullptr ? static_cast<NqTokenData*>(data) : &gDefaultTokenData;
+}
+
+void SetTokenAsciiFormat(TNqiostream& stream, int32 asciiFormat)
+{
+    GetNqTokenData(stream)->fTokenAsciiFormat = asciiFormat;
+}
+
+int32 GetTokenAsciiFormat(TNqiostream& stream)
+{
+    return GetNqTokenData(stream)->fTokenAsciiFormat;
+}
+
+// ---- Tokens and blocks ---------------------------------------------------------------------------------------------
+
+NqErr GetNextToken(TNqiostream& stream, int8* token, boolean keepDelimiters)
+{
+    TTokenBuffer text(token, keepDelimiters != 0);
+    ETokenKind kind;
+    return NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, kind); });
+}
+
+NqErr GetNextTokenInfo(TNqiostream& stream, int8* token, TNqTokenInfo& info, boolean keepComments)
+{
+    info = TNqTokenInfo();
+    TInfoText text(token, info, keepComments != 0);
+    const NqErr err = NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, info.fKind); });
+    if (info.fKind == kNoToken)
+        info.fOffset = stream.tell();
+    return err;
+}
+
+boolean IsBeginToken(const int8* token)
+{
+    return token[0] == '{';
+}
+
+boolean IsEndToken(const int8* token)
+{
+    return token[0] == '}';
+}
+
+void GetBeginToken(TNqiostream& stream)
+{
+    ExpectToken(stream, kBeginToken);
+}
+
+void GetEndToken(TNqiostream& stream)
+{
+    ExpectToken(stream, kEndToken);
+}
+
+void SkipTokenData(TNqiostream& stream)
+{
+    SkipTokenData(stream, false);
+}
+
+void SkipTokenData(TNqiostream& stream, boolean insideBlock)
+{
+    TNoText text;
+    ThrowUnlessNoErr(NqWithSource(stream,
+                                  [&](auto& source)
+                                  {
+                                      NqErr err = kNqNoErr;
+                                      int64 depth = insideBlock != 0 ? 1 : 0;
+                                      do
+                                      {
+                                          ETokenKind kind;
+                                          err = ScanToken(source, text, kind);
+                                          depth += kind == kBeginToken ? 1 : 0;
+                                          depth -= kind == kEndToken ? 1 : 0;
+                                      } while (err == kNqNoErr && depth > 0);
+                                      return err;
+                                  }));
+}
+
+int32 CompactAttribute(const int8* text)
+{
+    uint32 token = 0x20202020;
+    for (uint32 shift = 32; shift > 0 && *text != 0; ++text)
+    {
+        shift -= 8;
+        const uint32 byte = *text == '\'' ? 0u : static_cast<uint8>(*text);
+        token = (token & ~(0xFFu << shift)) | byte << shift;
+    }
+    return static_cast<int32>(token);
+}
+
+void FailReadFile()
+{
+    throw TNqException(kNqErrFormat, nullptr, 0);
+}
+
+void FailEOFFile()
+{
+    throw TNqException(kNqErrEndOfFile, nullptr, 0);
+}
+
+// ---- Numbers -------------------------------------------------------------------------------------------------------
+
+int8 GetInt8Token(TNqiostream& stream)
+{
+    return ReadOneValue<int8>(stream);
+}
+
+uint8 GetUInt8Token(TNqiostream& stream)
+{
+    return ReadOneValue<uint8>(stream);
+}
+
+int16 GetInt16Token(TNqiostream& stream)
+{
+    return ReadOneValue<int16>(stream);
+}
+
+uint16 GetUInt16Token(TNqiostream& stream)
+{
+    return ReadOneValue<uint16>(stream);
+}
+
+int32 GetInt32Token(TNqiostream& stream)
+{
+    return ReadOneValue<int32>(stream);
+}
+
+uint32 GetUInt32Token(TNqiostream& stream)
+{
+    return ReadOneValue<uint32>(stream);
+}
+
+uint32 GetEnumToken(TNqiostream& stream)
+{
+    return ReadOneValue<uint32>(stream);
+}
+
+boolean GetBooleanToken(TNqiostream& stream)
+{
+    return ReadOneValue<int32>(stream) != 0;
+}
+
+real32 GetReal32Token(TNqiostream& stream)
+{
+    return ReadOneValue<real32>(stream);
+}
+
+real64 GetReal64Token(TNqiostream& stream)
+{
+    return ReadOneValue<real64>(stream);
+}
+
+real32 GetReal32InfToken(TNqiostream& stream)
+{
+    return NqWithSource(stream, [](auto& source) { return ReadRealOrInf(source); });
+}
+
+int32 GetFourCharConstToken(TNqiostream& stream)
+{
+    int8 name[5] = {};
+    if (!NqWithSource(stream, [&](auto& source) { return ReadFourChars(source, name); }))
+        FailEOFFile();
+    return CompactAttribute(name);
+}
+
+// ---- Points, rectangles, arrays ------------------------------------------------------------------------------------
+
+TNqPoint GetPointToken(TNqiostream& stream)
+{
+    int32 values[2];
+    ReadArray(stream, 2, values);
+    return TNqPoint(values[0], values[1]);
+}
+
+TNqRect GetRectToken(TNqiostream& stream)
+{
+    int32 values[4]; // top, left, bottom, right
+    ReadArray(stream, 4, values);
+    return TNqRect(values[1], values[0], values[3], values[2]);
+}
+
+void GetInt16ArrayToken(TNqiostream& stream, int32 count, int16* out)
+{
+    ReadArray(stream, count, out);
+}
+
+void GetInt32ArrayToken(TNqiostream& stream, int32 count, int32* out)
+{
+    ReadArray(stream, count, out);
+}
+
+void GetReal32ArrayToken(TNqiostream& stream, int32 count, real32* out)
+{
+    ReadArray(stream, count, out);
+}
+
+// ---- Strings -------------------------------------------------------------------------------------------------------
+
+TNqString255 GetNonLocalizedStringToken(TNqiostream& stream)
+{
+    TNqString255 text;
+    GetLongStringToken(stream, text);
+    return text;
+}
+
+TNqString& GetLongStringToken(TNqiostream& stream, TNqString& out)
+{
+    int8 token[kTokenBufferSize];
+    ThrowUnlessNoErr(GetNextToken(stream, token, false));
+    NqTextFromEncoded(out, token, stream.GetTranscoder());
+    out.TranslateAfterRead();
+    return out;
+}
+
+TNqDynamicString& GetNonLocalizedDynamicStringToken(TNqiostream& stream, TNqDynamicString& out, boolean translate)
+{
+    TStringText text;
+    if (NqWithSource(stream, [&](auto& source) { return ReadLongString(source, text); }) != kNqNoErr)
+        FailEOFFile();
+    NqTextFromEncoded(out, text.GetText(), stream.GetTranscoder());
+    if (translate)
+        out.TranslateAfterRead();
+    return out;
+}
+
+TNqString255 GetLocalizedStringToken(TNqiostream& stream)
+{
+    TNqString255 text;
+    stream.ReadLocalizedString(text);
+    return text;
+}
+
+TNqDynamicString& GetLocalizedDynamicStringToken(TNqiostream& stream, TNqDynamicString& out)
+{
+    stream.ReadLocalizedDynamicString(out);
+    return out;
+}
+
+TNqString255 GetPathRefToken(TNqiostream& stream)
+{
+    int8 path[kPathBytes] = {};
+    stream.readFileRef(path);
+    TNqString255 text;
+    NqTextFromEncoded(text, path, stream.GetTranscoder());
+    text.TranslateAfterRead();
+    return text;
+}
+
+} // namespace NqToken

@@ -1,0 +1,321 @@
+#include "NqCore/Include/NqTokenWrite.h"
+
+using namespace NqTokenWrite;
+
+namespace
+{
+
+// ---- Lines ---------------------------------------------------------------------------------------------------------
+
+// A line with a name, a blank and the value that inPut(sink) writes.
+template <class Put>
+void PutValueLine(TNqiostream& stream, int32 token, Put&& inPut)
+{
+    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   PutLineName(sink, data, token);
+                   sink.Put(' ');
+                   inPut(sink);
+                   PutLineEnd(sink);
+               });
+}
+
+template <class T>
+void PutNumberLine(TNqiostream& stream, int32 token, T value)
+{
+    PutValueLine(stream, token, [value](auto& sink) { NqInsert(sink, value); });
+}
+
+// A line whose value is text that inPut() writes; compact documents have no blank before it.
+template <class Put>
+void PutTextLine(TNqiostream& stream, int32 token, Put&& inPut)
+{
+    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   PutLineName(sink, data, token);
+                   if (!data.fTokenCompact)
+                       sink.Put(' ');
+                   inPut();
+                   PutLineEnd(sink);
+               });
+}
+
+// An opening brace at the end of a line; what follows is one level deeper.
+template <class Sink>
+void PutBrace(Sink& sink, NqTokenData& data)
+{
+    if (!data.fTokenCompact)
+        sink.Put(' ');
+    sink.Put('{');
+    PutLineEnd(sink);
+    if (data.fTokenIndent)
+        ++data.fTokenIndentLevel;
+}
+
+// ---- Values --------------------------------------------------------------------------------------------------------
+
+// Comma-separated, at least one.
+template <class Sink, class T>
+void PutArray(Sink& sink, int32 count, const T* values)
+{
+    if (values == nullptr)
+        return NqInsert(sink, T(0));
+    const int32 last = std::max(count, 1) - 1;
+    for (int32 i = 0; i < last; ++i)
+    {
+        NqInsert(sink, values[i]);
+        sink.Put(',');
+    }
+    NqInsert(sink, values[last]);
+}
+
+template <class T>
+void PutArrayLine(TNqiostream& stream, int32 token, int32 count, const T* values)
+{
+    PutValueLine(stream, token, [=](auto& sink) { PutArray(sink, count, values); });
+}
+
+// The text that goes into the file, with `translate` as its translation makes it in `copy`. Without memory the text
+// itself is better than nothing.
+const TNqString& TextToWrite(const TNqString& text, boolean translate, TNqDynamicString& copy)
+{
+    if (translate)
+        text.TranslateBeforeWrite(copy);
+    return copy.ByteLength() != 0 ? copy : text;
+}
+
+// Bytes between quotes, as they are, but for those that need an escape.
+template <class Sink>
+void PutQuotedBytes(Sink& sink, const int8* bytes, uint32 count)
+{
+    sink.Put('"');
+    for (uint32 i = 0; i < count; ++i)
+    {
+        const uint32 run = i;
+        while (i < count && !NqNeedsEscape(static_cast<uint8>(bytes[i])))
+            ++i;
+        sink.PutEach(bytes + run, i - run);
+        if (i == count)
+            break;
+        sink.Put(kStringEscape);
+        sink.Put(bytes[i]);
+    }
+    sink.Put('"');
+}
+
+} // namespace
+
+namespace NqToken
+{
+
+// ---- Names and blocks ----------------------------------------------------------------------------------------------
+
+void PutToken(TNqiostream& stream, uint32 token, boolean compact)
+{
+    NqWithSink(stream, [&](auto& sink) { PutName(sink, token, compact != 0); });
+}
+
+void IndentToken(TNqiostream& stream)
+{
+    NqWithSink(stream, [&](auto& sink) { PutIndent(sink, *GetNqTokenData(stream)); });
+}
+
+TNqiostreamContext* PutBeginToken(TNqiostream& stream, int32 token, boolean wantContext)
+{
+    NqTokenData& data = *GetNqTokenData(stream);
+    return NqWithSink(stream,
+                      [&](auto& sink)
+                      {
+                          PutLineName(sink, data, token);
+                          TNqiostreamContext* const context = wantContext ? stream.GetContext() : nullptr;
+                          PutBrace(sink, data);
+                          return context;
+                      });
+}
+
+void PutBeginToken(TNqiostream& stream)
+{
+    NqWithSink(stream, [&](auto& sink) { PutBrace(sink, *GetNqTokenData(stream)); });
+}
+
+void PutEndToken(TNqiostream& stream)
+{
+    NqTokenData& data = *GetNqTokenData(stream);
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   PutIndent(sink, data);
+                   sink.Put('}');
+                   PutLineEnd(sink);
+               });
+    // Only now: the brace stands in line with the contents of the block. Files are compared byte by byte.
+    if (data.fTokenIndent)
+        --data.fTokenIndentLevel;
+}
+
+// ---- Numbers -------------------------------------------------------------------------------------------------------
+
+void PutInt8Attribute(TNqiostream& stream, int32 token, int8 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutUInt8Attribute(TNqiostream& stream, int32 token, uint8 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutInt16Attribute(TNqiostream& stream, int32 token, int16 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutUInt16Attribute(TNqiostream& stream, int32 token, uint16 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutInt32Attribute(TNqiostream& stream, int32 token, int32 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutUInt32Attribute(TNqiostream& stream, int32 token, uint32 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutEnumAttribute(TNqiostream& stream, int32 token, uint32 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutBooleanAttribute(TNqiostream& stream, int32 token, boolean value)
+{
+    PutInt32Attribute(stream, token, value ? 1 : 0);
+}
+
+void PutReal32Attribute(TNqiostream& stream, int32 token, real32 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutReal64Attribute(TNqiostream& stream, int32 token, real64 value)
+{
+    PutNumberLine(stream, token, value);
+}
+
+void PutFourCharConstAttribute(TNqiostream& stream, int32 token, int32 value)
+{
+    PutValueLine(stream, token, [value](auto& sink) { PutName(sink, static_cast<uint32>(value)); });
+}
+
+void PutInt32Token(TNqiostream& stream, int32 value)
+{
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   sink.Put(' ');
+                   NqInsert(sink, value);
+                   PutLineEnd(sink);
+               });
+}
+
+// ---- Points, rectangles, arrays ------------------------------------------------------------------------------------
+
+void PutPointAttribute(TNqiostream& stream, int32 token, const TNqPoint& point)
+{
+    const int32 values[] = {point.x, point.y};
+    PutArrayLine(stream, token, 2, values);
+}
+
+void PutRectAttribute(TNqiostream& stream, int32 token, const TNqRect& rect)
+{
+    const int32 values[] = {rect.top, rect.left, rect.bottom, rect.right};
+    PutArrayLine(stream, token, 4, values);
+}
+
+void PutInt16ArrayAttribute(TNqiostream& stream, int32 token, int32 count, const int16* values)
+{
+    PutArrayLine(stream, token, count, values);
+}
+
+void PutInt32ArrayAttribute(TNqiostream& stream, int32 token, int32 count, const int32* values)
+{
+    PutArrayLine(stream, token, count, values);
+}
+
+void PutReal32ArrayAttribute(TNqiostream& stream, int32 token, int32 count, const real32* values)
+{
+    if (token != 0)
+        return PutArrayLine(stream, token, count, values);
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   sink.Put(' ');
+                   PutArray(sink, count, values);
+               });
+}
+
+// ---- Text ----------------------------------------------------------------------------------------------------------
+
+void PutNonLocalizedString(TNqiostream& stream, const TNqString& text, boolean translate)
+{
+    TNqDynamicString copy;
+    const TNqString& written = TextToWrite(text, translate, copy);
+    const uint32 count = written.ByteLength();
+    const int8* const bytes = count != 0 ? written.StrGet() : "";
+    NqWithSink(stream, [&](auto& sink) { PutQuotedBytes(sink, bytes, count); });
+}
+
+void PutLocalizedString(TNqiostream& stream, const TNqString& text, boolean translate)
+{
+    TNqDynamicString copy;
+    stream.WriteLocalizedString(TextToWrite(text, translate, copy));
+}
+
+void PutNonLocalizedStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+{
+    PutTextLine(stream, token, [&] { PutNonLocalizedString(stream, text, translate); });
+}
+
+void PutNonLocalizedLongStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+{
+    PutNonLocalizedStringAttribute(stream, token, text, translate);
+}
+
+void PutLocalizedStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+{
+    PutTextLine(stream, token, [&] { PutLocalizedString(stream, text, translate); });
+}
+
+void PutLocalizedLongStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+{
+    PutLocalizedStringAttribute(stream, token, text, translate);
+}
+
+// The path is written as it is, though reading it translates: existing files hold it so.
+void PutPathRefAttribute(TNqiostream& stream, int32 token, const TNqString& path)
+{
+    const int8* const bytes = path.ByteLength() != 0 ? path.StrGet() : "";
+    PutTextLine(stream, token, [&] { stream.writeFileRef(bytes); });
+}
+
+// ---- Blocks made beforehand ----------------------------------------------------------------------------------------
+
+void PutStreamAttribute(TNqiostream& stream, int32 token, TNqstrstream& content)
+{
+    if (!NqCheck(&stream != &content))
+        return;
+    const int32 bytes = NqStreamAccess::MemorySize(content);
+    const int32 size = NqStreamAccess::IsReadable(content) ? bytes : std::min(bytes, content.pcount());
+    PutBeginToken(stream, token, false);
+    stream.write(NqStreamAccess::MemoryBytes(content), size);
+    PutEndToken(stream);
+}
+
+} // namespace NqToken
