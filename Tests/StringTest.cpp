@@ -1,0 +1,852 @@
+#include "NqCore/PublicAPI/NqString.h"
+
+#include "NqCore/Include/NqNumberText.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqCore/PublicAPI/NqStringUtils.h"
+#include "Tests/TestHost.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <climits>
+#include <clocale>
+#include <cstddef>
+#include <functional>
+#include <random>
+
+// Strings cross into modules built elsewhere: their sizes and fields are fixed.
+struct TNqStringLayout
+{
+    static_assert(sizeof(TNqString) == 24 && sizeof(TNqDynamicString) == 32 && sizeof(TNqWideString) == 24);
+    static_assert(sizeof(TNqString15) == 40 && sizeof(TNqString31) == 56 && sizeof(TNqString63) == 88);
+    static_assert(sizeof(TNqString255) == 280 && sizeof(TNqString1023) == 1048);
+
+    template <class T>
+    static void CheckFields(T& s)
+    {
+        const auto offset = [&s](const void* field)
+        { return static_cast<const char*>(field) - reinterpret_cast<char*>(&s); };
+        EXPECT_EQ(offset(&s.fLength), 8);
+        EXPECT_EQ(offset(&s.fByteLength), 12);
+        EXPECT_EQ(offset(&s.fMaxLength), 16);
+        EXPECT_EQ(offset(&s.fStringBuffer), (std::is_same_v<T, TNqDynamicString> ? 24 : 20));
+    }
+};
+
+namespace
+{
+
+std::string Bytes(const TNqString& s)
+{
+    return std::string(s.GetString(), s.ByteLength());
+}
+
+bool Starts(char c)
+{
+    const uint8 byte = static_cast<uint8>(c);
+    return byte < 0x80 || (byte >= 0xC2 && byte <= 0xF4);
+}
+
+// What a string should hold and report, step by step on a plain std::string.
+struct TModel
+{
+    std::string fBytes;
+    uint32 fLength = 0;
+    size_t fMax = 0;
+    bool fGrows = false;
+    TTexts fReports;
+
+    void Report(const char* text) { fReports.push_back(text); }
+
+    size_t Width(size_t at) const // of the character at a byte, as far as it is there
+    {
+        const uint8 lead = static_cast<uint8>(fBytes[at]);
+        size_t end = at + (lead < 0x80 ? 1 : !Starts(fBytes[at]) ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4);
+        end = std::min(end, fBytes.size());
+        return std::min(end, fBytes.find('\0', std::min(at + 1, fBytes.size()))) - at;
+    }
+    size_t At(uint32 charIndex) const // byte index of a character, or where the walk ends
+    {
+        size_t at = 0;
+        for (uint32 seen = 0; at < fBytes.size() && fBytes[at] != 0; ++at)
+        {
+            if (Starts(fBytes[at]) && seen++ == charIndex)
+                break;
+        }
+        return at;
+    }
+    uint32 Decode(size_t at) const
+    {
+        if (at >= fBytes.size() || !Starts(fBytes[at]))
+            return 0;
+        uint8 b[4] = {};
+        std::copy_n(fBytes.begin() + static_cast<long>(at), Width(at), b);
+        const uint32 c1 = b[1] & 0x3Fu, c2 = b[2] & 0x3Fu, c3 = b[3] & 0x3Fu;
+        return b[0] < 0x80   ? b[0]
+               : b[0] < 0xE0 ? (b[0] & 0x1Fu) << 6 | c1
+               : b[0] < 0xF0 ? (b[0] & 0x0Fu) << 12 | c1 << 6 | c2
+                             : (c1 << 12 | c2 << 6 | c3) & 0xFFFF;
+    }
+    void Count()
+    {
+        fLength = static_cast<uint32>(std::count_if(fBytes.begin(), fBytes.begin() + static_cast<long>(End()), Starts));
+    }
+    size_t End() const { return std::min(fBytes.find('\0'), fBytes.size()); }
+
+    // Resizes without a report when it grows; the string's own rule otherwise.
+    size_t Fit(size_t byteLength)
+    {
+        if (fGrows)
+            fMax = std::max(fMax, byteLength);
+        else if (byteLength > fMax)
+            Report("byteLength <= fMaxLength");
+        return std::min(byteLength, fMax);
+    }
+    void Set(const std::string& bytes)
+    {
+        fBytes = bytes.substr(0, Fit(bytes.size()));
+        Count();
+    }
+    void SetNull(uint32 length)
+    {
+        fBytes.resize(Fit(length));
+        Count();
+    }
+    void Append(const std::string& bytes)
+    {
+        if (!bytes.empty())
+            Set(fBytes + bytes);
+    }
+    void AppendCode(uint16 c)
+    {
+        if (fGrows)
+            Report("Still must be implemented.");
+        if (Fit(fBytes.size() + 1) == fBytes.size())
+            return Report("fByteLength > oldByteLength");
+        fBytes += static_cast<char>(c);
+        ++fLength;
+    }
+    void Insert(const std::string& bytes, uint32 length, uint32 index)
+    {
+        if (bytes.empty() || index > 0x7FFFFFFF || index > fLength)
+            return;
+        const std::string result = std::string(fBytes).insert(At(index), bytes);
+        if (fGrows)
+            return Set(result);
+        if (result.size() > fMax)
+            Report("newByteLength <= fMaxLength");
+        else
+            fLength += length;
+        fBytes = result.substr(0, fMax);
+    }
+    bool Erase(uint32 index, uint32 count)
+    {
+        if (index >= fLength || count == 0 || count > 0x7FFFFFFF)
+            return false;
+        count = std::min(count, fLength - index);
+        const size_t start = At(index);
+        size_t end = start, width = 0;
+        for (uint32 i = 0; i < count && end < fBytes.size() && fBytes[end] != 0; ++i)
+        {
+            width = Starts(fBytes[end]) ? Width(end) : width;
+            end = std::min(end + width, fBytes.size());
+        }
+        if (end == start)
+            return false;
+        fBytes.erase(start, end - start);
+        fLength -= count;
+        if (fLength > fBytes.size())
+        {
+            Report("fLength<=fByteLength");
+            fLength = static_cast<uint32>(fBytes.size());
+        }
+        return true;
+    }
+    bool EraseSB(uint32 index, uint32 count)
+    {
+        if (index >= fBytes.size() || count == 0 || count > 0x7FFFFFFF)
+            return false;
+        count = std::min(count, static_cast<uint32>(fBytes.size() - index));
+        std::copy(fBytes.begin() + index + count, fBytes.end(), fBytes.begin() + index);
+        SetLength(fLength > count ? fLength - count : 0);
+        return true;
+    }
+    size_t RunLength(uint32 index, uint32 count)
+    {
+        if (count == 0)
+            return 0;
+        if (uint64{index} + count > fLength)
+        {
+            Report("Substring extends past end of string!");
+            if (index >= fLength)
+                return 0;
+            count = fLength - index;
+        }
+        const size_t last = At(index + count - 1);
+        return last + (last < fBytes.size() ? Width(last) : 0) - At(index);
+    }
+    void SetLength(uint32 length)
+    {
+        if (length == fLength)
+            return;
+        if (length > fLength)
+            return Report("length < fLength");
+        fBytes.resize(RunLength(0, length));
+        Count();
+    }
+    void SubString(uint32 index, uint32 count)
+    {
+        if (index >= fLength)
+        {
+            Report("nIndex < Length()");
+            fBytes.clear();
+            return Count();
+        }
+        Erase(0, index);
+        SetLength(std::min(count, fLength));
+    }
+    void SetChar(uint16 c, uint32 index)
+    {
+        index = index > 0x7FFFFFFF ? 0 : index;
+        const size_t at = At(index);
+        if (index >= fLength || at >= fBytes.size())
+            return;
+        const std::string encoded = Encode(c);
+        std::string result = fBytes;
+        result.replace(at, Width(at), encoded);
+        const size_t fits = Fit(result.size());
+        if (at + encoded.size() > fits)
+            return;
+        if (fits < result.size())
+        {
+            size_t end = fits;
+            while (end > at + encoded.size() && !Starts(result[end]))
+                --end;
+            result.resize(end);
+        }
+        fBytes = result;
+        Count();
+    }
+    void SetSBChar(char c, int32 index)
+    {
+        if (index < 0)
+            Report("nIndex >= 0");
+        const size_t at = index < 0 ? 0 : static_cast<size_t>(index);
+        if (at > fBytes.size())
+            Report("nIndex <= int32(fByteLength)");
+        else if (at < fBytes.size())
+            fBytes[at] = c;
+        else if (c != 0)
+            Report("c==0");
+    }
+    void SetMax(size_t max)
+    {
+        if (!fGrows || max == fMax)
+            return;
+        fMax = max;
+        if (fBytes.size() > max)
+        {
+            fBytes.resize(max);
+            Count();
+        }
+    }
+    void FromUnits(const std::u16string& units)
+    {
+        std::string all, fitting;
+        for (const char16_t unit : units)
+            all += Encode(unit);
+        const size_t fits = Fit(all.size());
+        fLength = 0;
+        for (size_t i = 0; i < units.size() && fitting.size() + Encode(units[i]).size() <= fits; ++i, ++fLength)
+            fitting += Encode(units[i]);
+        fBytes = fitting;
+    }
+    size_t Search(const std::string& pattern, size_t from) const // at the start of a character
+    {
+        size_t at = fBytes.find(pattern, from);
+        while (at < End() && !Starts(fBytes[at]))
+            at = fBytes.find(pattern, at + 1);
+        return at < End() ? at : std::string::npos;
+    }
+    uint32 SearchStr(const std::string& what, uint32 whatLength, uint32 from) const
+    {
+        if (from > fLength)
+            return kNqNotFound;
+        if (whatLength == 0)
+            return from;
+        const size_t start = At(from);
+        const size_t at = Search(what.substr(0, whatLength), start);
+        if (at == std::string::npos)
+            return kNqNotFound;
+        const auto isContinuation = [](char c) { return (c & 0xC0) == 0x80; };
+        const auto passed = fBytes.substr(start, at - start);
+        return from + static_cast<uint32>(passed.size() - static_cast<size_t>(std::count_if(
+                                                              passed.begin(), passed.end(), isContinuation)));
+    }
+    uint32 Replace(const std::string& what, uint32 whatLength, const std::string& with, uint32 from)
+    {
+        if (whatLength == 0 || from > fLength)
+            return 0;
+        std::string result;
+        uint32 count = 0;
+        size_t at = At(from);
+        for (size_t found; (found = Search(what.substr(0, whatLength), at)) != std::string::npos; ++count)
+        {
+            result += fBytes.substr(at, found - at) + with;
+            at = found;
+            for (uint32 left = whatLength + 1; at < End() && (left -= Starts(fBytes[at])) != 0;)
+                ++at;
+        }
+        if (count != 0)
+            Set(result + fBytes.substr(at));
+        return count;
+    }
+    void Breaks(char lineBreak)
+    {
+        std::string result;
+        for (size_t i = 0; i < fBytes.size(); ++i)
+        {
+            const bool second = i > 0 && fBytes[i] == '\n' && fBytes[i - 1] == '\r';
+            if (!second)
+                result += fBytes[i] == '\r' || fBytes[i] == '\n' ? lineBreak : fBytes[i];
+        }
+        fBytes = result;
+        Count();
+    }
+    uint32 Find(uint16 c, uint32 from)
+    {
+        if (from >= fLength)
+            return kNqNotFound;
+        for (size_t at = At(from); at < fBytes.size() && fBytes[at] != 0; at += Width(at), ++from)
+        {
+            if (Width(at) == 0)
+            {
+                Report("Invalid UTF8 string");
+                return kNqNotFound;
+            }
+            if (Decode(at) == c)
+                return from;
+        }
+        return kNqNotFound;
+    }
+    uint32 FindFromRight(uint16 c, uint32 from) const
+    {
+        for (uint32 left = from < fLength ? from + 1 : fLength; left != 0; --left)
+        {
+            if (Decode(At(left - 1)) == c)
+                return left - 1;
+        }
+        return kNqNotFound;
+    }
+    std::u16string Units(int32 size)
+    {
+        std::u16string units;
+        for (size_t at = 0; at < fBytes.size() && fBytes[at] != 0; at += Width(at))
+        {
+            if (units.size() == static_cast<size_t>(size))
+            {
+                Report("index < dataSize");
+                break;
+            }
+            units += static_cast<char16_t>(Decode(at));
+        }
+        if (units.size() == static_cast<size_t>(size))
+        {
+            Report("Bad size in TNqString::ToUnicode");
+            units.pop_back();
+        }
+        return units;
+    }
+    static std::string Encode(uint32 c)
+    {
+        if (c < 0x80)
+            return {static_cast<char>(c)};
+        if (c < 0x800)
+            return {static_cast<char>(0xC0 | c >> 6), static_cast<char>(0x80 | (c & 0x3F))};
+        return {static_cast<char>(0xE0 | c >> 12), static_cast<char>(0x80 | (c >> 6 & 0x3F)),
+                static_cast<char>(0x80 | (c & 0x3F))};
+    }
+};
+
+std::mt19937 gRandom;
+
+uint32 Below(uint32 n)
+{
+    return static_cast<uint32>(gRandom() % n);
+}
+
+uint16 RandomChar()
+{
+    const uint16 pool[] = {'a', 'b', 'a', 'b', '-', '\r', '\n', 0xE9, 0x7FF, 0x20AC, 0xD800, 0xFFFD};
+    return pool[Below(std::size(pool))];
+}
+
+// Mostly well-formed text of few different characters, with stray bytes, four-byte characters and NULs among them.
+std::string RandomBytes(uint32 maxChars)
+{
+    std::string bytes;
+    for (uint32 left = Below(maxChars + 1); left != 0; --left)
+    {
+        const uint32 kind = Below(40);
+        bytes += kind == 0   ? std::string(1, '\0')
+                 : kind < 3  ? std::string(1, static_cast<char>(Below(256)))
+                 : kind == 3 ? std::string("\xF0\x9F\x98\x80")
+                             : TModel::Encode(RandomChar());
+    }
+    return bytes;
+}
+
+// An index around the interesting places: in the text, at its end, just past it, negative.
+uint32 RandomIndex(uint32 count)
+{
+    const uint32 kind = Below(30);
+    return kind == 0 ? 0xFFFFFFFF - Below(3) : kind == 1 ? 0x80000000 : kind < 4 ? count + Below(3) : Below(count + 1);
+}
+
+template <class TString>
+void EditRandomly(TString& s, TModel& m)
+{
+    const std::string bytes = RandomBytes(Below(8) == 0 ? 30 : 6);
+    const TNqDynamicString other(bytes.data(), static_cast<uint32>(bytes.size()));
+    const TNqDynamicString what(bytes.data(), std::min(other.ByteLength(), Below(5)));
+    const uint32 i = RandomIndex(m.fLength);
+    const uint32 n = Below(4) == 0 ? RandomIndex(m.fLength) : Below(4);
+    const uint16 c = RandomChar();
+    const std::u16string units{RandomChar(), c, RandomChar()};
+    // clang-format off
+    const std::function<void()> edits[] = {
+        [&] { s = other; m.Set(bytes); },
+        [&] { s.FromText(bytes.data(), other.ByteLength()); m.Set(bytes); },
+        [&] { s.FromText(nullptr, other.ByteLength()); m.SetNull(other.ByteLength()); },
+        [&] { s += other; m.Append(bytes); },
+        [&] { s += c; m.AppendCode(c); },
+        [&] { s.InsertStr(other, i); m.Insert(bytes, other.Length(), i); },
+        [&] { s += s; m.Append(std::string(m.fBytes)); },
+        [&] { s.InsertStr(s, i); m.Insert(std::string(m.fBytes), m.fLength, i); },
+        [&] { EXPECT_EQ(s.EraseStr(i, n), m.Erase(i, n)); },
+        [&] { EXPECT_EQ(s.EraseSBStr(i, n), m.EraseSB(i, n)); },
+        [&] { s.SetLength(i); m.SetLength(i); },
+        [&] { s.SubString(i, n); m.SubString(i, n); },
+        [&] { s.SetCharAt(c, i); m.SetChar(c, i); },
+        [&] { s.SetCharAt(c, 0); m.SetChar(c, 0); },
+        [&] { s.SetSBCharAt(static_cast<char>(c), static_cast<int32>(i)); m.SetSBChar(static_cast<char>(c), static_cast<int32>(i)); },
+        [&] { EXPECT_EQ(s.ReplaceStr(what, other, i), m.Replace(Bytes(what), what.Length(), bytes, i)); },
+        [&] { s.ConvertLineFeed(kUnixLineFeed); m.Breaks('\n'); },
+        [&] { s.ConvertLineFeed(kMacLineFeed); m.Breaks('\r'); },
+        [&] { s.SetMaxLength(Below(60)); m.SetMax(s.MaxLength()); },
+        [&] { s.FromUnicode(reinterpret_cast<const uint16*>(units.c_str())); m.FromUnits(units); },
+    };
+    // clang-format on
+    edits[Below(std::size(edits))]();
+}
+
+template <class TString>
+void ReadRandomly(const TString& s, TModel& m)
+{
+    const TNqDynamicString what(RandomBytes(2).c_str());
+    const uint32 i = RandomIndex(m.fLength);
+    const uint32 n = RandomIndex(m.fLength);
+    const uint16 c = RandomChar();
+    EXPECT_EQ(s.SearchStr(what, i), m.SearchStr(Bytes(what), what.Length(), i));
+    EXPECT_EQ(s.SearchSBStr(what, i),
+              i > m.fBytes.size() ? kNqNotFound : static_cast<uint32>(m.fBytes.find(Bytes(what), i)));
+    EXPECT_EQ(s.FindCharPos(c, i), m.Find(c, i));
+    EXPECT_EQ(s.FindCharPosFromRight(c, i), m.FindFromRight(c, i));
+    EXPECT_EQ(s.GetSubStringByteLength(i, n), m.RunLength(i, n));
+    if (i > 0x7FFFFFFF)
+        m.Report("Index Pb in GetChar");
+    EXPECT_EQ(s.GetCharAt(i), i > 0x7FFFFFFF  ? (m.fLength != 0 ? m.Decode(m.At(0)) : 0)
+                              : i < m.fLength ? m.Decode(m.At(i))
+                                              : 0);
+    std::vector<uint16> units(Below(12) + 1);
+    const uint16* const end = s.ToUnicode(units.data(), static_cast<int32>(units.size()));
+    const std::u16string text(reinterpret_cast<const char16_t*>(units.data()), static_cast<size_t>(end - units.data()));
+    EXPECT_EQ(text, m.Units(static_cast<int32>(units.size())));
+    EXPECT_EQ(*end, 0);
+    // A run as the constructors take it: a count of 0 is all the rest.
+    const uint32 left = i < m.fLength ? m.fLength - i : 0;
+    const uint32 taken = n == 0 || n > left ? left : n;
+    const std::string run = left != 0 ? m.fBytes.substr(m.At(i), m.RunLength(i, taken)) : "";
+    EXPECT_EQ(Bytes(TNqDynamicString(s, i, n)), run);
+    EXPECT_EQ(Bytes(TNqString1023(s, i, n)), run);
+}
+
+template <class TString>
+void CheckRandomEdits(uint32 seed)
+{
+    gRandom.seed(seed);
+    TString s;
+    TModel m;
+    m.fMax = s.MaxLength();
+    m.fGrows = std::is_same_v<TString, TNqDynamicString>;
+    for (int step = 0; step < 40000 && !::testing::Test::HasFailure(); ++step)
+    {
+        if (s.ByteLength() > 300)
+            s.FromText("", 0), m.Set("");
+        EditRandomly(s, m);
+        ReadRandomly(s, m);
+        EXPECT_EQ(Bytes(s), m.fBytes);
+        EXPECT_EQ(s.Length(), m.fLength);
+        EXPECT_EQ(s.MaxLength(), m.fMax);
+        EXPECT_EQ(s.GetString()[s.ByteLength()], 0);
+        EXPECT_LE(s.Length(), s.ByteLength());
+        EXPECT_EQ(TakeReports(), m.fReports) << "at step " << step;
+        m.fReports.clear();
+    }
+}
+
+class StringTest : public NqTest
+{
+protected:
+    void SetUp() override
+    {
+        NqIsWesternLanguage(); // its first call of the process is reported
+        NqTest::SetUp();
+    }
+};
+
+TEST_F(StringTest, RandomEditsFollowAModelOfBytes)
+{
+    CheckRandomEdits<TNqString15>(1);
+    CheckRandomEdits<TNqString63>(2);
+    CheckRandomEdits<TNqDynamicString>(3);
+}
+
+TEST_F(StringTest, FieldsAndSlotsStandWhereOtherModulesExpectThem)
+{
+    TNqString15 fixed;
+    TNqDynamicString dynamic("b");
+    TNqStringLayout::CheckFields(fixed);
+    TNqStringLayout::CheckFields(dynamic);
+
+    TNqString* const s = &dynamic;
+    const TNqString15 a("a");
+    const TNqString* const other = &a;
+    using TCompare = boolean (*)(const TNqString*, const TNqString*);
+    using TChange = TNqString* (*)(TNqString*, const TNqString*);
+    using TResize = void (*)(TNqString*, uint32);
+    const boolean expected[] = {0, 1, 0, 1, 0, 1}; // < > <= >= == !=
+    for (size_t i = 0; i < std::size(expected); ++i)
+        EXPECT_EQ(Slot<TCompare>(s, 5 + i)(s, other), expected[i]) << i;
+    EXPECT_EQ(Slot<TChange>(s, 2)(s, other), s);
+    EXPECT_EQ(Slot<TChange>(s, 3)(s, other), s);
+    Slot<TNqString* (*)(TNqString*, uint16)>(s, 4)(s, 'z');
+    Slot<void (*)(TNqString*, const TNqString*, uint32)>(s, 11)(s, other, 0);
+    EXPECT_STREQ(Slot<int8* (*)(const TNqString*)>(s, 14)(s), "aaaz");
+    Slot<TResize>(s, 13)(s, 9);
+    EXPECT_EQ(s->MaxLength(), 9U);
+    Slot<TResize>(s, 12)(s, 3);
+    EXPECT_EQ(s->ByteLength(), 3U);
+    Slot<TResize>(s, 15)(s, 5);
+    EXPECT_EQ(s->MaxLength(), 5U);
+    EXPECT_EQ(TakeReports(), (TTexts{"Still must be implemented."}));
+}
+
+TEST_F(StringTest, AssignmentCutsFixedStringsAndCountsCharacters)
+{
+    struct
+    {
+        const char* fText;
+        const char* fHeld;
+        uint32 fLength;
+    } const cases[] = {
+        {"abcdefghijklmnopqrst", "abcdefghijklmno", 15},
+        {"abcdefghijklmn\xC3\xA9", "abcdefghijklmn\xC3", 15},
+        {"\x80\xFF\xC0", "\x80\xFF\xC0", 0},
+        {"", "", 0},
+    };
+    for (const auto& c : cases)
+    {
+        const TNqString15 s(c.fText);
+        EXPECT_STREQ(s.GetString(), c.fHeld);
+        EXPECT_EQ(s.Length(), c.fLength);
+        TNqString15 assigned;
+        assigned.FromCPtr(c.fText);
+        EXPECT_TRUE(assigned == s);
+        const TTexts cut(strlen(c.fText) > 15 ? 2 : 0, "byteLength <= fMaxLength");
+        EXPECT_EQ(TakeReports(), cut);
+    }
+    const uint8 pascal[] = {3, 'a', 'b', 'c', 'd'};
+    TNqString15 s;
+    s.FromPPtr(pascal);
+    s.FromPPtr(nullptr);
+    s.FromCPtr(nullptr);
+    s.FromUnicode(nullptr);
+    EXPECT_STREQ(s.GetString(), "abc");
+    EXPECT_EQ(Bytes(TNqString15(nullptr)), "");
+    EXPECT_EQ(Bytes(TNqDynamicString(nullptr, 5)), "");
+    uint8 out[8];
+    s.ToPPtr(out);
+    EXPECT_EQ(std::string(out, out + 4), "\3abc");
+    EXPECT_EQ(s.ToUTF8Ptr(out), out + 3);
+    EXPECT_STREQ(reinterpret_cast<char*>(out), "abc");
+    EXPECT_EQ(Bytes(TNqDynamicString("ab\0c", 4) + s), std::string("ab\0cabc", 7));
+    uint16 unit = 7;
+    EXPECT_EQ(s.ToUnicode(&unit, 0), &unit);
+    EXPECT_EQ(unit, 7);
+    s.FromEncodedPtr(pascal, nullptr);
+    EXPECT_EQ(TakeReports(), (TTexts{"Bad size in TNqString::ToUnicode", "transcoder"}));
+}
+
+TEST_F(StringTest, EncodedTextComesInThroughATranscoder)
+{
+    TNqDynamicString s;
+    const std::pair<TranscoderType, const char*> cases[] = {
+        {kUTF8Transcoder, "\xC3\xA9\xFF\xE2\x82x"}, {kAnsiTranscoder, "\xE9x"}, {kMacTranscoder, "\x8Ex"}};
+    for (const auto& [type, text] : cases)
+    {
+        TNqCountedPtr<ITranscoder> transcoder;
+        NqCreateTranscoder(transcoder, type);
+        s.FromEncodedPtr(reinterpret_cast<const uint8*>(text), transcoder);
+        EXPECT_STREQ(s.GetString(), "\xC3\xA9x") << type;
+    }
+}
+
+TEST_F(StringTest, FourCharacterCodesBecomeTextAndBack)
+{
+    struct
+    {
+        uint32 fCode;
+        uint8 fDontCheck;
+        std::string fText;
+        uint32 fLength;
+    } const cases[] = {
+        {0x54455854, 0, "TEXT", 4},
+        {42, 0, "42", 2},
+        {42, 1, std::string("\0\0\0*", 4), 0},
+        {0x21212121, 0, "555819297", 9},
+        {0x21212122, 0, "!!!\"", 4},
+        {0x41420043, 0, "AB", 2},
+        {0xFFFFFFFF, 1, "\xFF\xFF\xFF\xFF", 0},
+    };
+    for (const auto& c : cases)
+    {
+        TNqString15 s;
+        s.FromFourCharT(c.fCode, c.fDontCheck);
+        EXPECT_EQ(Bytes(s), c.fText);
+        EXPECT_EQ(s.Length(), c.fLength);
+    }
+    EXPECT_EQ(TNqString15("TEXTure").ToFourCharT(), 0x54455854U);
+    EXPECT_EQ(TNqString15("a\xC4\x80\xC3\xA9").ToFourCharT(), 0x6100E900U); // low bytes of U+0100 and U+00E9
+}
+
+TEST_F(StringTest, NumbersAreReadAsFarAsTheyGo)
+{
+    struct
+    {
+        const char* fText;
+        int32 fInt;
+        real32 fReal32;
+        real64 fReal64;
+    } const cases[] = {
+        {"", 0, 0, 0},
+        {"-", 0, 0, 0},
+        {"-17", -17, -17, -17},
+        {"+3.25", 3, 3.25f, 3.25},
+        {"1,234", 1, 1234, 1},
+        {"1,000.5", 1, 1000.5f, 1},
+        {" 8", 8, 0, 8},
+        {"2147483648", INT_MIN, 2147483648.0f, 2147483648.0},
+        {"4294967297", 1, 1, 4294967297.0},
+        {"0.1234567899", 0, 0.123456789f, 0.1234567899},
+        {"1e3", 1, 1, 1000},
+        {"-.5x", 0, -0.5f, -0.5},
+        {"x1", 0, 0, 0},
+    };
+    for (const char* locale : {"C", "C.UTF-8"})
+    {
+        setlocale(LC_ALL, locale);
+        for (const auto& c : cases)
+        {
+            const TNqString31 s(c.fText);
+            EXPECT_EQ(s.ToInt32(), c.fInt) << c.fText;
+            EXPECT_EQ(s.ToReal32(), c.fReal32) << c.fText;
+            EXPECT_EQ(s.ToReal64(), c.fReal64) << c.fText;
+        }
+    }
+    setlocale(LC_ALL, "C");
+    EXPECT_TRUE(std::signbit(TNqString15("-0").ToReal32()));
+    EXPECT_EQ(TNqDynamicString(std::string(80, '1').c_str()).ToReal64(), std::stod(std::string(63, '1')));
+    EXPECT_EQ(TakeReports(), (TTexts{"ByteLength() < 64"}));
+    for (const auto& [text, numeric] : std::initializer_list<std::pair<const char*, bool>>{
+             {"", true}, {"1-2", true}, {"+-.", true}, {"1,2", false}, {"1e3", false}, {"1\xC3\xA9", false}})
+        EXPECT_EQ(TNqString15(text).IsNumericString(), numeric) << text;
+}
+
+TEST_F(StringTest, NumbersAreWrittenInFull)
+{
+    TNqDynamicString s;
+    for (const int32 value : {0, 7, -1, 1234567890, INT_MAX, INT_MIN})
+    {
+        s.FromInt32(value);
+        EXPECT_EQ(Bytes(s), std::to_string(value));
+    }
+    const auto real32 = [&s](float value, uint8 decimals) { return s.FromReal32(value, decimals), Bytes(s); };
+    const auto real64 = [&s](double value, uint8 digits) { return s.FromReal64(value, digits), Bytes(s); };
+    EXPECT_EQ(real32(2.5f, 0), "2");
+    EXPECT_EQ(real32(-0.1f, 3), "-0.100");
+    EXPECT_EQ(real32(FLT_MAX, 255).size(), 39U + 1 + 255);
+    EXPECT_EQ(real64(1e20, 3), "1E+20");
+    EXPECT_EQ(real64(0.0001, 6), "0.0001");
+    EXPECT_EQ(real64(-DBL_MIN, 255).substr(0, 8), "-2.22507");
+    s.FromReal64(-DBL_MAX);
+    EXPECT_EQ(s.ByteLength(), 1U + 309 + 3);
+    s.FromReal64(1234.5678);
+    EXPECT_STREQ(s.GetString(), "1234.57");
+}
+
+TEST_F(StringTest, DecimalTextsAreStrippedAndRounded)
+{
+    struct
+    {
+        const char* fText;
+        const char* fStripped;
+        const char* fRounded;
+    } const cases[] = {
+        {"1.500", "1.5", "1.501"}, {"2.00", "2", "2.01"},      {"100", "100", "101"},
+        {"9.99", "9.99", "10.00"}, {"1,990", "1,99", "1,991"}, {"-99", "-99", "-100"},
+    };
+    for (const auto& c : cases)
+    {
+        TNqString31 s(c.fText);
+        StripTrailingZeros(s);
+        EXPECT_STREQ(s.GetString(), c.fStripped);
+        s = TNqString31(c.fText);
+        RoundUp(s);
+        EXPECT_STREQ(s.GetString(), c.fRounded);
+    }
+    EXPECT_EQ(TakeReports(), (TTexts{"Unknown character!!"}));
+}
+
+TEST_F(StringTest, EqualityIsByBytesAndOrderByLanguage)
+{
+    const TNqString15 lower("abc"), upper("ABC"), accent("\xC3\xA9"), z("z");
+    EXPECT_FALSE(lower == upper);
+    EXPECT_TRUE(lower.IsEqualNotCaseSensitive(upper));
+    EXPECT_TRUE(TNqString15("\xC3\xA9").IsEqualNotCaseSensitive(TNqString15("\xC3\x89")));
+    EXPECT_TRUE(accent < z); // by bytes it is the other way round
+    EXPECT_TRUE(TNqString15("a") < TNqString15("B"));
+    EXPECT_TRUE(lower < upper && lower <= upper && !(lower >= upper) && upper > lower);
+    EXPECT_TRUE(TNqDynamicString("ab\0c", 4) == TNqString15("ab"));
+    EXPECT_EQ(z.CompareQuick(lower), 25);
+    EXPECT_EQ(TNqString15("\xFF").CompareQuick(TNqString15("")), -1); // 255, narrowed
+    EXPECT_EQ(lower.CompareQuick(TNqString15("abc")), 0);
+
+    TNqString15 s("\xC3\x89T\xC3\x89");
+    s.Capitalize();
+    EXPECT_STREQ(s.GetString(), "\xC3\xA9t\xC3\xA9");
+    s = TNqString15("hELLO");
+    s.Capitalize();
+    EXPECT_STREQ(s.GetString(), "Hello");
+    TNqString15 sharp("123456789012\xC3\x9F"); // the capitals are two letters, of which one fits
+    sharp.ToUpper();
+    EXPECT_STREQ(sharp.GetString(), "123456789012SS");
+    sharp = TNqString15("1234567890123\xC3\x9F");
+    sharp.ToUpper();
+    EXPECT_STREQ(sharp.GetString(), "1234567890123SS");
+    sharp = TNqString15("\xC5\x89"
+                        "3456789012345"); // U+0149 becomes U+02BC and N
+    sharp.ToUpper();
+    EXPECT_STREQ(sharp.GetString(), "\xCA\xBCN"
+                                    "345678901234");
+    EXPECT_EQ(TakeReports(), (TTexts{"byteLength <= fMaxLength"}));
+}
+
+TEST_F(StringTest, WideStringsHoldTheUnitsAndATerminator)
+{
+    const TNqWideString none;
+    EXPECT_EQ(none.Length(), 0U);
+    TNqWideString wide("\xE2\x82\xACx");
+    ASSERT_EQ(wide.Length(), 2U);
+    EXPECT_EQ(std::u16string(reinterpret_cast<char16_t*>(wide.StrGet())), u"\u20ACx");
+    wide = TNqString15("");
+    EXPECT_EQ(wide.Length(), 0U);
+    EXPECT_EQ(wide.StrGet()[0], 0);
+    const uint16 units[] = {'a', 0xD800, 0};
+    wide.FromUnicode(units);
+    EXPECT_EQ(wide.Length(), 2U);
+    EXPECT_EQ(wide.StrGet()[1], 0xD800);
+}
+
+TEST_F(StringTest, WithoutMemoryADynamicStringIsEmptyAndStillUsable)
+{
+    const TNqDynamicString longText(std::string(200, 'x').c_str());
+    const uint16 units[] = {0x20AC, 0x20AC, 0x20AC, 0x20AC, 0};
+    const std::function<void(TNqDynamicString&)> edits[] = {
+        [&](auto& s) { s = longText; },
+        [&](auto& s) { s += longText; },
+        [&](auto& s) { s += uint16{'x'}; },
+        [&](auto& s) { s.InsertStr(longText, 1); },
+        [&](auto& s) { s.FromUnicode(units); },
+        [&](auto& s) { s.SetCharAt(0x20AC, 0); },
+        [&](auto& s) { s.SetMaxLength(1); },
+        [&](auto& s) { s.ReplaceStr(TNqString15("b"), longText, 0); },
+        [&](auto& s) { s.ToUpper(); },
+        [&](auto& s) { s.ConvertLineFeed(kWinLineFeed); },
+        [&](auto& s) { NqParameterText(s, longText, 0); },
+        [&](auto& s)
+        {
+            TNqDynamicString copy(s, 1, 2);
+            EXPECT_LE(copy.ByteLength(), 2U);
+        },
+        [&](auto& s) { EXPECT_NE(NqCompareStrings(s, longText), 0); },
+        [&](auto& s) { EXPECT_LE(TNqWideString(s).Length(), s.Length()); },
+    };
+    for (size_t i = 0; i < std::size(edits); ++i)
+    {
+        bool reached = true;
+        for (int n = 1; reached; ++n)
+        {
+            TestHost().FailAllocations(n);
+            TNqDynamicString s("ab\r^0");
+            edits[i](s);
+            reached = TestHost().CountAllocations() >= n;
+            TestHost().FailAllocations(0);
+
+            const bool lost = s.GetString() == nullptr;
+            EXPECT_EQ(lost, s.MaxLength() == 0) << i;
+            EXPECT_EQ(s.ByteLength(), lost ? 0 : strlen(s.GetString())) << i;
+            EXPECT_LE(s.Length(), s.ByteLength()) << i;
+            EXPECT_EQ(s.GetCharAt(0) == 0, s.ByteLength() == 0);
+            EXPECT_EQ(TNqString15("") < s, s.ByteLength() != 0);
+            s = TNqString15("again");
+            EXPECT_STREQ(s.GetString(), "again");
+            TakeReports();
+        }
+    }
+}
+
+TEST_F(StringTest, SizesPastTheLimitAreFailedAllocations)
+{
+    TNqDynamicString s("abc");
+    s.SetByteLength(0xFFFFFFFF);
+    EXPECT_EQ(s.MaxLength(), 0U);
+    EXPECT_EQ(s.GetString(), nullptr);
+    TNqDynamicString huge("abc", 0xFFFFFFFF);
+    EXPECT_EQ(huge.ByteLength(), 0U);
+    TNqString15 fixed("abc");
+    fixed.SetByteLength(0xFFFFFFFF);
+    EXPECT_EQ(fixed.ByteLength(), 15U);
+    EXPECT_EQ(TakeReports(), (TTexts{"fStringBuffer != NULL", "byteLength <= fMaxLength"}));
+}
+
+TEST_F(StringTest, AnExceptionDeletesItsMessageOnce)
+{
+    struct TMessage : TNqString31
+    {
+        using TNqString31::operator=;
+        explicit TMessage(int& deleted) : TNqString31("out of paint"), fDeleted(deleted) {}
+        ~TMessage() override { ++fDeleted; }
+        int& fDeleted;
+    };
+    int deleted = 0;
+    {
+        const TNqException first(kNqErrSilent, new TMessage(deleted), nullptr, 0);
+        const TNqException second(first);
+        EXPECT_EQ(first.GetErrorString(), nullptr);
+        EXPECT_STREQ(second.GetErrorString()->GetString(), "out of paint");
+    }
+    EXPECT_EQ(deleted, 1);
+}
+
+} // namespace

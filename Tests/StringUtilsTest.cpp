@@ -1,0 +1,423 @@
+#include "NqCore/PublicAPI/NqStringUtils.h"
+
+#include "NqCore/Include/CFMacPtr.h"
+#include "NqCore/PublicAPI/NqAsciiTranslationTable.h"
+#include "NqCore/PublicAPI/NqPtrArray.h"
+#include "NqCore/PublicAPI/NqString.h"
+#include "NqPlatform/CFString.h"
+#include "Tests/TestHost.h"
+
+#include <QLocale>
+#include <QString>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <optional>
+#include <random>
+
+#include <unicode/uloc.h>
+
+struct TNqAsciiTranslationTableLayout
+{
+    static_assert(sizeof(TNqAsciiTranslationTable) == 528);
+    static_assert(offsetof(TNqAsciiTranslationTable, fITable) == 256);
+    static_assert(offsetof(TNqAsciiTranslationTable, fEscapes) == 512);
+    static_assert(offsetof(TNqAsciiTranslationTable, fIEscapes) == 520);
+};
+
+namespace
+{
+
+const char* const kStub = "Still must be implemented.";
+
+class StringUtilsTest : public NqTest
+{
+protected:
+    void SetUp() override
+    {
+        NqIsWesternLanguage(); // its first call of the process is reported
+        NqTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TestHost().SetAsciiTranslationTable(nullptr);
+        NqTest::TearDown();
+    }
+};
+
+std::string Bytes(const TNqString& s)
+{
+    return std::string(s.GetString(), s.ByteLength());
+}
+
+// A resource: both tables hold `entries` in their order, the lists follow as they stand.
+std::vector<uint8> MakeResource(const std::vector<uint8>& entries, const std::string& lists)
+{
+    std::vector<uint8> data(512);
+    for (size_t i = 0; i < 256; ++i)
+        data[16 * (i % 16) + i / 16] = data[256 + 16 * (i % 16) + i / 16] = entries[i];
+    data.insert(data.end(), lists.begin(), lists.end());
+    data.resize(data.size() + 256); // a second list may start at the last byte of the first
+    return data;
+}
+
+std::vector<uint8> IdentityEntries()
+{
+    std::vector<uint8> entries(256);
+    for (size_t i = 0; i < 256; ++i)
+        entries[i] = static_cast<uint8>(i);
+    return entries;
+}
+
+// What TranslateAscii does, moving the rest of the text at every step.
+struct TTranslateModel
+{
+    std::string fBytes;
+    uint32 fLength;
+    size_t fMax;
+    bool fGrows;
+    TTexts fReports;
+
+    void Run(const TNqAsciiTranslationTable& table)
+    {
+        size_t j = 0;
+        for (size_t i = 0; i < fBytes.size(); ++i)
+        {
+            const uint8 byte = static_cast<uint8>(fBytes[i]);
+            const uint8 t = table.Translate(byte, 0);
+            if (t == 0)
+            {
+                fReports.push_back("Untranslatable character");
+                continue;
+            }
+            const uint8* const escape = t == 27 ? table.FindEscapeChar(byte, 0) : nullptr;
+            if (t == 27 && escape == nullptr)
+            {
+                fReports.push_back("Missing escape string");
+                continue;
+            }
+            const std::string text =
+                t == 27 ? reinterpret_cast<const char*>(escape) : std::string(1, static_cast<char>(t));
+            if (i - j + 1 < text.size())
+            {
+                const size_t extra = text.size() - (i - j) - 1;
+                if (fBytes.size() + extra > fMax && fGrows)
+                    fMax = fBytes.size() + extra + static_cast<size_t>(0.01 * static_cast<double>(fMax));
+                if (fBytes.size() + extra > fMax)
+                {
+                    fReports.push_back("Skipping char in TranslateAscii");
+                    continue;
+                }
+                fBytes.insert(i, extra, '?');
+                i += extra;
+                fLength += static_cast<uint32>(extra);
+            }
+            fBytes.replace(j, text.size(), text);
+            j += text.size();
+        }
+        fBytes.resize(j);
+    }
+};
+
+TEST_F(StringUtilsTest, TranslationFollowsAModelThatMovesTheTextAtEachStep)
+{
+    std::mt19937 random(5);
+    const std::string lists("\x0E"
+                            "aAE\0b\0c12345\0d",
+                            15); // the entry for d has no terminator
+    for (int round = 0; round < 4000; ++round)
+    {
+        std::vector<uint8> entries = IdentityEntries();
+        for (const char c : std::string("abcd"))
+            entries[static_cast<uint8>(c)] = random() % 5 == 0 ? 0 : random() % 2 ? 27 : 'x';
+        std::vector<uint8> data = MakeResource(entries, lists);
+        TNqAsciiTranslationTable table;
+        table.InitFromResourceData(data.data(), static_cast<uint32>(data.size()));
+        TestHost().SetAsciiTranslationTable(&table);
+
+        std::string text;
+        for (size_t left = random() % (round % 50 == 0 ? 600 : 40); left != 0; --left)
+            text += static_cast<char>("abcdef"[random() % 6]);
+        const bool grows = random() % 2;
+        TNqDynamicString dynamic(text.c_str());
+        TNqString31 fixed;
+        fixed.FromText(text.data(), static_cast<uint32>(std::min<size_t>(text.size(), 31)));
+        TNqString& s = grows ? static_cast<TNqString&>(dynamic) : fixed;
+        TTranslateModel model{Bytes(s), s.Length(), s.MaxLength(), grows, {}};
+        model.Run(table);
+        s.TranslateAscii(0);
+        ASSERT_EQ(Bytes(s), model.fBytes);
+        ASSERT_EQ(s.Length(), model.fLength);
+        ASSERT_EQ(s.MaxLength(), model.fMax);
+        ASSERT_EQ(TakeReports(), model.fReports);
+        ASSERT_EQ(s.GetString()[s.ByteLength()], 0);
+        // A count that is no longer true must not lead past the end.
+        s.SetCharAt(0x20AC, s.Length() - 1);
+        s.EraseStr(s.Length() / 2, 3);
+        s.InsertStr(TNqString15("-"), s.Length());
+        s.GetSubStringByteLength(0, s.Length());
+        TakeReports();
+    }
+}
+
+TEST_F(StringUtilsTest, TheListsOfATableOverlapByOneByte)
+{
+    std::vector<uint8> entries(256, 27);
+    // Five bytes of the first list; its last byte, 4, counts the second one.
+    std::vector<uint8> data = MakeResource(entries, std::string("\5"
+                                                                "ax\0b\4"
+                                                                "cyz\0",
+                                                                10));
+    TNqAsciiTranslationTable table;
+    EXPECT_EQ(table.FindEscapeChar('a', 0), nullptr);
+    for (int i = 0; i < 2; ++i) // a second time frees the first lists
+    {
+        table.InitFromResourceData(data.data(), 0);
+        EXPECT_STREQ(reinterpret_cast<const char*>(table.FindEscapeChar('a', 0)), "x");
+        EXPECT_EQ(table.FindEscapeChar('b', 0), nullptr);
+        EXPECT_EQ(table.FindEscapeChar('a', 1), nullptr);
+        EXPECT_STREQ(reinterpret_cast<const char*>(table.FindEscapeChar('c', 1)), "yz");
+    }
+    TestHost().SetAsciiTranslationTable(&table);
+    TNqDynamicString s("aq");
+    s.TranslateAscii(0);
+    EXPECT_STREQ(s.GetString(), "x");
+    EXPECT_EQ(TakeReports(), (TTexts{"Missing escape string"}));
+}
+
+TEST_F(StringUtilsTest, LongTextsAreTranslatedInLinearTime)
+{
+    std::vector<uint8> entries = IdentityEntries();
+    entries['a'] = 27;
+    std::vector<uint8> data = MakeResource(entries, std::string("\4"
+                                                                "aae\0",
+                                                                5));
+    TNqAsciiTranslationTable table;
+    table.InitFromResourceData(data.data(), 0);
+    TestHost().SetAsciiTranslationTable(&table);
+    constexpr uint32 kCount = 1000000;
+    TNqDynamicString s(std::string(kCount, 'a').c_str());
+    s.TranslateAscii(0); // moving the rest at every byte would take minutes
+    EXPECT_EQ(s.ByteLength(), 2 * kCount);
+    TNqDynamicString text(std::string(kCount, '^').c_str());
+    NqParameterText(text, TNqString15("--"), 7);
+    text.ReplaceStr(TNqString15("^"), TNqString15("^7"), 0);
+    NqParameterText(text, TNqString15("--"), 7);
+    EXPECT_EQ(text.ByteLength(), 2 * kCount);
+    EXPECT_EQ(text.FindCharPos('^', 0), kNqNotFound);
+    TakeReports();
+}
+
+TEST_F(StringUtilsTest, TagsOfResourceTextsAreStripped)
+{
+    struct
+    {
+        const char* fText;
+        const char* fStripped;
+        const char* fBytesStripped;
+    } const cases[] = {
+        {"\f@x@Mhello@y", "hello", "\f@x@Mhello@y"},
+        {"@x@Mhello", "@x@Mhello", "hello"},
+        {"\fhello@y", "hello@y", "\fhello@y"},
+        {"\f@hello@y", "@hello@y", "\f@hello@y"},
+        {"@M@", "@M@", ""},
+        {"\f@\xC3\xA9@Mh\xC3\xA9@", "h\xC3\xA9", "\f@\xC3\xA9@Mh\xC3\xA9@"},
+        {"", "", ""},
+    };
+    for (const auto& c : cases)
+    {
+        TNqDynamicString s(c.fText);
+        s.TranslateAfterRead();
+        EXPECT_STREQ(s.GetString(), c.fStripped);
+        s = TNqString31(c.fText);
+        s.TranslateSBAfterRead();
+        EXPECT_STREQ(s.GetString(), c.fBytesStripped);
+        TNqString31 copy;
+        s.TranslateBeforeWrite(copy);
+        s.TranslateBeforeWrite(s);
+        EXPECT_TRUE(copy == s);
+    }
+}
+
+TEST_F(StringUtilsTest, LineBreaksTakeTheWantedForm)
+{
+    struct
+    {
+        const char* fText;
+        const char* fUnix;
+        const char* fWin;
+    } const cases[] = {
+        {"a\r\nb\rc", "a\nb\nc", "a\r\nb\r\nc"},
+        {"\n\r\r\n\n", "\n\n\n\n", "\r\n\r\n\r\n\r\n"},
+        {"\xC3\xA9\r\xE2\x82\xAC", "\xC3\xA9\n\xE2\x82\xAC", "\xE9\r\n\xAC"},
+        {"", "", ""},
+    };
+    for (const auto& c : cases)
+    {
+        TNqDynamicString s(c.fText);
+        s.ConvertLineFeed(kUnixLineFeed);
+        EXPECT_STREQ(s.GetString(), c.fUnix);
+        s.ConvertLineFeed(kMacLineFeed);
+        std::string mac(c.fUnix);
+        std::replace(mac.begin(), mac.end(), '\n', '\r');
+        EXPECT_EQ(Bytes(s), mac);
+        s.ConvertLineFeed(kWinLineFeed);
+        EXPECT_STREQ(s.GetString(), c.fWin);
+        EXPECT_EQ(TakeReports(), TTexts(s.ByteLength(), kStub)); // each byte is appended as a code
+    }
+}
+
+// What NqParameterText does, one placeholder at a time from the start of the text.
+void FillOneByOne(TNqString& text, const TNqString& placeholder, const TNqString& parameter)
+{
+    const bool hasMark = Bytes(parameter).find('^') != std::string::npos;
+    uint32 from = 0;
+    for (uint32 at; (at = text.SearchStr(placeholder, from)) != kNqNotFound;)
+    {
+        if (!text.EraseStr(at, placeholder.Length()))
+            break;
+        text.InsertStr(parameter, at);
+        from = hasMark ? at + parameter.Length() : 0;
+    }
+}
+
+TEST_F(StringUtilsTest, ParametersAreFilledInAsOneByOne)
+{
+    std::mt19937 random(9);
+    const auto randomText = [&random](size_t limit)
+    {
+        std::string text;
+        for (size_t left = random() % limit; left != 0; --left)
+            text += static_cast<char>("^^01x"[random() % 5]);
+        return text;
+    };
+    for (int round = 0; round < 20000; ++round)
+    {
+        const std::string text = randomText(16);
+        const TNqString15 parameter(randomText(random() % 2 ? 4 : 9).c_str());
+        const uint32 index = random() % 3 ? random() % 2 : 10;
+        const TNqString15 placeholder(("^" + std::to_string(index)).c_str());
+        TNqDynamicString dynamic(text.c_str()), expectedDynamic(dynamic);
+        FillOneByOne(expectedDynamic, placeholder, parameter);
+        NqParameterText(dynamic, parameter, index);
+        ASSERT_EQ(Bytes(dynamic), Bytes(expectedDynamic)) << text << " " << Bytes(parameter);
+        ASSERT_EQ(dynamic.MaxLength(), expectedDynamic.MaxLength());
+        TNqString15 fixed(text.c_str()), expectedFixed(fixed);
+        FillOneByOne(expectedFixed, placeholder, parameter);
+        const TTexts reports = TakeReports();
+        NqParameterText(fixed, parameter, index);
+        ASSERT_EQ(Bytes(fixed), Bytes(expectedFixed)) << text << " " << Bytes(parameter);
+        ASSERT_EQ(TakeReports(), reports);
+    }
+    TNqString63 message("Saved ^0 of ^1, ^2");
+    TNqString15 three("3"), seven("7");
+    TNqPtrArray<TNqString> texts;
+    texts.AddElem(&three);
+    texts.AddElem(&seven);
+    texts.AddElem(nullptr);
+    NqParameterText(message, texts);
+    EXPECT_STREQ(message.GetString(), "Saved 3 of 7, ^2");
+    EXPECT_EQ(TakeReports(), (TTexts{"arg"}));
+    TNqDynamicString own("<^0>");
+    NqParameterText(own, own);
+    EXPECT_STREQ(own.GetString(), "<<^0>>");
+}
+
+TEST_F(StringUtilsTest, HashesMixTheLowBitsOfEachCharacter)
+{
+    // By hand: 'a' is 0x61; 'b' shifted by one is 0xC4; U+20AC shifted by one is 0x4158, 0x41 | 0x58.
+    EXPECT_EQ(NqGetHashValue8(TNqString15("")), 0);
+    EXPECT_EQ(NqGetHashValue8(TNqString15("a")), 0x61);
+    EXPECT_EQ(NqGetHashValue8(TNqString15("ab")), 0x61 ^ 0xC4);
+    EXPECT_EQ(NqGetHashValue8(TNqString15("a\xE2\x82\xAC")), 0x61 ^ (0x41 | 0x58));
+    EXPECT_EQ(NqGetHashValue8(TNqString15("\x80\xC3\xA9")), 0xE9); // stray bytes are no characters
+    // Nine characters: the shift starts again. 'a' << 7 is 0x3080.
+    EXPECT_EQ(NqGetHashValue8(TNqString15("      aaa")),
+              NqGetHashValue8(TNqString15("      ")) ^ ((0x18 | 0x40) ^ (0x30 | 0x80) ^ 0x61));
+}
+
+TEST_F(StringUtilsTest, TheMultiByteFunctionsTakeEveryByteAsACharacter)
+{
+    const char* const text = "a\xE9z";
+    EXPECT_FALSE(NqIsDoubleByteVersion());
+    EXPECT_FALSE(NqIsWesternLanguage());
+    EXPECT_EQ(NqStrLen(text), 3);
+    EXPECT_EQ(NqStrCharLen('\xE9'), 1);
+    EXPECT_EQ(static_cast<uint16>(NqPCharToInt16(text + 1)), 0xFFE9);
+    EXPECT_EQ(NqGetCharNext(text, 9), text + 3);
+    EXPECT_EQ(TakeReports(), TTexts(3 + 1 + 1 + 3, kStub));
+    EXPECT_EQ(NqGetCharPrev(text, text + 2, 9), text + 1);
+    EXPECT_EQ(NqGetCharPrev(text, text, 1), text);
+    EXPECT_EQ(NqGetCharPrev(text, text + 3, 2), text + 1); // at the NUL: not in the text
+    EXPECT_EQ(TakeReports(), (TTexts{"Still need to implement"}));
+}
+
+TEST_F(StringUtilsTest, QtTextsSurviveTheRoundTrip)
+{
+    for (const char* text : {"", "plain", "\xC3\xA9\xE2\x82\xAC", "\xEF\xBF\xBD"})
+    {
+        QString q("before");
+        TNqDynamicString s(text), back;
+        NqStringToQString(s, q);
+        EXPECT_EQ(q.toUtf8().toStdString(), text);
+        QStringToNqString(q, back);
+        EXPECT_STREQ(back.GetString(), text);
+    }
+}
+
+TEST_F(StringUtilsTest, TheOrderIsThatOfTheUsersLanguage)
+{
+    struct
+    {
+        const char* fLocale;
+        const char* fLess;
+        const char* fGreater;
+    } const cases[] = {
+        {"en_US_POSIX", "a", "B"}, {"en_US_POSIX", "a", "A"}, {"de_DE", "\xC3\xB6", "z"}, {"sv_SE", "z", "\xC3\xB6"},
+        {"en_US", "", "a"},        {"en_US", "co-op", "cop"}, {"da_DK", "zz", "aa"},      {"en_US", "a", "a b"},
+    };
+    const std::string before = uloc_getDefault();
+    UErrorCode status = U_ZERO_ERROR;
+    for (const auto& c : cases)
+    {
+        uloc_setDefault(c.fLocale, &status);
+        const TNqString15 less(c.fLess), greater(c.fGreater);
+        EXPECT_EQ(NqCompareStrings(less, greater), -1) << c.fLocale << " " << c.fLess;
+        EXPECT_EQ(NqCompareStrings(greater, less), 1);
+        EXPECT_EQ(NqCompareStrings(greater, greater), 0);
+    }
+    uloc_setDefault(before.c_str(), &status);
+}
+
+TEST_F(StringUtilsTest, TheDecimalPointIsThatOfTheUsersLanguage)
+{
+    const QLocale before;
+    for (const auto& [locale, point] :
+         {std::pair{QLocale::English, '.'}, {QLocale::German, ','}, {QLocale::Persian, '.'}})
+    {
+        QLocale::setDefault(QLocale(locale));
+        EXPECT_EQ(NqGetDecimalPt(), point);
+        // Numbers keep the point that the first of the run had.
+        EXPECT_EQ(TNqString15("2.5").ToReal64(), 2.5);
+    }
+    QLocale::setDefault(before);
+}
+
+TEST_F(StringUtilsTest, CFStringsGiveTheirBytesOnlyWhenAllFit)
+{
+    const UniChar units[] = {'a', 0xE9, 0xD83D, 0xDE00, 0xD800};
+    const CFMacPtr<CFStringRef> text(CFStringCreateWithCharacters(kCFAllocatorDefault, units, 4));
+    const CFMacPtr<CFStringRef> broken(CFStringCreateWithCharacters(kCFAllocatorDefault, units, 5));
+    EXPECT_EQ(CFStringGetLength(text), 4);
+    char buffer[8];
+    EXPECT_TRUE(CFStringGetCString(text, buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "a\xC3\xA9\xF0\x9F\x98\x80");
+    EXPECT_FALSE(CFStringGetCString(text, buffer, 7, kCFStringEncodingUTF8));
+    EXPECT_FALSE(CFStringGetCString(text, buffer, 0, kCFStringEncodingUTF8));
+    EXPECT_FALSE(CFStringGetCString(text, buffer, 8, 0));
+    EXPECT_FALSE(CFStringGetCString(broken, buffer, 8, kCFStringEncodingUTF8));
+    EXPECT_EQ(CFStringCompare(text, broken, 0), kCFCompareLessThan);
+}
+
+} // namespace
