@@ -6,6 +6,17 @@ function(run)
   set(output "${output}" PARENT_SCOPE)
 endfunction()
 
+# The README's first program, as it stands there.
+function(extract_readme_program target)
+  file(READ ${SOURCE_DIR}/README.md readme)
+  string(FIND "${readme}" "```cpp\n" start)
+  math(EXPR start "${start} + 7")
+  string(SUBSTRING "${readme}" ${start} -1 readme)
+  string(FIND "${readme}" "```" end)
+  string(SUBSTRING "${readme}" 0 ${end} program)
+  file(WRITE ${target} "${program}")
+endfunction()
+
 # A client that reports from a header must name the header by its place in the tree, not in the install.
 function(expect_client program)
   run(${program} ${WORK_DIR}/settings.txt)
@@ -15,17 +26,23 @@ function(expect_client program)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
+extract_readme_program(${WORK_DIR}/readme.cpp)
 set(prefix ${WORK_DIR}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
-run(${CMAKE_COMMAND} -S ${CLIENT_DIR} -B ${WORK_DIR}/client -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX})
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/Tests/Package/Client -B ${WORK_DIR}/client -DREADME_PROGRAM=${WORK_DIR}/readme.cpp
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/client)
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
 expect_client(${WORK_DIR}/client/client)
+run(${CMAKE_COMMAND} -E chdir ${WORK_DIR} ${WORK_DIR}/client/readme)
+if(NOT output STREQUAL "SIZE: 640 by 480\n")
+  message(FATAL_ERROR "the program of the README printed:\n${output}")
+endif()
 
 find_program(pkg_config pkg-config)
 if(pkg_config)
   set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
-  run(sh -c "${CXX} -std=c++17 -fPIC ${CLIENT_DIR}/Client.cpp -o ${WORK_DIR}/client-pc $(${pkg_config} --define-variable=prefix=${prefix} --cflags --libs nqcore)")
+  run(sh -c "${CXX} -std=c++17 -fPIC ${SOURCE_DIR}/Tests/Package/Client/Client.cpp -o ${WORK_DIR}/client-pc $(${pkg_config} --define-variable=prefix=${prefix} --cflags --libs nqcore)")
   expect_client(${WORK_DIR}/client-pc)
 endif()

@@ -1,0 +1,8 @@
+# Runs an example in an empty folder and compares what it prints with what it should.
+file(REMOVE_RECURSE ${WORK_DIR})
+file(MAKE_DIRECTORY ${WORK_DIR})
+execute_process(COMMAND ${PROGRAM} WORKING_DIRECTORY ${WORK_DIR} RESULT_VARIABLE status OUTPUT_VARIABLE printed ERROR_VARIABLE errors)
+file(READ ${EXPECTED} expected)
+if(NOT status EQUAL 0 OR NOT printed STREQUAL expected OR NOT errors STREQUAL "")
+  message(FATAL_ERROR "status ${status}\nprinted:\n${printed}\nexpected:\n${expected}\nerrors:\n${errors}")
+endif()
