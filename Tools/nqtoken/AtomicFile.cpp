@@ -1,0 +1,231 @@
+#include "Tools/nqtoken/AtomicFile.h"
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace nqtoken
+{
+namespace
+{
+
+// --- what a signal handler must remove
+
+// A slot holds a path of its own, so that the handler never sees one that is being changed. The few temporary files of
+// a command all fit; one that did not would only stay behind after a signal.
+constexpr int kSlots = 8;
+std::atomic<char*> gTemporaries[kSlots];
+
+void Remember(const std::string& inPath)
+{
+    char* copy = strdup(inPath.c_str());
+    for (std::atomic<char*>& slot : gTemporaries)
+    {
+        char* empty = nullptr;
+        if (slot.compare_exchange_strong(empty, copy))
+            return;
+    }
+    free(copy);
+}
+
+void Forget(const std::string& inPath)
+{
+    for (std::atomic<char*>& slot : gTemporaries)
+    {
+        char* path = slot.load();
+        if (path != nullptr && inPath == path && slot.compare_exchange_strong(path, nullptr))
+        {
+            free(path);
+            return;
+        }
+    }
+}
+
+extern "C" void RemoveAndDie(int inSignal)
+{
+    for (std::atomic<char*>& slot : gTemporaries)
+    {
+        const char* path = slot.load();
+        if (path != nullptr)
+            unlink(path);
+    }
+    raise(inSignal); // the handler is gone by now (SA_RESETHAND), so this one ends the program
+}
+
+// --- system calls
+
+Outcome SystemTrouble(const std::string& inName)
+{
+    return Trouble(fmt::format("{}: {}", inName, strerror(errno)));
+}
+
+std::string FolderOf(const std::string& inPath)
+{
+    const size_t slash = inPath.rfind('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : inPath.substr(0, slash);
+}
+
+// The file that a path leads to, through symbolic links; the path itself when there is no file yet.
+std::string Resolve(const std::string& inPath)
+{
+    char* resolved = realpath(inPath.c_str(), nullptr);
+    if (resolved == nullptr)
+        return inPath;
+    std::string path = resolved;
+    free(resolved);
+    return path;
+}
+
+mode_t NewFileMode()
+{
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+} // namespace
+
+void PrepareSignals()
+{
+    struct sigaction action = {};
+    action.sa_handler = RemoveAndDie;
+    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_NODEFER;
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+    {
+        struct sigaction current = {};
+        sigaction(number, nullptr, &current);
+        if (current.sa_handler != SIG_IGN) // as nohup leaves it
+            sigaction(number, &action, nullptr);
+    }
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+}
+
+Outcome MakeTemporary(const std::string& inPrefix, std::string& outPath, int& outDescriptor)
+{
+    std::string path = inPrefix + "XXXXXX";
+    // No signal between the making of the file and the note of it.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &before);
+    outDescriptor = mkostemp(path.data(), O_CLOEXEC);
+    const int error = errno;
+    if (outDescriptor >= 0)
+        Remember(path);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    if (outDescriptor < 0)
+        return SystemTrouble(FolderOf(path));
+    outPath = path;
+    return {};
+}
+
+void RemoveTemporary(const std::string& inPath)
+{
+    unlink(inPath.c_str());
+    Forget(inPath);
+}
+
+Outcome WriteAll(int inDescriptor, std::string_view inBytes, const std::string& inName)
+{
+    while (!inBytes.empty())
+    {
+        const ssize_t count = write(inDescriptor, inBytes.data(), inBytes.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return SystemTrouble(inName);
+        inBytes.remove_prefix(static_cast<size_t>(count));
+    }
+    return {};
+}
+
+AtomicFile::AtomicFile(AtomicFile&& ioOther) noexcept
+    : fTarget(std::move(ioOther.fTarget)),
+      fTemporary(std::move(ioOther.fTemporary)),
+      fDescriptor(std::exchange(ioOther.fDescriptor, -1))
+{
+    ioOther.fTemporary.clear();
+}
+
+AtomicFile::~AtomicFile()
+{
+    if (fDescriptor >= 0)
+        close(fDescriptor);
+    if (!fTemporary.empty())
+        RemoveTemporary(fTemporary);
+}
+
+Outcome AtomicFile::Create(const std::string& inTarget)
+{
+    fTarget = Resolve(inTarget);
+    mode_t mode = NewFileMode();
+    struct stat status = {};
+    if (stat(fTarget.c_str(), &status) == 0)
+    {
+        if (S_ISDIR(status.st_mode))
+            return Trouble(fmt::format("{}: is a folder", inTarget));
+        if (!S_ISREG(status.st_mode))
+            return Trouble(fmt::format("{}: is not a file", inTarget));
+        if (access(fTarget.c_str(), W_OK) != 0)
+            return SystemTrouble(inTarget);
+        mode = status.st_mode & 07777;
+    }
+    else if (errno != ENOENT)
+        return SystemTrouble(inTarget);
+    if (fTarget.empty() || fTarget.back() == '/')
+        return Trouble(fmt::format("\"{}\": is not the name of a file", inTarget));
+
+    // The folder's limit on the length of a name holds for the temporary name too.
+    const std::string name = fTarget.substr(fTarget.rfind('/') + 1, NAME_MAX - 16);
+    Outcome outcome = MakeTemporary(fmt::format("{}/.{}.", FolderOf(fTarget), name), fTemporary, fDescriptor);
+    if (!outcome.Ok())
+        return Trouble(fmt::format("{}: {}", inTarget, outcome.Text()));
+    // The owner is kept where the system allows it, and never at the price of bits that then mean something else.
+    if (status.st_nlink > 0 && (status.st_uid != geteuid() || status.st_gid != getegid()) &&
+        fchown(fDescriptor, status.st_uid, status.st_gid) != 0)
+        mode &= 0777;
+    if (fchmod(fDescriptor, mode) != 0)
+        return SystemTrouble(inTarget);
+    return {};
+}
+
+Outcome AtomicFile::Write(std::string_view inBytes)
+{
+    return WriteAll(fDescriptor, inBytes, fTarget);
+}
+
+Outcome AtomicFile::Sync()
+{
+    if (fsync(fDescriptor) != 0)
+        return SystemTrouble(fTarget);
+    return {};
+}
+
+Outcome AtomicFile::Replace()
+{
+    if (rename(fTemporary.c_str(), fTarget.c_str()) != 0)
+        return SystemTrouble(fTarget);
+    Forget(fTemporary);
+    fTemporary.clear();
+    // The new name reaches the disk with its folder; a file system that cannot do so is no reason to call the write
+    // failed.
+    const int folder = open(FolderOf(fTarget).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0)
+    {
+        fsync(folder);
+        close(folder);
+    }
+    return {};
+}
+
+} // namespace nqtoken

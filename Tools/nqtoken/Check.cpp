@@ -1,0 +1,59 @@
+#include "Tools/nqtoken/Check.h"
+
+#include "Tools/nqtoken/Output.h"
+#include "Tools/nqtoken/TokenFile.h"
+#include "Tools/nqtoken/Walker.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace nqtoken
+{
+namespace
+{
+
+Outcome CheckFile(const std::string& inPath, uint64 inLimit, Output& ioOutput)
+{
+    TokenFile file;
+    Outcome outcome = file.Open(inPath);
+    if (!outcome.Ok())
+        return outcome;
+    uint64 faults = 0;
+    Walker walker(file);
+    while (walker.Next() && ioOutput.Good())
+    {
+        if (walker.Kind() != Walker::kFault)
+            continue;
+        ++faults;
+        ioOutput.Put(file.FaultText(walker.FaultPosition(), walker.Fault(), walker.FaultCode()));
+        ioOutput.EndLine();
+        if (faults == inLimit)
+            return AtFault(fmt::format("{}: {} faults, and the rest was not read (--limit)", file.ShownName(), faults));
+    }
+    if (faults > 0)
+        return AtFault({});
+    ioOutput.Put(fmt::format("{}: no faults", file.ShownName()), Colour::kGood);
+    ioOutput.EndLine();
+    return {};
+}
+
+} // namespace
+
+ExitStatus CheckFiles(const std::vector<std::string>& inPaths, uint64 inLimit, Output& ioOutput)
+{
+    ExitStatus worst = kDone;
+    for (const std::string& path : inPaths)
+    {
+        const Outcome outcome = CheckFile(path, inLimit, ioOutput);
+        if (!outcome.Text().empty())
+        {
+            static_cast<void>(ioOutput.Flush()); // so that the lines come in their order
+            PutNote(outcome.Text());
+        }
+        worst = std::max(worst, outcome.Status());
+    }
+    return worst;
+}
+
+} // namespace nqtoken

@@ -1,0 +1,274 @@
+// nqtoken: looks at token files, checks them, and turns 3D models into scenes and back.
+
+#include "Tools/nqtoken/AtomicFile.h"
+#include "Tools/nqtoken/Check.h"
+#include "Tools/nqtoken/Compare.h"
+#include "Tools/nqtoken/Guard.h"
+#include "Tools/nqtoken/ModelExport.h"
+#include "Tools/nqtoken/ModelImport.h"
+#include "Tools/nqtoken/Output.h"
+#include "Tools/nqtoken/Reports.h"
+#include "Tools/nqtoken/SceneReader.h"
+#include "Tools/nqtoken/SceneWriter.h"
+#include "Tools/nqtoken/Show.h"
+#include "Tools/nqtoken/TokenFile.h"
+
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqHost/PublicAPI/NqHost.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cmath>
+#include <new>
+
+using namespace nqtoken;
+
+namespace
+{
+
+// --- the end of every command
+
+// Says what went wrong and makes sure that all output was written.
+int Finish(const Outcome& inOutcome, Output& ioOutput)
+{
+    const Outcome written = ioOutput.Flush();
+    if (!inOutcome.Text().empty())
+        PutNote(inOutcome.Text());
+    if (!written.Ok() && !ioOutput.Closed()) // a reader that has had enough need not be told
+        PutNote(written.Text());
+    return written.Ok() ? inOutcome.Status() : kTrouble;
+}
+
+void PutNotes(const std::string& inFile, const std::vector<std::string>& inNotes)
+{
+    for (const std::string& note : inNotes)
+        PutNote(fmt::format("{}: {}", inFile, note));
+}
+
+// --- commands
+
+struct Arguments
+{
+    std::vector<std::string> fInputs;
+    std::string fTarget;
+    std::string fPayload = "text";
+    ShowOptions fShow;
+    uint64 fLimit = 100;
+    real64 fTolerance = kTextTolerance;
+};
+
+int Import(const Arguments& inArguments)
+{
+    Output output;
+    Scene scene;
+    std::vector<std::string> left;
+    Outcome outcome = ImportModel(inArguments.fInputs[0], scene, left);
+    if (!outcome.Ok())
+        return Finish(outcome, output);
+    std::vector<std::string> lost;
+    outcome =
+        WriteScene(scene, inArguments.fPayload == "raw" ? Payload::kRaw : Payload::kText, inArguments.fTarget, lost);
+    if (outcome.Ok())
+    {
+        PutNotes(inArguments.fInputs[0], left);
+        PutNotes(inArguments.fTarget, lost);
+    }
+    return Finish(outcome, output);
+}
+
+int Export(const Arguments& inArguments)
+{
+    Output output;
+    Scene scene;
+    Outcome outcome = ReadScene(inArguments.fInputs[0], scene);
+    std::vector<std::string> notes;
+    if (outcome.Ok())
+        outcome = ExportModel(scene, inArguments.fTarget, notes);
+    if (outcome.Ok())
+        PutNotes(inArguments.fTarget, notes);
+    return Finish(outcome, output);
+}
+
+int Show(const Arguments& inArguments)
+{
+    Output output;
+    return Finish(ShowFile(inArguments.fInputs[0], inArguments.fShow, output), output);
+}
+
+int Check(const Arguments& inArguments)
+{
+    Output output;
+    return Finish(Outcome(CheckFiles(inArguments.fInputs, inArguments.fLimit, output), {}), output);
+}
+
+// A file that is no scene is taken for a model.
+Outcome ReadEither(const std::string& inPath, Scene& outScene)
+{
+    TokenFile file;
+    Outcome outcome = file.Open(inPath);
+    if (!outcome.Ok())
+        return outcome;
+    if (HoldsScene(file))
+        return ReadScene(file, outScene);
+    std::vector<std::string> notes;
+    return ImportModel(inPath, outScene, notes);
+}
+
+int Compare(const Arguments& inArguments)
+{
+    Output output;
+    Scene a;
+    Scene b;
+    Outcome outcome = ReadEither(inArguments.fInputs[0], a);
+    if (outcome.Ok())
+        outcome = ReadEither(inArguments.fInputs[1], b);
+    if (!outcome.Ok()) // without a comparison there is no "different"
+        return Finish(Trouble(outcome.Text()), output);
+    return Finish(Outcome(CompareScenes(a, b, inArguments.fTolerance, output), {}), output);
+}
+
+// --- command line
+
+using Command = int (*)(const Arguments&);
+
+constexpr const char* kStatusText =
+    "Exit status: 0 done, 1 a file is at fault, 2 wrong usage or a file that could not be read or written.";
+
+void DescribeImport(CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand("import", "Turn a 3D model into a scene");
+    command->add_option("MODEL", outArguments.fInputs, "model in any format that assimp reads")
+        ->required()
+        ->expected(1);
+    command->add_option("-o,--output", outArguments.fTarget, "scene to write")->required()->type_name("SCENE");
+    command
+        ->add_option("--payload", outArguments.fPayload,
+                     "how arrays are kept: \"text\" (six decimals) or \"raw\" (exact)")
+        ->check(CLI::IsMember({"text", "raw"}))
+        ->type_name("KIND")
+        ->capture_default_str();
+    command->footer("Example: nqtoken import duck.dae -o duck.nq\n"
+                    "         nqtoken import duck.dae -o duck.nq --payload raw\n" +
+                    std::string(kStatusText));
+}
+
+void DescribeExport(CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand("export", "Turn a scene back into a 3D model");
+    command->add_option("SCENE", outArguments.fInputs, "scene to read")->required()->expected(1);
+    command->add_option("-o,--output", outArguments.fTarget, "model to write: .obj, .ply, .stl, .gltf or .glb")
+        ->required()
+        ->type_name("MODEL");
+    command->footer("Example: nqtoken export duck.nq -o duck.glb\n" + std::string(kStatusText));
+}
+
+void DescribeShow(CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand("show", "Show the tree of a token file with the first values");
+    command->add_option("FILE", outArguments.fInputs, "token file to read; \"-\" is standard input")
+        ->required()
+        ->expected(1);
+    command->add_option("--depth", outArguments.fShow.fDepth, "show deeper blocks as one line")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
+    command->add_option("--values", outArguments.fShow.fValues, "show so many values of an array")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N")
+        ->capture_default_str();
+    command->footer("Example: nqtoken show duck.nq --depth 2 --values 6\n" + std::string(kStatusText));
+}
+
+void DescribeCheck(CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand("check", "Find what is wrong in token files");
+    command->add_option("FILE", outArguments.fInputs, "token files to read; \"-\" is standard input")->required();
+    command->add_option("--limit", outArguments.fLimit, "stop after so many faults of a file; 0: never")
+        ->type_name("N")
+        ->capture_default_str();
+    command->footer("Each fault is a line FILE:LINE:COLUMN: what is wrong (code).\n"
+                    "Example: nqtoken check duck.nq settings.nq\n" +
+                    std::string(kStatusText));
+}
+
+void DescribeCompare(CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand("compare", "Tell whether two scenes or models are the same");
+    command->add_option("FILES", outArguments.fInputs, "two files, each a scene or a model")->required()->expected(2);
+    command->add_option("--tolerance", outArguments.fTolerance, "how far real numbers may be apart")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("T")
+        ->capture_default_str();
+    command->footer(
+        "Compares nodes, meshes, materials and images. Numbers that went through decimal text differ by up to half a\n"
+        "unit in the sixth decimal: that is the default tolerance.\n"
+        "Example: nqtoken compare duck.dae duck.nq\n"
+        "Exit status: 0 the same, 1 different, 2 wrong usage or a file that could not be read.");
+}
+
+int Run(int inCount, char** inArguments)
+{
+    CLI::App app("Looks at token files, checks them, and turns 3D models into scenes and back.", "nqtoken");
+    app.set_version_flag("--version", "nqtoken " NQTOKEN_VERSION);
+    app.require_subcommand(1);
+    app.footer("\"nqtoken COMMAND --help\" tells more about each, with an example.");
+    Arguments arguments;
+    DescribeImport(app, arguments);
+    DescribeExport(app, arguments);
+    DescribeShow(app, arguments);
+    DescribeCheck(app, arguments);
+    DescribeCompare(app, arguments);
+    try
+    {
+        app.parse(inCount, inArguments);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        Output output;
+        std::ostringstream out;
+        std::ostringstream err;
+        const int status = app.exit(error, out, err);
+        output.Put(out.str());
+        std::string command;
+        for (const CLI::App* chosen : app.get_subcommands())
+            command = chosen->get_name() + " ";
+        const Outcome wrong =
+            status == 0 ? Outcome() : Trouble(fmt::format("{}; see \"nqtoken {}--help\"", error.what(), command));
+        return Finish(wrong, output);
+    }
+    if (std::isnan(arguments.fTolerance))
+    {
+        PutNote("--tolerance must be a number");
+        return kTrouble;
+    }
+    if (app.got_subcommand("show"))
+        return Show(arguments);
+    if (app.got_subcommand("check"))
+        return Check(arguments);
+    const Command command = app.got_subcommand("import") ? Import : app.got_subcommand("export") ? Export : Compare;
+    return RunGuarded([&] { return command(arguments); });
+}
+
+} // namespace
+
+int main(int inCount, char** inArguments)
+{
+    PrepareSignals();
+    TNqHostOptions options;
+    options.fWorkerCount = 1;
+    options.fReportHandler = RecordReport;
+    TNqHost host(options);
+    try
+    {
+        return Run(inCount, inArguments);
+    }
+    catch (const std::bad_alloc&)
+    {
+        PutNote("out of memory");
+    }
+    catch (const TNqException& error)
+    {
+        PutNote(fmt::format("error 0x{:08X} ({})", static_cast<uint32>(error.GetError()), LastReport()));
+    }
+    return kTrouble;
+}

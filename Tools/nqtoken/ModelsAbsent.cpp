@@ -1,0 +1,19 @@
+// What stands in for ModelImport.cpp and ModelExport.cpp where assimp was not there at configure time.
+
+#include "Tools/nqtoken/ModelExport.h"
+#include "Tools/nqtoken/ModelImport.h"
+
+namespace nqtoken
+{
+
+Outcome ImportModel(const std::string&, Scene&, std::vector<std::string>&)
+{
+    return Trouble("this nqtoken was built without assimp and reads no models; \"show\" and \"check\" work");
+}
+
+Outcome ExportModel(const Scene&, const std::string&, std::vector<std::string>&)
+{
+    return Trouble("this nqtoken was built without assimp and writes no models; \"show\" and \"check\" work");
+}
+
+} // namespace nqtoken
