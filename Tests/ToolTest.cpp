@@ -1,0 +1,704 @@
+// The command-line tool from end to end: the built program over real models and over files that mean harm.
+
+#include "Tests/TestHost.h"
+
+#ifdef NQTOKEN_PATH
+
+#include "Tools/nqtoken/Check.h"
+#include "Tools/nqtoken/Output.h"
+#include "Tools/nqtoken/Reports.h"
+#include "Tools/nqtoken/SceneReader.h"
+#include "Tools/nqtoken/SceneWriter.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+namespace
+{
+
+constexpr const char* kModels = "/usr/share/assimp/models/";
+
+struct TRun
+{
+    int fStatus = -1; // 1000 and the signal when one ended the program
+    std::string fOut;
+    std::string fErr;
+};
+
+std::string ReadAll(const std::string& inPath)
+{
+    std::ifstream file(inPath, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteFile(const std::string& inPath, const std::string& inBytes)
+{
+    std::ofstream(inPath, std::ios::binary) << inBytes;
+}
+
+class ToolTest : public NqTest
+{
+protected:
+    void SetUp() override
+    {
+        NqTest::SetUp();
+        char folder[] = "/tmp/nqtoken-test.XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        fFolder = folder;
+        fs::create_directory(fFolder + "/io");
+    }
+
+    void TearDown() override
+    {
+        fs::remove_all(fFolder);
+        NqTest::TearDown();
+    }
+
+    std::string Path(const std::string& inName) const { return fFolder + "/" + inName; }
+    std::string Put(const std::string& inName, const std::string& inBytes) const
+    {
+        WriteFile(Path(inName), inBytes);
+        return Path(inName);
+    }
+
+    // Runs the tool in the test's folder. inPrepare is called in the new process, before the tool takes its place.
+    TRun Run(const std::vector<std::string>& inArguments, const std::string& inInput = {},
+             void (*inPrepare)() = nullptr) const
+    {
+        WriteFile(Path("io/in"), inInput);
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            const auto open = [this](const char* name, int flags, int descriptor)
+            { dup2(::open(Path(name).c_str(), flags, 0600), descriptor); };
+            open("io/in", O_RDONLY, STDIN_FILENO);
+            open("io/out", O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
+            open("io/err", O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
+            std::vector<char*> arguments = {const_cast<char*>("nqtoken")};
+            for (const std::string& argument : inArguments)
+                arguments.push_back(const_cast<char*>(argument.c_str()));
+            arguments.push_back(nullptr);
+            const std::string tool = fs::absolute(NQTOKEN_PATH);
+            if (chdir(fFolder.c_str()) != 0)
+                _exit(99);
+            if (inPrepare != nullptr)
+                inPrepare();
+            execv(tool.c_str(), arguments.data());
+            _exit(98);
+        }
+        TRun run;
+        int status = 0;
+        waitpid(child, &status, 0);
+        run.fStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+        run.fOut = ReadAll(Path("io/out"));
+        run.fErr = ReadAll(Path("io/err"));
+        EXPECT_EQ(run.fErr.find("Sanitizer"), std::string::npos) << run.fErr;
+        EXPECT_EQ(run.fErr.find("runtime error"), std::string::npos) << run.fErr;
+        return run;
+    }
+
+    // What is in the test's folder, temporary files that were left behind included.
+    std::vector<std::string> Names() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(fFolder))
+            names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    std::string fFolder;
+};
+
+bool Contains(const std::string& inText, const std::string& inPart)
+{
+    return inText.find(inPart) != std::string::npos;
+}
+
+// --- models that come back the same
+
+struct TModel
+{
+    const char* fPath;
+    const char* fBack; // what the scene is exported to; null when the model's own format is not among those written
+};
+
+constexpr TModel kRoundTrips[] = {
+    {"OBJ/spider.obj", "back.obj"},
+    {"glTF2/BoxTextured-glTF-Binary/BoxTextured.glb", "back.glb"},
+    {"PLY/cube_uv.ply", "back.ply"},
+    {"STL/Spider_binary.stl", "back.stl"},
+    {"Collada/duck.dae", nullptr},
+    {"FBX/phong_cube.fbx", nullptr},
+    {"BLEND/TexturedPlane_ImageUvPacked_248.blend", nullptr},
+    {"OBJ/testmixed.obj", nullptr},
+};
+
+class ToolRoundTrip : public ToolTest, public ::testing::WithParamInterface<TModel>
+{
+};
+
+TEST_P(ToolRoundTrip, ComesBackTheSame)
+{
+    const std::string model = std::string(kModels) + GetParam().fPath;
+    if (!fs::exists(model))
+        GTEST_SKIP() << "no " << model;
+    for (const std::string payload : {"raw", "text"})
+    {
+        TRun run = Run({"import", model, "-o", "scene.nq", "--payload", payload});
+        if (Contains(run.fErr, "built without assimp"))
+            GTEST_SKIP() << run.fErr;
+        ASSERT_EQ(run.fStatus, 0) << run.fErr;
+        run = Run({"check", "scene.nq"});
+        EXPECT_EQ(run.fStatus, 0) << run.fOut << run.fErr;
+        run = Run({"show", "scene.nq"});
+        EXPECT_EQ(run.fStatus, 0) << run.fErr;
+        EXPECT_TRUE(Contains(run.fOut, "SCEN {\n")) << run.fOut;
+        run = Run({"compare", model, "scene.nq"});
+        EXPECT_EQ(run.fStatus, 0) << run.fOut << run.fErr;
+        EXPECT_TRUE(payload == "text" || Contains(run.fOut, "\nthe same to the bit\n")) << run.fOut;
+        if (GetParam().fBack == nullptr)
+            continue;
+        run = Run({"export", "scene.nq", "-o", GetParam().fBack});
+        EXPECT_EQ(run.fStatus, 0) << run.fErr;
+        // Some exporters compute normals anew, from the positions that text has rounded.
+        run = Run({"compare", "scene.nq", GetParam().fBack, "--tolerance", payload == "raw" ? "0.0000005" : "0.00001"});
+        EXPECT_EQ(run.fStatus, 0) << run.fOut << run.fErr;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, ToolRoundTrip, ::testing::ValuesIn(kRoundTrips),
+                         [](const auto& model) { return "Model" + std::to_string(model.index); });
+
+// --- a scene by hand
+
+// Every kind of block and value, with line ends of all kinds and things that a reader must skip.
+const std::string kSmallScene =
+    "# made by hand\r\n"
+    "OTHR { DEEP { A { } } WORD x }\n"
+    "SCEN {\r"
+    "VERS 1\rMADE \"by \\\"hand\\\"\"\rUNIT 0.01\rUPAX Z\rNIMG 1\rNMAT 1\rNMSH 1\rNNOD 2\r"
+    "IMAG{NAME \"i\"FRMT \"png\"DATA $00000005\r{}$\"#$ }\n"
+    "MATL { NAME \"red\" SHAD PBR DIFF 1,0.5,0 SPCL $0000000C\r\0\0\x80?\0\0\0\0\0\0\0?$\r"
+    "TXTR { KIND DIFF FILE \"*0\" IMGI 0 UVST 0 } }\r"
+    "MESH { NAME \"m\" MATI 0 NVTX 3 POSN 0,0,0,1,0,0,0,1,0 TXCO { DIMS 1 VALU 0,.5,1 }\r"
+    "COLR { VALU 1,1,1,1,0,0,0,1,0.25,0.5,0.75,1 } NFAC 2 NCRN 4 FSZS 3,1 CRNR 0,1,2,1 }\r"
+    "NODE { NAME \"root\" NODE { MTRX 1,0,0,2.5,0,1,0,0,0,0,1,0,0,0,0,1 NMSH 1 MSHS 0 } } }\r"s;
+
+// The library's reports, counted as the tool counts them.
+class CountedReports
+{
+public:
+    CountedReports() { TestHost().SetReportHandler(nqtoken::RecordReport, nullptr); }
+    ~CountedReports() { RecordReports(); }
+};
+
+TEST_F(ToolTest, HandWrittenSceneHasEveryValue)
+{
+    const CountedReports reports;
+    nqtoken::Scene scene;
+    const nqtoken::Outcome outcome = nqtoken::ReadScene(Put("hand.nq", kSmallScene), scene);
+    ASSERT_TRUE(outcome.Ok()) << outcome.Text();
+    EXPECT_EQ(scene.fUnit, 0.01F);
+    EXPECT_EQ(scene.fUpAxis, 0x5A202020U);
+    ASSERT_EQ(scene.fImages.size(), 1U);
+    EXPECT_EQ(scene.fImages[0].fBytes, "{}$\"#");
+    const nqtoken::Material& material = scene.fMaterials.at(0);
+    EXPECT_EQ(material.fName, "red");
+    ASSERT_EQ(material.fReals.size(), 2U);
+    EXPECT_EQ(material.fReals[0].fValues, (nqtoken::Reals{1, 0.5F, 0}));
+    EXPECT_EQ(material.fReals[1].fValues, (nqtoken::Reals{1, 0, 0.5F}));
+    EXPECT_EQ(material.fTextures.at(0).fImage, 0);
+    const nqtoken::Mesh& mesh = scene.fMeshes.at(0);
+    EXPECT_EQ(mesh.fPositions, (nqtoken::Reals{0, 0, 0, 1, 0, 0, 0, 1, 0}));
+    EXPECT_EQ(mesh.fTexCoords.at(0).fSize, 1);
+    EXPECT_EQ(mesh.fTexCoords.at(0).fValues, (nqtoken::Reals{0, 0.5F, 1}));
+    EXPECT_EQ(mesh.fColours.at(0)[10], 0.75F);
+    EXPECT_EQ(mesh.fFaceSizes, (std::vector<int32>{3, 1}));
+    EXPECT_EQ(mesh.fCorners, (std::vector<int32>{0, 1, 2, 1}));
+    ASSERT_EQ(scene.fNodes.size(), 2U);
+    EXPECT_EQ(scene.fNodes[1].fParent, 0);
+    EXPECT_EQ(scene.fNodes[1].fTransform[3], 2.5F);
+}
+
+// Random scenes, with names and numbers that text is worst at, written raw and read back.
+TEST_F(ToolTest, RawScenesComeBackToTheBit)
+{
+    const CountedReports reports;
+    std::mt19937 random(20);
+    const auto pick = [&random](uint32 count) { return static_cast<size_t>(random() % count); };
+    const std::string names[] = {
+        "",     "a \"b\" \\c",          "line\rend\n",  "\x01\x01",    "\xF0\x9F\x98\x80 \xC3\xA9",
+        "{}#$", std::string(3000, 'x'), "\xEF\xBB\xBF", "\xEE\x80\x80"};
+    const auto reals = [&](size_t count)
+    {
+        nqtoken::Reals values(count);
+        for (real32& value : values)
+        {
+            const uint32 bits = pick(3) == 0 ? static_cast<uint32>(random()) : pick(2) == 0 ? 0x3F800000U : 0x80000000U;
+            std::memcpy(&value, &bits, sizeof(value));
+        }
+        return values;
+    };
+    const auto same = [](const nqtoken::Reals& a, const nqtoken::Reals& b)
+    { return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * 4) == 0); };
+    for (int round = 0; round < 60; ++round)
+    {
+        nqtoken::Scene scene;
+        for (size_t i = pick(4); i > 0; --i)
+        {
+            nqtoken::Mesh mesh;
+            mesh.fName = names[pick(std::size(names))];
+            mesh.fVertexCount = static_cast<int32>(1 + pick(300));
+            mesh.fPositions = reals(static_cast<size_t>(mesh.fVertexCount) * 3);
+            mesh.fTexCoords.push_back({1, reals(static_cast<size_t>(mesh.fVertexCount))});
+            for (size_t face = pick(40); face > 0; --face)
+            {
+                mesh.fFaceSizes.push_back(static_cast<int32>(pick(5)));
+                for (int32 corner = 0; corner < mesh.fFaceSizes.back(); ++corner)
+                    mesh.fCorners.push_back(static_cast<int32>(pick(static_cast<uint32>(mesh.fVertexCount))));
+            }
+            scene.fMeshes.push_back(mesh);
+        }
+        // Depth first: a node hangs on one of the nodes that lead to the one before it.
+        for (size_t i = pick(10); i > 0; --i)
+        {
+            nqtoken::Node node;
+            node.fName = names[pick(std::size(names))];
+            node.fParent = static_cast<int32>(scene.fNodes.size()) - 1;
+            for (size_t up = pick(4); up > 0 && node.fParent >= 0; --up)
+                node.fParent = scene.fNodes[static_cast<size_t>(node.fParent)].fParent;
+            const nqtoken::Reals transform = reals(16);
+            std::copy(transform.begin(), transform.end(), node.fTransform.begin());
+            scene.fNodes.push_back(node);
+        }
+        std::vector<std::string> notes;
+        ASSERT_TRUE(WriteScene(scene, nqtoken::Payload::kRaw, Path("raw.nq"), notes).Ok());
+        EXPECT_TRUE(notes.empty()) << notes[0];
+        nqtoken::Scene back;
+        const nqtoken::Outcome outcome = nqtoken::ReadScene(Path("raw.nq"), back);
+        ASSERT_TRUE(outcome.Ok()) << outcome.Text();
+        ASSERT_EQ(back.fMeshes.size(), scene.fMeshes.size());
+        for (size_t i = 0; i < scene.fMeshes.size(); ++i)
+        {
+            EXPECT_EQ(back.fMeshes[i].fName, scene.fMeshes[i].fName);
+            EXPECT_TRUE(same(back.fMeshes[i].fPositions, scene.fMeshes[i].fPositions));
+            EXPECT_TRUE(same(back.fMeshes[i].fTexCoords[0].fValues, scene.fMeshes[i].fTexCoords[0].fValues));
+            EXPECT_EQ(back.fMeshes[i].fFaceSizes, scene.fMeshes[i].fFaceSizes);
+            EXPECT_EQ(back.fMeshes[i].fCorners, scene.fMeshes[i].fCorners);
+        }
+        ASSERT_EQ(back.fNodes.size(), scene.fNodes.size());
+        for (size_t i = 0; i < scene.fNodes.size(); ++i)
+        {
+            EXPECT_EQ(back.fNodes[i].fName, scene.fNodes[i].fName);
+            EXPECT_EQ(back.fNodes[i].fParent, scene.fNodes[i].fParent);
+            EXPECT_EQ(std::memcmp(&back.fNodes[i].fTransform, &scene.fNodes[i].fTransform, sizeof(real32) * 16), 0);
+        }
+    }
+}
+
+// --- what check tells
+
+struct TFault
+{
+    std::string fContent;
+    std::vector<std::string> fFaults; // LINE:COLUMN, a part of the message, and the end of the code
+};
+
+TEST_F(ToolTest, CheckTellsEachFaultWithItsPlace)
+{
+    const TFault cases[] = {
+        {"", {}},
+        {" \r\n\t", {}},
+        {"# only a comment", {}},
+        {"A 1\rB{ C \"x\" }\rD $00000002\r}\"$\r", {}},
+        {"{ A 1 }\n{ B 2 }\n", {}},
+        {"\xEF\xBB\xBF} A 1\n", {"1:1 without an opening one 24"}},
+        {"A 1\r\nB 2\r}\n } \nC 3\n", {"3:1 without an opening one 24", "4:2 without an opening one 24"}},
+        {"A 1\n\r\n\r }\n", {"4:2 without an opening one 24"}},
+        {"NAMES 1\nA 2\n", {"1:1 more than four characters: NAMES 24", "1:7 a number where a name must stand: 1 24"}},
+        {"POSN 1 2 -3.5e1\n", {"1:8 a number where", "1:10 a number where a name must stand: -3.5e1 24"}},
+        {"P 1 ,2\n", {"1:5 a name with a comma in it: ,2 24"}},
+        {"P 1 2,3.5,4\n", {"1:5 a number where a name must stand: 2,3.5,4 24"}},
+        {"A \"x\" \"y\\\"\" B 1\n", {"1:7 a string where a name must stand: \"y\"\" 24"}},
+        {"A 1 $00000001\rx$ B 2\n", {"1:5 a payload where a name 24"}},
+        {"A { B }\n", {"1:7 the name B has no value 24"}},
+        {"A { { B 1 } }\n", {"1:5 a block without a name 24"}},
+        {"A 1\nB", {"2:1 no line end or blank behind it 27"}},
+        {"A {\n B 12", {"2:4 no line end or blank behind it 27", "2:6 inside a block; A is open since 1:3 27"}},
+        {"A { B { C 1\n", {"2:1 inside 2 blocks; B is open since 1:7 27"}},
+        {"A { B ", {"1:7 between the name B and its value 27", "1:7 inside a block; A is open since 1:3 27"}},
+        {"A {\r B \"open\r }\r", {"2:4 without its closing quote 27"}},
+        {"A \"\\", {"1:3 without its closing quote 27"}},
+        {"A $00000003\rxx$ B 1\n", {"1:3 that the file ends in 27"}},
+        {"A $00000003\rxx$ B $00000001\ry$\n", {"1:3 says 3 bytes, and no $ stands behind them 24"}},
+        {"A $00000001\rxx$ B 1\n", {"1:3 says 1 bytes, and no $ stands behind them 24"}},
+        {"A $7FFFFFFF\rxx$ B 1\n", {"1:3 that the file ends in 27"}},
+        {"A $FFFFFFFF\rany\n$ B 1\n", {}},
+        {"A $0000000g\rxx$ B 1\n", {"1:3 eight digits 24"}},
+        {"A $00 000001\rx$ B 1\n", {"1:3 eight digits 24"}},
+        {"A $000$ B 1\n", {"1:3 eight digits 24"}},
+        {"A $00000001\nx$ B 1\n", {"1:12 a CR must stand 24"}},
+        {"A 1\0002\nB 1\n"s, {"1:4 a zero byte 24"}},
+        {"A $00000002\r\0\0$\r\0B 1\n"s, {"3:1 a zero byte 24"}},
+        {"\x1b[31mX 1\n", {"1:1 more than four characters: \\x1b[31mX 24", "1:8 a number where"}},
+    };
+    std::vector<std::string> arguments = {"check"};
+    for (size_t i = 0; i < std::size(cases); ++i)
+    {
+        arguments.push_back("f" + std::to_string(i));
+        Put(arguments.back(), cases[i].fContent);
+    }
+    const TRun run = Run(arguments);
+    EXPECT_EQ(run.fStatus, 1);
+    EXPECT_EQ(run.fErr, "");
+    std::istringstream lines(run.fOut);
+    std::string line;
+    for (size_t i = 0; i < std::size(cases); ++i)
+    {
+        std::vector<std::string> expected = cases[i].fFaults;
+        for (const std::string& fault : expected)
+        {
+            ASSERT_TRUE(std::getline(lines, line));
+            const std::string place = "f" + std::to_string(i) + ":" + fault.substr(0, fault.find(' ')) + ": ";
+            EXPECT_EQ(line.substr(0, place.size()), place) << line;
+            const size_t start = fault.find(' ') + 1;
+            const bool hasCode = std::isdigit(static_cast<unsigned char>(fault.back())) != 0;
+            const std::string part = fault.substr(start, hasCode ? fault.rfind(' ') - start : std::string::npos);
+            EXPECT_TRUE(Contains(line, part)) << line << "\n" << part;
+            const std::string code = hasCode ? "(0x800100" + fault.substr(fault.size() - 2) + ")" : "";
+            EXPECT_TRUE(Contains(line, code)) << line;
+        }
+        if (expected.empty())
+        {
+            ASSERT_TRUE(std::getline(lines, line));
+            EXPECT_EQ(line, "f" + std::to_string(i) + ": no faults");
+        }
+    }
+    EXPECT_FALSE(std::getline(lines, line)) << line;
+}
+
+TEST_F(ToolTest, CheckReadsStandardInputAndStopsAtTheLimit)
+{
+    TRun run = Run({"check", "-"}, "A 1\n}\n");
+    EXPECT_EQ(run.fStatus, 1);
+    EXPECT_EQ(run.fOut, "standard input:2:1: a closing brace without an opening one (0x80010024)\n");
+    run = Run({"check", "-"}, std::string(1000, '}'));
+    EXPECT_EQ(std::count(run.fOut.begin(), run.fOut.end(), '\n'), 100);
+    EXPECT_TRUE(Contains(run.fErr, "--limit")) << run.fErr;
+    run = Run({"check", "--limit", "0", "-"}, std::string(1000, '}'));
+    EXPECT_EQ(std::count(run.fOut.begin(), run.fOut.end(), '\n'), 1000);
+    EXPECT_TRUE(Contains(run.fOut, "standard input:1:1000: ")) << run.fOut.substr(run.fOut.size() - 200);
+}
+
+// --- what show shows
+
+TEST_F(ToolTest, ShowPrintsTheTree)
+{
+    Put("hand.nq", kSmallScene);
+    TRun run = Run({"show", "hand.nq", "--values", "2"});
+    EXPECT_EQ(run.fStatus, 0) << run.fErr;
+    for (const char* line :
+         {"  DATA  payload         5 bytes  7B 7D 24 22 23\n", "    POSN  integer        9 values  0, 0, ...\n",
+          "  MADE  string          9 bytes  \"by \"hand\"\"\n", "  UPAX  word                     Z\n",
+          "  UNIT  real                     0.01\n", "    NODE {\n",
+          "      MTRX  real          16 values  1, 0, ...\n"})
+        EXPECT_TRUE(Contains(run.fOut, line)) << line << "in\n" << run.fOut;
+    run = Run({"show", "hand.nq", "--depth", "1"});
+    EXPECT_TRUE(Contains(run.fOut, "  MESH { ... }  ")) << run.fOut;
+    EXPECT_FALSE(Contains(run.fOut, "POSN")) << run.fOut;
+    EXPECT_TRUE(Contains(run.fOut, "\n}\n")) << run.fOut;
+
+    // More values than the first bytes of a word hold.
+    std::string numbers = "0.5";
+    std::string shown = "0.5";
+    for (int i = 1; i < 200; ++i)
+    {
+        numbers += "," + std::to_string(i) + ".25";
+        shown += ", " + std::to_string(i) + ".25";
+    }
+    run = Run({"show", "--values", "199", Put("long.nq", "LONG " + numbers + "\rNEXT 7\r")});
+    EXPECT_EQ(run.fOut, "LONG  real         200 values  " + shown.substr(0, shown.rfind(',')) +
+                            ", ...\nNEXT  integer                  7\n");
+}
+
+// --- what goes wrong
+
+TEST_F(ToolTest, HelpAndUsage)
+{
+    for (const char* command : {"import", "export", "show", "check", "compare"})
+    {
+        const TRun run = Run({command, "--help"});
+        EXPECT_EQ(run.fStatus, 0);
+        EXPECT_TRUE(Contains(run.fOut, "Example: nqtoken "s + command)) << run.fOut;
+        EXPECT_EQ(Run({command, "--nonsense"}).fStatus, 2);
+    }
+    EXPECT_EQ(Run({}).fStatus, 2);
+    EXPECT_EQ(Run({"--help"}).fStatus, 0);
+    EXPECT_EQ(Run({"show", "x", "--depth", "-1"}).fStatus, 2);
+    EXPECT_EQ(Run({"import", "x", "-o", "y", "--payload", "wax"}).fStatus, 2);
+}
+
+void CloseOutput()
+{
+    close(STDOUT_FILENO);
+}
+void FullOutput()
+{
+    dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO);
+}
+void BrokenOutput()
+{
+    int ends[2];
+    if (pipe(ends) != 0)
+        _exit(97);
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
+{
+    Put("scene.nq", kSmallScene);
+    Put("target.obj", "kept");
+    const std::vector<std::string> before = Names();
+    struct TCase
+    {
+        std::vector<std::string> fArguments;
+        std::string fMessage;
+        void (*fPrepare)() = nullptr;
+    };
+    const TCase cases[] = {
+        {{"show", "missing"}, "missing: No such file"},
+        {{"check", "missing", "scene.nq"}, "missing: No such file"},
+        {{"export", "missing", "-o", "target.obj"}, "missing: No such file"},
+        {{"import", "missing", "-o", "target.obj"}, "missing: No such file"},
+        {{"compare", "missing", "scene.nq"}, "missing: No such file"},
+        {{"compare", "scene.nq", "target.obj"}, "target.obj: "},
+        {{"show", "io"}, "io: is a folder"},
+        {{"check", "io"}, "io: is a folder"},
+        {{"import", "io", "-o", "target.obj"}, "io: is a folder"},
+        {{"export", "scene.nq", "-o", "io"}, "must end with"},
+        {{"export", "scene.nq", "-o", "target.xyz"}, "must end with"},
+        {{"export", "scene.nq", "-o", "no/such/folder/x.obj"}, "No such file"},
+        {{"show", "scene.nq"}, "standard output", CloseOutput},
+        {{"show", "scene.nq"}, "standard output: No space", FullOutput},
+        {{"check", "scene.nq"}, "standard output: No space", FullOutput},
+        {{"compare", "scene.nq", "scene.nq"}, "standard output: No space", FullOutput},
+        {{"show", "--help"}, "standard output: No space", FullOutput},
+        {{"show", "scene.nq"}, "", BrokenOutput},
+    };
+    for (const TCase& one : cases)
+    {
+        const TRun run = Run(one.fArguments, {}, one.fPrepare);
+        if (Contains(run.fErr, "built without assimp"))
+            continue;
+        EXPECT_EQ(run.fStatus, 2) << one.fArguments[0] << " " << one.fMessage << run.fErr;
+        EXPECT_TRUE(Contains(run.fErr, one.fMessage)) << run.fErr;
+    }
+    EXPECT_EQ(ReadAll(Path("target.obj")), "kept");
+    EXPECT_EQ(Names(), before);
+}
+
+// A file size limit stands in for a full disk. The old target stays, and nothing else does.
+TEST_F(ToolTest, TargetsAreReplacedWholeOrNotAtAll)
+{
+    Put("model.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+    Put("scene.nq", kSmallScene);
+    const auto limit = []
+    {
+        const rlimit none = {300, 300};
+        setrlimit(RLIMIT_FSIZE, &none);
+    };
+    if (Contains(Run({"import", "model.obj", "-o", "new.nq"}).fErr, "built without assimp"))
+        GTEST_SKIP();
+    chmod(Put("old.nq", "old").c_str(), 0640);
+    chmod(Put("old.glb", "old").c_str(), 0600);
+    fs::create_symlink("old.nq", Path("link.nq"));
+    Put("read-only.nq", "old");
+    const std::vector<std::string> before = Names();
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"import", "model.obj", "-o", "old.nq"}, {"export", "scene.nq", "-o", "old.glb"}})
+    {
+        const TRun run = Run(arguments, {}, limit);
+        EXPECT_EQ(run.fStatus, 2) << run.fErr;
+        EXPECT_EQ(ReadAll(Path(arguments.back())), "old");
+    }
+    EXPECT_EQ(Run({"import", "model.obj", "-o", "/dev/full"}).fStatus, 2);
+    EXPECT_TRUE(fs::is_character_file("/dev/full"));
+    EXPECT_EQ(Names(), before);
+
+    EXPECT_EQ(Run({"import", "model.obj", "-o", "link.nq"}).fStatus, 0);
+    EXPECT_EQ(Run({"export", "scene.nq", "-o", "old.glb"}).fStatus, 0);
+    EXPECT_EQ(Names(), before);
+    EXPECT_TRUE(fs::is_symlink(Path("link.nq")));
+    EXPECT_EQ(fs::status(Path("old.nq")).permissions(), fs::perms(0640));
+    EXPECT_EQ(fs::status(Path("old.glb")).permissions(), fs::perms(0600));
+    EXPECT_TRUE(Contains(ReadAll(Path("old.nq")), "SCEN {\r"));
+
+    if (geteuid() == 0)
+        return; // root may do everything
+    chmod(Path("read-only.nq").c_str(), 0400);
+    EXPECT_EQ(Run({"import", "model.obj", "-o", "read-only.nq"}).fStatus, 2);
+    chmod(Path("scene.nq").c_str(), 0);
+    EXPECT_EQ(Run({"show", "scene.nq"}).fStatus, 2);
+}
+
+TEST_F(ToolTest, SaysOnceWhatTextCannotCarry)
+{
+    Put("model.obj", "v 0.1234567 0 0\nv 1e20 -3e9 0\nv 0.0000001 1 0\nf 1 2 3\n");
+    TRun run = Run({"import", "model.obj", "-o", "text.nq"});
+    if (Contains(run.fErr, "built without assimp"))
+        GTEST_SKIP();
+    EXPECT_EQ(run.fStatus, 0);
+    EXPECT_TRUE(Contains(run.fErr, "2 rounded to six decimals")) << run.fErr;
+    EXPECT_TRUE(Contains(run.fErr, "2 cut to 2147483647")) << run.fErr;
+    EXPECT_EQ(std::count(run.fErr.begin(), run.fErr.end(), '\n'), 1) << run.fErr;
+    EXPECT_EQ(Run({"compare", "model.obj", "text.nq"}).fStatus, 1);
+    run = Run({"import", "model.obj", "-o", "raw.nq", "--payload", "raw"});
+    EXPECT_EQ(run.fErr, "");
+    run = Run({"compare", "model.obj", "raw.nq", "--tolerance", "0"});
+    EXPECT_EQ(run.fStatus, 0) << run.fOut;
+    EXPECT_TRUE(Contains(run.fOut, "\nthe same to the bit\n")) << run.fOut;
+}
+
+// --- files that mean harm
+
+TEST_F(ToolTest, HostileFilesGetAStatusFromEveryCommand)
+{
+    std::mt19937 random(7);
+    std::string noise(100000, '\0');
+    std::generate(noise.begin(), noise.end(), [&random] { return static_cast<char>(random()); });
+    std::string nodes = "SCEN {";
+    for (int i = 0; i < 100000; ++i)
+        nodes += "NODE {";
+    const std::pair<std::string, int> cases[] = {
+        // and the status of check
+        {"", 0},
+        {std::string(1000000, '{'), 1},
+        {std::string(1000000, '}'), 1},
+        {std::string(100000, '\0'), 1},
+        {noise, 1},
+        {nodes, 1},
+        {"SCEN " + std::string(1000000, '1'), 1},
+        {"SCEN { NAME \"" + std::string(1000000, 'x'), 1},
+        {"SCEN { MESH { NVTX 1 POSN $7FFFFFFF\r0123$ } }\n", 1},
+        {"SCEN { MESH { NVTX 2147483647 POSN 1,2,3 } }\n", 0},
+        {"SCEN { MESH { NFAC 2147483647 FSIZ 2147483647 NCRN 1 CRNR 0 } }\n", 0},
+    };
+    Put("target.obj", "kept");
+    for (const auto& [content, status] : cases)
+    {
+        const std::string start = content.substr(0, 60);
+        const std::string file = Put("hostile.nq", content);
+        EXPECT_EQ(Run({"check", file}).fStatus, status) << start;
+        EXPECT_EQ(Run({"show", file}).fStatus, status) << start;
+        const TRun run = Run({"export", file, "-o", "target.obj"});
+        EXPECT_TRUE(run.fStatus == 1 || Contains(run.fErr, "without assimp")) << start << run.fErr;
+        EXPECT_EQ(Run({"compare", file, file}).fStatus, 2) << start;
+    }
+    EXPECT_EQ(ReadAll(Path("target.obj")), "kept");
+}
+
+// A scene cut at every byte, and scenes with a few bytes changed: read and checked in this process, thousands of them.
+TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
+{
+    const CountedReports reports;
+    const int null = open("/dev/null", O_WRONLY);
+    nqtoken::Output nowhere(null);
+    const std::string file = Path("damaged.nq");
+    const auto read = [&](const std::string& content, bool mayBeRight)
+    {
+        WriteFile(file, content);
+        nqtoken::Scene scene;
+        const nqtoken::Outcome outcome = nqtoken::ReadScene(file, scene);
+        if (!outcome.Ok())
+        {
+            EXPECT_EQ(outcome.Status(), nqtoken::kAtFault);
+            EXPECT_EQ(outcome.Text().substr(0, file.size() + 1), file + ":");
+        }
+        EXPECT_TRUE(mayBeRight || !outcome.Ok()) << content;
+        const nqtoken::ExitStatus checked = nqtoken::CheckFiles({file}, 0, nowhere);
+        EXPECT_NE(checked, nqtoken::kTrouble);
+        return outcome.Ok();
+    };
+    ASSERT_TRUE(read(kSmallScene, true));
+    const size_t end = kSmallScene.rfind('}');
+    for (size_t size = 0; size <= end; ++size)
+        read(kSmallScene.substr(0, size), false);
+
+    std::mt19937 random(11);
+    int accepted = 0;
+    for (int round = 0; round < 1500; ++round)
+    {
+        std::string content = kSmallScene;
+        for (size_t changes = 1 + random() % 3; changes > 0; --changes)
+        {
+            const size_t at = random() % content.size();
+            constexpr char kLikely[] = "{}\"$#,\\ \r\n\0019-.AFe";
+            switch (random() % 4)
+            {
+            case 0:
+                content[at] = static_cast<char>(random());
+                break;
+            case 1:
+                content[at] = kLikely[random() % sizeof(kLikely)];
+                break;
+            case 2:
+                content.erase(at, 1 + random() % 8);
+                break;
+            default:
+                content.insert(at, content.substr(random() % content.size(), random() % 30));
+            }
+        }
+        accepted += read(content, true);
+    }
+    EXPECT_GT(accepted, 150);
+    EXPECT_LT(accepted, 1350);
+    close(null);
+}
+
+// A signal while a temporary file exists: the tool waits for its input, and must leave nothing behind.
+TEST_F(ToolTest, SignalsRemoveTemporaryFiles)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[1]);
+        setenv("TMPDIR", fFolder.c_str(), 1);
+        execl(NQTOKEN_PATH, "nqtoken", "check", "-", nullptr);
+        _exit(98);
+    }
+    const auto temporaries = [this] { return Names().size() - 1; };
+    for (int i = 0; i < 1000 && temporaries() == 0; ++i)
+        usleep(10000);
+    EXPECT_EQ(temporaries(), 1U);
+    kill(child, SIGTERM);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+    EXPECT_EQ(temporaries(), 0U);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+} // namespace
+
+#endif
