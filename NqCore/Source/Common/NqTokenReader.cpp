@@ -40,6 +40,7 @@ bool NqTokenScan::SeekAhead(TNqiostream& stream, uint64 count)
     if (end != kUnknownEnd && target > end)
     {
         stream.seek(static_cast<int32>(end), TNqiostream::beg);
+        stream.changestate(TNqiostream::eofbit); // as if the bytes had been read
         return false;
     }
     if (target <= std::numeric_limits<int32>::max())
