@@ -27,6 +27,7 @@ template <class Body>
 void OnThreads(int count, Body&& inBody)
 {
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i)
         threads.emplace_back([&inBody, i] { inBody(i); });
     for (std::thread& thread : threads)
