@@ -19,6 +19,10 @@ endif()
 # Saved documents must read the same on every machine: no fused multiply-add, no reassociation.
 add_compile_options(-ffp-contract=off -fno-fast-math)
 
+if(NQCORE_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link) # coverage that steers the fuzzers; they alone link its runtime
+endif()
+
 if(NQCORE_SANITIZE)
   add_compile_options(-fsanitize=${NQCORE_SANITIZE} -fno-omit-frame-pointer)
   if(NQCORE_SANITIZE MATCHES "undefined")
