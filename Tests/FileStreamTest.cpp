@@ -14,8 +14,7 @@ protected:
     void Put(const std::string& text) { Disk() = BytesOf(text); }
 };
 
-// ---- A file as a vector and a position
-// --------------------------------------------------------------------------------------
+// ---- A file as a vector and a position -----------------------------------------------------------------------------
 //
 // Runs operations on a stream and on the model, and says what differs. A byte put back in place of another is seen by
 // the read that follows at once, may be seen later, and never reaches the file.
@@ -244,8 +243,7 @@ TEST_F(FileStreamTest, RandomLongSequencesKeepEveryByte)
     }
 }
 
-// ---- Host calls that fail, or move fewer bytes
-// ---------------------------------------------------------------------------------
+// ---- Host calls that fail, or move fewer bytes ---------------------------------------------------------------------
 
 // A writer that goes by good() and tell() loses nothing, whichever host call goes wrong.
 TEST_F(FileStreamTest, BytesStayInTheBufferUntilTheHostTakesThem)
@@ -363,8 +361,7 @@ TEST_F(FileStreamTest, ABufferThatCannotBeHadIsHalved)
     TakeReports();
 }
 
-// ---- Modes, positions, identifiers
-// ---------------------------------------------------------------------------------------------
+// ---- Modes, positions, identifiers ---------------------------------------------------------------------------------
 
 TEST_F(FileStreamTest, ModesRefuseWhatTheyDoNotAllow)
 {
@@ -476,8 +473,7 @@ TEST_F(FileStreamTest, PositionsEndAt31Bits)
     EXPECT_EQ(TakeReports().size(), 5u);
 }
 
-// ---- References and contexts
-// -----------------------------------------------------------------------------------------------
+// ---- References and contexts ---------------------------------------------------------------------------------------
 
 TEST_F(FileStreamTest, ReferencesAreRelativeAndComeBack)
 {

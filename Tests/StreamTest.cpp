@@ -40,8 +40,7 @@ struct TIn
     TNqstrstream fStream;
 };
 
-// ---- Numbers
-// ---------------------------------------------------------------------------------------------------------------
+// ---- Numbers -------------------------------------------------------------------------------------------------------
 
 TEST_F(StreamTest, NumbersAsWritten)
 {
@@ -173,8 +172,7 @@ TEST_F(StreamTest, NumbersAsRead)
     TakeReports();
 }
 
-// ---- Words, strings, lines
-// -------------------------------------------------------------------------------------------------
+// ---- Words, strings, lines -----------------------------------------------------------------------------------------
 
 TEST_F(StreamTest, Words)
 {
@@ -350,8 +348,7 @@ TEST_F(StreamTest, LongTextsCostLinearTime)
     EXPECT_LT(TestHost().CountAllocations(), 20);
 }
 
-// ---- Which calls a derived stream sees
-// ------------------------------------------------------------------------------------------
+// ---- Which calls a derived stream sees -----------------------------------------------------------------------------
 
 // Reads from a text and notes each call of a primitive.
 class TRecorder : public TNqiostream
@@ -442,8 +439,7 @@ TEST_F(StreamTest, ScannersEndOnStreamsThatFail)
     EXPECT_EQ(none.pcount(), 1);
 }
 
-// ---- What belongs to every stream
-// ----------------------------------------------------------------------------------------------
+// ---- What belongs to every stream ----------------------------------------------------------------------------------
 
 TEST_F(StreamTest, StateFormatAndInfo)
 {
@@ -512,8 +508,7 @@ TEST_F(StreamTest, StreamsLiveWithoutMemory)
         });
 }
 
-// ---- Memory
-// ------------------------------------------------------------------------------------------------------------------
+// ---- Memory --------------------------------------------------------------------------------------------------------
 
 class TMemory : public TNqstrstream
 {
@@ -654,8 +649,7 @@ TEST_F(StreamTest, CountingStreams)
     EXPECT_EQ(TakeReports().size(), 3u);
 }
 
-// ---- The contract with modules built elsewhere
-// ------------------------------------------------------------------------------------
+// ---- The contract with modules built elsewhere ---------------------------------------------------------------------
 
 // The slot of a virtual operation, as its member pointer holds it.
 template <class Function>

@@ -20,11 +20,15 @@
 class NqByteBuffer
 {
 public:
-    // The first block, made when the first byte comes, holds `space` bytes.
-    explicit NqByteBuffer(uint32 space) : fSpace(std::max<uint32>(space, 1)) {}
+    // The first block, made when the object itself is full, holds `space` bytes or more.
+    explicit NqByteBuffer(uint32 space) : fData(fInside), fSpace(std::max<uint32>(space, 2 * kInside)) {}
     NqByteBuffer(const NqByteBuffer&) = delete;
     NqByteBuffer& operator=(const NqByteBuffer&) = delete;
-    ~NqByteBuffer() { Nqfree(fData); }
+    ~NqByteBuffer()
+    {
+        if (fData != fInside)
+            Nqfree(fData);
+    }
 
     bool Append(int8 c)
     {
@@ -40,30 +44,34 @@ public:
     // The bytes and a NUL; valid until the next change.
     const int8* Data()
     {
-        if (fData == nullptr)
-            return "";
         fData[fCount] = 0;
         return fData;
     }
 
 private:
+    static constexpr uint32 kInside = 256;
+
     [[gnu::noinline]] bool Grow()
     {
+        const bool inside = fData == fInside;
         const uint64 capacity =
-            std::min<uint64>(fCapacity == 0 ? fSpace : uint64(fCapacity) * 2, std::numeric_limits<uint32>::max() - 1);
+            std::min<uint64>(inside ? fSpace : uint64(fCapacity) * 2, std::numeric_limits<uint32>::max() - 1);
         if (capacity <= fCapacity)
             return false;
-        void* const block = fData == nullptr ? Nqmalloc(static_cast<unsigned long>(capacity) + 1)
-                                             : Nqrealloc(fData, static_cast<uint32>(capacity) + 1);
+        void* const block = inside ? Nqmalloc(static_cast<unsigned long>(capacity) + 1)
+                                   : Nqrealloc(fData, static_cast<uint32>(capacity) + 1);
         if (block == nullptr)
             return false;
+        if (inside)
+            std::memcpy(block, fInside, fCount);
         fData = static_cast<int8*>(block);
         fCapacity = static_cast<uint32>(capacity);
         return true;
     }
 
-    int8* fData = nullptr;
+    int8* fData;
     uint32 fCount = 0;
-    uint32 fCapacity = 0; // bytes that fit, the NUL not counted
+    uint32 fCapacity = kInside; // bytes that fit, the NUL not counted
     uint32 fSpace;
+    int8 fInside[kInside + 1];
 };

@@ -41,8 +41,7 @@ enum ENqNumberEnd : uint8
 class NqStreamAccess
 {
 public:
-    // ---- Sources
-    // -------------------------------------------------------------------------------------------------------
+    // ---- Sources ---------------------------------------------------------------------------------------------------
     //
     // Get(c)           one byte; at the end of the stream c stays and Eof() holds
     // GetWhile(c, f)   gets bytes as long as f(c) is true; true when it stopped at a byte, which is consumed and in c,
@@ -51,6 +50,8 @@ public:
     // Putback(c)       steps back over the byte c
     // Read(data, n)    as the stream's read; Count() says how many bytes came
     // IsWhite(c)       whether c is one of the stream's separators
+    // Cursor        the same bytes one by one, for a scanner that looks at each: a local object that keeps its place in
+    //               the buffer in a register. While it lives nothing else may use the source.
 
     class PlainSource
     {
@@ -81,117 +82,91 @@ public:
         bool IsWhite(int8 c) const { return IsSeparator(fStream, c); }
         TNqiostream& Stream() { return fStream; }
 
+        class Cursor
+        {
+        public:
+            explicit Cursor(PlainSource& source) : fStream(source.fStream) {}
+
+            // False when the stream is not good any more.
+            bool Next(int8& c)
+            {
+                fStream.get(c);
+                return fStream.good();
+            }
+            // As GetWhile.
+            template <class Take>
+            bool NextWhile(int8& c, Take&& take)
+            {
+                while (Next(c))
+                    if (!take(c))
+                        return true;
+                return false;
+            }
+            void Back(int8 c) { fStream.putback(c); }
+            bool IsWhite(int8 c) const { return IsSeparator(fStream, c); }
+
+        private:
+            TNqiostream& fStream;
+        };
+
     private:
         TNqiostream& fStream;
     };
 
-    class MemorySource
+    // What the two direct sources share. Derived says how many bytes its buffer has at hand (Left: 0 or less when the
+    // stream has to look first) and where (At), and moves over them as `get` does (Take).
+    template <class Derived, class StreamClass>
+    class DirectSource
     {
     public:
         static constexpr bool kIsDirect = true;
 
-        explicit MemorySource(TNqstrstream& stream) : fStream(stream) {}
+        explicit DirectSource(StreamClass& stream) : fStream(stream) {}
 
         void Get(int8& c)
         {
-            if (Left() > 0)
-            {
-                c = *fStream.fCur++;
-                fStream.fState = 0;
-            }
-            else
-                fStream.fState = TNqiostream::eofbit;
-        }
-
-        void Putback(int8 c)
-        {
-            if (fStream.fBufferSize >= 0 && fStream.fCur != fStream.fBuffer && fStream.fCur[-1] == c)
-                --fStream.fCur;
-            else
-                fStream.TNqstrstream::putback(c);
+            if (Self().Left() <= 0)
+                return Self().GetFromStream(c);
+            c = *Self().At();
+            Self().Take(1);
         }
 
         void Read(int8* data, int32 count)
         {
-            if (count <= 0 || count > Left())
-                return fStream.TNqstrstream::read(data, count);
-            std::memcpy(data, fStream.fCur, static_cast<size_t>(count));
-            fStream.fCur += count;
+            if (count <= 0 || count > Self().Left())
+                return fStream.StreamClass::read(data, count);
+            std::memcpy(data, Self().At(), static_cast<size_t>(count));
+            Self().Take(count);
             fStream.fgcount = count;
-            fStream.fState = 0;
-        }
-
-        template <class Take>
-        bool GetWhile(int8& c, Take&& take)
-        {
-            int8* const first = fStream.fCur;
-            int8* const last = first + std::max<int64>(Left(), 0);
-            int8* p = first;
-            bool stopped = false;
-            while (p != last && !stopped)
-                stopped = !take(*p++);
-            if (p != first)
-                c = p[-1];
-            fStream.fCur = p;
-            fStream.fState = stopped ? 0 : TNqiostream::eofbit;
-            return stopped;
-        }
-
-        bool Eof() const { return fStream.eof(); }
-        bool Good() const { return fStream.good(); }
-        int32 Count() const { return fStream.gcount(); }
-        bool IsWhite(int8 c) const { return IsSeparator(fStream, c); }
-        TNqiostream& Stream() { return fStream; }
-
-    private:
-        int64 Left() const { return fStream.fBufferSize - (fStream.fCur - fStream.fBuffer); }
-
-        TNqstrstream& fStream;
-    };
-
-    class FileSource
-    {
-    public:
-        static constexpr bool kIsDirect = true;
-
-        explicit FileSource(TNqfstream& stream) : fStream(stream) {}
-
-        void Get(int8& c)
-        {
-            if (Left() > 0)
-            {
-                c = fStream.fBuffer[fStream.fBufferPos];
-                Advance(1, 1);
-            }
-            else
-                fStream.TNqfstream::read(&c, 1);
         }
 
         void Putback(int8 c)
         {
-            if (Left() >= 0 && fStream.fBufferPos > 0 && !fStream.fBufferModified &&
-                fStream.fBuffer[fStream.fBufferPos - 1] == c)
-                --fStream.fBufferPos;
+            if (Self().CanStepBackOver(c))
+                Self().StepBack();
             else
-                fStream.TNqfstream::putback(c);
+                fStream.StreamClass::putback(c);
         }
 
-        void Read(int8* data, int32 count)
-        {
-            if (count <= 0 || count > Left())
-                return fStream.TNqfstream::read(data, count);
-            std::memcpy(data, fStream.fBuffer + fStream.fBufferPos, static_cast<size_t>(count));
-            Advance(static_cast<uint32>(count), count);
-        }
-
-        template <class Take>
-        bool GetWhile(int8& c, Take&& take)
+        template <class TakeByte>
+        bool GetWhile(int8& c, TakeByte&& take)
         {
             for (;;)
             {
-                if (GetFromBuffer(c, take))
-                    return true;
-                fStream.TNqfstream::read(&c, 1); // loads the next buffer, or meets the end
+                if (const int64 left = Self().Left(); left > 0)
+                {
+                    const int8* const first = Self().At();
+                    const int8* const last = first + left;
+                    const int8* p = first;
+                    bool stopped = false;
+                    while (p != last && !stopped)
+                        stopped = !take(*p++);
+                    c = p[-1];
+                    Self().Take(p - first);
+                    if (stopped)
+                        return true;
+                }
+                Self().GetFromStream(c); // loads the next buffer, or meets the end
                 if (!fStream.good())
                     return false;
                 if (!take(c))
@@ -205,45 +180,166 @@ public:
         bool IsWhite(int8 c) const { return IsSeparator(fStream, c); }
         TNqiostream& Stream() { return fStream; }
 
-    private:
-        // The bytes that can be taken from the buffer; -1 when the stream itself has to look first.
-        int64 Left() const
+        // All of it is inlined into the scanner, so that the cursor itself is never in memory.
+        class Cursor
         {
-            if (!(fStream.fMode & eRead) || !fStream.fFirstBufferLoaded || fStream.fBuffer == nullptr)
-                return -1;
-            const int64 inFile = static_cast<int64>(fStream.fFileSize) - fStream.fBufferOffset;
-            return std::min<int64>(fStream.fActualBufSize, inFile) - fStream.fBufferPos;
-        }
+        public:
+            explicit Cursor(Derived& source)
+                : fSource(source),
+                  fStandard(source.fStream.fSeparators == TNqiostream::fStandardSeparators)
+            {
+                Open();
+            }
+            Cursor(const Cursor&) = delete;
+            Cursor& operator=(const Cursor&) = delete;
+            [[gnu::always_inline]] ~Cursor() { Close(); }
 
-        void Advance(uint32 bytes, int32 count)
+            [[gnu::always_inline]] bool Next(int8& c)
+            {
+                if (fAt == fLast)
+                    return NextFromStream(c);
+                c = *fAt++;
+                return true;
+            }
+
+            // The inner loop makes no call: what `take` changes stays in registers.
+            template <class TakeByte>
+            [[gnu::always_inline]] bool NextWhile(int8& c, TakeByte&& take)
+            {
+                do
+                {
+                    while (fAt != fLast)
+                    {
+                        c = *fAt++;
+                        if (!take(c))
+                            return true;
+                    }
+                    if (!NextFromStream(c))
+                        return false;
+                } while (take(c));
+                return true;
+            }
+
+            [[gnu::always_inline]] void Back(int8 c)
+            {
+                if (fAt == fFirst || fAt[-1] != c || fSource.MustWriteFirst())
+                    return BackIntoStream(c);
+                --fAt;
+                fSteppedBack = true;
+            }
+
+            [[gnu::always_inline]] bool IsWhite(int8 c) const
+            {
+                return fStandard ? IsStandardSeparator(c) : IsSeparator(fSource.fStream, c);
+            }
+
+        private:
+            [[gnu::always_inline]] void Open()
+            {
+                fFirst = fAt = fSource.At();
+                fLast = fAt + std::max<int64>(fSource.Left(), 0);
+                fSteppedBack = false;
+            }
+
+            [[gnu::always_inline]] void Close()
+            {
+                if (fAt != fFirst || fSteppedBack)
+                    fSource.Take(fAt - fFirst);
+            }
+
+            [[gnu::always_inline]] bool NextFromStream(int8& c)
+            {
+                Close();
+                int8 byte = c;
+                fSource.GetFromStream(byte);
+                c = byte;
+                Open();
+                return fSource.Good();
+            }
+
+            [[gnu::always_inline]] void BackIntoStream(int8 c)
+            {
+                Close();
+                fSource.Putback(c);
+                Open();
+            }
+
+            Derived& fSource;
+            bool fStandard;
+            bool fSteppedBack;
+            const int8* fFirst;
+            const int8* fAt;
+            const int8* fLast;
+        };
+
+    protected:
+        StreamClass& fStream;
+
+    private:
+        Derived& Self() { return static_cast<Derived&>(*this); }
+    };
+
+    class MemorySource : public DirectSource<MemorySource, TNqstrstream>
+    {
+    public:
+        using DirectSource::DirectSource;
+
+    private:
+        friend class DirectSource<MemorySource, TNqstrstream>;
+
+        int64 Left() const { return fStream.fBufferSize - (fStream.fCur - fStream.fBuffer); }
+        const int8* At() const { return fStream.fCur; }
+        void GetFromStream(int8& c) { fStream.TNqstrstream::get(c); }
+        void StepBack() { --fStream.fCur; }
+        bool MustWriteFirst() const { return false; }
+
+        void Take(int64 bytes)
         {
-            fStream.fBufferPos += bytes;
-            fStream.fgcount = count;
+            fStream.fCur += bytes;
             fStream.fState = 0;
         }
 
-        template <class Take>
-        bool GetFromBuffer(int8& c, Take& take)
+        bool CanStepBackOver(int8 c) const
         {
-            const int64 left = Left();
-            if (left <= 0)
-                return false;
-            const int8* const first = fStream.fBuffer + fStream.fBufferPos;
-            const int8* const last = first + left;
-            const int8* p = first;
-            bool stopped = false;
-            while (p != last && !stopped)
-                stopped = !take(*p++);
-            c = p[-1];
-            Advance(static_cast<uint32>(p - first), 1);
-            return stopped;
+            return fStream.fBufferSize >= 0 && fStream.fCur != fStream.fBuffer && fStream.fCur[-1] == c;
         }
-
-        TNqfstream& fStream;
     };
 
-    // ---- Sinks
-    // ---------------------------------------------------------------------------------------------------------
+    class FileSource : public DirectSource<FileSource, TNqfstream>
+    {
+    public:
+        using DirectSource::DirectSource;
+
+    private:
+        friend class DirectSource<FileSource, TNqfstream>;
+
+        int64 Left() const
+        {
+            if (!(fStream.fMode & eRead) || !fStream.fFirstBufferLoaded || fStream.fBuffer == nullptr)
+                return 0;
+            const int64 inFile = static_cast<int64>(fStream.fFileSize) - fStream.fBufferOffset;
+            return std::min<int64>(fStream.fActualBufSize, inFile) - fStream.fBufferPos;
+        }
+        const int8* At() const { return fStream.fBuffer + fStream.fBufferPos; }
+        void GetFromStream(int8& c) { fStream.TNqfstream::read(&c, 1); }
+        void StepBack() { --fStream.fBufferPos; }
+        bool MustWriteFirst() const { return fStream.fBufferModified; } // before the position goes backwards
+
+        void Take(int64 bytes)
+        {
+            fStream.fBufferPos += static_cast<uint32>(bytes);
+            fStream.fgcount = 1;
+            fStream.fState = 0;
+        }
+
+        bool CanStepBackOver(int8 c) const
+        {
+            return (fStream.fMode & eRead) && fStream.fFirstBufferLoaded && fStream.fBuffer != nullptr &&
+                   !MustWriteFirst() && fStream.fBufferPos > 0 && fStream.fBuffer[fStream.fBufferPos - 1] == c;
+        }
+    };
+
+    // ---- Sinks -----------------------------------------------------------------------------------------------------
     //
     // Write(data, n)    as the stream's write
     // Put(c)            one byte
@@ -370,8 +466,7 @@ public:
 
     static constexpr int64 kLastPosition = 0x7FFFFFFF; // of a file
 
-    // ---- Single fields
-    // -------------------------------------------------------------------------------------------------
+    // ---- Single fields ---------------------------------------------------------------------------------------------
 
     static uint8& NumberEnd(TNqiostream& stream) { return stream.fNumberEnd; }
 
@@ -381,11 +476,11 @@ public:
     static bool IsReadable(const TNqiostream& stream) { return (stream.fMode & eRead) != 0; }
 
 private:
+    static bool IsStandardSeparator(int8 c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
+
     static bool IsSeparator(const TNqiostream& stream, int8 c)
     {
-        if (stream.fSeparators == TNqiostream::fStandardSeparators)
-            return c == ' ' || c == '\n' || c == '\r' || c == '\t';
-        return stream.isWhite(c);
+        return stream.fSeparators == TNqiostream::fStandardSeparators ? IsStandardSeparator(c) : stream.isWhite(c);
     }
 
     static int DecimalsOf(const TNqiostream& stream) { return stream.fPrecision; }

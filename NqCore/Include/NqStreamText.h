@@ -13,17 +13,22 @@
 #include "NqCore/Include/NqStreamAccess.h"
 #include "NqCore/Include/UTF8Transcoder.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqMath.h"
 #include "NqCore/PublicAPI/NqString.h"
 
 #include <cmath>
 
-// ---- Words and separators
-// --------------------------------------------------------------------------------------------------
+// ---- Words and separators ------------------------------------------------------------------------------------------
 
 inline bool NqIsDigit(int8 c)
 {
     return c >= '0' && c <= '9';
 }
+
+inline constexpr char kNqDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
 
 // The next character that is no separator, consumed. At the end of the stream the last one passed over, 0 without any.
 template <class Source>
@@ -87,90 +92,67 @@ bool NqScanBoundedWord(Source& source, int8* buffer, int32 bufferSize)
     return ended;
 }
 
-// ---- Numbers
-// -----------------------------------------------------------------------------------------------------------
+// ---- Numbers -------------------------------------------------------------------------------------------------------
 
-// Digits, entered with the first one in `c`; left with what follows them, or the last digit at the end of the stream.
-// Wraps.
-template <class Source>
-uint32 NqScanDigits(Source& source, int8& c)
+// The next character that is no separator, as NqSkipSeparators. False when the stream is not good any more.
+template <class Cursor>
+[[gnu::always_inline]] inline bool NqSkipSeparatorsAt(Cursor& cursor, int8& c)
 {
-    uint32 value = static_cast<uint32>(c - '0');
-    source.GetWhile(c,
-                    [&](int8 byte)
-                    {
-                        if (!NqIsDigit(byte))
-                            return false;
-                        value = value * 10 + static_cast<uint32>(byte - '0');
-                        return true;
-                    });
-    return value;
+    c = 0;
+    return cursor.NextWhile(c, [&](int8 byte) { return cursor.IsWhite(byte); });
 }
 
-// The first character of a number. Until its end is found, the number counts as bad.
-template <class Source>
-int8 NqBeginNumber(Source& source)
+// Digits, entered with the first one in `c`; left with what follows them. False when the stream ended instead. Wraps.
+template <class Cursor>
+[[gnu::always_inline]] inline bool NqScanDigits(Cursor& cursor, int8& c, uint32& outValue)
 {
-    const int8 c = NqSkipSeparators(source);
-    NqStreamAccess::NumberEnd(source.Stream()) = source.Good() ? kNqNumberBad : kNqNumberMissing;
-    return c;
+    uint32 value = static_cast<uint32>(c - '0');
+    const bool more = cursor.NextWhile(c,
+                                       [&](int8 byte)
+                                       {
+                                           if (!NqIsDigit(byte))
+                                               return false;
+                                           value = value * 10 + static_cast<uint32>(byte - '0');
+                                           return true;
+                                       });
+    outValue = value;
+    return more;
 }
 
 // What ended a number goes back into the stream, except a separator.
-template <class Source>
-void NqEndNumber(Source& source, int8 c)
+template <class Cursor>
+[[gnu::always_inline]] inline ENqNumberEnd NqEndNumber(Cursor& cursor, int8 c)
 {
-    const bool separated = source.Good() && source.IsWhite(c);
-    if (source.Good() && !separated)
-        source.Putback(c);
-    NqStreamAccess::NumberEnd(source.Stream()) = separated ? kNqNumberAndBlank : kNqNumberClosed;
+    if (cursor.IsWhite(c))
+        return kNqNumberAndBlank;
+    cursor.Back(c);
+    return kNqNumberClosed;
 }
 
-template <class Source>
-bool NqFailNumber(Source& source)
+// Integers, signed or not, modulo 2^32.
+template <class Cursor>
+[[gnu::always_inline]] inline ENqNumberEnd NqScanIntegerAt(Cursor& cursor, bool inPlusAllowed, uint32& outValue)
 {
-    source.Stream().streamfail(kNqStreamBadNumber);
-    return false;
-}
-
-// Integers, signed or not, modulo 2^32. False, with the value as it was, when there is no digit.
-template <class Source>
-bool NqScanInteger(Source& source, bool inPlusAllowed, uint32& outValue)
-{
-    int8 c = NqBeginNumber(source);
+    int8 c;
+    if (!NqSkipSeparatorsAt(cursor, c))
+        return kNqNumberMissing;
     const bool negative = c == '-';
-    if (negative || (c == '+' && inPlusAllowed))
-        source.Get(c);
+    if ((negative || (c == '+' && inPlusAllowed)) && !cursor.Next(c))
+        return kNqNumberBad;
     if (!NqIsDigit(c))
-        return NqFailNumber(source);
-    const uint32 value = NqScanDigits(source, c);
-    NqEndNumber(source, c);
-    outValue = negative ? 0 - value : value;
-    return true;
+        return kNqNumberBad;
+    const bool more = NqScanDigits(cursor, c, outValue);
+    if (negative)
+        outValue = 0 - outValue;
+    return more ? NqEndNumber(cursor, c) : kNqNumberClosed;
 }
 
-template <class Source>
-bool NqScanLong(Source& source, int32& value)
-{
-    uint32 number = 0;
-    const bool found = NqScanInteger(source, true, number);
-    value = static_cast<int32>(number);
-    return found;
-}
-
-// A "+" is not accepted before an unsigned number; a "-" is, and wraps.
-template <class Source>
-bool NqScanUnsignedLong(Source& source, uint32& value)
-{
-    return NqScanInteger(source, false, value);
-}
-
-// The weights of decimal places: each a tenth of the one before, in double precision. Files read the same everywhere
-// because the same roundings are made everywhere.
+// The weights of decimal places: each a tenth of the one before, in double precision, down to 0. Files read the same
+// everywhere because the same roundings are made everywhere.
 class NqDecimalWeights
 {
 public:
-    static constexpr int kCount = 32;
+    static constexpr int32 kCount = 326;
 
     constexpr NqDecimalWeights() : fWeights()
     {
@@ -181,37 +163,37 @@ public:
             weight /= 10;
         }
     }
-    constexpr real64 operator[](int place) const { return fWeights[place]; }
+    constexpr real64 operator[](int32 place) const { return fWeights[place]; }
 
 private:
     real64 fWeights[kCount];
 };
 inline constexpr NqDecimalWeights kNqDecimalWeights;
+static_assert(kNqDecimalWeights[NqDecimalWeights::kCount - 1] == 0, "places beyond the table add nothing");
 
 // The places behind the point, which is in `c`.
-template <class Source>
-real64 NqScanFraction(Source& source, int8& c)
+template <class Cursor>
+[[gnu::always_inline]] inline bool NqScanFraction(Cursor& cursor, int8& c, real64& outFraction)
 {
     real64 fraction = 0;
-    real64 weight = 0;
-    int place = 0;
-    source.GetWhile(c,
-                    [&](int8 byte)
-                    {
-                        if (!NqIsDigit(byte))
-                            return false;
-                        weight = place < NqDecimalWeights::kCount ? kNqDecimalWeights[place] : weight / 10;
-                        ++place;
-                        fraction += (byte - '0') * weight;
-                        return true;
-                    });
-    return fraction;
+    int32 place = 0;
+    const bool more = cursor.NextWhile(c,
+                                       [&](int8 byte)
+                                       {
+                                           if (!NqIsDigit(byte))
+                                               return false;
+                                           fraction += (byte - '0') * kNqDecimalWeights[place];
+                                           place = Nq_Min(place + 1, NqDecimalWeights::kCount - 1);
+                                           return true;
+                                       });
+    outFraction = fraction;
+    return more;
 }
 
 // value * 10^exponent, the small powers as literal constants.
 inline real64 NqScaleByTen(real64 value, int32 exponent)
 {
-    constexpr real64 kSmallPowers[10] = {1e-5, 1e-4, 1e-3, 0.01, 0.1, 1, 10, 100, 1000, 10000};
+    static constexpr real64 kSmallPowers[10] = {1e-5, 1e-4, 1e-3, 0.01, 0.1, 1, 10, 100, 1000, 10000};
     if (exponent == 0)
         return value;
     if (exponent >= -5 && exponent <= 4)
@@ -219,48 +201,119 @@ inline real64 NqScaleByTen(real64 value, int32 exponent)
     return value * std::pow(10.0, static_cast<real64>(exponent));
 }
 
+// The exponent behind the 'e' in `c`. False, and `more` untouched, when there is none.
+template <class Cursor>
+[[gnu::always_inline]] inline bool NqScanExponent(Cursor& cursor, int8& c, int32& outExponent, bool& more)
+{
+    bool isThere = cursor.Next(c);
+    const bool negative = isThere && c == '-';
+    if (isThere && (c == '+' || c == '-'))
+        isThere = cursor.Next(c);
+    if (!isThere || !NqIsDigit(c))
+        return false;
+    uint32 digits;
+    more = NqScanDigits(cursor, c, digits);
+    outExponent = static_cast<int32>(negative ? 0 - digits : digits);
+    return true;
+}
+
+template <class Cursor>
+[[gnu::always_inline]] inline ENqNumberEnd NqScanDoubleAt(Cursor& cursor, real64& outValue)
+{
+    int8 c;
+    if (!NqSkipSeparatorsAt(cursor, c))
+        return kNqNumberMissing;
+    const real64 sign = c == '-' ? -1 : 1;
+    if ((c == '+' || c == '-') && !cursor.Next(c))
+        return kNqNumberBad;
+    if (c != '.' && !NqIsDigit(c))
+        return kNqNumberBad;
+    uint32 whole = 0;
+    real64 fraction = 0;
+    int32 exponent = 0;
+    bool more = true;
+    if (c != '.')
+        more = NqScanDigits(cursor, c, whole);
+    if (more && c == '.')
+        more = NqScanFraction(cursor, c, fraction);
+    if (more && (c == 'e' || c == 'E') && !NqScanExponent(cursor, c, exponent, more))
+        return kNqNumberBad;
+    // Units such as "12:" and "3/" once followed numbers: these characters still belong to the number.
+    while (more && (c == ':' || c == '/'))
+        more = cursor.Next(c);
+    outValue = NqScaleByTen((whole + fraction) * sign, exponent);
+    return more ? NqEndNumber(cursor, c) : kNqNumberClosed;
+}
+
+// Runs inScan(cursor) and notes how the number ended. False, reported, when there was none.
+template <class Source, class Scan>
+bool NqScanNumber(Source& source, Scan&& inScan)
+{
+    ENqNumberEnd ending;
+    {
+        typename Source::Cursor cursor(source);
+        ending = inScan(cursor);
+    }
+    NqStreamAccess::NumberEnd(source.Stream()) = ending;
+    if (ending != kNqNumberMissing && ending != kNqNumberBad)
+        return true;
+    source.Stream().streamfail(kNqStreamBadNumber);
+    return false;
+}
+
+// 0 when there is no number.
+template <class Source>
+bool NqScanLong(Source& source, int32& value)
+{
+    uint32 number = 0;
+    const bool found = NqScanNumber(source, [&](auto& cursor) { return NqScanIntegerAt(cursor, true, number); });
+    value = found ? static_cast<int32>(number) : 0;
+    return found;
+}
+
+// A "+" is not accepted before an unsigned number; a "-" is, and wraps. As it was when there is no number.
+template <class Source>
+bool NqScanUnsignedLong(Source& source, uint32& value)
+{
+    uint32 number = 0;
+    const bool found = NqScanNumber(source, [&](auto& cursor) { return NqScanIntegerAt(cursor, false, number); });
+    value = found ? number : value;
+    return found;
+}
+
+// As it was when there is no number.
 template <class Source>
 bool NqScanDouble(Source& source, real64& value)
 {
-    int8 c = NqBeginNumber(source);
-    const real64 sign = c == '-' ? -1 : 1;
-    if (c == '+' || c == '-')
-        source.Get(c);
-    if (c != '.' && !NqIsDigit(c))
-        return NqFailNumber(source);
-    const uint32 whole = NqIsDigit(c) ? NqScanDigits(source, c) : 0;
-    const real64 fraction = c == '.' ? NqScanFraction(source, c) : 0.0;
-    uint32 exponent = 0;
-    if (c == 'e' || c == 'E')
+    real64 number = 0;
+    const bool found = NqScanNumber(source, [&](auto& cursor) { return NqScanDoubleAt(cursor, number); });
+    value = found ? number : value;
+    return found;
+}
+
+// The digits of `value` up to `end`, at least `count` of them; returns the first.
+inline int8* NqPutDigits(int8* end, uint64 value, int32 count)
+{
+    for (; value >= 100; count -= 2)
     {
-        source.Get(c);
-        const bool negative = c == '-';
-        if (c == '+' || c == '-')
-            source.Get(c);
-        if (!NqIsDigit(c))
-            return NqFailNumber(source);
-        exponent = NqScanDigits(source, c);
-        exponent = negative ? 0 - exponent : exponent;
+        end -= 2;
+        std::memcpy(end, &kNqDigitPairs[value % 100 * 2], 2);
+        value /= 100;
     }
-    // Units such as "12:" and "3/" once followed numbers: these characters still belong to the number.
-    while (source.Good() && (c == ':' || c == '/'))
-        source.Get(c);
-    NqEndNumber(source, c);
-    value = NqScaleByTen((whole + fraction) * sign, static_cast<int32>(exponent));
-    return true;
+    for (; value != 0 || count > 0; --count)
+    {
+        *--end = static_cast<int8>('0' + value % 10);
+        value /= 10;
+    }
+    return end;
 }
 
 template <class Sink>
 void NqPutUnsignedLong(Sink& sink, uint32 value)
 {
-    int8 digits[10];
-    int32 first = 10;
-    do
-    {
-        digits[--first] = static_cast<int8>('0' + value % 10);
-        value /= 10;
-    } while (value != 0);
-    sink.Write(digits + first, 10 - first);
+    int8 digits[12];
+    int8* const first = NqPutDigits(digits + 12, value, 1);
+    sink.Write(first, static_cast<int32>(digits + 12 - first));
 }
 
 template <class Sink>
@@ -287,22 +340,18 @@ inline real64 NqRoundHalfUp(real64 value)
 // Decimals behind the whole part: trailing zeros are dropped. A fraction that rounds up to 1 leaves the point alone:
 // the whole part stands already, and existing files depend on it.
 template <class Sink>
-void NqPutFraction(Sink& sink, int64 decimals, int precision)
+void NqPutFraction(Sink& sink, uint64 decimals, int precision)
 {
-    if (decimals <= static_cast<int64>(gPowersTen[precision]))
+    const uint64 one = static_cast<uint64>(gPowersTen[precision]);
+    if (decimals <= one)
         return;
     int8 digits[16];
-    int32 count = 0;
-    for (int place = precision; place > 0; --place)
-    {
-        const int8 digit = static_cast<int8>('0' + decimals % 10);
-        decimals /= 10;
-        if (digit != '0' && count == 0)
-            count = place;
-        digits[place] = digit;
-    }
+    const int8* last = digits + 1 + precision;
+    NqPutDigits(digits + 1 + precision, decimals >= 2 * one ? 0 : decimals - one, precision);
     digits[0] = '.';
-    sink.Write(digits, count + 1);
+    while (last[-1] == '0')
+        --last;
+    sink.Write(digits, static_cast<int32>(last - digits));
 }
 
 template <class Sink>
@@ -322,7 +371,7 @@ void NqPutDouble(Sink& sink, real64 value)
     // The 1 in front keeps the zeros that a fraction begins with.
     const int precision = sink.Precision();
     const real64 decimals = NqRoundHalfUp((value + 1.0 - whole) * gPowersTen[precision]);
-    NqPutFraction(sink, static_cast<int64>(decimals), precision);
+    NqPutFraction(sink, static_cast<uint64>(decimals), precision);
 }
 
 template <class Sink>
@@ -331,8 +380,7 @@ void NqPutFloat(Sink& sink, real32 value)
     NqPutDouble(sink, 1e-6 * NqRoundHalfUp(static_cast<real64>(value) * 1e6));
 }
 
-// ---- Lines
-// -------------------------------------------------------------------------------------------------------------
+// ---- Lines ---------------------------------------------------------------------------------------------------------
 
 struct NqLineEnd
 {
@@ -372,8 +420,7 @@ NqLineEnd NqScanLine(Source& source, int8 delim, int32& ioCount, Store&& inStore
     return {delim, true};
 }
 
-// ---- Strings
-// -----------------------------------------------------------------------------------------------------------
+// ---- Strings -------------------------------------------------------------------------------------------------------
 
 // Text from encoded bytes, up to the first NUL. Without a transcoder they are UTF-8 already.
 inline void NqTextFromEncoded(TNqString& text, const int8* bytes, ITranscoder* encoding)
@@ -470,6 +517,22 @@ inline bool NqNeedsEscape(uint32 c)
     return c == '"' || c == '\\' || c == 1;
 }
 
+// The bytes that stand for themselves in every encoding: ASCII, without the NUL and what is escaped.
+class NqPlainBytes
+{
+public:
+    constexpr NqPlainBytes() : fPlain()
+    {
+        for (int c = 2; c < 0x80; ++c)
+            fPlain[c] = c != '"' && c != '\\';
+    }
+    constexpr bool operator[](int8 c) const { return fPlain[static_cast<uint8>(c)]; }
+
+private:
+    bool fPlain[256];
+};
+inline constexpr NqPlainBytes kNqPlainBytes;
+
 // Characters on their way out: what the transcoder makes of them, with a short cut for those of this library.
 class NqTextEncoder
 {
@@ -510,12 +573,11 @@ private:
 template <class Sink>
 void NqPutCharacters(Sink& sink, const int8* text, uint32 byteLength, const NqTextEncoder& encoder)
 {
-    const auto isPlain = [&](int8 c) { return c > 0 && encoder.AsciiAsIs() && !NqNeedsEscape(static_cast<uint8>(c)); };
     uint32 i = 0;
     while (i < byteLength && text[i] != 0)
     {
         const uint32 first = i;
-        while (i < byteLength && isPlain(text[i]))
+        while (encoder.AsciiAsIs() && i < byteLength && kNqPlainBytes[text[i]])
             ++i;
         if (i != first)
         {
@@ -563,8 +625,7 @@ void NqPutQuoted(Sink& sink, const TNqString& text)
     sink.Write(kStringQuote, 1);
 }
 
-// ---- Values as the operators have them
-// ---------------------------------------------------------------------------------------
+// ---- Values as the operators have them -----------------------------------------------------------------------------
 
 template <class Source>
 void NqScanValue(Source& source, int8& value)

@@ -110,8 +110,7 @@ public:
     TNqiostream& operator=(const TNqiostream&) = delete;
     virtual ~TNqiostream();
 
-    // ---- The primitives
-    // ----------------------------------------------------------------------------------------------
+    // ---- The primitives --------------------------------------------------------------------------------------------
 
     // Bytes from the start of the text, behind a byte-order mark.
     virtual int32 tell() = 0;
@@ -125,7 +124,7 @@ public:
     virtual void putback(int8 c) = 0;
     virtual void write(const int8* data, int32 count) = 0;
 
-    // ---- Text in
+    // ---- Text in ---------------------------------------------------------------------------------------------------
     // ----------------------------------------------------------------------------------------------------- Numbers,
     // words and characters skip separators first; a separator behind a number is consumed, behind a word not. A number
     // that is none is a failure and leaves its target as it was (int32: 0).
@@ -143,8 +142,7 @@ public:
     virtual TNqiostream& operator>>(TNqString& text); // as readQuotedString
     virtual TNqiostream& operator>>(TNqiostream& (*manipulator)(TNqiostream&));
 
-    // ---- Text out
-    // ----------------------------------------------------------------------------------------------------
+    // ---- Text out --------------------------------------------------------------------------------------------------
 
     virtual TNqiostream& operator<<(const int8* text); // up to the NUL, without quotes
     virtual TNqiostream& operator<<(const uint8* text);
@@ -161,8 +159,7 @@ public:
     virtual TNqiostream& operator<<(const TNqString& text); // quoted
     virtual TNqiostream& operator<<(TNqiostream& (*manipulator)(TNqiostream&));
 
-    // ---- References to other files, contexts, localized strings
-    // --------------------------------------------------------
+    // ---- References to other files, contexts, localized strings ----------------------------------------------------
 
     // A path as a quoted string. The file stream stores it relative to its own folder. `path` holds up to 1023 bytes
     // and a NUL.
@@ -180,8 +177,7 @@ public:
     virtual boolean ReadLocalizedString(TNqString& text);
     virtual void ReadLocalizedDynamicString(TNqDynamicString& text);
 
-    // ---- Bytes, lines, words
-    // -------------------------------------------------------------------------------------------
+    // ---- Bytes, lines, words ---------------------------------------------------------------------------------------
 
     int32 tellg() { return tell(); }
     void seekg(int32 offset, seek_dir dir) { seek(offset, dir); }
@@ -207,8 +203,7 @@ public:
     int8 myipfx();
     boolean isWhite(int8 c) const;
 
-    // ---- Numbers and strings: what the operators do
-    // ----------------------------------------------------------------------
+    // ---- Numbers and strings: what the operators do ----------------------------------------------------------------
 
     void readlong(int32& value);
     void readunsignedlong(uint32& value);
@@ -226,8 +221,7 @@ public:
     // such string.
     boolean ReadSingleLineQuotedString(TNqString& text, uint32 maxLength);
 
-    // ---- State and format
-    // --------------------------------------------------------------------------------------------
+    // ---- State and format ------------------------------------------------------------------------------------------
 
     boolean good() const { return fState == 0; }
     boolean eof() const { return fState & eofbit; }
@@ -244,8 +238,7 @@ public:
     int32 setf(int32 bits, int32 mask);
     int32 unsetf(int32 mask);
 
-    // ---- What belongs to the stream
-    // --------------------------------------------------------------------------------------
+    // ---- What belongs to the stream --------------------------------------------------------------------------------
 
     // Attaches a copy of `size` bytes under `id`, in place of the one before. Without memory, reported, nothing
     // changes.

@@ -11,8 +11,7 @@
 // position backwards, or drops the buffer, writes them first. The host's own position means nothing between two calls:
 // every load and every flush sets it.
 
-// ---- Opening and closing
-// -----------------------------------------------------------------------------------------------
+// ---- Opening and closing -------------------------------------------------------------------------------------------
 
 TNqfstream::TNqfstream()
     : fBuffer(nullptr),
@@ -182,8 +181,7 @@ void TNqfstream::CloseFile()
         streamfail(error);
 }
 
-// ---- The buffer
-// --------------------------------------------------------------------------------------------------------
+// ---- The buffer ----------------------------------------------------------------------------------------------------
 
 // Forgets what the buffer holds and goes to a position.
 void TNqfstream::DropBuffer(int64 position)
@@ -275,8 +273,7 @@ boolean TNqfstream::LoadPrevBuffer()
     return true;
 }
 
-// ---- Reading
-// -----------------------------------------------------------------------------------------------------------
+// ---- Reading -------------------------------------------------------------------------------------------------------
 
 void TNqfstream::read(int8* data, int32 count)
 {
@@ -361,8 +358,7 @@ void TNqfstream::putback(int8 c)
     }
 }
 
-// ---- Writing
-// -----------------------------------------------------------------------------------------------------------
+// ---- Writing -------------------------------------------------------------------------------------------------------
 
 void TNqfstream::write(const int8* data, int32 count)
 {
@@ -417,8 +413,7 @@ void TNqfstream::WriteUnbuffered(const int8* data, uint32 count)
     fFileSize = std::max(fFileSize, position);
 }
 
-// ---- Positions
-// ---------------------------------------------------------------------------------------------------------
+// ---- Positions -----------------------------------------------------------------------------------------------------
 
 int32 TNqfstream::tell()
 {
@@ -499,8 +494,7 @@ void TNqfstream::SetInfo(int32 creator, int32 type)
     fFile->SetTypeAndCreator(&id, &creator);
 }
 
-// ---- File references
-// ---------------------------------------------------------------------------------------------------
+// ---- File references -----------------------------------------------------------------------------------------------
 
 namespace
 {
@@ -639,8 +633,7 @@ void TNqfstream::GetPathRelativeFolder(TNqString& folder)
         TNqiostream::GetPathRelativeFolder(folder);
 }
 
-// ---- Contexts
-// ----------------------------------------------------------------------------------------------------------
+// ---- Contexts ------------------------------------------------------------------------------------------------------
 
 TNqiostreamContext* TNqfstream::GetContext()
 {

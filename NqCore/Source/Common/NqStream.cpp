@@ -23,8 +23,7 @@ bool NqTextEncoder::IsTable(ITranscoder* encoding)
 
 TNqiostreamContext::~TNqiostreamContext() = default;
 
-// ---- Construction
-// ------------------------------------------------------------------------------------------------------
+// ---- Construction --------------------------------------------------------------------------------------------------
 
 TNqiostream::TNqiostream()
     : fFlags(0),
@@ -48,8 +47,7 @@ TNqiostream::~TNqiostream()
     Nqfree(fInfos);
 }
 
-// ---- Primitives
-// --------------------------------------------------------------------------------------------------------
+// ---- Primitives ----------------------------------------------------------------------------------------------------
 
 void TNqiostream::get(int8& c)
 {
@@ -73,8 +71,7 @@ boolean TNqiostream::isWhite(int8 c) const
     return *separator != 0;
 }
 
-// ---- Extraction
-// --------------------------------------------------------------------------------------------------------
+// ---- Extraction ----------------------------------------------------------------------------------------------------
 
 namespace
 {
@@ -211,8 +208,7 @@ boolean TNqiostream::ReadSingleLineQuotedString(TNqString& text, uint32 maxLengt
     return true;
 }
 
-// ---- Insertion
-// ---------------------------------------------------------------------------------------------------------
+// ---- Insertion -----------------------------------------------------------------------------------------------------
 
 TNqiostream& TNqiostream::operator<<(const int8* text)
 {
@@ -342,8 +338,7 @@ TNqiostream& hex(TNqiostream& stream)
     return stream;
 }
 
-// ---- Lines
-// -------------------------------------------------------------------------------------------------------------
+// ---- Lines ---------------------------------------------------------------------------------------------------------
 
 namespace
 {
@@ -413,8 +408,7 @@ int8 TNqiostream::getLine(TNqDynamicString& line, int8 delim)
     return lineEnd.fByte;
 }
 
-// ---- State and format
-// ----------------------------------------------------------------------------------------------------
+// ---- State and format ----------------------------------------------------------------------------------------------
 
 int32 TNqiostream::precision(int32 decimals)
 {
@@ -441,8 +435,7 @@ int32 TNqiostream::unsetf(int32 mask)
     return fFlags &= !mask;
 }
 
-// ---- What belongs to the stream
-// ------------------------------------------------------------------------------------------
+// ---- What belongs to the stream ------------------------------------------------------------------------------------
 
 namespace
 {
@@ -554,8 +547,7 @@ void TNqiostream::SetStreamContext(IStreamContext* context)
     fStreamContext = context;
 }
 
-// ---- File references, contexts, localized strings
-// ---------------------------------------------------------------------------
+// ---- File references, contexts, localized strings ------------------------------------------------------------------
 
 void TNqiostream::readFileRef(int8* path)
 {
