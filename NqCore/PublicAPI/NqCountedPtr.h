@@ -1,8 +1,8 @@
 // A pointer that holds one reference of a counted interface.
 //
-//     TNqCountedPtr<ITranscoder> transcoder;
-//     TUTF8Transcoder::Create(&transcoder);      // `&` gives the slot itself, for factories
-//     transcoder->Encode('a');
+//     TNqCountedPtr<IMyService> service;
+//     TMyService::Create(&service);      // `&` gives the slot itself, for factories
+//     service->Answer();
 //
 // Every use is checked against the dead-object sentinel; a dead or null pointer is reported, and a dead one is never
 // dereferenced, counted or released. Threads: a pointer belongs to one thread; what it points to is as its class says.
