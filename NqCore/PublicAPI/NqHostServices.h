@@ -26,8 +26,7 @@ class TNqAtomicCounter;
 // How classes hold one host counter. The class that made the counter destroys it.
 using TNqAtomicCounterHolder = TNqAtomicCounter*;
 
-// ---- Raw memory
-// --------------------------------------------------------------------------------------------------------------
+// ---- Raw memory -----------------------------------------------------------------------------------------------------
 
 // A block suitably aligned for any scalar, or null. Nqrealloc keeps the contents, and the old block when it fails; its
 // size is 32-bit.
@@ -35,19 +34,16 @@ void* Nqmalloc(unsigned long byteCount);
 void* Nqrealloc(void* block, unsigned int byteCount);
 void Nqfree(void* block);
 
-// ---- Reports: Nq_CallAssert_ and Nq_CallNotify_ stand in NqCompiler.h
-// -----------------------------------------------------------
+// ---- Reports: Nq_CallAssert_ and Nq_CallNotify_ stand in NqCompiler.h -----------------------------------------------
 
-// ---- Critical sections: recursive for the thread that owns them
-// ------------------------------------------------------------------
+// ---- Critical sections: recursive for the thread that owns them -----------------------------------------------------
 
 TNqCriticalSection* NewCS();
 void EnterCS(TNqCriticalSection* inSection);
 void LeaveCS(TNqCriticalSection* inSection);
 void DeleteCS(TNqCriticalSection* inSection);
 
-// ---- Counting semaphores
-// -------------------------------------------------------------------------------------------------------
+// ---- Counting semaphores --------------------------------------------------------------------------------------------
 
 // Saturates at maxCount: a signal at the maximum does nothing.
 TNqSemaphore* NewSemaphore(int maxCount, int initialCount);
@@ -56,9 +52,9 @@ void SignalSemaphore(TNqSemaphore* inSemaphore);
 NqErr WaitForSemaphore(TNqSemaphore* inSemaphore, int inMilliseconds);
 void DeleteSemaphore(TNqSemaphore* inSemaphore);
 
-// ---- Atomic counters: 32-bit, sequentially consistent, new ones at 0
-// ---------------------------------------------------------------
+// ---- Atomic counters: 32-bit, new ones at 0 -------------------------------------------------------------------------
 
+// All operations but the plain read are sequentially consistent; that one orders nothing.
 TNqAtomicCounter* NewAtomicCounter();
 void DeleteAtomicCounter(TNqAtomicCounter* inCounter);
 int32 IncrementAtomicCounter(TNqAtomicCounter*& ioCounter); // the value after the increment
@@ -67,21 +63,18 @@ int32 GetAtomicCounterValue(TNqAtomicCounter* inCounter);
 int32 GetAtomicCounterValueOrdered(TNqAtomicCounter* const& inCounter); // ordered against earlier memory operations
 void SetAtomicCounterValue(TNqAtomicCounter*& ioCounter, int inValue);
 
-// ---- Multiprocessing
-// ------------------------------------------------------------------------------------------------------------
+// ---- Multiprocessing ------------------------------------------------------------------------------------------------
 
 void InitSysDepSMP(unsigned char inFlag);
 void TerminateSysDepSMP();
 boolean IsInMainSMPProcess();                   // false on the threads of the worker pool
 TNqLocalStorageDataPtrArray* GetLocalStorage(); // the calling thread's table, null when it has none
 
-// ---- Text: the byte translation that strings use, or null
-// -------------------------------------------------------------------------
+// ---- Text: the byte translation that strings use, or null -----------------------------------------------------------
 
 TNqAsciiTranslationTable* GetAsciiTranslationTable();
 
-// ---- Service objects
-// --------------------------------------------------------------------------------------------------------------
+// ---- Service objects ------------------------------------------------------------------------------------------------
 
 // The object allocator. The library calls the last four operations; the host may use the seven before as it likes.
 class IShMemoryUtilities
