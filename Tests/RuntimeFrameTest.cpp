@@ -1,10 +1,12 @@
 #include "NqCore/PublicAPI/NqCountedObject.h"
 #include "NqCore/PublicAPI/NqMath.h"
 #include "NqCore/PublicAPI/NqMemoryCopy.h"
+#include "NqCore/PublicAPI/NqTiming.h"
 #include "Tests/TestHost.h"
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <random>
 
 namespace
@@ -147,6 +149,17 @@ TEST_F(RuntimeFrame, LargerAndSmallerOfRealsPreferTheSecond)
     EXPECT_TRUE(std::signbit(Nq_Min(0.0F, -0.0F)));
     EXPECT_EQ(Nq_Max(3, -7, 5), 5);
     EXPECT_EQ(Nq_Min(uint32(0xFFFFFFFF), uint32(1)), 1U);
+}
+
+TEST_F(RuntimeFrame, TimesWrapInsteadOfBeingUndefined)
+{
+    const int64 largest = std::numeric_limits<int64>::max();
+    TNqTiming sum(largest);
+    sum += TNqTiming(1);
+    EXPECT_EQ(sum.GetTime(), -largest - 1);
+    EXPECT_EQ((sum - TNqTiming(1)).GetTime(), largest);
+    EXPECT_EQ((2 * TNqTiming(largest)).GetTime(), -2);
+    EXPECT_EQ((TNqTiming(-7) * -3 / 2).GetTime(), 10);
 }
 
 TEST_F(RuntimeFrame, FillsAtEveryAlignmentWriteTheirExactBytes)

@@ -4,7 +4,7 @@
 //     Work();
 //     const TNqTiming spent = TNqTiming::Now() - start;
 //
-// Threads: a value like any other. Arithmetic is 64-bit integer arithmetic.
+// Threads: a value like any other. Arithmetic is 64-bit integer arithmetic, which wraps on overflow.
 
 #pragma once
 
@@ -21,27 +21,26 @@ public:
 
     constexpr int64 GetTime() const { return fTime; }
 
-    TNqTiming& operator+=(const TNqTiming& inOther)
-    {
-        fTime += inOther.fTime;
-        return *this;
-    }
+    TNqTiming& operator+=(const TNqTiming& inOther) { return *this = *this + inOther; }
 
     friend constexpr TNqTiming operator+(const TNqTiming& a, const TNqTiming& b)
     {
-        return TNqTiming(a.fTime + b.fTime);
+        return Wrapped(Bits(a.fTime) + Bits(b.fTime));
     }
     friend constexpr TNqTiming operator-(const TNqTiming& a, const TNqTiming& b)
     {
-        return TNqTiming(a.fTime - b.fTime);
+        return Wrapped(Bits(a.fTime) - Bits(b.fTime));
     }
-    friend constexpr TNqTiming operator*(int32 n, const TNqTiming& t) { return TNqTiming(n * t.fTime); }
-    friend constexpr TNqTiming operator*(const TNqTiming& t, int32 n) { return TNqTiming(t.fTime * n); }
+    friend constexpr TNqTiming operator*(int32 n, const TNqTiming& t) { return Wrapped(Bits(n) * Bits(t.fTime)); }
+    friend constexpr TNqTiming operator*(const TNqTiming& t, int32 n) { return n * t; }
     friend constexpr TNqTiming operator/(const TNqTiming& t, int32 n) { return TNqTiming(t.fTime / n); }
     friend constexpr bool operator>(const TNqTiming& a, const TNqTiming& b) { return a.fTime > b.fTime; }
     friend constexpr bool operator==(const TNqTiming& a, const TNqTiming& b) { return a.fTime == b.fTime; }
 
 private:
+    static constexpr uint64 Bits(int64 value) { return static_cast<uint64>(value); }
+    static constexpr TNqTiming Wrapped(uint64 bits) { return TNqTiming(static_cast<int64>(bits)); }
+
     int64 fTime;
 };
 
