@@ -351,6 +351,28 @@ TEST_F(ArrayTest, AConstructorWithoutMemoryLeavesAnArrayThatIsReportedAndStillFr
     EXPECT_EQ(*boxes.AddElem()->fValue, 7);
 }
 
+TEST_F(ArrayTest, AnElementThatCannotBeCopiedLeavesNothingBehind)
+{
+    struct TStubborn : TBox
+    {
+        TStubborn() = default;
+        TStubborn(const TStubborn& other) : TBox(other)
+        {
+            if (*fValue == 13)
+                throw 13;
+        }
+    };
+    TNqClassArray<TStubborn> source;
+    ASSERT_TRUE(source.SetElemCount(3));
+    *source[2].fValue = 13;
+    EXPECT_THROW(TNqClassArray<TStubborn>{source}, int); // its block must not leak either
+    TNqClassArray<TStubborn> target;
+    EXPECT_THROW(target = source, int);
+    EXPECT_EQ(target.GetElemCount(), 0U);
+    EXPECT_THROW(target.AddElem(source[2]), int);
+    EXPECT_EQ(TBox::fAlive, 3);
+}
+
 TEST_F(ArrayTest, IndicesOutsideTheCountAreReportedAndNothingBeyondTheBlockIsTouched)
 {
     TNqArray<int32> array(2, 4, 1, true);

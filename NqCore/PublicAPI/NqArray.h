@@ -370,11 +370,10 @@ public:
     }
 
     // A copy with zero memory on; it has smart growth when `source` has.
-    TNqArray(const TNqArray& source) : TBase()
+    TNqArray(const TNqArray& source) : TNqArray()
     {
-        const bool allocated = ArrayAlloc(0, 0, 1, true);
+        this->SetGrowSize(1);
         *this = source;
-        this->FinishConstruction(allocated, false);
     }
 
     ~TNqArray() { this->FinishDestruction(); }

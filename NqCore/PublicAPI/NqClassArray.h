@@ -39,11 +39,10 @@ public:
     TNqClassArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1), true); }
 
     // A copy, element by element; it has smart growth when `source` has.
-    TNqClassArray(const TNqClassArray& source) : TBase()
+    TNqClassArray(const TNqClassArray& source) : TNqClassArray()
     {
-        const bool allocated = ArrayAlloc(0, 0, 1);
+        this->SetGrowSize(1);
         *this = source;
-        this->FinishConstruction(allocated, false);
     }
 
     ~TNqClassArray() { this->FinishDestruction(); }

@@ -41,11 +41,10 @@ public:
     }
 
     // The same pointers, zero memory on; it has smart growth when `source` has.
-    TNqPtrArray(const TNqPtrArray& source) : TBase()
+    TNqPtrArray(const TNqPtrArray& source) : TNqPtrArray()
     {
-        const bool allocated = ArrayAlloc(0, 0, 1, true);
+        this->SetGrowSize(1);
         *this = source;
-        this->FinishConstruction(allocated, false);
     }
 
     ~TNqPtrArray() { this->FinishDestruction(); }
@@ -144,11 +143,10 @@ public:
     TNqCountedPtrArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1), true); }
 
     // The same objects, with references of its own; it has smart growth when `source` has.
-    TNqCountedPtrArray(const TNqCountedPtrArray& source) : TBase()
+    TNqCountedPtrArray(const TNqCountedPtrArray& source) : TNqCountedPtrArray()
     {
-        const bool allocated = ArrayAlloc(0, 0, 1);
+        this->SetGrowSize(1);
         *this = source;
-        this->FinishConstruction(allocated, false);
     }
 
     ~TNqCountedPtrArray() { this->FinishDestruction(); }
