@@ -389,9 +389,10 @@ public:
     using TBase::GetZeroMem;
     using TBase::SetZeroMem;
 
-    // SetElemCount(n): exactly n elements; growth allocates exactly n. AddElemCount(n): n more, with the space rounded
-    // up to a multiple of the growth step; without a step reported and false. Of what the block holds already,
-    // SetElemCount zeroes only what it drops, and only with zero memory on: without it new elements are indeterminate.
+    // SetElemCount(n): exactly n elements; growth allocates exactly n. A count that is too large is reported, and its
+    // low 32 bits are taken. AddElemCount(n): n more, with the space rounded up to a multiple of the growth step;
+    // without a step reported and false. Of what the block holds already, SetElemCount zeroes only what it drops, and
+    // only with zero memory on: without it new elements are indeterminate.
     using TBase::AddElemCount;
     using TBase::SetElemCount;
 

@@ -126,6 +126,8 @@ private:
 //     files[0]->AddRef();            // reading a slot gives the pointer, not the slot
 //
 // T has the AddRef and Release of INqUnknown. A replaced object is released last, when the array is in order again.
+// Objects that leave with a lower count or space are released one after the other: their end must not grow or free the
+// array.
 template <typename T>
 class TNqCountedPtrArray : public TNqArrayBase<TNqCountedPtrArray<T>, T*>
 {
