@@ -8,6 +8,7 @@
 
 #include "NqCore/PublicAPI/NqBasicTypes.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <vector>

@@ -1,0 +1,223 @@
+// Many small objects with named attributes: what a tokenizer spends on names, strings and single numbers.
+
+#include "Benchmarks/Bench.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqCore/PublicAPI/NqStream.h"
+#include "NqCore/PublicAPI/NqToken.h"
+
+#include <pugixml.hpp>
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+using namespace NqBench;
+
+namespace
+{
+
+constexpr int32 kObject = 0x4F424A54;  // OBJT
+constexpr int32 kName = 0x4E414D45;    // NAME
+constexpr int32 kId = 0x49444E54;      // IDNT
+constexpr int32 kVisible = 0x56495349; // VISI
+constexpr int32 kMass = 0x4D415353;    // MASS
+
+constexpr int64 kAttributes = 4; // of each object
+
+int64 AttributeCount()
+{
+    return static_cast<int64>(Objects().size()) * kAttributes;
+}
+
+// ---- NqCore ---------------------------------------------------------------------------------------------------------
+
+std::string TokenText()
+{
+    TNqstrstream stream(kUTF8Transcoder);
+    for (const TObject& object : Objects())
+    {
+        NqToken::PutBeginToken(stream, kObject, false);
+        NqToken::PutNonLocalizedStringAttribute(stream, kName, TNqString255(object.fName.c_str()), false);
+        NqToken::PutInt32Attribute(stream, kId, object.fId);
+        NqToken::PutBooleanAttribute(stream, kVisible, object.fVisible);
+        NqToken::PutReal32Attribute(stream, kMass, object.fMass);
+        NqToken::PutEndToken(stream);
+    }
+    const size_t size = static_cast<size_t>(stream.pcount());
+    int8* block = stream.str();
+    std::string text(block, size);
+    Nqfree(block);
+    return text;
+}
+
+TObject GetObject(TNqiostream& ioStream)
+{
+    TObject object{};
+    int8 token[NqToken::kTokenBufferSize];
+    NqToken::GetBeginToken(ioStream);
+    while (NqToken::GetNextToken(ioStream, token, false) == 0 && !NqToken::IsEndToken(token))
+        switch (NqToken::CompactAttribute(token))
+        {
+        case kName:
+            object.fName = NqToken::GetNonLocalizedStringToken(ioStream).StrGet();
+            break;
+        case kId:
+            object.fId = NqToken::GetInt32Token(ioStream);
+            break;
+        case kVisible:
+            object.fVisible = NqToken::GetBooleanToken(ioStream) != 0;
+            break;
+        case kMass:
+            object.fMass = NqToken::GetReal32Token(ioStream);
+            break;
+        default:
+            NqToken::SkipTokenData(ioStream);
+        }
+    return object;
+}
+
+void WriteTokens(benchmark::State& state)
+{
+    size_t size = 0;
+    for (auto _ : state)
+        size = TokenText().size();
+    Finish(state, AttributeCount(), size, size > 0);
+}
+
+void ReadTokens(benchmark::State& state)
+{
+    std::string text = TokenText();
+    std::vector<TObject> objects;
+    for (auto _ : state)
+    {
+        TNqstrstream stream(text.data(), static_cast<int32>(text.size()), kUTF8Transcoder, eRead);
+        int8 token[NqToken::kTokenBufferSize];
+        objects.clear();
+        while (NqToken::GetNextToken(stream, token, false) == 0)
+            objects.push_back(GetObject(stream));
+    }
+    Finish(state, AttributeCount(), text.size(), AreLike(objects, Objects()));
+}
+
+// Only the tokens, as a program that looks for one name would pass them.
+void SkipTokens(benchmark::State& state)
+{
+    std::string text = TokenText();
+    size_t blocks = 0;
+    for (auto _ : state)
+    {
+        TNqstrstream stream(text.data(), static_cast<int32>(text.size()), kUTF8Transcoder, eRead);
+        int8 token[NqToken::kTokenBufferSize];
+        for (blocks = 0; NqToken::GetNextToken(stream, token, false) == 0; ++blocks)
+            NqToken::SkipTokenData(stream);
+    }
+    Finish(state, AttributeCount(), text.size(), blocks == Objects().size());
+}
+
+// ---- RapidJSON ------------------------------------------------------------------------------------------------------
+
+std::string JsonText()
+{
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartArray();
+    for (const TObject& object : Objects())
+    {
+        writer.StartObject();
+        writer.Key("name");
+        writer.String(object.fName.c_str(), static_cast<rapidjson::SizeType>(object.fName.size()));
+        writer.Key("id");
+        writer.Int(object.fId);
+        writer.Key("visible");
+        writer.Bool(object.fVisible);
+        writer.Key("mass");
+        writer.Double(object.fMass);
+        writer.EndObject();
+    }
+    writer.EndArray();
+    return {buffer.GetString(), buffer.GetSize()};
+}
+
+void WriteJson(benchmark::State& state)
+{
+    size_t size = 0;
+    for (auto _ : state)
+        size = JsonText().size();
+    Finish(state, AttributeCount(), size, size > 0);
+}
+
+void ReadJson(benchmark::State& state)
+{
+    const std::string text = JsonText();
+    std::vector<TObject> objects;
+    for (auto _ : state)
+    {
+        rapidjson::Document document;
+        document.Parse(text.data(), text.size());
+        objects.clear();
+        for (const auto& value : document.GetArray())
+            objects.push_back({value["name"].GetString(), value["id"].GetInt(), value["visible"].GetBool(),
+                               value["mass"].GetFloat()});
+    }
+    Finish(state, AttributeCount(), text.size(), AreLike(objects, Objects()));
+}
+
+// ---- pugixml --------------------------------------------------------------------------------------------------------
+
+struct TStringWriter : pugi::xml_writer
+{
+    void write(const void* data, size_t size) override { fText.append(static_cast<const char*>(data), size); }
+    std::string fText;
+};
+
+std::string XmlText()
+{
+    pugi::xml_document document;
+    pugi::xml_node root = document.append_child("objects");
+    for (const TObject& object : Objects())
+    {
+        pugi::xml_node node = root.append_child("object");
+        node.append_attribute("name") = object.fName.c_str();
+        node.append_attribute("id") = object.fId;
+        node.append_attribute("visible") = object.fVisible;
+        node.append_attribute("mass") = object.fMass;
+    }
+    TStringWriter writer;
+    document.save(writer, "", pugi::format_raw);
+    return writer.fText;
+}
+
+void WriteXml(benchmark::State& state)
+{
+    size_t size = 0;
+    for (auto _ : state)
+        size = XmlText().size();
+    Finish(state, AttributeCount(), size, size > 0);
+}
+
+void ReadXml(benchmark::State& state)
+{
+    const std::string text = XmlText();
+    std::vector<TObject> objects;
+    for (auto _ : state)
+    {
+        pugi::xml_document document;
+        document.load_buffer(text.data(), text.size());
+        objects.clear();
+        for (const pugi::xml_node node : document.child("objects"))
+            objects.push_back({node.attribute("name").value(), node.attribute("id").as_int(),
+                               node.attribute("visible").as_bool(), node.attribute("mass").as_float()});
+    }
+    Finish(state, AttributeCount(), text.size(), AreLike(objects, Objects()));
+}
+
+} // namespace
+
+NQ_BENCHMARK(WriteTokens, "write small attributes/NqCore tokens");
+NQ_BENCHMARK(WriteJson, "write small attributes/RapidJSON");
+NQ_BENCHMARK(WriteXml, "write small attributes/pugixml");
+
+NQ_BENCHMARK(ReadTokens, "read small attributes/NqCore tokens");
+NQ_BENCHMARK(SkipTokens, "read small attributes/NqCore, skipped only");
+NQ_BENCHMARK(ReadJson, "read small attributes/RapidJSON document");
+NQ_BENCHMARK(ReadXml, "read small attributes/pugixml document");

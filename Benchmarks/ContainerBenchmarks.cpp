@@ -1,0 +1,306 @@
+// Arrays and strings beside those of the standard library, and the ways from one encoding to another.
+
+#include "Benchmarks/Bench.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqCore/PublicAPI/NqArray.h"
+#include "NqCore/PublicAPI/NqString.h"
+
+#include <QString>
+
+#include <algorithm>
+#include <numeric>
+
+using namespace NqBench;
+
+namespace
+{
+
+// ---- Arrays ------------------------------------------------------------------------------------------------------------------
+
+constexpr int32 kElements = 1000000;
+constexpr int64 kElementSum = int64{kElements} * (kElements - 1) / 2;
+
+void AppendCore(benchmark::State& state)
+{
+    uint32 count = 0;
+    for (auto _ : state)
+    {
+        TNqArray<int32> array;
+        if (state.range(0) != 0)
+            array.SetElemSpace(kElements);
+        for (int32 i = 0; i < kElements; ++i)
+            array.AddElem(i);
+        count = array.GetElemCount();
+        benchmark::DoNotOptimize(array.BaseAddress());
+    }
+    Finish(state, kElements, 0, count == kElements);
+}
+
+void AppendStandard(benchmark::State& state)
+{
+    size_t count = 0;
+    for (auto _ : state)
+    {
+        std::vector<int32> array;
+        if (state.range(0) != 0)
+            array.reserve(kElements);
+        for (int32 i = 0; i < kElements; ++i)
+            array.push_back(i);
+        count = array.size();
+        benchmark::DoNotOptimize(array.data());
+    }
+    Finish(state, kElements, 0, count == kElements);
+}
+
+void IndexCore(benchmark::State& state)
+{
+    TNqArray<int32> array;
+    array.SetElemCount(kElements);
+    for (int32 i = 0; i < kElements; ++i)
+        array.SetElem(static_cast<uint32>(i), i);
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (uint32 i = 0; i < array.GetElemCount(); ++i)
+            sum += array[i];
+        benchmark::DoNotOptimize(sum);
+    }
+    Finish(state, kElements, 0, sum == kElementSum);
+}
+
+// Checked like the library's own index operator.
+void IndexStandard(benchmark::State& state)
+{
+    std::vector<int32> array(kElements);
+    std::iota(array.begin(), array.end(), 0);
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (size_t i = 0; i < array.size(); ++i)
+            sum += array.at(i);
+        benchmark::DoNotOptimize(sum);
+    }
+    Finish(state, kElements, 0, sum == kElementSum);
+}
+
+// ---- Strings -----------------------------------------------------------------------------------------------------------------
+
+constexpr int kNames = 100000;
+
+void NamesCore(benchmark::State& state)
+{
+    uint32 length = 0;
+    for (auto _ : state)
+    {
+        length = 0;
+        for (int32 i = 0; i < kNames; ++i)
+        {
+            TNqString31 name("object ");
+            TNqString15 number;
+            number.FromInt32(i);
+            name += number;
+            length += name.Length();
+        }
+        benchmark::DoNotOptimize(length);
+    }
+    Finish(state, kNames, 0, length == 7 * kNames + 488890);
+}
+
+void NamesStandard(benchmark::State& state)
+{
+    size_t length = 0;
+    for (auto _ : state)
+    {
+        length = 0;
+        for (int32 i = 0; i < kNames; ++i)
+        {
+            std::string name("object ");
+            name += std::to_string(i);
+            length += name.size();
+        }
+        benchmark::DoNotOptimize(length);
+    }
+    Finish(state, kNames, 0, length == 7 * kNames + 488890);
+}
+
+constexpr char kAbsent[] = "fox jumps";
+
+void SearchCore(benchmark::State& state)
+{
+    const TNqDynamicString text(Prose().data(), static_cast<uint32>(Prose().size()));
+    const TNqString15 pattern(kAbsent);
+    uint32 found = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(found = text.SearchStr(pattern, 0));
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), found == kNqNotFound);
+}
+
+void SearchStandard(benchmark::State& state)
+{
+    size_t found = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(found = Prose().find(kAbsent));
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), found == std::string::npos);
+}
+
+void ReplaceCore(benchmark::State& state)
+{
+    const TNqString15 pattern("fox");
+    const TNqString15 replacement("vixen");
+    uint32 count = 0;
+    for (auto _ : state)
+    {
+        TNqDynamicString text(Prose().data(), static_cast<uint32>(Prose().size()));
+        count = text.ReplaceStr(pattern, replacement, 0);
+        benchmark::DoNotOptimize(text.StrGet());
+    }
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), count > 10000);
+}
+
+void ReplaceStandard(benchmark::State& state)
+{
+    size_t count = 0;
+    for (auto _ : state)
+    {
+        std::string text;
+        size_t start = 0;
+        count = 0;
+        for (size_t at = Prose().find("fox"); at != std::string::npos; at = Prose().find("fox", start), ++count)
+        {
+            text.append(Prose(), start, at - start).append("vixen");
+            start = at + 3;
+        }
+        text.append(Prose(), start);
+        benchmark::DoNotOptimize(text.data());
+    }
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), count > 10000);
+}
+
+void UpperCore(benchmark::State& state)
+{
+    const TNqDynamicString text(Prose().data(), static_cast<uint32>(Prose().size()));
+    bool changed = false;
+    for (auto _ : state)
+    {
+        TNqDynamicString upper(text);
+        upper.ToUpper();
+        changed = upper != text;
+    }
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), changed);
+}
+
+void UpperQt(benchmark::State& state)
+{
+    const QByteArray text = QByteArray::fromStdString(Prose());
+    bool changed = false;
+    for (auto _ : state)
+        changed = QString::fromUtf8(text).toUpper().toUtf8() != text;
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), changed);
+}
+
+// ---- Transcoding: UTF-8 to 16-bit characters, and these to an encoding --------------------------------------------------------------
+
+// The characters, one by one as streams take them.
+void DecodeUTF8Core(benchmark::State& state)
+{
+    TNqCountedPtr<ITranscoder> transcoder;
+    NqCreateTranscoder(transcoder, kUTF8Transcoder);
+    std::vector<uint16> characters;
+    for (auto _ : state)
+    {
+        characters.clear();
+        for (const char byte : Prose())
+        {
+            const uint16 ch = transcoder->Encode(static_cast<uint8>(byte));
+            if (ch != kNqNoCharacter)
+                characters.push_back(ch);
+        }
+    }
+    const QString expected = QString::fromStdString(Prose());
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(),
+           static_cast<qsizetype>(characters.size()) == expected.size());
+}
+
+void ToUnicodeCore(benchmark::State& state)
+{
+    const TNqDynamicString text(Prose().data(), static_cast<uint32>(Prose().size()));
+    std::vector<uint16> characters(text.Length() + 1);
+    const uint16* end = nullptr;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(end = text.ToUnicode(characters.data(), static_cast<int32>(characters.size())));
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), end == &characters.back());
+}
+
+void DecodeUTF8Qt(benchmark::State& state)
+{
+    const QByteArray text = QByteArray::fromStdString(Prose());
+    qsizetype length = 0;
+    for (auto _ : state)
+        length = QString::fromUtf8(text).size();
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), length > 0);
+}
+
+void EncodeCore(benchmark::State& state)
+{
+    TNqCountedPtr<ITranscoder> transcoder;
+    NqCreateTranscoder(transcoder, static_cast<TranscoderType>(state.range(0)));
+    const QString characters = QString::fromStdString(Prose());
+    std::vector<uint8> bytes;
+    for (auto _ : state)
+    {
+        bytes.clear();
+        for (const QChar ch : characters)
+        {
+            const TNqArray<uint8>& encoded = transcoder->Decode(ch.unicode());
+            bytes.insert(bytes.end(), encoded.BaseAddress(), encoded.BaseAddress() + encoded.GetElemCount());
+        }
+    }
+    Finish(state, characters.size(), bytes.size(), !bytes.empty());
+}
+
+void EncodeUTF8Qt(benchmark::State& state)
+{
+    const QString characters = QString::fromStdString(Prose());
+    size_t size = 0;
+    for (auto _ : state)
+        size = static_cast<size_t>(characters.toUtf8().size());
+    Finish(state, characters.size(), size, size == Prose().size());
+}
+
+void EncodeLatin1Qt(benchmark::State& state)
+{
+    const QString characters = QString::fromStdString(Prose());
+    size_t size = 0;
+    for (auto _ : state)
+        size = static_cast<size_t>(characters.toLatin1().size());
+    Finish(state, characters.size(), size, size > 0);
+}
+
+} // namespace
+
+NQ_BENCHMARK(AppendCore, "append to an array/TNqArray")->Arg(0);
+NQ_BENCHMARK(AppendStandard, "append to an array/std::vector")->Arg(0);
+NQ_BENCHMARK(AppendCore, "append to a reserved array/TNqArray")->Arg(1);
+NQ_BENCHMARK(AppendStandard, "append to a reserved array/std::vector")->Arg(1);
+NQ_BENCHMARK(IndexCore, "sum an array by index/TNqArray");
+NQ_BENCHMARK(IndexStandard, "sum an array by index/std::vector, at()");
+
+NQ_BENCHMARK(NamesCore, "build short names/TNqString31");
+NQ_BENCHMARK(NamesStandard, "build short names/std::string");
+NQ_BENCHMARK(SearchCore, "search a long text/TNqDynamicString");
+NQ_BENCHMARK(SearchStandard, "search a long text/std::string");
+NQ_BENCHMARK(ReplaceCore, "replace in a long text/TNqDynamicString");
+NQ_BENCHMARK(ReplaceStandard, "replace in a long text/std::string");
+NQ_BENCHMARK(UpperCore, "change a long text to capitals/TNqDynamicString");
+NQ_BENCHMARK(UpperQt, "change a long text to capitals/QString");
+
+NQ_BENCHMARK(DecodeUTF8Core, "UTF-8 to characters/NqCore transcoder, by the byte");
+NQ_BENCHMARK(ToUnicodeCore, "UTF-8 to characters/TNqDynamicString::ToUnicode");
+NQ_BENCHMARK(DecodeUTF8Qt, "UTF-8 to characters/QString::fromUtf8");
+NQ_BENCHMARK(EncodeCore, "characters to UTF-8/NqCore transcoder, one by one")->Arg(kUTF8Transcoder);
+NQ_BENCHMARK(EncodeUTF8Qt, "characters to UTF-8/QString::toUtf8");
+NQ_BENCHMARK(EncodeCore, "characters to one byte each/NqCore, Windows-1252")->Arg(kAnsiTranscoder);
+NQ_BENCHMARK(EncodeCore, "characters to one byte each/NqCore, Mac OS Roman")->Arg(kMacTranscoder);
+NQ_BENCHMARK(EncodeLatin1Qt, "characters to one byte each/QString::toLatin1");
