@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Installs what the build needs on Debian. `setup.sh demo` takes the packages of the library and its tools, `setup.sh test` those of
-# the tests as well. Nothing happens when all of them are there already.
+# the tests as well, `setup.sh bench` those of the benchmarks. Nothing happens when all of them are there already.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build ccache pkg-config qt6-base-dev libicu-dev libcli11-dev libfmt-dev libassimp-dev assimp-testmodels)
 if [ "${1:-demo}" = test ]; then
   packages+=(libgtest-dev clang-14 clang-format)
+elif [ "${1:-demo}" = bench ]; then
+  packages+=(libbenchmark-dev rapidjson-dev libpugixml-dev)
 fi
 
 missing=()
