@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <optional>
 #include <random>
+#include <tuple>
 
 #include <unicode/uloc.h>
 
@@ -211,28 +212,18 @@ TEST_F(StringUtilsTest, LongTextsAreTranslatedInLinearTime)
 
 TEST_F(StringUtilsTest, TagsOfResourceTextsAreStripped)
 {
-    struct
-    {
-        const char* fText;
-        const char* fStripped;
-        const char* fBytesStripped;
-    } const cases[] = {
-        {"\f@x@Mhello@y", "hello", "\f@x@Mhello@y"},
-        {"@x@Mhello", "@x@Mhello", "hello"},
-        {"\fhello@y", "hello@y", "\fhello@y"},
-        {"\f@hello@y", "@hello@y", "\f@hello@y"},
-        {"@M@", "@M@", ""},
-        {"\f@\xC3\xA9@Mh\xC3\xA9@", "h\xC3\xA9", "\f@\xC3\xA9@Mh\xC3\xA9@"},
-        {"", "", ""},
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"\f@x@Mhello@y", "hello", "\f@x@Mhello@y"}, {"@x@Mhello", "@x@Mhello", "hello"},      {"", "", ""},
+        {"\fhello@y", "hello@y", "\fhello@y"},       {"\f@hello@y", "@hello@y", "\f@hello@y"}, {"@M@", "@M@", ""},
     };
-    for (const auto& c : cases)
+    for (const auto& [text, stripped, bytesStripped] : cases)
     {
-        TNqDynamicString s(c.fText);
+        TNqDynamicString s(text);
         s.TranslateAfterRead();
-        EXPECT_STREQ(s.GetString(), c.fStripped);
-        s = TNqString31(c.fText);
+        EXPECT_STREQ(s.GetString(), stripped);
+        s = TNqString31(text);
         s.TranslateSBAfterRead();
-        EXPECT_STREQ(s.GetString(), c.fBytesStripped);
+        EXPECT_STREQ(s.GetString(), bytesStripped);
         TNqString31 copy;
         s.TranslateBeforeWrite(copy);
         s.TranslateBeforeWrite(s);
@@ -242,29 +233,22 @@ TEST_F(StringUtilsTest, TagsOfResourceTextsAreStripped)
 
 TEST_F(StringUtilsTest, LineBreaksTakeTheWantedForm)
 {
-    struct
-    {
-        const char* fText;
-        const char* fUnix;
-        const char* fWin;
-    } const cases[] = {
-        {"a\r\nb\rc", "a\nb\nc", "a\r\nb\r\nc"},
-        {"\n\r\r\n\n", "\n\n\n\n", "\r\n\r\n\r\n\r\n"},
-        {"\xC3\xA9\r\xE2\x82\xAC", "\xC3\xA9\n\xE2\x82\xAC", "\xE9\r\n\xAC"},
-        {"", "", ""},
+    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+        {"a\r\nb\rc", "a\nb\nc", "a\rb\rc", "a\r\nb\r\nc"},
+        {"\n\r\r\n\n", "\n\n\n\n", "\r\r\r\r", "\r\n\r\n\r\n\r\n"},
+        {"\xC3\xA9\r\xFF\xE2\x82\xAC", "\xC3\xA9\n\xFF\xE2\x82\xAC", "\xC3\xA9\r\xFF\xE2\x82\xAC", "\xE9\r\n\xAC"},
     };
-    for (const auto& c : cases)
+    for (const auto& [text, asUnix, asMac, asWin] : cases)
     {
-        TNqDynamicString s(c.fText);
+        TNqDynamicString s(text.c_str());
         s.ConvertLineFeed(kUnixLineFeed);
-        EXPECT_STREQ(s.GetString(), c.fUnix);
+        EXPECT_EQ(Bytes(s), asUnix);
         s.ConvertLineFeed(kMacLineFeed);
-        std::string mac(c.fUnix);
-        std::replace(mac.begin(), mac.end(), '\n', '\r');
-        EXPECT_EQ(Bytes(s), mac);
+        EXPECT_EQ(Bytes(s), asMac);
+        s = TNqDynamicString(text.c_str());
         s.ConvertLineFeed(kWinLineFeed);
-        EXPECT_STREQ(s.GetString(), c.fWin);
-        EXPECT_EQ(TakeReports(), TTexts(s.ByteLength(), kStub)); // each byte is appended as a code
+        EXPECT_EQ(Bytes(s), asWin);
+        EXPECT_EQ(TakeReports(), TTexts(asWin.size(), kStub)); // each byte is appended as a code
     }
 }
 
@@ -368,22 +352,17 @@ TEST_F(StringUtilsTest, QtTextsSurviveTheRoundTrip)
 
 TEST_F(StringUtilsTest, TheOrderIsThatOfTheUsersLanguage)
 {
-    struct
-    {
-        const char* fLocale;
-        const char* fLess;
-        const char* fGreater;
-    } const cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"en_US_POSIX", "a", "B"}, {"en_US_POSIX", "a", "A"}, {"de_DE", "\xC3\xB6", "z"}, {"sv_SE", "z", "\xC3\xB6"},
         {"en_US", "", "a"},        {"en_US", "co-op", "cop"}, {"da_DK", "zz", "aa"},      {"en_US", "a", "a b"},
     };
     const std::string before = uloc_getDefault();
     UErrorCode status = U_ZERO_ERROR;
-    for (const auto& c : cases)
+    for (const auto& [locale, first, second] : cases)
     {
-        uloc_setDefault(c.fLocale, &status);
-        const TNqString15 less(c.fLess), greater(c.fGreater);
-        EXPECT_EQ(NqCompareStrings(less, greater), -1) << c.fLocale << " " << c.fLess;
+        uloc_setDefault(locale, &status);
+        const TNqString15 less(first), greater(second);
+        EXPECT_EQ(NqCompareStrings(less, greater), -1) << locale << " " << first;
         EXPECT_EQ(NqCompareStrings(greater, less), 1);
         EXPECT_EQ(NqCompareStrings(greater, greater), 0);
     }

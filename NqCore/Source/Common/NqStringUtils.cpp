@@ -48,6 +48,23 @@ void QStringToNqString(const QString& q, TNqString& s)
 namespace
 {
 
+// Most names are plain ASCII, where a letter's case is one bit: their bytes are mapped where they stand. False for any
+// other text.
+bool MapAsciiCase(TNqString& s, char first, char last)
+{
+    int8* const text = s.Length() == s.ByteLength() && s.Length() != 0 ? s.GetString() : nullptr;
+    if (text == nullptr || !std::all_of(text, text + s.ByteLength(), [](int8 c) { return c > 0; }))
+        return false;
+    constexpr int8 kCaseBit = 0x20;
+    std::for_each(text, text + s.ByteLength(),
+                  [=](int8& c)
+                  {
+                      if (c >= first && c <= last)
+                          c = static_cast<int8>(c ^ kCaseBit);
+                  });
+    return true;
+}
+
 // Without memory the text stays as it is.
 void MapCase(TNqString& s, QString (*map)(const QString&))
 {
@@ -77,12 +94,14 @@ int16 CompareBytes(const TNqString& a, const TNqString& b)
 
 void NqUpperString(TNqString& s)
 {
-    MapCase(s, [](const QString& text) { return text.toUpper(); });
+    if (!MapAsciiCase(s, 'a', 'z'))
+        MapCase(s, [](const QString& text) { return text.toUpper(); });
 }
 
 void NqLowerString(TNqString& s)
 {
-    MapCase(s, [](const QString& text) { return text.toLower(); });
+    if (!MapAsciiCase(s, 'A', 'Z'))
+        MapCase(s, [](const QString& text) { return text.toLower(); });
 }
 
 int16 NqCompareStrings(const TNqString& a, const TNqString& b)
