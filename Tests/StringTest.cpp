@@ -401,7 +401,7 @@ void CheckRandomEdits(uint32 seed)
     TModel m;
     m.fMax = s.MaxLength();
     m.fGrows = std::is_same_v<TString, TNqDynamicString>;
-    for (int step = 0; step < 40000 && !::testing::Test::HasFailure(); ++step)
+    for (int step = 0; step < 20000 && !::testing::Test::HasFailure(); ++step)
     {
         if (s.ByteLength() > 300)
             s.FromText("", 0), m.Set("");

@@ -19,8 +19,11 @@
 //
 // Failure: nothing throws. A failed check is reported to the host and the operation goes on with the value that its
 // comment names. A fixed string that overflows is reported and holds what fits. A dynamic string that cannot grow
-// becomes empty, with MaxLength() 0 and no buffer. Cost: finding a character walks the bytes from the start. Threads:
-// one at a time.
+// becomes empty, with MaxLength() 0 and no buffer.
+//
+// Cost: finding a character walks the bytes from the start; every operation is linear in the text.
+//
+// Threads: one at a time.
 
 #pragma once
 
@@ -273,9 +276,9 @@ protected:
 private:
     friend struct TNqStringLayout;
 
-    static uint32 GetPatternLength(TByteRun inPattern, uint32 inLength); // bytes that SearchStr compares, 0: none match
-    void CorrectLength();
-    boolean MakeRoom(uint32 extra);
+    static uint32 GetPatternLength(TByteRun inPattern, uint32 inLength); // bytes that SearchStr compares; 0: no match
+    void CorrectLength();           // malformed text may leave fewer bytes than characters were counted
+    boolean MakeRoom(uint32 extra); // for TranslateAscii: raises both lengths, false without the room
     void ChangeLineBreaks(char lineBreak);
     void ChangeLineBreaksToWin();
 };
@@ -304,7 +307,8 @@ public:
     }
     TNqFixedString& operator=(const TNqFixedString& inString)
     {
-        TNqString::operator=(inString);
+        if (this != &inString)
+            FromText(inString.fStringBuffer, inString.fByteLength);
         return *this;
     }
 

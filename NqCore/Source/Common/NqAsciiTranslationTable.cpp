@@ -7,14 +7,14 @@
 namespace
 {
 
-constexpr uint32 kSide = 16; // a table is a square of bytes
-constexpr uint32 kTableSize = kSide * kSide;
+constexpr NqSize kSide = 16; // a table is a square of bytes
+constexpr NqSize kTableSize = kSide * kSide;
 
 void CopyTransposed(uint8* table, const uint8* data)
 {
-    for (uint32 row = 0; row < kSide; ++row)
+    for (NqSize row = 0; row < kSide; ++row)
     {
-        for (uint32 column = 0; column < kSide; ++column)
+        for (NqSize column = 0; column < kSide; ++column)
             table[kSide * row + column] = data[kSide * column + row];
     }
 }

@@ -1072,7 +1072,7 @@ void TNqDynamicString::SetMaxLength(uint32 maxLength)
 
 int8* TNqDynamicString::GetString() const
 {
-    NqCheck(fStringBuffer != NULL);
+    NqCheckText(fStringBuffer != nullptr, "fStringBuffer != NULL");
     return fStringBuffer;
 }
 
@@ -1084,7 +1084,8 @@ TNqDynamicString& TNqDynamicString::operator=(const TNqString& inString)
 
 TNqDynamicString& TNqDynamicString::operator=(const TNqDynamicString& inString)
 {
-    TNqString::operator=(inString);
+    if (this != &inString)
+        FromText(inString.GetString(), inString.fByteLength);
     return *this;
 }
 
