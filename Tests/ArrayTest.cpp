@@ -356,6 +356,7 @@ TEST_F(ArrayTest, AnElementThatCannotBeCopiedLeavesNothingBehind)
     struct TStubborn : TBox
     {
         TStubborn() = default;
+        TStubborn& operator=(const TStubborn&) = default;
         TStubborn(const TStubborn& other) : TBox(other)
         {
             if (*fValue == 13)
