@@ -5,9 +5,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,19 +31,34 @@ extern "C" void PassOn(int inSignal)
         kill(gWorker, inSignal);
 }
 
+constexpr int kPassedOn[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+
 // The worker removes its temporary files and dies of the signal; then so does this process.
-void PassSignalsOn()
+class PassingSignalsOn
 {
-    struct sigaction action = {};
-    action.sa_handler = PassOn;
-    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+public:
+    PassingSignalsOn()
     {
-        struct sigaction current = {};
-        sigaction(number, nullptr, &current);
-        if (current.sa_handler != SIG_IGN)
-            sigaction(number, &action, nullptr);
+        struct sigaction action = {};
+        action.sa_handler = PassOn;
+        for (size_t i = 0; i < std::size(kPassedOn); ++i)
+        {
+            sigaction(kPassedOn[i], nullptr, &fBefore[i]);
+            if (fBefore[i].sa_handler != SIG_IGN)
+                sigaction(kPassedOn[i], &action, nullptr);
+        }
     }
-}
+    ~PassingSignalsOn()
+    {
+        for (size_t i = 0; i < std::size(kPassedOn); ++i)
+            sigaction(kPassedOn[i], &fBefore[i], nullptr);
+    }
+    PassingSignalsOn(const PassingSignalsOn&) = delete;
+    PassingSignalsOn& operator=(const PassingSignalsOn&) = delete;
+
+private:
+    struct sigaction fBefore[std::size(kPassedOn)] = {};
+};
 
 bool EndsPrograms(int inSignal)
 {
@@ -64,16 +82,16 @@ int RunGuarded(const std::function<int()>& inWork)
 #ifdef __linux__
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         if (getppid() != parent)
-            return kTrouble;
+            exit(kTrouble);
 #endif
-        return inWork();
+        exit(inWork());
     }
     if (gWorker < 0)
     {
         sigprocmask(SIG_SETMASK, &before, nullptr);
         return inWork();
     }
-    PassSignalsOn();
+    const PassingSignalsOn passing;
     sigprocmask(SIG_SETMASK, &before, nullptr);
     int status = 0;
     while (waitpid(gWorker, &status, 0) < 0)

@@ -8,8 +8,8 @@
 namespace nqtoken
 {
 
-// The status of inWork, which may print; kTrouble, and a message, when it ended in a crash. Signals that end the
-// program end the work as well.
+// The status of inWork, which may print and ends its process; kTrouble, and a message, when it ended in a crash.
+// Signals that end the program end the work as well.
 int RunGuarded(const std::function<int()>& inWork);
 
 } // namespace nqtoken

@@ -408,8 +408,11 @@ Outcome ExportModel(const Scene& inScene, const std::string& inPath, std::vector
     Assimp::Exporter exporter;
     exporter.SetIOHandler(new MemoryFiles(files)); // taken over
     if (exporter.Export(model.get(), format->fExporter, inPath) != aiReturn_SUCCESS || files.count(inPath) == 0)
-        return AtFault(
-            fmt::format("{}: the scene cannot be written in this format: {}", inPath, exporter.GetErrorString()));
+    {
+        const std::string reason = exporter.GetErrorString();
+        return AtFault(fmt::format("{}: the scene does not fit this format: {}", inPath,
+                                   reason.empty() ? "it needs meshes, and faces in them" : reason));
+    }
     Outcome outcome = WriteFiles(files, inPath);
     if (outcome.Ok())
         outNotes = LeftOut(inScene, *format);
