@@ -49,6 +49,7 @@ std::string ReadAll(const std::string& inPath)
 
 void WriteFile(const std::string& inPath, const std::string& inBytes)
 {
+    fs::remove(inPath); // a file system may wait for the disk when a file is written over, not when it is new
     std::ofstream(inPath, std::ios::binary) << inBytes;
 }
 
@@ -82,6 +83,8 @@ protected:
              void (*inPrepare)() = nullptr) const
     {
         WriteFile(Path("io/in"), inInput);
+        fs::remove(Path("io/out"));
+        fs::remove(Path("io/err"));
         const pid_t child = fork();
         if (child == 0)
         {
@@ -633,12 +636,15 @@ TEST_F(ToolTest, HostileFilesGetAStatusFromEveryCommand)
 // Memory depends neither on the size of a file nor on its depth, nor on the length of a word.
 TEST_F(ToolTest, CheckAndShowTakeTheSameMemoryForAnySize)
 {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer keeps freed memory";
+#endif
     std::string wide = "LONG 1";
     for (int i = 0; i < 1500000; ++i)
         wide += ",2.5";
     wide += "\rDATA $00100000\r" + std::string(0x100000, '$') + "$\r";
     std::string deep;
-    for (int i = 0; i < 1000000; ++i)
+    for (int i = 0; i < 700000; ++i)
         deep += "NODE {\r";
     const auto memory = [this](const char* command, const std::string& content)
     {
@@ -696,7 +702,7 @@ TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
 
     std::mt19937 random(11);
     int accepted = 0;
-    for (int round = 0; round < 800; ++round)
+    for (int round = 0; round < 5000; ++round)
     {
         std::string content = kSmallScene;
         for (size_t changes = 1 + random() % 3; changes > 0; --changes)
@@ -720,8 +726,8 @@ TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
         }
         accepted += read(content, true);
     }
-    EXPECT_GT(accepted, 80);
-    EXPECT_LT(accepted, 720);
+    EXPECT_GT(accepted, 500);
+    EXPECT_LT(accepted, 4500);
     close(null);
 }
 

@@ -20,7 +20,11 @@ constexpr size_t kMaxShown = 40; // bytes of a text in a message
 
 bool HaveSameBits(real32 inA, real32 inB)
 {
-    return memcmp(&inA, &inB, sizeof(inA)) == 0;
+    uint32 a;
+    uint32 b;
+    memcpy(&a, &inA, sizeof(a));
+    memcpy(&b, &inB, sizeof(b));
+    return a == b;
 }
 
 real64 HalfStep(real32 inValue)
