@@ -14,27 +14,20 @@
 #include <map>
 #include <memory>
 
-using TBytes = std::vector<int8>;
-
-inline TBytes BytesOf(const std::string& text)
-{
-    return TBytes(text.begin(), text.end());
-}
+constexpr NqErr kTestDiskError = -7;
 
 // The contents of all files, and what befalls the calls on them.
 struct TTestDisk
 {
-    std::map<std::string, TBytes> fFiles;
+    std::map<std::string, std::string> fFiles;
     int fCalls = 0;
     int fBadCall = 0;    // the number, from 1, of the call that goes wrong
-    bool fShort = false; // a read or write that goes wrong moves one byte less, instead of failing
+    bool fShort = false; // it moves one byte less, instead of failing
     int fOpen = 0;       // files open now
     std::string fLog;    // one letter for each call that moves bytes: r or w
 
     bool GoesWrong() { return ++fCalls == fBadCall; }
 };
-
-constexpr NqErr kTestDiskError = -7;
 
 class TTestFile : public TNqCountedObject, public INqFile
 {
@@ -46,87 +39,72 @@ public:
         if (iid != IID_INqFile)
             return TNqCountedObject::QueryInterface(iid, out);
         *out = static_cast<INqFile*>(this);
-        AddRef();
-        return 0;
+        return AddRef(), 0;
     }
     uint32 AddRef() override { return TNqCountedObject::AddRef(); }
     uint32 Release() override { return TNqCountedObject::Release(); }
 
     NqErr SetFileName(const TNqString& path, int32) override
     {
-        fName = path.StrGet();
-        return Fate();
+        return Do([&] { fName = path.StrGet(); });
     }
     NqErr CopyFrom(INqFile& file) override
     {
-        fName = static_cast<TTestFile&>(file).fName;
-        fMode = static_cast<TTestFile&>(file).fMode;
-        return Fate();
+        const TTestFile& other = static_cast<TTestFile&>(file);
+        return Do([&] { fName = other.fName, fMode = other.fMode; });
     }
     NqErr SetPermission(int32 mode) override
     {
-        fMode = mode;
-        return Fate();
+        return Do([&] { fMode = mode; });
     }
     boolean Exists() override { return fDisk.fFiles.count(fName) != 0; }
     NqErr GetSize(uint32* size) override
     {
-        *size = static_cast<uint32>(Bytes().size());
-        return Fate();
+        return Do([&] { *size = static_cast<uint32>(Bytes().size()); });
     }
     NqErr GetPosition(uint32* position) override
     {
-        *position = fPosition;
-        return Fate();
+        return Do([&] { *position = fPosition; });
     }
-    NqErr GetPermission(int32* mode) override
-    {
-        *mode = fMode;
-        return 0;
-    }
+    NqErr GetPermission(int32* mode) override { return *mode = fMode, 0; }
     NqErr Create() override
     {
-        const NqErr error = Fate();
-        if (error == 0)
-            fDisk.fFiles[fName];
-        return error;
+        return Do([&] { Bytes(); });
     }
     NqErr Open() override
     {
-        const NqErr error = Fate();
-        fDisk.fOpen += error == 0;
-        fPosition = 0;
-        return error;
+        return Do([&] { fPosition = 0, ++fDisk.fOpen; });
     }
     NqErr Close() override
     {
-        --fDisk.fOpen;
-        return Fate();
+        return --fDisk.fOpen, Do([] {});
     }
+    NqErr SetSize(uint32 size) override
+    {
+        return Do([&] { Bytes().resize(size); });
+    }
+    void GetPathRelativeFolder(TNqString& out) override { out.FromCPtr(fName.substr(0, fName.rfind('/')).c_str()); }
+    void GetFullPath(TNqString& path) override { path.FromCPtr(fName.c_str()); }
+    NqErr SetTypeAndCreator(TNqFileID* type, int32* creator) override
+    {
+        return Do([&] { fDisk.fLog += std::to_string(type->fID) + " " + std::to_string(*creator); });
+    }
+
     NqErr Read(int8* data, uint32 count, uint32* done) override
     {
         fDisk.fLog += 'r';
         const uint32 size = static_cast<uint32>(Bytes().size());
-        uint32 moved = fPosition < size ? std::min(count, size - fPosition) : 0;
-        const bool atEnd = moved < count;
-        NqErr error = Fate(&moved);
-        std::copy_n(Bytes().data() + std::min(fPosition, size), moved, data);
-        fPosition += moved;
-        if (done != nullptr)
-            *done = moved;
-        return error != 0 ? error : atEnd ? kNqErrEndOfFile : 0;
+        const uint32 left = fPosition < size ? size - fPosition : 0;
+        const NqErr error = Move(std::min(count, left), *done);
+        std::copy_n(Bytes().data() + fPosition - *done, *done, data);
+        return error != 0 ? error : count > left ? kNqErrEndOfFile : 0;
     }
     NqErr Write(const int8* data, uint32 count, uint32* done) override
     {
         fDisk.fLog += 'w';
-        uint32 moved = count;
-        const NqErr error = Fate(&moved);
-        if (moved > 0 && Bytes().size() < fPosition + moved)
-            Bytes().resize(fPosition + moved);
-        std::copy_n(data, moved, Bytes().data() + fPosition);
-        fPosition += moved;
-        if (done != nullptr)
-            *done = moved;
+        const NqErr error = Move(count, *done);
+        Bytes().resize(std::max<size_t>(Bytes().size(), *done > 0 ? fPosition : 0));
+        std::copy_n(data, *done, Bytes().data() + fPosition - *done);
         return error;
     }
     NqErr SetPosition(int32 offset, TNqiostream::seek_dir from) override
@@ -134,40 +112,29 @@ public:
         const int64 start = from == TNqiostream::cur ? fPosition : from == TNqiostream::end ? int64(Bytes().size()) : 0;
         if (start + offset < 0 || start + offset > 0x7FFFFFFF)
             return kTestDiskError;
-        const NqErr error = Fate();
-        if (error == 0)
-            fPosition = static_cast<uint32>(start + offset);
-        return error;
-    }
-    NqErr SetSize(uint32 size) override
-    {
-        Bytes().resize(size);
-        return Fate();
-    }
-    void GetPathRelativeFolder(TNqString& folder) override
-    {
-        folder.FromCPtr(fName.substr(0, fName.rfind('/')).c_str());
-    }
-    void GetFullPath(TNqString& path) override { path.FromCPtr(fName.c_str()); }
-    NqErr SetTypeAndCreator(TNqFileID* type, int32* creator) override
-    {
-        fDisk.fFiles["type"] = {static_cast<int8>(type->fID), static_cast<int8>(*creator)};
-        return 0;
+        return Do([&] { fPosition = static_cast<uint32>(start + offset); });
     }
 
 private:
-    // What becomes of this call; `moved` is lowered to the bytes that it still moves.
-    NqErr Fate(uint32* moved = nullptr)
+    template <class Effect>
+    NqErr Do(Effect&& effect)
     {
-        if (!fDisk.GoesWrong())
-            return 0;
-        if (moved == nullptr)
-            return fDisk.fShort ? 0 : kTestDiskError;
-        *moved = fDisk.fShort && *moved > 0 ? *moved - 1 : 0;
-        return fDisk.fShort ? 0 : kTestDiskError;
+        if (fDisk.GoesWrong() && !fDisk.fShort)
+            return kTestDiskError;
+        effect();
+        return 0;
     }
 
-    TBytes& Bytes() { return fDisk.fFiles[fName]; }
+    // Moves the position over the bytes that this call transfers.
+    NqErr Move(uint32 count, uint32& done)
+    {
+        const bool wrong = fDisk.GoesWrong();
+        done = !wrong ? count : fDisk.fShort && count > 0 ? count - 1 : 0;
+        fPosition += done;
+        return wrong && !fDisk.fShort ? kTestDiskError : 0;
+    }
+
+    std::string& Bytes() { return fDisk.fFiles[fName]; }
 
     TTestDisk& fDisk;
     std::string fName;
@@ -181,6 +148,8 @@ class TTestFileUtilities : public IShFileUtilities
 public:
     explicit TTestFileUtilities(TTestDisk& disk) : fDisk(disk), fBefore(gFileUtilities) { gFileUtilities = this; }
     ~TTestFileUtilities() { gFileUtilities = fBefore; }
+
+    IShFileUtilities* Before() const { return fBefore; }
 
     void CreateFileObject(INqUnknown** out) override
     {

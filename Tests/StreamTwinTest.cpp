@@ -37,150 +37,91 @@ private:
     std::mt19937 fEngine;
 };
 
+// What an operation gets, and where it notes what it saw.
+struct TCall
+{
+    TNqiostream& fStream;
+    TRandom& fRandom;
+    std::ostringstream& fSeen;
+
+    int32 fSize = fRandom.Below(20);
+    int8 fByte = " 7\"\n,\r\0"[fRandom.Below(7)];
+    int32 fNumber = fRandom.Below(0x7FFFFFFF) >> fRandom.Below(31);
+    std::string fText = fRandom.Text(fRandom.OneIn(150) ? 6000 : 12);
+    TNqDynamicString fString{fText.c_str()};
+    std::vector<int8> fBytes = std::vector<int8>(6000);
+    int8* fData = fBytes.data();
+
+    ~TCall() { fSeen << std::string(fData, 300) << fString.StrGet(); }
+};
+
 template <class T>
-void Extract(TNqiostream& stream, std::ostringstream& seen)
+void Extract(TCall& call)
 {
     T value = 42;
-    stream >> value;
-    seen.precision(17);
-    seen << +value;
+    call.fStream >> value;
+    call.fSeen.precision(17);
+    call.fSeen << +value;
 }
 
-void ReadSomething(TNqiostream& stream, TRandom& random, std::ostringstream& seen)
-{
-    int8 bytes[4200] = {};
-    TNqDynamicString text("before");
-    static const int8 kDelimiters[] = {'\n', ',', '\0', '\r'};
-    const int32 size = random.Below(20);
-    const int8 delimiter = kDelimiters[random.Below(4)];
-    switch (random.Below(18))
-    {
-    case 0:
-        return Extract<int8>(stream, seen);
-    case 1:
-        return Extract<uint8>(stream, seen);
-    case 2:
-        return Extract<int16>(stream, seen);
-    case 3:
-        return Extract<uint16>(stream, seen);
-    case 4:
-        return Extract<int32>(stream, seen);
-    case 5:
-        return Extract<uint32>(stream, seen);
-    case 6:
-        return Extract<real32>(stream, seen);
-    case 7:
-        return Extract<real64>(stream, seen);
-    case 8:
-        stream >> bytes;
-        break;
-    case 9:
-        seen << int32(stream.ReadString(bytes, size));
-        break;
-    case 10:
-        stream.readQuotedString(text);
-        break;
-    case 11:
-        seen << int32(stream.ReadSingleLineQuotedString(text, static_cast<uint32>(size)));
-        break;
-    case 12:
-        seen << int32(stream.getline(bytes, size, delimiter));
-        break;
-    case 13:
-        seen << int32(stream.get(bytes, size, delimiter));
-        break;
-    case 14:
-        seen << int32(stream.getLine(text, delimiter));
-        break;
-    case 15:
-        stream.read(bytes, size);
-        break;
-    case 16:
-        stream.get(bytes[0]);
-        break;
-    case 17:
-        seen << int32(stream.myipfx());
-        break;
-    }
-    seen << std::string(bytes, 300) << text.StrGet();
-}
+using TOperation = void (*)(TCall&);
 
-void WriteSomething(TNqiostream& stream, TRandom& random)
-{
-    const std::string text = random.Text(random.OneIn(50) ? 6000 : 12);
-    const int32 number = random.Below(0x7FFFFFFF) >> random.Below(31);
-    switch (random.Below(10))
-    {
-    case 0:
-        stream << int32(random.OneIn(2) ? -number : number);
-        break;
-    case 1:
-        stream << static_cast<uint32>(number);
-        break;
-    case 2:
-        stream << random.Real();
-        break;
-    case 3:
-        stream << static_cast<real32>(random.Real());
-        break;
-    case 4:
-        stream << static_cast<int16>(number) << ' ' << static_cast<uint16>(number);
-        break;
-    case 5:
-        stream << TNqDynamicString(text.c_str());
-        break;
-    case 6:
-        stream << text.c_str();
-        break;
-    case 7:
-        stream.write(text.data(), static_cast<int32>(text.size()));
-        break;
-    case 8:
-        stream << endl;
-        break;
-    case 9:
-        stream << text.c_str() << TNqDynamicString(text.c_str());
-        break;
-    }
-}
+const TOperation kReads[] = {Extract<int8>,
+                             Extract<uint8>,
+                             Extract<int16>,
+                             Extract<uint16>,
+                             Extract<int32>,
+                             Extract<uint32>,
+                             Extract<real32>,
+                             Extract<real64>,
+                             Extract<real64>,
+                             [](TCall& c) { c.fStream >> c.fData; },
+                             [](TCall& c) { c.fSeen << int32(c.fStream.ReadString(c.fData, c.fSize)); },
+                             [](TCall& c) { c.fStream.readQuotedString(c.fString); },
+                             [](TCall& c)
+                             { c.fSeen << int32(c.fStream.ReadSingleLineQuotedString(c.fString, uint32(c.fSize))); },
+                             [](TCall& c) { c.fSeen << int32(c.fStream.getline(c.fData, c.fSize, c.fByte)); },
+                             [](TCall& c) { c.fSeen << int32(c.fStream.get(c.fData, c.fSize, c.fByte)); },
+                             [](TCall& c) { c.fSeen << int32(c.fStream.getLine(c.fString, c.fByte)); },
+                             [](TCall& c) { c.fStream.read(c.fData, c.fSize); },
+                             [](TCall& c) { c.fStream.get(*c.fData); },
+                             [](TCall& c) { c.fSeen << int32(c.fStream.myipfx()); }};
 
-void MoveSomewhere(TNqiostream& stream, TRandom& random, std::ostringstream& seen)
+const TOperation kWrites[] = {[](TCall& c) { c.fStream << (c.fSize % 2 ? -c.fNumber : c.fNumber); },
+                              [](TCall& c) { c.fStream << static_cast<uint32>(c.fNumber); },
+                              [](TCall& c) { c.fStream << c.fRandom.Real(); },
+                              [](TCall& c) { c.fStream << static_cast<real32>(c.fRandom.Real()); },
+                              [](TCall& c)
+                              { c.fStream << static_cast<int16>(c.fNumber) << ' ' << static_cast<uint16>(c.fNumber); },
+                              [](TCall& c) { c.fStream << c.fString; },
+                              [](TCall& c) { c.fStream << c.fString << c.fString; },
+                              [](TCall& c) { c.fStream << c.fText.c_str(); },
+                              [](TCall& c) { c.fStream.write(c.fText.data(), static_cast<int32>(c.fText.size())); },
+                              [](TCall& c) { c.fStream << endl; }};
+
+const TOperation kMoves[] = {[](TCall& c) { c.fStream.seek(c.fNumber % 60 - 2, TNqiostream::beg); },
+                             [](TCall& c) { c.fStream.seek(c.fSize - 10, TNqiostream::cur); },
+                             [](TCall& c) { c.fStream.seek(c.fSize - 2, TNqiostream::end); },
+                             [](TCall& c) { c.fStream.putback(c.fByte); },
+                             [](TCall& c) { c.fSeen << c.fStream.GetStreamSize(); },
+                             [](TCall& c) { c.fStream.precision(c.fSize); },
+                             [](TCall& c) { c.fStream.SetTranscoder(static_cast<TranscoderType>(c.fNumber % 3)); }};
+
+template <size_t kCount>
+void DoOneOf(const TOperation (&operations)[kCount], TCall& call)
 {
-    static const int8 kBytes[] = {' ', '7', '"', '\n'};
-    switch (random.Below(7))
-    {
-    case 0:
-    case 1:
-        stream.seek(random.Below(60) - 2, static_cast<TNqiostream::seek_dir>(random.Below(3)));
-        break;
-    case 2:
-    case 3:
-        stream.putback(kBytes[random.Below(4)]);
-        break;
-    case 4:
-        seen << stream.GetStreamSize();
-        break;
-    case 5:
-        stream.precision(random.Below(17));
-        break;
-    case 6:
-        if (random.OneIn(4))
-            stream.SetTranscoder(static_cast<TranscoderType>(random.Below(3)));
-        break;
-    }
+    operations[call.fRandom.Below(kCount)](call);
 }
 
 // One random operation, and all that a caller sees of it.
 std::string DoSomething(TNqiostream& stream, TRandom& random)
 {
     std::ostringstream seen;
-    const int32 kind = random.Below(10);
-    if (kind < 5)
-        ReadSomething(stream, random, seen);
-    else if (kind < 8)
-        WriteSomething(stream, random);
-    else
-        MoveSomewhere(stream, random, seen);
+    {
+        TCall call{stream, random, seen};
+        const int32 kind = random.Below(10);
+        kind < 5 ? DoOneOf(kReads, call) : kind < 8 ? DoOneOf(kWrites, call) : DoOneOf(kMoves, call);
+    }
     seen << " good " << int32(stream.good()) << " eof " << int32(stream.eof()) << " count " << stream.gcount() << " at "
          << stream.tell() << " reports " << TakeReports().size();
     return seen.str();
@@ -191,12 +132,9 @@ struct TMemoryFields : TNqstrstream
 {
     static std::string Of(TNqstrstream& stream)
     {
-        const auto size = &TMemoryFields::fBufferSize;
-        const auto allocated = &TMemoryFields::fBufferAllocatedSize;
-        const auto buffer = &TMemoryFields::fBuffer;
-        const int32 used = std::max(stream.*size, 0);
-        return std::to_string(stream.*size) + " " + std::to_string(stream.*allocated) + " " +
-               std::string(stream.*buffer, static_cast<size_t>(used));
+        const int32 size = stream.*&TMemoryFields::fBufferSize;
+        const std::string bytes(stream.*&TMemoryFields::fBuffer, static_cast<size_t>(std::max(size, 0)));
+        return std::to_string(size) + " " + std::to_string(stream.*&TMemoryFields::fBufferAllocatedSize) + bytes;
     }
 };
 
@@ -204,18 +142,14 @@ struct TFileFields : TNqfstream
 {
     static std::string Of(TNqfstream& stream)
     {
-        const auto size = &TFileFields::fActualBufSize;
-        const auto position = &TFileFields::fBufferPos;
-        const auto offset = &TFileFields::fBufferOffset;
-        const auto fileSize = &TFileFields::fFileSize;
-        const auto modified = &TFileFields::fBufferModified;
-        const auto loaded = &TFileFields::fFirstBufferLoaded;
-        const auto buffer = &TFileFields::fBuffer;
         std::ostringstream seen;
-        seen << stream.*size << " " << stream.*position << " " << stream.*offset << " " << stream.*fileSize << " "
-             << int32(stream.*modified) << " " << int32(stream.*loaded) << " ";
-        if (stream.*buffer != nullptr && stream.*loaded)
-            seen << std::string(stream.*buffer, stream.*size);
+        for (const auto field : {&TFileFields::fActualBufSize, &TFileFields::fBufferPos, &TFileFields::fBufferOffset,
+                                 &TFileFields::fFileSize})
+            seen << stream.*field << " ";
+        const bool loaded = stream.*&TFileFields::fFirstBufferLoaded;
+        seen << int32(stream.*&TFileFields::fFirstBufferLoaded) << int32(stream.*&TFileFields::fBufferModified);
+        if (stream.*&TFileFields::fBuffer != nullptr && loaded)
+            seen << std::string(stream.*&TFileFields::fBuffer, stream.*&TFileFields::fActualBufSize);
         return seen.str();
     }
 };
@@ -224,8 +158,7 @@ struct TFileFields : TNqfstream
 template <class Fields, class Stream>
 void RunTwins(Stream& exact, TDerived<Stream>& derived, uint32 seed, int32 operations)
 {
-    TRandom first(seed);
-    TRandom second(seed);
+    TRandom first(seed), second(seed);
     for (int32 i = 0; i < operations; ++i)
     {
         ASSERT_EQ(DoSomething(exact, first), DoSomething(derived, second)) << "seed " << seed << " step " << i;
@@ -264,8 +197,7 @@ TEST_F(StreamTwinTest, MemoryOfTheirOwn)
         {
             Nqfree(exact.str());
             Nqfree(derived.str());
-            TRandom first(seed);
-            TRandom second(seed);
+            TRandom first(seed), second(seed);
             ASSERT_EQ(DoSomething(exact, first), DoSomething(derived, second));
         }
     }
@@ -276,14 +208,11 @@ TEST_F(StreamTwinTest, Files)
     TTestDisk otherDisk;
     for (uint32 seed = 0; seed < 3000 && !HasFailure(); ++seed)
     {
-        const TBytes start = BytesOf(TRandom(seed).Text(150));
-        fDisk = otherDisk = TTestDisk();
-        fDisk.fFiles["/f"] = otherDisk.fFiles["/f"] = start;
-        if (seed % 5 == 0) // one host call goes wrong
-        {
-            fDisk.fBadCall = otherDisk.fBadCall = 8 + static_cast<int32>(seed % 40);
-            fDisk.fShort = otherDisk.fShort = seed % 2;
-        }
+        fDisk = TTestDisk();
+        fDisk.fFiles["/f"] = TRandom(seed).Text(150);
+        fDisk.fBadCall = seed % 5 == 0 ? 8 + static_cast<int32>(seed % 40) : 0; // one host call goes wrong
+        fDisk.fShort = seed % 2;
+        otherDisk = fDisk;
         const int32 size = static_cast<int32>(seed % 9) * (seed % 7 == 0 ? 40 : 1);
         const int32 mode = seed % 11 == 0 ? eWrite : seed % 13 == 0 ? eRead : eReadWrite;
         {

@@ -56,7 +56,7 @@ class TReaders
 public:
     explicit TReaders(const std::string& bytes) : fBuffers{bytes, bytes}
     {
-        fDisk.fFiles["/scene"] = BytesOf(bytes);
+        fDisk.fFiles["/scene"] = bytes;
         const int32 size = static_cast<int32>(bytes.size());
         fAll.emplace_back("memory", new TNqstrstream(fBuffers[0].data(), size, kUTF8Transcoder, eRead));
         fAll.emplace_back("derived", new TDerived<TNqstrstream>(fBuffers[1].data(), size, kUTF8Transcoder, eRead));
@@ -456,7 +456,7 @@ TEST_F(Token, PayloadsOfAFileAreSkippedExactlyAndWithoutLoadingItAgain)
     std::string text = "\xEF\xBB\xBF{";
     for (int i = 0; i < 50000; ++i)
         text += i % 10000 ? "A $00000002\r$}$ " : "A $00011170\r" + std::string(70000, '$') + "$ ";
-    fDisk.fFiles["/scene"] = BytesOf(text + "} Z ");
+    fDisk.fFiles["/scene"] = text + "} Z ";
     for (const int32 space : {64, 65536})
     {
         fDisk.fLog.clear();

@@ -445,11 +445,11 @@ private:
         kHoldsPutback = 2, // some were put back and differ from the file: they must never be written
     };
 
-    NqErr OpenFile(int32 mode, boolean* created);
+    void Reset();
+    NqErr OpenFile(int32 mode, boolean& outMade);
     NqErr MeasureFile();
     NqErr AllocateBuffer(int32 size);
     NqErr Fail(NqErr error, boolean* created);
-    void CloseFile();
     int64 Position() const { return static_cast<int64>(fBufferOffset) + fBufferPos; }
     void DropBuffer(int64 position);
     boolean DumpBuffer();

@@ -40,7 +40,7 @@ TNqfstream::TNqfstream(INqFile& file, int32 mode, TranscoderType type, int32 buf
 
 TNqfstream::~TNqfstream()
 {
-    CloseFile();
+    close();
     Nqfree(fBuffer);
 }
 
@@ -63,8 +63,7 @@ void MakeFile(TNqCountedPtr<INqFile>& outFile)
 
 NqErr TNqfstream::Init(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, boolean* created)
 {
-    if (created != nullptr)
-        *created = false;
+    Reset();
     SetTranscoder(type);
     TNqCountedPtr<INqFile> file;
     MakeFile(file);
@@ -80,15 +79,7 @@ NqErr TNqfstream::Init(const int8* path, TranscoderType type, int32 mode, int32 
 
 NqErr TNqfstream::Init(INqFile& file, int32 bufferSize, boolean* created, TranscoderType type)
 {
-    if (created != nullptr)
-        *created = false;
-    close();
-    Nqfree(fBuffer);
-    fBuffer = nullptr;
-    fBufferSize = 0;
-    DropBuffer(0);
-    fFirstBufferLoaded = 0;
-    fIDOffset = 0;
+    Reset();
     if (!fFile)
     {
         SetTranscoder(type);
@@ -97,22 +88,38 @@ NqErr TNqfstream::Init(INqFile& file, int32 bufferSize, boolean* created, Transc
             return Fail(kNqErrOutOfMemory, created);
     }
     NqErr error = fFile->CopyFrom(file);
-    if (error != kNqNoErr)
-        return Fail(error, created);
     int32 mode = 0;
-    fFile->GetPermission(&mode);
-    fFileSize = 0;
-    error = OpenFile(mode, created);
+    boolean made = false;
+    if (error == kNqNoErr)
+        fFile->GetPermission(&mode);
+    if (error == kNqNoErr)
+        error = OpenFile(mode, made);
     if (error != kNqNoErr)
         return Fail(error, created);
     fMode = static_cast<EFilePermission>(mode);
     error = MeasureFile();
     if (error == kNqNoErr)
         error = AllocateBuffer(bufferSize);
-    if (error == kNqNoErr)
-        return kNqNoErr;
-    CloseFile();
-    return Fail(error, created);
+    if (error != kNqNoErr)
+    {
+        close();
+        return Fail(error, created);
+    }
+    if (created != nullptr)
+        *created = made;
+    return kNqNoErr;
+}
+
+// Back to a stream without a file open, whose buffer and position are those of a new one.
+void TNqfstream::Reset()
+{
+    close();
+    Nqfree(fBuffer);
+    fBuffer = nullptr;
+    fBufferSize = fFileSize = 0;
+    DropBuffer(0);
+    fFirstBufferLoaded = 0;
+    fIDOffset = 0;
 }
 
 NqErr TNqfstream::Fail(NqErr error, boolean* created)
@@ -124,7 +131,7 @@ NqErr TNqfstream::Fail(NqErr error, boolean* created)
 }
 
 // Opens the host's file, which is made when it is missing and `mode` allows it.
-NqErr TNqfstream::OpenFile(int32 mode, boolean* created)
+NqErr TNqfstream::OpenFile(int32 mode, boolean& outMade)
 {
     NqErr error = fFile->Exists() ? fFile->Open() : kNqErrFileNotFound;
     if (error != kNqErrFileNotFound || !(mode & eWrite) || (mode & kNqModeNoCreate))
@@ -132,8 +139,7 @@ NqErr TNqfstream::OpenFile(int32 mode, boolean* created)
     error = fFile->Create();
     if (error != kNqNoErr)
         return error;
-    if (created != nullptr)
-        *created = true;
+    outMade = true;
     return fFile->Open();
 }
 
@@ -163,13 +169,8 @@ NqErr TNqfstream::AllocateBuffer(int32 size)
     return kNqNoErr;
 }
 
-void TNqfstream::close()
-{
-    CloseFile();
-}
-
 // A closed stream allows nothing: its mode is 0. What could not be written is lost, after the failure was reported.
-void TNqfstream::CloseFile()
+void TNqfstream::close()
 {
     if (fMode == 0)
         return;
