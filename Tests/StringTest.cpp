@@ -711,7 +711,8 @@ TEST_F(StringTest, AnExceptionDeletesItsMessageOnce)
     int deleted = 0;
     {
         const TNqException first(kNqErrSilent, new TMessage(deleted), nullptr, 0);
-        const TNqException second(first);
+        TNqException second(kNqErrSilent, nullptr, 0);
+        second = first;
         EXPECT_EQ(first.GetErrorString(), nullptr);
         EXPECT_STREQ(second.GetErrorString()->GetString(), "out of paint");
     }
