@@ -314,7 +314,8 @@ void PutStreamAttribute(TNqiostream& stream, int32 token, TNqstrstream& content)
     const int32 bytes = NqStreamAccess::MemorySize(content);
     const int32 size = NqStreamAccess::IsReadable(content) ? bytes : std::min(bytes, content.pcount());
     PutBeginToken(stream, token, false);
-    stream.write(NqStreamAccess::MemoryBytes(content), size);
+    if (size > 0)
+        stream.write(NqStreamAccess::MemoryBytes(content), size);
     PutEndToken(stream);
 }
 
