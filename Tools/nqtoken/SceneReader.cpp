@@ -64,6 +64,7 @@ private:
     void GetNodes(std::vector<Node>& ioNodes);
     void CheckReferences(const Scene& inScene);
     void GoToScene();
+    void GetScene(Scene& outScene);
 
     TokenFile& fFile;
     TNqiostream& fStream;
@@ -86,16 +87,21 @@ void SceneReader::Fail(std::string inWhat, int32 inPosition)
 // The name of the next value or block; 0 for the brace that ends the open block.
 FourCharT SceneReader::NextName()
 {
-    NqToken::TNqTokenInfo info;
-    const NqErr error = NqToken::GetNextTokenInfo(fStream, fToken, info, false);
-    if (error != 0)
-        throw TNqException(error, nullptr, 0);
-    if (info.fKind == NqToken::kEndToken)
-        return 0;
-    if (info.fKind != NqToken::kWordToken || info.fFullLength > 4 || info.fCommaCount > 0)
-        Fail("a name of one to four characters must stand here", info.fOffset);
-    fName = static_cast<FourCharT>(NqToken::CompactAttribute(fToken));
-    return fName;
+    for (;;)
+    {
+        NqToken::TNqTokenInfo info;
+        const NqErr error = NqToken::GetNextTokenInfo(fStream, fToken, info, false);
+        if (error != 0)
+            throw TNqException(error, nullptr, 0);
+        if (info.fKind == NqToken::kEndToken)
+            return 0;
+        if (info.fKind != NqToken::kWordToken || info.fFullLength > 4 || info.fCommaCount > 0)
+            Fail("a name of one to four characters must stand here", info.fOffset);
+        fName = static_cast<FourCharT>(NqToken::CompactAttribute(fToken));
+        if (fName != 0)
+            return fName;
+        SkipValue(); // four zero bytes: nobody's name
+    }
 }
 
 // The first byte of the value that follows, which stays to be read.
@@ -408,13 +414,21 @@ void SceneReader::FinishFaces(Mesh& ioMesh, int32 inFaceCount, int32 inFaceSize)
     }
 }
 
+// The array of three values for each vertex that has this name.
+Reals& VectorsOf(Mesh& ioMesh, FourCharT inName)
+{
+    return inName == names::kPositions  ? ioMesh.fPositions
+           : inName == names::kNormals  ? ioMesh.fNormals
+           : inName == names::kTangents ? ioMesh.fTangents
+                                        : ioMesh.fBitangents;
+}
+
 Mesh SceneReader::GetMesh()
 {
     Mesh mesh;
     int32 faceCount = 0;
     int32 faceSize = 0;
     int32 cornerCount = 0;
-    const auto vectors = [&] { return GetReals(static_cast<size_t>(mesh.fVertexCount) * 3); };
     NqToken::GetBeginToken(fStream);
     while (const FourCharT name = NextName())
     {
@@ -432,16 +446,10 @@ Mesh SceneReader::GetMesh()
             mesh.fVertexCount = GetInteger(0);
             break;
         case names::kPositions:
-            mesh.fPositions = vectors();
-            break;
         case names::kNormals:
-            mesh.fNormals = vectors();
-            break;
         case names::kTangents:
-            mesh.fTangents = vectors();
-            break;
         case names::kBitangents:
-            mesh.fBitangents = vectors();
+            VectorsOf(mesh, name) = GetReals(static_cast<size_t>(mesh.fVertexCount) * 3);
             break;
         case names::kTexCoords:
             mesh.fTexCoords.push_back(GetTexCoords(mesh.fVertexCount));
@@ -574,6 +582,63 @@ bool SceneReader::FindScene()
     return found;
 }
 
+// Everything behind the name of the scene.
+void SceneReader::GetScene(Scene& outScene)
+{
+    int32 counts[4] = {-1, -1, -1, -1};
+    NqToken::GetBeginToken(fStream);
+    while (const FourCharT name = NextName())
+    {
+        switch (name)
+        {
+        case names::kVersion:
+            if (GetInteger(1) > kLayoutVersion)
+                Fail(fmt::format("a scene of a later layout than {}", kLayoutVersion));
+            break;
+        case names::kUnit:
+            outScene.fUnit = GetReals(1).front();
+            break;
+        case names::kUpAxis:
+            outScene.fUpAxis = GetFourChars();
+            break;
+        case names::kImageCount:
+            counts[0] = GetInteger(0);
+            break;
+        case names::kMaterialCount:
+            counts[1] = GetInteger(0);
+            break;
+        case names::kMeshCount:
+            counts[2] = GetInteger(0);
+            break;
+        case names::kNodeCount:
+            counts[3] = GetInteger(0);
+            break;
+        case names::kImage:
+            outScene.fImages.push_back(GetImage());
+            break;
+        case names::kMaterial:
+            outScene.fMaterials.push_back(GetMaterial());
+            break;
+        case names::kMesh:
+            outScene.fMeshes.push_back(GetMesh());
+            break;
+        case names::kNode:
+            GetNodes(outScene.fNodes);
+            break;
+        default:
+            SkipValue();
+        }
+    }
+    const size_t sizes[4] = {outScene.fImages.size(), outScene.fMaterials.size(), outScene.fMeshes.size(),
+                             outScene.fNodes.size()};
+    constexpr const char* kWhat[4] = {"images", "materials", "meshes", "nodes"};
+    for (size_t i = 0; i < 4; ++i)
+    {
+        if (counts[i] >= 0 && static_cast<size_t>(counts[i]) != sizes[i])
+            Fail(fmt::format("the scene has {} {}, and its head says {}", sizes[i], kWhat[i], counts[i]));
+    }
+}
+
 Outcome SceneReader::Read(Scene& outScene)
 {
     outScene = Scene();
@@ -582,63 +647,15 @@ Outcome SceneReader::Read(Scene& outScene)
     {
         GoToScene();
         found = true;
-        int32 counts[4] = {-1, -1, -1, -1};
-        NqToken::GetBeginToken(fStream);
-        while (const FourCharT name = NextName())
-        {
-            switch (name)
-            {
-            case names::kVersion:
-                if (GetInteger(1) > kLayoutVersion)
-                    Fail(fmt::format("a scene of a later layout than {}", kLayoutVersion));
-                break;
-            case names::kUnit:
-                outScene.fUnit = GetReals(1).front();
-                break;
-            case names::kUpAxis:
-                outScene.fUpAxis = GetFourChars();
-                break;
-            case names::kImageCount:
-                counts[0] = GetInteger(0);
-                break;
-            case names::kMaterialCount:
-                counts[1] = GetInteger(0);
-                break;
-            case names::kMeshCount:
-                counts[2] = GetInteger(0);
-                break;
-            case names::kNodeCount:
-                counts[3] = GetInteger(0);
-                break;
-            case names::kImage:
-                outScene.fImages.push_back(GetImage());
-                break;
-            case names::kMaterial:
-                outScene.fMaterials.push_back(GetMaterial());
-                break;
-            case names::kMesh:
-                outScene.fMeshes.push_back(GetMesh());
-                break;
-            case names::kNode:
-                GetNodes(outScene.fNodes);
-                break;
-            default:
-                SkipValue();
-            }
-        }
-        const size_t sizes[4] = {outScene.fImages.size(), outScene.fMaterials.size(), outScene.fMeshes.size(),
-                                 outScene.fNodes.size()};
-        constexpr const char* kWhat[4] = {"images", "materials", "meshes", "nodes"};
-        for (size_t i = 0; i < 4; ++i)
-        {
-            if (counts[i] >= 0 && static_cast<size_t>(counts[i]) != sizes[i])
-                Fail(fmt::format("the scene has {} {}, and its head says {}", sizes[i], kWhat[i], counts[i]));
-        }
+        GetScene(outScene);
         CheckReferences(outScene);
+        return {};
     }
     catch (const TNqException& error)
     {
         const NqErr code = error.GetError();
+        if (code == kNqErrOutOfMemory)
+            return Trouble(fmt::format("{}: out of memory", fFile.ShownName()));
         const int32 position = fPosition >= 0 ? fPosition : fStream.tell();
         if (fWhat.empty())
             fWhat = code == kNqErrEndOfFile ? "the file ends" : "not what must stand here";
@@ -646,7 +663,6 @@ Outcome SceneReader::Read(Scene& outScene)
             fWhat = "no scene in this file: " + fWhat;
         return AtFault(fFile.FaultText(position, fWhat, code));
     }
-    return {};
 }
 
 } // namespace

@@ -84,20 +84,32 @@ private:
     real64 fLargestRounding = 0;
 };
 
+// Text is made in memory and handed to the file in pieces, so that a file that takes no more ends the work: on the
+// file's own stream each number behind would try the disk again.
 class SceneWriter
 {
 public:
-    SceneWriter(TNqiostream& ioStream, Payload inPayload) : fStream(ioStream), fPayload(inPayload)
+    SceneWriter(TNqiostream& ioFile, Payload inPayload) : fFile(ioFile), fStream(kUTF8Transcoder), fPayload(inPayload)
     {
         NqToken::InitTokenMgr(fStream);
         NqToken::GetNqTokenData(fStream)->fTokenIndent = true;
     }
 
-    void Write(const Scene& inScene);
+    // False when something could not be written.
+    bool Write(const Scene& inScene);
     const TextLoss& Loss() const { return fLoss; }
 
 private:
-    void Begin(FourCharT inName) { NqToken::PutBeginToken(fStream, static_cast<int32>(inName), false); }
+    static constexpr int32 kPieceSize = 1 << 16;
+
+    // Hands on what has been made, when it is enough to be worth it.
+    void Drain(int32 inLeast = kPieceSize);
+
+    void Begin(FourCharT inName)
+    {
+        NqToken::PutBeginToken(fStream, static_cast<int32>(inName), false);
+        Drain();
+    }
     void End() { NqToken::PutEndToken(fStream); }
 
     void PutInteger(FourCharT inName, int32 inValue)
@@ -123,10 +135,29 @@ private:
     void PutFaces(const Mesh& inMesh);
     void PutNodes(const std::vector<Node>& inNodes);
 
-    TNqiostream& fStream;
+    TNqiostream& fFile;
+    TNqstrstream fStream;
     const Payload fPayload;
+    const ReportMark fReports;
     TextLoss fLoss;
 };
+
+void SceneWriter::Drain(int32 inLeast)
+{
+    int32 left = fStream.tell();
+    if (left < inLeast)
+        return;
+    fStream.seek(0, TNqiostream::beg);
+    int8 piece[4096];
+    while (left > 0 && !fReports.Reported())
+    {
+        const int32 count = std::min(left, static_cast<int32>(sizeof(piece)));
+        fStream.read(piece, count);
+        fFile.write(piece, count);
+        left -= count;
+    }
+    fStream.seek(0, TNqiostream::beg);
+}
 
 // --- values
 
@@ -140,7 +171,9 @@ void SceneWriter::PutString(FourCharT inName, const std::string& inText)
 void SceneWriter::PutBytes(FourCharT inName, const std::string& inBytes)
 {
     NqToken::PutBinaryStartAttribute(fStream, static_cast<int32>(inName), static_cast<uint32>(inBytes.size()));
-    fStream.write(inBytes.data(), static_cast<int32>(inBytes.size()));
+    Drain(1);
+    if (!fReports.Reported())
+        fFile.write(inBytes.data(), static_cast<int32>(inBytes.size()));
     NqToken::PutBinaryEndAttribute(fStream);
 }
 
@@ -150,7 +183,7 @@ void SceneWriter::PutWords(FourCharT inName, const void* inValues, size_t inCoun
     constexpr size_t kBatch = 1024;
     NqToken::PutBinaryStartAttribute(fStream, static_cast<int32>(inName), static_cast<uint32>(inCount * 4));
     const auto* source = static_cast<const char*>(inValues);
-    for (size_t done = 0; done < inCount;)
+    for (size_t done = 0; done < inCount && !fReports.Reported();)
     {
         char bytes[kBatch * 4];
         const size_t count = std::min(kBatch, inCount - done);
@@ -162,6 +195,7 @@ void SceneWriter::PutWords(FourCharT inName, const void* inValues, size_t inCoun
                 bytes[i * 4 + b] = static_cast<char>(word >> (8 * b));
         }
         fStream.write(bytes, static_cast<int32>(count * 4));
+        Drain();
         done += count;
     }
     NqToken::PutBinaryEndAttribute(fStream);
@@ -185,28 +219,33 @@ bool SceneWriter::SurvivesText(const Reals& inValues)
 // Nothing is written for an empty array: its absence says as much.
 void SceneWriter::PutReals(FourCharT inName, const Reals& inValues)
 {
-    if (inValues.empty())
+    if (inValues.empty() || fReports.Reported())
         return;
     if (fPayload == Payload::kRaw && (inValues.size() > kSmallArray || !SurvivesText(inValues)))
         return PutWords(inName, inValues.data(), inValues.size());
     fLoss.Count(inValues);
     const auto isNotNumber = [](real32 value) { return std::isnan(value); };
-    const auto count = static_cast<int32>(inValues.size());
-    if (std::none_of(inValues.begin(), inValues.end(), isNotNumber))
-        return NqToken::PutReal32ArrayAttribute(fStream, static_cast<int32>(inName), count, inValues.data());
-    Reals numbers = inValues;
-    std::replace_if(numbers.begin(), numbers.end(), isNotNumber, 0.0F);
-    NqToken::PutReal32ArrayAttribute(fStream, static_cast<int32>(inName), count, numbers.data());
+    const real32* values = inValues.data();
+    Reals numbers;
+    if (std::any_of(inValues.begin(), inValues.end(), isNotNumber))
+    {
+        numbers = inValues;
+        std::replace_if(numbers.begin(), numbers.end(), isNotNumber, 0.0F);
+        values = numbers.data();
+    }
+    NqToken::PutReal32ArrayAttribute(fStream, static_cast<int32>(inName), static_cast<int32>(inValues.size()), values);
+    Drain();
 }
 
 void SceneWriter::PutIntegers(FourCharT inName, const std::vector<int32>& inValues)
 {
-    if (inValues.empty())
+    if (inValues.empty() || fReports.Reported())
         return;
     if (fPayload == Payload::kRaw && inValues.size() > kSmallArray)
         return PutWords(inName, inValues.data(), inValues.size());
     NqToken::PutInt32ArrayAttribute(fStream, static_cast<int32>(inName), static_cast<int32>(inValues.size()),
                                     inValues.data());
+    Drain();
 }
 
 // --- blocks
@@ -327,7 +366,7 @@ void SceneWriter::PutNodes(const std::vector<Node>& inNodes)
         End();
 }
 
-void SceneWriter::Write(const Scene& inScene)
+bool SceneWriter::Write(const Scene& inScene)
 {
     Begin(names::kScene);
     PutInteger(names::kVersion, kLayoutVersion);
@@ -348,6 +387,8 @@ void SceneWriter::Write(const Scene& inScene)
         PutMesh(mesh);
     PutNodes(inScene.fNodes);
     End();
+    Drain(1);
+    return !fReports.Reported();
 }
 
 } // namespace
@@ -365,15 +406,16 @@ Outcome WriteScene(const Scene& inScene, Payload inPayload, const std::string& i
     if (!stream.good())
         return Trouble(fmt::format("{}: cannot be written", inPath));
     SceneWriter writer(stream, inPayload);
-    writer.Write(inScene);
-    stream.flush();
-    const bool good = stream.good();
-    const int32 size = stream.tell();
+    const bool written = writer.Write(inScene);
+    const uint32 size = stream.GetFileSize();
+    if (written)
+        stream.flush();
+    const bool good = written && stream.good() && !mark.Reported();
     stream.close();
-    if (size < 0)
+    if (!good && size > kMaxFileSize - kStreamBufferSize)
         return Trouble(
             fmt::format("{}: the scene needs more than the {} bytes that a token file may have", inPath, kMaxFileSize));
-    if (!good || mark.Reported())
+    if (!good)
         return Trouble(fmt::format("{}: could not be written; is the disk full?", inPath));
 
     writer.Loss().Describe(outNotes);
