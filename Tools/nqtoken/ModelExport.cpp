@@ -30,12 +30,13 @@ struct Format
     bool fHoldsNodes;
     bool fHoldsImages;
     bool fIsInMetres; // and has the Y axis upward
+    bool fJoinsParts; // makes the meshes of a node one
 };
 
 constexpr Format kFormats[] = {
-    {"obj", "obj", true, false, false, false},   {"ply", "plyb", false, false, false, false},
-    {"stl", "stlb", false, false, false, false}, {"gltf", "gltf2", true, true, true, true},
-    {"glb", "glb2", true, true, true, true},
+    {"obj", "obj", true, false, false, false, false},   {"ply", "plyb", false, false, false, false, false},
+    {"stl", "stlb", false, false, false, false, false}, {"gltf", "gltf2", true, true, true, true, true},
+    {"glb", "glb2", true, true, true, true, true},
 };
 
 const Format* FormatOf(const std::string& inPath)
@@ -305,35 +306,62 @@ Element** NewList(const std::vector<Element*>& inElements)
     return list;
 }
 
+void AddMaterials(const Scene& inScene, const Format& inFormat, aiScene& ioModel)
+{
+    std::vector<aiMaterial*> materials;
+    for (const Material& material : inScene.fMaterials)
+        materials.push_back(NewMaterial(inScene, material, inFormat));
+    // A mesh of a model always has a material.
+    const auto hasNone = [](const Mesh& mesh) { return mesh.fMaterial < 0; };
+    if (materials.empty() || std::any_of(inScene.fMeshes.begin(), inScene.fMeshes.end(), hasNone))
+        materials.push_back(new aiMaterial);
+    ioModel.mNumMaterials = static_cast<uint32>(materials.size());
+    ioModel.mMaterials = NewList(materials);
+}
+
+// Where a format has meshes of several parts, they come in as meshes named "rod-0", "rod-1"; on the way out, the parts
+// of a node become one mesh again, which takes the name of the first. That must be "rod".
+void JoinPartNames(const Scene& inScene, aiScene& ioModel)
+{
+    for (const Node& node : inScene.fNodes)
+    {
+        if (node.fMeshes.size() < 2)
+            continue;
+        const std::string& first = inScene.fMeshes[static_cast<size_t>(node.fMeshes[0])].fName;
+        const std::string name = first.substr(0, first.rfind('-'));
+        bool parts = true;
+        for (size_t i = 0; i < node.fMeshes.size(); ++i)
+            parts =
+                parts && inScene.fMeshes[static_cast<size_t>(node.fMeshes[i])].fName == fmt::format("{}-{}", name, i);
+        if (parts)
+            ioModel.mMeshes[node.fMeshes[0]]->mName = ModelText(name);
+    }
+}
+
+void AddMeshes(const Scene& inScene, const Format& inFormat, aiScene& ioModel)
+{
+    std::vector<aiMesh*> meshes;
+    for (const Mesh& mesh : inScene.fMeshes)
+        meshes.push_back(NewMesh(mesh, static_cast<uint32>(inScene.fMaterials.size())));
+    ioModel.mNumMeshes = static_cast<uint32>(meshes.size());
+    ioModel.mMeshes = NewList(meshes);
+    if (meshes.empty())
+        ioModel.mFlags |= AI_SCENE_FLAGS_INCOMPLETE;
+    if (inFormat.fJoinsParts)
+        JoinPartNames(inScene, ioModel);
+}
+
 std::unique_ptr<aiScene> Convert(const Scene& inScene, const Format& inFormat)
 {
     auto model = std::make_unique<aiScene>();
     model->mRootNode = NewNodes(inScene);
-
     std::vector<aiTexture*> textures;
     for (const Image& image : inScene.fImages)
         textures.push_back(NewTexture(image));
     model->mNumTextures = static_cast<uint32>(textures.size());
     model->mTextures = NewList(textures);
-
-    // A mesh of a model always has a material.
-    std::vector<aiMaterial*> materials;
-    for (const Material& material : inScene.fMaterials)
-        materials.push_back(NewMaterial(inScene, material, inFormat));
-    const auto spare = static_cast<uint32>(materials.size());
-    const auto hasNone = [](const Mesh& mesh) { return mesh.fMaterial < 0; };
-    if (materials.empty() || std::any_of(inScene.fMeshes.begin(), inScene.fMeshes.end(), hasNone))
-        materials.push_back(new aiMaterial);
-    model->mNumMaterials = static_cast<uint32>(materials.size());
-    model->mMaterials = NewList(materials);
-
-    std::vector<aiMesh*> meshes;
-    for (const Mesh& mesh : inScene.fMeshes)
-        meshes.push_back(NewMesh(mesh, spare));
-    model->mNumMeshes = static_cast<uint32>(meshes.size());
-    model->mMeshes = NewList(meshes);
-    if (meshes.empty())
-        model->mFlags |= AI_SCENE_FLAGS_INCOMPLETE;
+    AddMaterials(inScene, inFormat, *model);
+    AddMeshes(inScene, inFormat, *model);
     return model;
 }
 
