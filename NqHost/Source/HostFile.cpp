@@ -253,11 +253,11 @@ NqErr TNqHostFile::Write(const int8* inData, uint32 inCount, uint32* outDone)
 NqErr TNqHostFile::SetPosition(int32 inOffset, TNqiostream::seek_dir inFrom)
 {
     uint32 start = 0;
-    NqErr err = IsOpen() ? kNqNoErr : kNqErrInvalidData;
-    if (err == kNqNoErr && inFrom == TNqiostream::cur)
+    if (!IsOpen() || inFrom > TNqiostream::end)
+        return kNqErrInvalidData;
+    if (inFrom == TNqiostream::cur)
         start = fPosition;
-    else if (err == kNqNoErr && inFrom == TNqiostream::end)
-        err = GetSize(&start);
+    const NqErr err = inFrom == TNqiostream::end ? GetSize(&start) : kNqNoErr;
     if (err != kNqNoErr)
         return err;
     const int64 position = int64{start} + inOffset;
