@@ -14,7 +14,7 @@ std::string Written(const std::vector<int8>& bytes, void (*write)(TNqiostream&, 
     write(out, bytes);
     const size_t count = static_cast<size_t>(out.pcount());
     int8* text = out.str();
-    const std::string written(text, count);
+    std::string written(text, count);
     Nqfree(text);
     return written;
 }

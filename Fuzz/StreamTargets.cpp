@@ -172,7 +172,7 @@ std::string WrittenOn(const TChoices& choices)
     WriteValues(stream, choices);
     const size_t count = static_cast<size_t>(stream.pcount());
     int8* text = stream.str();
-    const std::string written(text != nullptr ? text : "", count);
+    std::string written(text != nullptr ? text : "", count);
     Nqfree(text);
     return written;
 }
