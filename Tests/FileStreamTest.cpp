@@ -270,11 +270,13 @@ TEST_F(FileStreamTest, OpeningReportsTheFirstErrorAndLeavesNothingOpen)
                 if (exists)
                     Disk() = "text";
                 boolean created = 2;
-                fDisk.fBadCall = bad;
-                TNqfstream stream;
+                TNqfstream stream("/other", kUTF8Transcoder, eReadWrite, 16, nullptr);
+                stream << "kept";
+                fDisk.fBadCall = fDisk.fCalls + 3 + bad; // behind the calls that close the other file
                 const NqErr error = stream.Init(kPath, kUTF8Transcoder, mode, 16, &created);
                 const bool opens = exists || mode != eRead;
-                const bool reached = fDisk.fCalls >= bad;
+                const bool reached = fDisk.fCalls >= fDisk.fBadCall;
+                EXPECT_EQ(fDisk.fFiles["/other"], "kept");
                 fDisk.fBadCall = 0;
                 if (!reached)
                 {

@@ -557,6 +557,51 @@ size_t OutSlot()
     return SlotOf<TNqiostream& (TNqiostream::*)(Argument)>(&TNqiostream::operator<<);
 }
 
+template <class Member>
+size_t OffsetOf(Member member)
+{
+    size_t offset;
+    std::memcpy(&offset, &member, sizeof offset);
+    return offset;
+}
+
+// Fields as derived classes of other modules know them.
+TEST_F(StreamTest, FieldsStay)
+{
+    using TOffsets = std::vector<size_t>;
+    // clang-format off
+    struct TMemoryFields : TNqstrstream
+    {
+        static TOffsets Base()
+        {
+            using F = TMemoryFields;
+            return {OffsetOf(&F::fFlags), OffsetOf(&F::fState), OffsetOf(&F::fMode), OffsetOf(&F::fPrecision), OffsetOf(&F::fWidth),
+                    OffsetOf(&F::fgcount), OffsetOf(&F::fSeparators), OffsetOf(&F::fInfos), OffsetOf(&F::fInfosCount),
+                    OffsetOf(&F::fEncoding), OffsetOf(&F::fIDOffset), OffsetOf(&F::fStreamContext)};
+        }
+        static TOffsets Own()
+        {
+            using F = TMemoryFields;
+            return {OffsetOf(&F::fBuffer), OffsetOf(&F::fBufferSize), OffsetOf(&F::fBufferAllocatedSize), OffsetOf(&F::fCur),
+                    OffsetOf(&F::fOwnBuffer)};
+        }
+    };
+    struct TFileFields : TNqfstream
+    {
+        static TOffsets Own()
+        {
+            using F = TFileFields;
+            return {OffsetOf(&F::fFile), OffsetOf(&F::fBuffer), OffsetOf(&F::fBufferSize), OffsetOf(&F::fActualBufSize),
+                    OffsetOf(&F::fBufferPos), OffsetOf(&F::fBufferOffset), OffsetOf(&F::fFileSize), OffsetOf(&F::fBufferModified),
+                    OffsetOf(&F::fFirstBufferLoaded)};
+        }
+    };
+    // clang-format on
+    EXPECT_EQ(TMemoryFields::Base(), (TOffsets{8, 12, 16, 20, 24, 28, 32, 40, 48, 56, 64, 72}));
+    EXPECT_EQ(TMemoryFields::Own(), (TOffsets{80, 88, 92, 96, 104}));
+    EXPECT_EQ(TFileFields::Own(), (TOffsets{80, 88, 96, 100, 104, 108, 112, 116, 117}));
+}
+
 // Called as a plug-in does; and the slots of all operations, in the order that it was built with.
 TEST_F(StreamTest, SlotsStay)
 {

@@ -105,6 +105,11 @@ const TOperation kMoves[] = {[](TCall& c) { c.fStream.seek(c.fNumber % 60 - 2, T
                              [](TCall& c) { c.fStream.putback(c.fByte); },
                              [](TCall& c) { c.fSeen << c.fStream.GetStreamSize(); },
                              [](TCall& c) { c.fStream.precision(c.fSize); },
+                             [](TCall& c)
+                             {
+                                 if (TNqfstream* const file = dynamic_cast<TNqfstream*>(&c.fStream))
+                                     file->append(c.fSize - 10);
+                             },
                              [](TCall& c) { c.fStream.SetTranscoder(static_cast<TranscoderType>(c.fNumber % 3)); }};
 
 template <size_t kCount>

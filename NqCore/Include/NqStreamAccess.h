@@ -44,14 +44,13 @@ public:
     // ---- Sources ---------------------------------------------------------------------------------------------------
     //
     // Get(c)           one byte; at the end of the stream c stays and Eof() holds
-    // GetWhile(c, f)   gets bytes as long as f(c) is true; true when it stopped at a byte, which is consumed and in c,
-    // false when the
-    //                  stream was not good any more. f must not touch the stream.
+    // GetWhile(c, f)   gets bytes as long as f(c) is true, which must not touch the stream. True when it stopped at a
+    //                  byte, consumed and in c; false when the stream was not good any more.
     // Putback(c)       steps back over the byte c
     // Read(data, n)    as the stream's read; Count() says how many bytes came
     // IsWhite(c)       whether c is one of the stream's separators
-    // Cursor        the same bytes one by one, for a scanner that looks at each: a local object that keeps its place in
-    //               the buffer in a register. While it lives nothing else may use the source.
+    // Cursor           the same bytes one by one, for a scanner that looks at each: a local object that keeps its place
+    //                  in the buffer in a register. While it lives nothing else may use the source.
 
     class PlainSource
     {

@@ -41,6 +41,8 @@ struct APIFileInfo
     IDType fCreator = 0;
 };
 
+static_assert(sizeof(APIFileInfo) == 48, "hosts fill this record");
+
 // A file of the host: named, then opened with the permission set before. Slot order is a contract with hosts built
 // elsewhere.
 class INqFile : public INqUnknown

@@ -19,12 +19,15 @@
 //     out >> width >> scale;                    // no separator is written between values: write them yourself
 //
 // State: eof() says that a read met the end, good() that neither that nor a failure happened. A failure is reported to
-// the host
-// ("Stream throw TNqException") and never thrown. Every read, write and seek of a concrete stream begins by clearing
-// the state. Ownership: a stream owns its buffer and its info records and holds references to its file, transcoder and
-// context. Threads: a stream belongs to one thread at a time. Cost: on TNqstrstream and TNqfstream themselves scanners
-// and writers work in the stream's own buffer; a class derived from any stream sees each byte pass its virtual
-// operations.
+// the host, "Stream throw TNqException", and never thrown. Every read, write and seek of a concrete stream begins by
+// clearing the state.
+//
+// Ownership: a stream owns its buffer and its info records and holds references to its file, transcoder and context.
+//
+// Threads: a stream belongs to one thread at a time.
+//
+// Cost: on TNqstrstream and TNqfstream themselves scanners and writers work in the stream's own buffer; a class derived
+// from any stream sees each byte pass its virtual operations.
 //
 // Derived classes override the six primitives. An override hides the other overloads of its name: bring them back with
 // `using TNqiostream::get;` and `using TNqiostream::read;`. The order of the virtual operations, and of the fields, is
@@ -125,9 +128,9 @@ public:
     virtual void write(const int8* data, int32 count) = 0;
 
     // ---- Text in ---------------------------------------------------------------------------------------------------
-    // ----------------------------------------------------------------------------------------------------- Numbers,
-    // words and characters skip separators first; a separator behind a number is consumed, behind a word not. A number
-    // that is none is a failure and leaves its target as it was (int32: 0).
+
+    // Numbers, words and characters skip separators first; a separator behind a number is consumed, behind a word not.
+    // A number that is none is a failure and leaves its target as it was (int32: 0).
 
     virtual TNqiostream& operator>>(int8* word);  // unbounded: see ReadString
     virtual TNqiostream& operator>>(uint8* word); // unbounded
@@ -218,7 +221,7 @@ public:
     void readQuotedString(TNqString& text);
     void writeQuotedString(const TNqString& text);
     // A string in quotes on one line, "\n" and "\r" in it being line ends. False, and an empty text, when there is no
-    // such string.
+    // such string, or one of more than maxLength + 1 bytes.
     boolean ReadSingleLineQuotedString(TNqString& text, uint32 maxLength);
 
     // ---- State and format ------------------------------------------------------------------------------------------
@@ -280,6 +283,8 @@ private:
     TNqiostreamInfoStruct* AddInfo(IDType id);
 };
 
+static_assert(sizeof(TNqiostream) == 80 && sizeof(TNqiostreamInfoStruct) == 16, "other modules derive from streams");
+
 // Manipulators.
 TNqiostream& endl(TNqiostream& stream); // one CR: that is the line end of every text this library writes
 TNqiostream& ends(TNqiostream& stream); // one NUL
@@ -292,8 +297,9 @@ TNqiostream& hex(TNqiostream& stream);
 //     out << int32(42) << endl;
 //     TNqstrstream in(out.str(), 3, kUTF8Transcoder, eRead); // str() hands the block over: Nqfree it
 //
-// Ownership: a caller's buffer, or string, must outlive the stream. Failure: a caller's buffer that is full refuses the
-// bytes. Cost: the own block grows so that n bytes written one by one cost time in the order of n.
+// Ownership: a caller's buffer, or string, must outlive the stream.
+// Failure: a caller's buffer that is full refuses the bytes.
+// Cost: the own block grows so that n bytes written one by one cost time in the order of n.
 class TNqstrstream : public TNqiostream
 {
 public:
@@ -343,6 +349,8 @@ private:
     boolean MakeRoom(int64 count);
 };
 
+static_assert(sizeof(TNqstrstream) == 112, "other modules derive from streams");
+
 // Counts what would be written; reads nothing. Every writer works on it and yields the size of its output.
 class countstream : public TNqiostream
 {
@@ -379,7 +387,9 @@ private:
 //
 // Failure: a file that cannot be opened sets the failure bit. What the host could not write is a failure and stays in
 // the buffer; flush() and close() try again. Call one of them and look at good() when the bytes matter: the destructor
-// cannot tell. Positions are 32-bit: a file ends at 2^31 - 1 bytes.
+// cannot tell. A write that failed may have taken a part: tell() says how much.
+//
+// Positions are 32-bit: a file ends at 2^31 - 1 bytes.
 class TNqfstream : public TNqiostream
 {
 public:
@@ -462,6 +472,8 @@ private:
     void WriteUnbuffered(const int8* data, uint32 count);
     void SeekUnbuffered(int64 distance, seek_dir dir);
 };
+
+static_assert(sizeof(TNqfstream) == 120, "other modules derive from streams");
 
 // Reopens a file at a position. The new stream has the Mac encoding whatever the first one had: documents that refer to
 // one another this way are written in it.
