@@ -95,8 +95,7 @@ void SetFromNumber(TNqString& outText, const char* format, int digits, real64 va
 
 } // namespace
 
-// ---- Buffers and counts
-// --------------------------------------------------------------------------------------------------
+// ---- Buffers and counts ---------------------------------------------------------------------------------------------
 
 TNqString::TByteRun TNqString::GetText(const char* inString)
 {
@@ -219,8 +218,7 @@ char TNqString::GetSBCharAt(uint32 byteIndex) const
     return byteIndex < fByteLength ? GetText(*this).fBytes[byteIndex] : '\0';
 }
 
-// ---- Conversion in
-// -------------------------------------------------------------------------------------------------------
+// ---- Conversion in --------------------------------------------------------------------------------------------------
 
 TNqString& TNqString::operator=(const TNqString& inString)
 {
@@ -349,8 +347,7 @@ void TNqString::FromReal64(real64 inValue)
     SetFromNumber(*this, "%.*f", 2, inValue);
 }
 
-// ---- Conversion out
-// ------------------------------------------------------------------------------------------------------
+// ---- Conversion out -------------------------------------------------------------------------------------------------
 
 void TNqString::ToCPtr(char* out) const
 {
@@ -460,8 +457,7 @@ boolean TNqString::IsNumericString() const
                        { return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == decimalPoint; });
 }
 
-// ---- Editing
-// -------------------------------------------------------------------------------------------------------------
+// ---- Editing --------------------------------------------------------------------------------------------------------
 
 TNqString& TNqString::operator+=(const TNqString& inString)
 {
@@ -614,8 +610,7 @@ void TNqString::SetSBCharAt(char c, int32 nIndex)
         buffer[nIndex] = c;
 }
 
-// ---- Searching
-// -----------------------------------------------------------------------------------------------------------
+// ---- Searching ------------------------------------------------------------------------------------------------------
 
 uint32 TNqString::GetPatternLength(TByteRun inPattern, uint32 inLength)
 {
@@ -736,8 +731,7 @@ uint32 TNqString::ReplaceStr(const TNqString& ss, const TNqString& replace, uint
     return count;
 }
 
-// ---- Comparison and case
-// -------------------------------------------------------------------------------------------------
+// ---- Comparison and case --------------------------------------------------------------------------------------------
 
 boolean TNqString::operator<(const TNqString& inString) const
 {
@@ -811,8 +805,7 @@ void TNqString::Capitalize()
         SetSBCharAt(static_cast<char>(first - 32), 0);
 }
 
-// ---- Text translation
-// ----------------------------------------------------------------------------------------------------
+// ---- Text translation -----------------------------------------------------------------------------------------------
 
 void TNqString::TranslateAscii(uint8 inverse)
 {
@@ -965,8 +958,7 @@ void TNqString::ChangeLineBreaksToWin()
     *this = result;
 }
 
-// ---- Fixed capacity
-// ------------------------------------------------------------------------------------------------------
+// ---- Fixed capacity -------------------------------------------------------------------------------------------------
 
 template class TNqFixedString<15>;
 template class TNqFixedString<31>;
@@ -974,8 +966,7 @@ template class TNqFixedString<63>;
 template class TNqFixedString<255>;
 template class TNqFixedString<1023>;
 
-// ---- Dynamic strings
-// -----------------------------------------------------------------------------------------------------
+// ---- Dynamic strings ------------------------------------------------------------------------------------------------
 
 TNqDynamicString::TNqDynamicString()
 {
@@ -1145,8 +1136,7 @@ void TNqDynamicString::InsertStr(const TNqString& inString, uint32 nIndex)
     TerminateAndCount(buffer);
 }
 
-// ---- Wide strings
-// --------------------------------------------------------------------------------------------------------
+// ---- Wide strings ---------------------------------------------------------------------------------------------------
 
 TNqWideString::TNqWideString(const char* inString)
 {
@@ -1189,8 +1179,7 @@ uint16* TNqWideString::StrGet() const
     return const_cast<uint16*>(fStringBuffer.ArrayData());
 }
 
-// ---- Decimal texts
-// -------------------------------------------------------------------------------------------------------
+// ---- Decimal texts --------------------------------------------------------------------------------------------------
 
 namespace
 {
