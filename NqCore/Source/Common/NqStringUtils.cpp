@@ -183,8 +183,10 @@ private:
     {
         const uint32 oldCount = fOut.GetElemCount();
         const uint64 newCount = static_cast<uint64>(oldCount) + byteLength;
-        const uint64 doubled = std::min<uint64>(2 * newCount, kEndIndex - 1);
-        if (newCount > fOut.GetElemSpace() && !fOut.SetElemSpace(static_cast<uint32>(std::max(newCount, doubled))))
+        if (newCount >= kEndIndex)
+            return false; // more than an array holds
+        const uint32 doubled = static_cast<uint32>(std::min<uint64>(2 * newCount, kEndIndex - 1));
+        if (newCount > fOut.GetElemSpace() && !fOut.SetElemSpace(doubled))
             return false;
         if (!fOut.SetElemCount(newCount))
             return false;
