@@ -338,8 +338,8 @@ extern template class TNqFixedString<1023>;
 // The left text with the right one appended, cut at 1023 bytes.
 TNqString1023 operator+(const TNqString& inLeft, const TNqString& inRight);
 
-// A string that grows, to exactly the size asked for: a long text made of many small appends moves at each of them.
-// Build such a text in a stream (TNqstrstream), or set its size once with SetByteLength.
+// A string that grows, to exactly the size asked for: a long text made of many small appends moves and is
+// counted at each of them. Build such a text in a stream (TNqstrstream).
 //
 // Callers that must not lose text check MaxLength() after growing.
 class TNqDynamicString : public TNqString
