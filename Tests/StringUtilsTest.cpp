@@ -279,10 +279,12 @@ TEST_F(StringUtilsTest, ParametersAreFilledInAsOneByOne)
     for (int round = 0; round < 20000; ++round)
     {
         const std::string text = randomText(16);
-        const TNqString15 parameter(randomText(random() % 2 ? 4 : 9).c_str());
+        // A long text or parameter takes another way than short ones.
+        const std::string longTail(random() % 4 ? 0 : 256, '-');
+        const TNqDynamicString parameter((randomText(random() % 2 ? 4 : 9) + longTail).c_str());
         const uint32 index = random() % 3 ? random() % 2 : 10;
         const TNqString15 placeholder(("^" + std::to_string(index)).c_str());
-        TNqDynamicString dynamic(text.c_str()), expectedDynamic(dynamic);
+        TNqDynamicString dynamic((text + std::string(random() % 4 ? 1024 : 0, '-')).c_str()), expectedDynamic(dynamic);
         FillOneByOne(expectedDynamic, placeholder, parameter);
         NqParameterText(dynamic, parameter, index);
         ASSERT_EQ(Bytes(dynamic), Bytes(expectedDynamic)) << text << " " << Bytes(parameter);
@@ -300,12 +302,19 @@ TEST_F(StringUtilsTest, ParametersAreFilledInAsOneByOne)
     texts.AddElem(&three);
     texts.AddElem(&seven);
     texts.AddElem(nullptr);
+    TestHost().FailAllocations(1, 100); // a message about missing memory is filled in too
     NqParameterText(message, texts);
+    TestHost().FailAllocations(0);
     EXPECT_STREQ(message.GetString(), "Saved 3 of 7, ^2");
     EXPECT_EQ(TakeReports(), (TTexts{"arg"}));
     TNqDynamicString own("<^0>");
     NqParameterText(own, own);
     EXPECT_STREQ(own.GetString(), "<<^0>>");
+    TNqString15 malformed("a\xFF^0-----------"); // the searches count the stray byte, the edits do not
+    NqParameterText(malformed, TNqString15("0xx"), 0);
+    EXPECT_STREQ(malformed.GetString(), "a\xFF"
+                                        "0xx----------");
+    EXPECT_EQ(TakeReports(), (TTexts{"newByteLength <= fMaxLength"}));
 }
 
 TEST_F(StringUtilsTest, HashesMixTheLowBitsOfEachCharacter)

@@ -19,7 +19,7 @@ class TNqPtrArray;
 
 // ---- Qt ----
 
-// The text up to the first NUL. Without memory `q` becomes empty.
+// Length() units, 0 behind the first NUL. Without memory `q` becomes empty.
 void NqStringToQString(const TNqString& s, QString& q);
 void QStringToNqString(const QString& q, TNqString& s);
 
@@ -38,7 +38,8 @@ char NqGetDecimalPt();
 // ---- Messages ----
 
 // Replaces "^" and inIndex, wherever it stands, by inSubString. "^1" is also found in "^10". What was inserted is
-// searched again together with what is before it, unless inSubString has a '^' itself.
+// searched again together with what is before it, unless inSubString has a '^' itself. Short texts are filled in
+// without further memory; a long one stays as it is when there is none.
 void NqParameterText(TNqString& inoutString, const TNqString& inSubString, uint32 inIndex);
 void NqParameterText(TNqString& inoutString, const TNqString& inSubString);
 

@@ -227,17 +227,21 @@ private:
     uint64 fPeak = 0;
 };
 
-// The same step by step, for a string that cuts what does not fit at each of them.
+// The same step by step: for a string that cuts what does not fit at each of them, and for short texts, which then need
+// no memory.
 void ReplacePlaceholdersInPlace(TNqString& text, const TNqString& placeholder, const TNqString& parameter)
 {
     const bool restart = !HasParameterMark(parameter);
     uint32 from = 0;
-    for (uint32 at; (at = text.SearchStr(placeholder, from)) != kNqNotFound;)
+    for (uint32 found; (found = text.SearchSBStr(placeholder, from)) != kNqNotFound;)
     {
+        // The index as EraseStr counts it: the one of SearchStr is another in malformed text, which would keep its
+        // placeholder for ever.
+        const uint32 at = UTF8StrLen(reinterpret_cast<const uint8*>(text.GetString()), found);
         if (!text.EraseStr(at, placeholder.Length()))
             return;
         text.InsertStr(parameter, at);
-        from = restart ? 0 : at + parameter.Length();
+        from = restart ? 0 : static_cast<uint32>(std::min<uint64>(uint64{found} + parameter.ByteLength(), kNqNotFound));
     }
 }
 
@@ -250,6 +254,13 @@ void NqParameterText(TNqString& inoutString, const TNqString& inSubString, uint3
     const TNqString15 placeholder(TNqString15("^") + number);
     if (inoutString.SearchSBStr(placeholder, 0) == kNqNotFound)
         return;
+    constexpr uint32 kShortText = 1023;
+    constexpr uint32 kShortParameter = 255;
+    if (inoutString.MaxLength() <= kShortText && inSubString.ByteLength() <= kShortParameter)
+    {
+        ReplacePlaceholdersInPlace(inoutString, placeholder, TNqString255(inSubString));
+        return;
+    }
     TPlaceholderPass pass(placeholder, inSubString);
     if (!pass.Run(inoutString))
         return;
