@@ -389,8 +389,7 @@ struct NqLineEnd
 };
 
 // A line, byte for byte to inStore(byte). Its end is consumed and not stored; with '\n', CR, LF, CR LF and LF CR end a
-// line and count as
-// '\n'. ioCount is raised by the bytes stored, and by the second half of a pair.
+// line and count as '\n'. ioCount is raised by the bytes stored, and by the second half of a pair.
 template <class Source, class Store>
 NqLineEnd NqScanLine(Source& source, int8 delim, int32& ioCount, Store&& inStore)
 {
