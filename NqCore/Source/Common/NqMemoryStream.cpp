@@ -13,9 +13,15 @@ namespace
 constexpr int32 kGrowStep = 4096;
 constexpr int64 kLargestSize = std::numeric_limits<int32>::max();
 
+// Positions are 32-bit: of a longer text only what they reach is read.
+int32 ReachableLength(size_t length)
+{
+    return static_cast<int32>(std::min<size_t>(length, kLargestSize));
+}
+
 int32 TextLength(const int8* text)
 {
-    return text != nullptr ? static_cast<int32>(std::min<size_t>(std::strlen(text), kLargestSize)) : 0;
+    return text != nullptr ? ReachableLength(std::strlen(text)) : 0;
 }
 
 } // namespace
@@ -53,7 +59,7 @@ TNqstrstream::TNqstrstream(int8* text, TranscoderType type)
 
 TNqstrstream::TNqstrstream(const TNqDynamicString& text, TranscoderType type)
     : fBuffer(text.StrGet()),
-      fBufferSize(fBuffer != nullptr ? static_cast<int32>(text.ByteLength()) : 0),
+      fBufferSize(fBuffer != nullptr ? ReachableLength(text.ByteLength()) : 0),
       fBufferAllocatedSize(0),
       fCur(fBuffer),
       fOwnBuffer(nullptr)
