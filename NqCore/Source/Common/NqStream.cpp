@@ -8,6 +8,8 @@
 #include "NqCore/PublicAPI/NqMath.h"
 #include "NqCore/PublicAPI/NqToken.h"
 
+#include <limits>
+
 const int8 kStringQuote[2] = "\"";
 const int8 kStringEscape = '\\';
 
@@ -305,8 +307,11 @@ void TNqiostream::writedouble(real64 value)
 
 void TNqiostream::writestring(const int8* text)
 {
+    const size_t length = text != nullptr ? std::strlen(text) : 0;
+    if (length > static_cast<size_t>(std::numeric_limits<int32>::max()))
+        return streamfail(kNqStreamOutOfRange);
     if (text != nullptr)
-        write(text, static_cast<int32>(std::strlen(text)));
+        write(text, static_cast<int32>(length));
 }
 
 void TNqiostream::writeQuotedString(const TNqString& text)
