@@ -19,8 +19,8 @@
 //     out >> width >> scale;                    // no separator is written between values: write them yourself
 //
 // State: eof() says that a read met the end, good() that neither that nor a failure happened. A failure is reported to
-// the host, "Stream throw TNqException", and never thrown. Every read, write and seek of a concrete stream begins by
-// clearing the state.
+// the host, "Stream throw TNqException", and never thrown. Every read, write and seek of memory or of a file begins by
+// clearing the state, so look at good() before the next one.
 //
 // Ownership: a stream owns its buffer and its info records and holds references to its file, transcoder and context.
 //
