@@ -466,6 +466,32 @@ TEST_F(Token, PayloadsOfAFileAreSkippedExactlyAndWithoutLoadingItAgain)
     }
 }
 
+// The position of its host cannot be had, always or once the stream has been moved.
+class TLost : public TNqstrstream
+{
+public:
+    TLost(std::string& text, int tellsBefore)
+        : TNqstrstream(text.data(), static_cast<int32>(text.size()), kUTF8Transcoder, eRead),
+          fTells(tellsBefore)
+    {
+    }
+    int32 tell() override { return fTells-- > 0 ? TNqstrstream::tell() : (changestate(failbit), 0); }
+
+private:
+    int fTells;
+};
+
+TEST_F(Token, AHostWithoutPositionsDoesNotLeadBack)
+{
+    std::string text = "WORD $00000002\rab$ B ";
+    int8 token[kTokenBufferSize];
+    TLost stream(text, 0), moved(text, 1);
+    for (const char* expected : {"WORD", "", "B"})
+        EXPECT_EQ((GetNextToken(stream, token, false), std::string(token)), expected);
+    EXPECT_EQ(GetNextToken(moved, token, false), 0);
+    EXPECT_EQ(GetNextToken(moved, token, false), kNqErrEndOfFile);
+}
+
 TEST_F(Token, WhatIsKeptIsCutSoThatItCanBeReadAgain)
 {
     std::string tall(300, 'w'), escapes;

@@ -36,19 +36,21 @@ int64 EndOfStream(TNqiostream& stream)
 bool NqTokenScan::SeekAhead(TNqiostream& stream, uint64 count)
 {
     const int64 target = stream.tell() + static_cast<int64>(count);
+    const bool found = stream.good(); // a host that fails gives a position that would lead back
     const int64 end = EndOfStream(stream);
-    if (end != kUnknownEnd && target > end)
+    if (found && end != kUnknownEnd && target > end)
     {
         stream.seek(static_cast<int32>(end), TNqiostream::beg);
         stream.changestate(TNqiostream::eofbit); // as if the bytes had been read
         return false;
     }
-    if (target <= std::numeric_limits<int32>::max())
+    if (found && target <= std::numeric_limits<int32>::max())
     {
         stream.seek(static_cast<int32>(target), TNqiostream::beg);
-        if (stream.tell() == target)
-            return true;
         stream.clear(0);
+        const bool reached = stream.tell() == target;
+        if (reached || !stream.good())
+            return reached && stream.good(); // it may have moved anywhere: reading on could be endless
     }
     // What cannot seek is read, byte by byte: a connection must not be asked for more than there is.
     for (int8 c = 0; count > 0; --count)
