@@ -17,8 +17,9 @@
 //         }
 //
 // Failure: readers throw TNqException with kNqErrFormat or kNqErrEndOfFile and leave the stream behind the byte that
-// was wrong; GetNextToken returns these codes and never throws. Writers throw nothing: a failed write shows in the
-// state of the stream. A malformed number is reported by the stream and reads as 0.
+// was wrong; GetNextToken returns these codes and never throws. Readers of text without a limit throw
+// kNqErrOutOfMemory when it does not fit. Writers throw nothing: a failed write shows in the state of the stream. A
+// malformed number is reported by the stream and reads as 0.
 //
 // Cost: time is linear in the bytes passed and nothing recurses, whatever the input. On TNqstrstream and TNqfstream
 // themselves the bytes are taken from the stream's own buffer; classes derived from them see each call of the stream's
@@ -240,8 +241,8 @@ void GetBufferAsBinHex(TNqiostream& stream, int8* buffer, int32 size, uint32& st
 // Parts of a document as text
 
 // The text of the next value or block, without its comments and '$' payloads, in a block that the caller frees with
-// Nqfree. The end of the stream throws the code 1. Nothing is stored when the text is empty or there is no memory
-// (reported).
+// Nqfree. The end of the stream throws the code 1. Nothing is stored when the text is empty, or when there is no memory
+// for that block (reported).
 void ExtractTokenData(TNqiostream& stream, void*& data, uint32& size);
 // Reads a block and appends its content to `out`, comments and payloads included; `size` is the position in `out`
 // afterwards.
