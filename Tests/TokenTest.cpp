@@ -483,7 +483,7 @@ private:
 
 TEST_F(Token, AHostWithoutPositionsDoesNotLeadBack)
 {
-    std::string text = "WORD $00000002\rab$ B ";
+    std::string text = "WORD $00000002\rab$ B $ ";
     int8 token[kTokenBufferSize];
     TLost stream(text, 0), moved(text, 1);
     for (const char* expected : {"WORD", "", "B"})
