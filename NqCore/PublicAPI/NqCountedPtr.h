@@ -57,7 +57,7 @@ public:
         if (!NqCheckText(pp != nullptr && !NqCheckDeceased(pp), "Bad Pointer"))
             return lp;
         const bool oldAlive = NqCheckText(!NqCheckDeceased(*pp), "!NqCheckDeceased(*pp)");
-        bool newAlive = NqCheck((lp == NULL) || !NqCheckDeceased(lp));
+        bool newAlive = NqCheckText(!NqCheckDeceased(lp), "(lp == NULL) || !NqCheckDeceased(lp)");
         if (newAlive && lp != nullptr)
             newAlive = NqCheckText(!NqCheckDeceased(NqFirstWord(lp)), "(lp == NULL) || !NqCheckDeceased(*(void**)lp)");
         T* old = *pp;
@@ -73,7 +73,7 @@ public:
 
     T* operator=(T* lp) { return Assign(&fObject, lp); }
 
-    TNqCountedPtr& operator=(const TNqCountedPtr& lp)
+    TNqCountedPtr& operator=(const TNqCountedPtr& lp) // NOLINT(bugprone-unhandled-self-assignment): Assign sees it
     {
         Assign(&fObject, lp.fObject);
         return *this;

@@ -30,7 +30,7 @@ NqErr QueryRootInterface(INqUnknown* inObject, const NqIID& iid, void** outInter
 template <class T>
 void CreateBareObject(T** outObject)
 {
-    if (NqCheck(outObject != NULL))
+    if (NqCheckText(outObject != nullptr, "outObject != NULL"))
         TNqCountedCreateHelper<T>{outObject} = new T;
 }
 
