@@ -319,8 +319,8 @@ void AddMaterials(const Scene& inScene, const Format& inFormat, aiScene& ioModel
     ioModel.mMaterials = NewList(materials);
 }
 
-// Where a format has meshes of several pieces, these come in as meshes named "rod-0", "rod-1"; on the way out, the meshes
-// of a node become one again, which takes the name of the first. That must be "rod".
+// Where a format has meshes of several pieces, these come in as meshes named "rod-0", "rod-1"; on the way out, the
+// meshes of a node become one again, which takes the name of the first. That must be "rod".
 void JoinPartNames(const Scene& inScene, aiScene& ioModel)
 {
     for (const Node& node : inScene.fNodes)
