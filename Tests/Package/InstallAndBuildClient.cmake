@@ -30,7 +30,7 @@ extract_readme_program(${WORK_DIR}/readme.cpp)
 set(prefix ${WORK_DIR}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
-run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/Tests/Package/Client -B ${WORK_DIR}/client -DREADME_PROGRAM=${WORK_DIR}/readme.cpp
+run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${SOURCE_DIR}/Tests/Package/Client -B ${WORK_DIR}/client -DREADME_PROGRAM=${WORK_DIR}/readme.cpp
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/client)
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
