@@ -6,9 +6,6 @@
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "Tests/TestHost.h"
 
-#include <cstring>
-#include <random>
-#include <thread>
 #include <type_traits>
 
 struct TNqCountedObjectLayout
@@ -53,19 +50,15 @@ int32 LivingObjects()
     return GetAtomicCounterValue(*gCurrentCountedObjects);
 }
 
-std::vector<TNqCountedObject*> WalkForwards()
+// The registered objects from the first to the last, and the same when walked the other way.
+std::vector<TNqCountedObject*> Registered()
 {
-    std::vector<TNqCountedObject*> objects;
+    std::vector<TNqCountedObject*> objects, backwards;
     for (TNqCountedObject* p = *gFirstCountedObject; p != nullptr; p = p->GetNextCountedObject())
         objects.push_back(p);
-    return objects;
-}
-
-std::vector<TNqCountedObject*> WalkBackwards()
-{
-    std::vector<TNqCountedObject*> objects;
     for (TNqCountedObject* p = *gLastCountedObject; p != nullptr; p = p->GetPreviousCountedObject())
-        objects.insert(objects.begin(), p);
+        backwards.insert(backwards.begin(), p);
+    EXPECT_EQ(backwards, objects);
     return objects;
 }
 
@@ -99,13 +92,12 @@ TEST_F(CountedObject, TheListHoldsExactlyTheLivingObjectsInOrderOfCreation)
             EXPECT_EQ(model[i]->Release(), 0U);
             model.erase(model.begin() + static_cast<long>(i));
         }
-        ASSERT_EQ(WalkForwards(), model);
-        ASSERT_EQ(WalkBackwards(), model);
+        ASSERT_EQ(Registered(), model);
         ASSERT_EQ(LivingObjects() - before, static_cast<int32>(model.size()));
     }
     for (TNqCountedObject* object : model)
         object->Release();
-    EXPECT_TRUE(WalkForwards().empty());
+    EXPECT_TRUE(Registered().empty());
 }
 
 TEST_F(CountedObject, OneMadeBeforeTheRegistryIsNeverCountedNorUnlinked)
@@ -128,25 +120,19 @@ TEST_F(CountedObject, OneMadeBeforeTheRegistryIsNeverCountedNorUnlinked)
     EXPECT_EQ(early->Release(), 1U);
     EXPECT_EQ(early->Release(), 0U);
     EXPECT_EQ(LivingObjects(), living);
-    EXPECT_EQ(WalkForwards(), std::vector<TNqCountedObject*>{&other});
+    EXPECT_EQ(Registered(), std::vector<TNqCountedObject*>{&other});
 }
 
 TEST_F(CountedObject, WrongCountsAtTheEndAreReported)
 {
-    {
-        TNqCountedObject shared;
-        shared.AddRef();
-    }
-    EXPECT_EQ(TakeReports(), TTexts{"fRefCount <= 1"});
-    {
-        TNqSMPCountedObject held;
-    }
-    EXPECT_EQ(TakeReports(), TTexts{"GetAtomicCounterValue(fRefCountAC) == 0"});
+    TNqCountedObject().AddRef();
+    TNqSMPCountedObject();
     TNqSMPCountedObject released;
     TNqSMPCountedObjectLayout::SetCount(released, 0);
     EXPECT_EQ(released.Release(), 0xFFFFFFFFU); // one Release too many deletes nothing
-    EXPECT_EQ(TakeReports(), TTexts{"TNqSMPCountedObject: ref count < 0"});
     TNqSMPCountedObjectLayout::SetCount(released, 0);
+    EXPECT_EQ(TakeReports(), (TTexts{"fRefCount <= 1", "GetAtomicCounterValue(fRefCountAC) == 0",
+                                     "TNqSMPCountedObject: ref count < 0"}));
 }
 
 TEST_F(CountedObject, QueriesKeepTheCountsRight)
@@ -194,20 +180,19 @@ TEST_F(CountedObject, CreationWithoutMemoryThrowsAndKeepsTheCallersObject)
     TNqSMPCountedObject::Create(&object);
     TNqSMPCountedObject* const old = object;
     const int32 living = LivingObjects();
-    ForEachFailingAllocation(
-        [&](int64)
+    const auto create = [&](int64)
+    {
+        try
         {
-            try
-            {
-                TNqSMPCountedObject::Create(&object);
-            }
-            catch (const TNqException& error)
-            {
-                EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
-                EXPECT_EQ(object, old);
-            }
-            EXPECT_EQ(LivingObjects(), living);
-        });
+            TNqSMPCountedObject::Create(&object);
+        }
+        catch (const TNqException& error)
+        {
+            EXPECT_TRUE(error.GetError() == kNqErrOutOfMemory && object == old);
+        }
+        EXPECT_EQ(LivingObjects(), living);
+    };
+    ForEachFailingAllocation(create);
     EXPECT_NE(object, old);
     object->Release();
 }
@@ -216,19 +201,12 @@ TEST_F(CountedObject, SharedCountsSurviveThreads)
 {
     TNqSMPCountedObject* object = nullptr;
     TNqSMPCountedObject::Create(&object);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back(
-            [object]
-            {
-                for (int i = 0; i < 20000; ++i)
-                {
-                    object->AddRef();
-                    object->Release();
-                }
-            });
-    for (std::thread& thread : threads)
-        thread.join();
+    const auto work = [object](int)
+    {
+        for (int i = 0; i < 20000; ++i)
+            object->AddRef(), object->Release();
+    };
+    OnThreads(4, work);
     EXPECT_EQ(object->AddRef(), 2U);
     object->Release();
     EXPECT_EQ(object->Release(), 0U);
@@ -238,13 +216,10 @@ TEST_F(CountedObject, IdentifiersAreSixteenBytesInOrder)
 {
     const uint8 file[16] = {0x40, 0x94, 0xF1, 0x58, 0xE7, 0x50, 0xD2, 0x11, 0xA6, 0x3C, 0, 0, 0xC0, 0x3B, 0x8B, 0x53};
     EXPECT_EQ(std::memcmp(static_cast<const void*>(&IID_INqFile), file, 16), 0);
-    for (int i = 0; i < 16; ++i)
+    for (size_t i = 0; i < 16; ++i)
     {
-        uint8 bytes[16];
-        std::memcpy(bytes, static_cast<const void*>(&IID_ITranscoder), 16);
-        bytes[i] = static_cast<uint8>(bytes[i] ^ 0x80);
-        NqGUID other = NqGUID_NULL;
-        std::memcpy(static_cast<void*>(&other), bytes, 16);
+        NqGUID other = IID_ITranscoder;
+        reinterpret_cast<uint8*>(&other)[i] ^= 0x80;
         EXPECT_FALSE(NqInlineIsEqualGUID(other, IID_ITranscoder)) << i;
     }
     EXPECT_TRUE(NqInlineIsEqualGUID(NqGUID(0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46), IID_INqUnknown));
@@ -288,65 +263,57 @@ TEST_F(SmartPointer, DeadPointersAreReportedAndLeftAlone)
         TNqCountedPtr<TTracked> copy(pointer);
         (void)static_cast<TTracked*>(pointer);
         (void)pointer.operator->();
-        EXPECT_EQ(TakeReports(), (TTexts{"!NqCheckDeceased(lp)", "!NqCheckDeceased(lp.fObject)",
-                                         "!NqCheckDeceased(fObject)", "Bad Pointer"}));
         TTracked object;
         pointer = &object; // the dead one is not released
-        EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(*pp)"});
         pointer = nullptr;
     }
-    EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(fObject)"}); // the copy's end
+    const char* const start = "!NqCheckDeceased(*(void**)fObject)";
+    EXPECT_EQ(TakeReports(), (TTexts{"!NqCheckDeceased(lp)", "!NqCheckDeceased(lp.fObject)",
+                                     "!NqCheckDeceased(fObject)", "Bad Pointer", "!NqCheckDeceased(*pp)",
+                                     "!NqCheckDeceased(fObject)"})); // the last at the copy's end
     TNqCountedPtr<TTracked> pointer;
     pointer = dead;
     *pointer.GetAddress() = nullptr;
     pointer = zombie;
-    EXPECT_EQ(TakeReports(),
-              (TTexts{"(lp == NULL) || !NqCheckDeceased(lp)", "(lp == NULL) || !NqCheckDeceased(*(void**)lp)"}));
     *pointer.GetAddress() = nullptr;
     (void)pointer.operator->();
     TTracked object;
     EXPECT_EQ(TNqCountedPtr<TTracked>::Assign(nullptr, &object), &object);
-    EXPECT_EQ(TakeReports(), (TTexts{"Bad Pointer", "Bad Pointer"}));
     {
         TNqCountedPtr<TTracked> holder;
         *holder.GetAddress() = zombie;
     }
-    EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(*(void**)fObject)"});
-
+    EXPECT_EQ(TakeReports(),
+              (TTexts{"(lp == NULL) || !NqCheckDeceased(lp)", "(lp == NULL) || !NqCheckDeceased(*(void**)lp)",
+                      "Bad Pointer", "Bad Pointer", start}));
     TNqPtr<TTracked> plain;
     (void)plain.operator->();
-    EXPECT_EQ(TakeReports(), (TTexts{"Bad Pointer", "fObject && !NqCheckDeceased(*(void**)fObject)"}));
     plain = zombie;
     (void)plain.operator->();
     (void)static_cast<TTracked*>(plain);
-    EXPECT_EQ(TakeReports(), (TTexts{"fObject && !NqCheckDeceased(*(void**)fObject)",
-                                     "(fObject == NULL) || !NqCheckDeceased(*(void**)fObject)"}));
     plain = dead;
     (void)static_cast<TTracked*>(plain);
-    EXPECT_EQ(TakeReports(), TTexts{"!NqCheckDeceased(fObject)"});
+    const std::string wanted = std::string("fObject && ") + start;
+    EXPECT_EQ(TakeReports(), (TTexts{"Bad Pointer", wanted, wanted, std::string("(fObject == NULL) || ") + start,
+                                     "!NqCheckDeceased(fObject)"}));
 }
 
 TEST_F(ExceptionTest, EachCodeHasItsReport)
 {
-    const struct
-    {
-        uint32 fCode;
-        TTexts fReports;
-    } cases[] = {
+    const std::pair<uint32, TTexts> cases[] = {
         {0, {}},
         {0x80010081, {}},
         {4, {"An unable to connect exception is being thrown"}},
         {0x80010080, {"A cancel exception is being thrown"}},
         {0x800101EA, {"A cancel exception is being thrown"}},
-        {0x80010002, {"An exception is being thrown"}},
         {0xFFFFFFFF, {"An exception is being thrown"}},
     };
     const char* const file = "a/file.cpp";
-    for (const auto& c : cases)
+    for (const auto& [code, reports] : cases)
     {
-        const TNqException error(static_cast<int>(c.fCode), file, 12);
-        EXPECT_EQ(TakeReports(), c.fReports) << c.fCode;
-        EXPECT_EQ(error.GetError(), static_cast<NqErr>(c.fCode));
+        const TNqException error(static_cast<int>(code), file, 12);
+        EXPECT_EQ(TakeReports(), reports) << code;
+        EXPECT_EQ(error.GetError(), static_cast<NqErr>(code));
         const TNqException copy(error);
         EXPECT_EQ(copy.what(), file);
         EXPECT_TRUE(TakeReports().empty());

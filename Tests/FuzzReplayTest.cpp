@@ -1,8 +1,6 @@
 #include "Fuzz/FuzzTargets.h"
 #include "Tests/TestHost.h"
 
-#include <random>
-
 namespace
 {
 
@@ -26,32 +24,6 @@ const std::vector<std::string>& Seeds()
         std::string(300, 'w') + " \"" + std::string(300, 'q') + "\" #" + std::string(300, 'c') + "\r}",
     };
     return seeds;
-}
-
-std::string Mutated(std::string text, std::mt19937& random)
-{
-    static const std::string pieces[] = {"\"", "\\", "{",   "}",          "#",    "$",        ",",
-                                         " ",  "\r", "\0"s, "$ 00000003", "\xC3", "FFFFFFFE", "-"};
-    for (auto changes = random() % 4 + 1; changes > 0; --changes)
-    {
-        const size_t at = random() % (text.size() + 1);
-        switch (random() % 4)
-        {
-        case 0:
-            text.insert(at, pieces[random() % std::size(pieces)]);
-            break;
-        case 1:
-            text.erase(at, random() % 9);
-            break;
-        case 2:
-            text.insert(at, Seeds()[random() % Seeds().size()]);
-            break;
-        default:
-            if (at < text.size())
-                text[at] = static_cast<char>(random());
-        }
-    }
-    return text;
 }
 
 std::string Hexadecimal(const std::string& bytes)
@@ -96,10 +68,12 @@ TEST_P(FuzzReplay, SeedsAndTheirCuts)
 
 TEST_P(FuzzReplay, Mutations)
 {
-    std::mt19937 random(2024);
+    TTexts pieces = {"\"", "\\", "{", "}", "#", "$", ",", " ", "\r", "\0"s, "$ 00000003", "\xC3", "FFFFFFFE", "-"};
+    pieces.insert(pieces.end(), Seeds().begin(), Seeds().end());
+    TRandom random(2024);
     for (int i = 0; i < 2000; ++i)
     {
-        std::string input = Mutated(Seeds()[random() % Seeds().size()], random);
+        std::string input = Mutated(Seeds()[random() % Seeds().size()], pieces, random);
         for (int steering = 0; steering < 8; ++steering)
             input.insert(input.begin(), static_cast<char>(random()));
         if (!Replay(GetParam(), input))

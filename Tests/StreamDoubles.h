@@ -10,7 +10,6 @@
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "Tests/TestHost.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 
@@ -44,57 +43,33 @@ public:
     uint32 AddRef() override { return TNqCountedObject::AddRef(); }
     uint32 Release() override { return TNqCountedObject::Release(); }
 
-    NqErr SetFileName(const TNqString& path, int32) override
-    {
-        return Do([&] { fName = path.StrGet(); });
-    }
+    NqErr SetFileName(const TNqString& path, int32) override { return Fails() ? kTestDiskError : Name(path.StrGet()); }
     NqErr CopyFrom(INqFile& file) override
     {
         const TTestFile& other = static_cast<TTestFile&>(file);
-        return Do([&] { fName = other.fName, fMode = other.fMode; });
+        return Fails() ? kTestDiskError : (fMode = other.fMode, Name(other.fName));
     }
-    NqErr SetPermission(int32 mode) override
-    {
-        return Do([&] { fMode = mode; });
-    }
+    NqErr SetPermission(int32 mode) override { return Fails() ? kTestDiskError : (fMode = mode, 0); }
     boolean Exists() override { return fDisk.fFiles.count(fName) != 0; }
-    NqErr GetSize(uint32* size) override
-    {
-        return Do([&] { *size = static_cast<uint32>(Bytes().size()); });
-    }
-    NqErr GetPosition(uint32* position) override
-    {
-        return Do([&] { *position = fPosition; });
-    }
+    NqErr GetSize(uint32* size) override { return Fails() ? kTestDiskError : (*size = Size(), 0); }
+    NqErr GetPosition(uint32* position) override { return Fails() ? kTestDiskError : (*position = fPosition, 0); }
     NqErr GetPermission(int32* mode) override { return *mode = fMode, 0; }
-    NqErr Create() override
-    {
-        return Do([&] { Bytes(); });
-    }
-    NqErr Open() override
-    {
-        return Do([&] { fPosition = 0, ++fDisk.fOpen; });
-    }
-    NqErr Close() override
-    {
-        return --fDisk.fOpen, Do([] {});
-    }
-    NqErr SetSize(uint32 size) override
-    {
-        return Do([&] { Bytes().resize(size); });
-    }
+    NqErr Create() override { return Fails() ? kTestDiskError : (Bytes(), 0); }
+    NqErr Open() override { return Fails() ? kTestDiskError : (fPosition = 0, ++fDisk.fOpen, 0); }
+    NqErr Close() override { return --fDisk.fOpen, Fails() ? kTestDiskError : 0; }
+    NqErr SetSize(uint32 size) override { return Fails() ? kTestDiskError : (Bytes().resize(size), 0); }
     void GetPathRelativeFolder(TNqString& out) override { out.FromCPtr(fName.substr(0, fName.rfind('/')).c_str()); }
     void GetFullPath(TNqString& path) override { path.FromCPtr(fName.c_str()); }
     NqErr SetTypeAndCreator(TNqFileID* type, int32* creator) override
     {
-        return Do([&] { fDisk.fLog += std::to_string(type->fID) + " " + std::to_string(*creator); });
+        fDisk.fLog += std::to_string(type->fID) + " " + std::to_string(*creator);
+        return 0;
     }
 
     NqErr Read(int8* data, uint32 count, uint32* done) override
     {
         fDisk.fLog += 'r';
-        const uint32 size = static_cast<uint32>(Bytes().size());
-        const uint32 left = fPosition < size ? size - fPosition : 0;
+        const uint32 left = Size() - std::min(fPosition, Size());
         const NqErr error = Move(std::min(count, left), *done);
         std::copy_n(Bytes().data() + fPosition - *done, *done, data);
         return error != 0 ? error : count > left ? kNqErrEndOfFile : 0;
@@ -112,18 +87,13 @@ public:
         const int64 start = from == TNqiostream::cur ? fPosition : from == TNqiostream::end ? int64(Bytes().size()) : 0;
         if (start + offset < 0 || start + offset > 0x7FFFFFFF)
             return kTestDiskError;
-        return Do([&] { fPosition = static_cast<uint32>(start + offset); });
+        return Fails() ? kTestDiskError : (fPosition = static_cast<uint32>(start + offset), 0);
     }
 
 private:
-    template <class Effect>
-    NqErr Do(Effect&& effect)
-    {
-        if (fDisk.GoesWrong() && !fDisk.fShort)
-            return kTestDiskError;
-        effect();
-        return 0;
-    }
+    // Whether this call fails instead of doing something.
+    bool Fails() { return fDisk.GoesWrong() && !fDisk.fShort; }
+    NqErr Name(const std::string& name) { return fName = name, 0; }
 
     // Moves the position over the bytes that this call transfers.
     NqErr Move(uint32 count, uint32& done)
@@ -135,6 +105,7 @@ private:
     }
 
     std::string& Bytes() { return fDisk.fFiles[fName]; }
+    uint32 Size() { return static_cast<uint32>(Bytes().size()); }
 
     TTestDisk& fDisk;
     std::string fName;
@@ -172,6 +143,34 @@ class TDerived : public Stream
 {
 public:
     using Stream::Stream;
+};
+
+// Notes the calls of its virtual operations: those that the plain path must make, one by one.
+class TWatched : public TNqstrstream
+{
+public:
+    using TNqstrstream::TNqstrstream;
+    using TNqstrstream::operator>>;
+    using TNqstrstream::operator<<;
+    using TNqstrstream::get;
+    int32 tell() override { return fCalls += 't', TNqstrstream::tell(); }
+    void seek(int32 offset, seek_dir dir) override { fCalls += 's', TNqstrstream::seek(offset, dir); }
+    void read(int8* data, int32 count) override { fCalls += 'r', TNqstrstream::read(data, count); }
+    void get(int8& c) override { fCalls += 'g', TNqstrstream::get(c); }
+    void putback(int8 c) override { fCalls += 'p', TNqstrstream::putback(c); }
+    void write(const int8* data, int32 n) override { fCalls += std::to_string(n), TNqstrstream::write(data, n); }
+    TNqiostream& operator>>(int32& value) override { return fCalls += '>', TNqstrstream::operator>>(value); }
+    TNqiostream& operator>>(uint32& value) override
+    {
+        return read(reinterpret_cast<int8*>(&value), 4), *this;
+    } // binary
+    TNqiostream& operator<<(int32 value) override { return fCalls += '<', TNqstrstream::operator<<(value); }
+    TNqiostream& operator<<(TNqiostream& (*manipulator)(TNqiostream&)) override
+    {
+        return fCalls += 'e', TNqstrstream::operator<<(manipulator);
+    }
+
+    std::string fCalls;
 };
 
 // A fixture with a disk.

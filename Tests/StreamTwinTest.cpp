@@ -3,39 +3,32 @@
 
 #include "Tests/StreamDoubles.h"
 
-#include <random>
 #include <sstream>
 
 namespace
 {
 
-class TRandom
+// Bytes that scanners care about, and some that they do not.
+std::string RandomText(TRandom& random, int32 limit)
 {
-public:
-    explicit TRandom(uint32 seed) : fEngine(seed) {}
+    static const char kBytes[] = "  \t\r\n00123456789+-.eE:/,,\"\"\\{}#abc\x01\xC3\xA9\xE2\x82\xAC\x8E\xF0";
+    std::string text;
+    for (int32 i = random.Below(limit); i > 0; --i)
+        text += random.OneIn(80) ? '\0' : kBytes[random.Below(sizeof kBytes - 1)];
+    return text;
+}
 
-    int32 Below(int32 limit) { return static_cast<int32>(fEngine() % static_cast<uint32>(limit)); }
-    bool OneIn(int32 n) { return Below(n) == 0; }
+std::string RandomText(uint32 seed, int32 limit)
+{
+    TRandom random(seed);
+    return RandomText(random, limit);
+}
 
-    // Bytes that scanners care about, and some that they do not.
-    std::string Text(int32 limit)
-    {
-        static const char kBytes[] = "  \t\r\n00123456789+-.eE:/,,\"\"\\{}#abc\x01\xC3\xA9\xE2\x82\xAC\x8E\xF0";
-        std::string text;
-        for (int32 i = Below(limit); i > 0; --i)
-            text += OneIn(80) ? '\0' : kBytes[Below(sizeof kBytes - 1)];
-        return text;
-    }
-
-    real64 Real()
-    {
-        static const real64 kReals[] = {0, 0.5, -0.25, 3.999999999, 1e-7, 2147483646.999, 1e20, 123.456};
-        return kReals[Below(8)] * (OneIn(3) ? 1.0 / (1 + Below(1000)) : 1.0);
-    }
-
-private:
-    std::mt19937 fEngine;
-};
+real64 RandomReal(TRandom& random)
+{
+    static const real64 kReals[] = {0, 0.5, -0.25, 3.999999999, 1e-7, 2147483646.999, 1e20, 123.456};
+    return kReals[random.Below(8)] * (random.OneIn(3) ? 1.0 / (1 + random.Below(1000)) : 1.0);
+}
 
 // What an operation gets, and where it notes what it saw.
 struct TCall
@@ -47,7 +40,7 @@ struct TCall
     int32 fSize = fRandom.Below(20);
     int8 fByte = " 7\"\n,\r\0"[fRandom.Below(7)];
     int32 fNumber = fRandom.Below(0x7FFFFFFF) >> fRandom.Below(31);
-    std::string fText = fRandom.Text(fRandom.OneIn(150) ? 6000 : 12);
+    std::string fText = RandomText(fRandom, fRandom.OneIn(150) ? 6000 : 12);
     TNqDynamicString fString{fText.c_str()};
     std::vector<int8> fBytes = std::vector<int8>(6000);
     int8* fData = fBytes.data();
@@ -89,8 +82,8 @@ const TOperation kReads[] = {Extract<int8>,
 
 const TOperation kWrites[] = {[](TCall& c) { c.fStream << (c.fSize % 2 ? -c.fNumber : c.fNumber); },
                               [](TCall& c) { c.fStream << static_cast<uint32>(c.fNumber); },
-                              [](TCall& c) { c.fStream << c.fRandom.Real(); },
-                              [](TCall& c) { c.fStream << static_cast<real32>(c.fRandom.Real()); },
+                              [](TCall& c) { c.fStream << RandomReal(c.fRandom); },
+                              [](TCall& c) { c.fStream << static_cast<real32>(RandomReal(c.fRandom)); },
                               [](TCall& c)
                               { c.fStream << static_cast<int16>(c.fNumber) << ' ' << static_cast<uint16>(c.fNumber); },
                               [](TCall& c) { c.fStream << c.fString; },
@@ -177,7 +170,7 @@ TEST_F(StreamTwinTest, MemoryOfTheCaller)
 {
     for (uint32 seed = 0; seed < 3000 && !HasFailure(); ++seed)
     {
-        std::string text = TRandom(seed).Text(200);
+        std::string text = RandomText(seed, 200);
         std::string copy = text;
         const int32 mode = seed % 3 == 0 ? eRead : eReadWrite;
         const int32 size = static_cast<int32>(text.size());
@@ -214,7 +207,7 @@ TEST_F(StreamTwinTest, Files)
     for (uint32 seed = 0; seed < 3000 && !HasFailure(); ++seed)
     {
         fDisk = TTestDisk();
-        fDisk.fFiles["/f"] = TRandom(seed).Text(150);
+        fDisk.fFiles["/f"] = RandomText(seed, 150);
         fDisk.fBadCall = seed % 5 == 0 ? 8 + static_cast<int32>(seed % 40) : 0; // one host call goes wrong
         fDisk.fShort = seed % 2;
         otherDisk = fDisk;

@@ -6,8 +6,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <random>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
 // The one host of the test program.
@@ -42,6 +50,70 @@ protected:
     }
 };
 
+// A fixture with a folder of its own, removed at its end.
+class FolderTest : public NqTest
+{
+protected:
+    void SetUp() override
+    {
+        NqTest::SetUp();
+        std::string pattern = (std::filesystem::temp_directory_path() / "nqtestXXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        fFolder = pattern;
+    }
+    void TearDown() override
+    {
+        std::filesystem::remove_all(fFolder);
+        NqTest::TearDown();
+    }
+
+    std::string Path(const std::string& name) const { return (fFolder / name).string(); }
+    std::string Put(const std::string& name, const std::string& bytes) const
+    {
+        std::filesystem::remove(Path(name)); // writing over a file may wait for the disk, a new one does not
+        std::ofstream(Path(name), std::ios::binary) << bytes;
+        return Path(name);
+    }
+    static std::string ReadAll(const std::string& path)
+    {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    std::filesystem::path fFolder;
+};
+
+// Random numbers that follow from a seed.
+struct TRandom : std::mt19937
+{
+    template <class Seed>
+    explicit TRandom(Seed seed) : std::mt19937(static_cast<uint32>(seed))
+    {
+    }
+    int32 Below(int32 end) { return static_cast<int32>((*this)() % static_cast<uint32>(end)); }
+    bool OneIn(int32 n) { return Below(n) == 0; }
+};
+
+// The text with a few of its bytes lost or changed, pieces and parts of itself added.
+inline std::string Mutated(std::string text, const TTexts& pieces, TRandom& random)
+{
+    for (int changes = 1 + random.Below(4); changes > 0; --changes)
+    {
+        const int32 size = static_cast<int32>(text.size());
+        const size_t at = static_cast<size_t>(random.Below(size + 1));
+        const int kind = random.Below(4);
+        if (kind == 0)
+            text.insert(at, pieces[random() % pieces.size()]);
+        else if (kind == 1)
+            text.erase(at, random() % 9);
+        else if (kind == 2)
+            text.insert(at, text.substr(random() % (text.size() + 1), random() % 40));
+        else if (at < text.size())
+            text[at] = static_cast<char>(random());
+    }
+    return text;
+}
+
 // Calls a virtual operation by its slot, as a plug-in built elsewhere does.
 template <class Function>
 inline Function Slot(void* object, size_t index)
@@ -53,10 +125,23 @@ inline Function Slot(void* object, size_t index)
     return function;
 }
 
-// Makes each allocation of `inBody` fail in turn, until a run needs none that fails. Calls inBody(n) for n = 1, 2, ...
-// with the n-th allocation failing; inBody checks what must hold then.
+// Runs inBody(0) to inBody(count - 1), each on a thread of its own.
 template <class Body>
-void ForEachFailingAllocation(Body&& inBody)
+void OnThreads(int count, Body&& inBody)
+{
+    std::vector<std::thread> threads;
+    threads.reserve(static_cast<size_t>(count));
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back([&inBody, i] { inBody(i); });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+// Makes each allocation of `inBody` fail in turn, until a run needs none that fails. Calls inBody(n) for n = 1, 2, ...
+// with the n-th allocation failing, and inAfter() when allocations succeed again; both check what must hold then.
+template <class Body, class After = void (*)()>
+void ForEachFailingAllocation(
+    Body&& inBody, After&& inAfter = [] {})
 {
     for (int64 n = 1;; ++n)
     {
@@ -64,6 +149,7 @@ void ForEachFailingAllocation(Body&& inBody)
         inBody(n);
         const bool reached = TestHost().CountAllocations() >= n;
         TestHost().FailAllocations(0);
+        inAfter();
         TakeReports();
         if (!reached)
             break;

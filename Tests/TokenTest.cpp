@@ -6,10 +6,8 @@
 
 #include "NqCore/PublicAPI/NqToken.h"
 
-#include <algorithm>
 #include <iomanip>
 #include <memory>
-#include <random>
 #include <sstream>
 
 namespace
@@ -20,12 +18,6 @@ using S = TNqiostream;
 
 class Token : public StreamTest
 {
-};
-
-struct TRandom : std::mt19937
-{
-    explicit TRandom(int seed) : std::mt19937(static_cast<unsigned int>(seed)) {}
-    int Below(int end) { return static_cast<int>((*this)() % static_cast<unsigned int>(end)); }
 };
 
 // Reads from somewhere that cannot go back by more than a byte, as a connection does.
@@ -212,15 +204,13 @@ NqErr CompareToken(S& stream, bool seekable, TModel& model, TRandom& choice)
         EXPECT_EQ(GetNextTokenInfo(stream, buffer.data(), info, false), expected.fError);
         EXPECT_EQ(info.fKind, expected.fKind);
         EXPECT_EQ(static_cast<size_t>(info.fOffset), expected.fBegin);
-        const size_t found[] = {info.fFullLength, info.fStoredLength, info.fCommaCount,
-                                info.fDataSize,   info.fExcess,       static_cast<size_t>(info.fDataOffset)};
-        const size_t wanted[] = {text.size(),
-                                 std::min<size_t>(text.size(), 255),
-                                 static_cast<size_t>(std::count(text.begin(), text.end(), ',')),
-                                 expected.fDataSize,
-                                 expected.fExcess,
-                                 expected.fDataBegin};
-        EXPECT_TRUE(expected.fError != 0 || std::equal(found, found + 6, wanted));
+        const size_t commas = static_cast<size_t>(std::count(text.begin(), text.end(), ','));
+        const std::vector<size_t> wanted = {text.size(),      std::min<size_t>(text.size(), 255),
+                                            commas,           expected.fDataSize,
+                                            expected.fExcess, expected.fDataBegin};
+        const std::vector<size_t> found = {info.fFullLength, info.fStoredLength, info.fCommaCount,
+                                           info.fDataSize,   info.fExcess,       static_cast<size_t>(info.fDataOffset)};
+        EXPECT_TRUE(expected.fError != 0 || found == wanted);
     }
     // Cuts among kept delimiters have a test of their own.
     const size_t compared = text.size() <= 255 ? text.size() : keep ? 200 : 255;
@@ -340,7 +330,6 @@ TEST_F(Token, ReadsThisAndLeavesThat)
 {
     const auto byte = [](S& s) { return std::string(1, GetInt8Token(s)); };
     const auto number = [](S& s) { return Show(GetInt32Token(s)); };
-    const auto real = [](S& s) { return Show(GetReal64Token(s)); };
     const auto inf = [](S& s) { return Show(GetReal32InfToken(s)); };
     const auto name = [](S& s) { return Show(static_cast<uint32>(GetFourCharConstToken(s))); };
     const auto none = [](S& s) { return GetInt16ArrayToken(s, 2, nullptr), "discarded"; };
@@ -353,6 +342,8 @@ TEST_F(Token, ReadsThisAndLeavesThat)
         Into(2, [](S& s, int32 n, int8* out, uint32 state = 0) { GetBufferAsBinHex(s, out, n, state); });
     const auto string = [](S& s) { return Text(GetNonLocalizedStringToken(s)); };
     const auto local = [](S& s) { return Text(GetLocalizedStringToken(s)); };
+    const auto keep = [](S& s, std::string token = std::string(kTokenBufferSize, 0))
+    { return GetNextToken(s, token.data(), true), std::string(token.c_str()); };
     const auto begin = [](S& s) { return GetBeginToken(s), "read"; };
     const auto end = [](S& s) { return GetEndToken(s), "read"; };
     const auto skip = [](S& s) { return SkipTokenData(s), "skipped"; };
@@ -361,18 +352,17 @@ TEST_F(Token, ReadsThisAndLeavesThat)
     const TTexts failed = {"Stream throw TNqException"};
     const std::string tagged = "\x0C@x@Mhello@y", tall(3000, 'w'), note = "# " + std::string(500, 'c') + "\r";
     const std::string open(300000, '{'), closed(300000, '}');
+    std::string escapes;
+    for (int i = 0; i < 150; ++i)
+        escapes += "\\\"";
     CheckReads({
         {" A}", byte, "A", "}"},
         {" \r", byte, "!39", ""},
-        {" -12 x", number, "-12", "x"},
         {"12", number, "12", ""},
         {" \r\n", number, "!39", "", failed},
         {"abc", number, "0", "bc", failed},
-        {"-", number, "0", "", failed},
         {"70000 ", [](S& s) { return Show(GetUInt16Token(s)); }, "4464", ""},
         {"2 ", [](S& s) { return Show(GetBooleanToken(s)); }, "1", ""},
-        {"1.5e-3 ", real, "0.0015", ""},
-        {"1.5e", real, "0", "", failed},
         {" inf}", inf, "3.402823466e+38", "}"},
         {"\t-inf ", inf, "-3.402823466e+38", " "},
         {"--2.5 ", inf, "2.5", ""},
@@ -387,7 +377,6 @@ TEST_F(Token, ReadsThisAndLeavesThat)
         {" \r", name, "!39", ""},
         {"10,  -20}", point, "10;-20", "}"},
         {"10 ,20", point, "!36", ",20"},
-        {"10;20", point, "!36", "20"},
         {"10,", point, "!39", "", failed},
         {"1,2,3,4 ",
          [](S& s, TNqRect r = {})
@@ -414,13 +403,11 @@ TEST_F(Token, ReadsThisAndLeavesThat)
         {" {\"a\\\"}\x01\"\" # c }\n  }Z", Extract, " {\"a\\\"}\x01\"\" }", "Z"},
         {"{A#c\n$00000001\r}$#c\nB#d\n{C}}", Extract, "{A B{C}}", ""},
         {"$00000002\r{{$Z", Extract, "", "Z"},
-        {"{ $0000000", Extract, "!39", ""},
         {"{ $00000009\r", Extract, "!1", ""},
         {"{ $0$", Extract, "!36", "$"},
         {open, skip, "!39", ""},
         {std::string(100000, '$'), skip, "!36", std::string(99999, '$')},
         {"{" + std::string(100000, '#'), skip, "!39", ""},
-        {"{$7FFFFFFE\rabcd", skip, "!39", ""},
         {"{$7FFFFFFF\rabcd", skip, "!39", ""},
         {"{$80000000\rabcd", skip, "!39", ""},
         {"{$FFFFFFFE\rabcd", skip, "!39", ""},
@@ -438,11 +425,21 @@ TEST_F(Token, ReadsThisAndLeavesThat)
         {std::string(130, '4') + " MORE 41 ", hexa(65), std::string(64, 'D') + "A", " "},
         {std::string(128, '4') + " LESS 41 ", hexa(65), "!36", " 41 "},
         {"4\r1\n4243Z", digits, "ABC", "Z"},
-        {"4142", digits, "!39", ""},
         {"1 1\r~5Z", sixBit, "AP", "Z"},
         {"11~", sixBit, "!39", "", {"!stream.eof()"}},
         {"11}", sixBit, "!5", "", {"d!='}'"}},
+        // What is kept is cut so that it can be read again.
+        {"\"" + tall + "\" ", keep, "\"" + tall.substr(0, 253) + "\"", " "},
+        {"\"" + escapes + "\" ", keep, "\"" + escapes.substr(0, 252) + "\"", " "},
+        {"# " + tall + "\rSIZE ", keep, "# " + tall.substr(0, 252) + "\r", " "},
+        {"# comment\r\n  SIZE ", keep, "# comment\rSIZE", " "},
+        {"# comment\r{", keep, "{", ""},
+        {"# comment\r$00000000\r$", keep, "", ""},
     });
+    int8 token[kTokenBufferSize];
+    TNqTokenInfo info;
+    EXPECT_EQ(GetNextTokenInfo(*TReaders("  # note\r\nA ").fAll[0].second, token, info, true), 0);
+    EXPECT_TRUE(info.fKind == kCommentToken && info.fOffset == 2 && std::string(token) == "# note\r");
 }
 
 TEST_F(Token, PayloadsOfAFileAreSkippedExactlyAndWithoutLoadingItAgain)
@@ -470,70 +467,23 @@ TEST_F(Token, PayloadsOfAFileAreSkippedExactlyAndWithoutLoadingItAgain)
 class TLost : public TNqstrstream
 {
 public:
-    TLost(std::string& text, int tellsBefore)
-        : TNqstrstream(text.data(), static_cast<int32>(text.size()), kUTF8Transcoder, eRead),
-          fTells(tellsBefore)
-    {
-    }
+    using TNqstrstream::TNqstrstream;
     int32 tell() override { return fTells-- > 0 ? TNqstrstream::tell() : (changestate(failbit), 0); }
-
-private:
-    int fTells;
+    int fTells = 0;
 };
 
 TEST_F(Token, AHostWithoutPositionsDoesNotLeadBack)
 {
-    std::string text = "WORD $00000002\rab$ B $ ";
-    int8 token[kTokenBufferSize];
-    TLost stream(text, 0), moved(text, 1);
+    int8 text[] = "WORD $00000002\rab$ B $ ", token[kTokenBufferSize];
+    TLost stream(text, kUTF8Transcoder), moved(text, kUTF8Transcoder);
+    moved.fTells = 1;
     for (const char* expected : {"WORD", "", "B"})
         EXPECT_EQ((GetNextToken(stream, token, false), std::string(token)), expected);
     EXPECT_EQ(GetNextToken(moved, token, false), 0);
     EXPECT_EQ(GetNextToken(moved, token, false), kNqErrEndOfFile);
 }
 
-TEST_F(Token, WhatIsKeptIsCutSoThatItCanBeReadAgain)
-{
-    std::string tall(300, 'w'), escapes;
-    for (int i = 0; i < 150; ++i)
-        escapes += "\\\"";
-    const std::pair<std::string, std::string> cases[] = {
-        {"\"" + tall + "\" ", "\"" + tall.substr(0, 253) + "\""},
-        {"\"" + escapes + "\" ", "\"" + escapes.substr(0, 252) + "\""},
-        {"# " + tall + "\rSIZE ", "# " + tall.substr(0, 252) + "\r"},
-        {"# comment\r\n  SIZE ", "# comment\rSIZE"},
-        {"# comment\r{", "{"},
-        {"# comment\r$00000000\r$", ""},
-    };
-    int8 token[kTokenBufferSize];
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ((GetNextToken(*TReaders(text).fAll[0].second, token, true), std::string(token)), expected);
-    TNqTokenInfo info;
-    EXPECT_EQ(GetNextTokenInfo(*TReaders("  # note\r\nA ").fAll[0].second, token, info, true), 0);
-    EXPECT_TRUE(info.fKind == kCommentToken && info.fOffset == 2 && std::string(token) == "# note\r");
-}
-
 // ---- Calls that a derived stream sees
-
-class TWatched : public TNqstrstream
-{
-public:
-    using TNqstrstream::TNqstrstream;
-    using TNqstrstream::operator>>;
-    using TNqstrstream::operator<<;
-    int32 tell() override { return fCalls += 't', TNqstrstream::tell(); }
-    void seek(int32 offset, seek_dir dir) override { fCalls += 's', TNqstrstream::seek(offset, dir); }
-    void read(int8* data, int32 count) override { fCalls += 'r', TNqstrstream::read(data, count); }
-    void get(int8& c) override { fCalls += 'g', TNqstrstream::get(c); }
-    void putback(int8 c) override { fCalls += 'p', TNqstrstream::putback(c); }
-    void write(const int8* data, int32 n) override { fCalls += std::to_string(n), TNqstrstream::write(data, n); }
-    S& operator>>(int32& value) override { return fCalls += '>', TNqstrstream::operator>>(value); }
-    S& operator>>(uint32& value) override { return read(reinterpret_cast<int8*>(&value), 4), *this; } // binary
-    S& operator<<(int32 value) override { return fCalls += '<', TNqstrstream::operator<<(value); }
-    S& operator<<(S& (*manipulator)(S&)) override { return fCalls += 'e', TNqstrstream::operator<<(manipulator); }
-
-    std::string fCalls;
-};
 
 TEST_F(Token, DerivedStreamsSeeTheCallsOfTheirOperations)
 {
@@ -541,15 +491,12 @@ TEST_F(Token, DerivedStreamsSeeTheCallsOfTheirOperations)
     int32 values[2];
     const std::tuple<std::string, std::function<void(S&)>, std::string> cases[] = {
         {" AB ", [&](S& s) { GetNextToken(s, token, false); }, "ggggp"},
-        {"\"\\a\"", [&](S& s) { GetNextToken(s, token, false); }, "gggg"},
         {"$00000002\rab$", [&](S& s) { GetNextToken(s, token, false); }, "grrrrrrrrtstg"},
         {"1,2 ", [&](S& s) { GetInt32ArrayToken(s, 2, values); }, ">ggpr>gg"},
         {" \"a\"", [&](S& s) { Dynamic(s); }, "rrrr"},
-        {"414", [&](S& s) { GetBufferAsHexa(s, token, 2, true); }, "r"},
         {"", [&](S& s) { PutPointAttribute(s, 0x53495A45, TNqPoint(10, -2)); }, "11111<21<11e1"},
         {"", [&](S& s) { PutNonLocalizedString(s, TNqString15("a\"b"), false); }, "111111"},
         {"\x01\x02\x01\x02", [&](S& s) { EXPECT_EQ(GetUInt32Token(s), 0x02010201u); }, "r"},
-        {"\x01", [&](S& s) { EXPECT_THROW(GetUInt32Token(s), TNqException); }, "r"},
     };
     for (const auto& [bytes, call, calls] : cases)
     {
@@ -559,7 +506,6 @@ TEST_F(Token, DerivedStreamsSeeTheCallsOfTheirOperations)
         call(stream);
         EXPECT_EQ(stream.fCalls, calls) << bytes;
     }
-    EXPECT_EQ(TakeReports(), TTexts({"An exception is being thrown"}));
 }
 
 // ---- Writing
@@ -696,22 +642,10 @@ TEST_F(Token, WritesTheseBytes)
 
 // ---- Random documents
 
-template <class T, void (*Put)(S&, int32, int32, const T*)>
-void PutVector(S& s, int32 name, const std::vector<T>& values)
-{
-    Put(s, name, static_cast<int32>(values.size()), values.data());
-}
-
 template <bool Localized>
 void PutText(S& s, int32 name, const std::string& text)
 {
     (Localized ? PutLocalizedStringAttribute : PutNonLocalizedStringAttribute)(s, name, TNqString255(text.c_str()), 1);
-}
-
-std::string GetDynamic(S& s)
-{
-    TNqDynamicString text;
-    return GetNonLocalizedDynamicStringToken(s, text, false).StrGet();
 }
 
 void PutHexa(S& s, int32 name, const std::string& data)
@@ -735,6 +669,7 @@ public:
 
     void Items(int depth)
     {
+        const auto text = [](auto get) { return [get](S& s) { return Text(get(s)); }; };
         const std::function<void()> items[] = {
             [&] { Value(static_cast<int8>('A' + fRandom.Below(26)), PutInt8Attribute, GetInt8Token); },
             [&] { Value(static_cast<uint8>('a' + fRandom.Below(26)), PutUInt8Attribute, GetUInt8Token); },
@@ -750,12 +685,9 @@ public:
             [&] { List<int16, PutInt16ArrayAttribute>(GetInt16ArrayToken); },
             [&] { List<int32, PutInt32ArrayAttribute>(GetInt32ArrayToken); },
             [&] { List<real32, PutReal32ArrayAttribute>(GetReal32ArrayToken); },
-            [&]
-            { Value(Text(), PutText<true>, [](S& s) { return std::string(GetLocalizedStringToken(s).StrGet()); }); },
-            [&] {
-                Value(Text(), PutText<false>, [](S& s) { return std::string(GetNonLocalizedStringToken(s).StrGet()); });
-            },
-            [&] { Value(Text(), PutText<false>, GetDynamic); },
+            [&] { Value(Letters(), PutText<true>, text(GetLocalizedStringToken)); },
+            [&] { Value(Letters(), PutText<false>, text(GetNonLocalizedStringToken)); },
+            [&] { Value(Letters(), PutText<false>, Dynamic); },
             [&] { Raw(); },
             [&] { Hexa(); },
             [&] { SixBit(); },
@@ -780,7 +712,7 @@ private:
     // Numbers that six decimals hold exactly.
     real32 Real() { return static_cast<real32>(fRandom.Below(2000001) - 1000000) / 64; }
 
-    std::string Text()
+    std::string Letters()
     {
         static const char* const kPieces[] = {"a", " ", "\"", "\\", "\x01", "{", "}", "#", "$", "\r", "\n", "\xC3\xA9"};
         std::string text;
@@ -830,7 +762,9 @@ private:
         std::vector<T> values(1 + static_cast<size_t>(fRandom.Below(20))), found(values.size());
         std::generate(values.begin(), values.end(), [&] { return static_cast<T>(Real()); });
         const int32 count = static_cast<int32>(values.size());
-        Value(values, PutVector<T, Put>, [&](S& s) { return get(s, count, found.data()), found; });
+        const auto put = [](S& s, int32 name, const std::vector<T>& list)
+        { Put(s, name, static_cast<int32>(list.size()), list.data()); };
+        Value(values, put, [&](S& s) { return get(s, count, found.data()), found; });
     }
 
     void Hexa()
@@ -993,10 +927,7 @@ TEST_F(Token, EveryCutOfADocumentIsFound)
     const std::string text = RandomDocument(24);
     const auto skip = [](S& s) { return GetFourCharConstToken(s), SkipTokenData(s), "whole"; };
     for (size_t size = 0; size + 1 < text.size(); ++size)
-    {
-        const TReaders readers(text.substr(0, size));
-        ASSERT_EQ(Outcome(*readers.fAll[0].second, skip), "!39");
-    }
+        ASSERT_EQ(Outcome(*TReaders(text.substr(0, size)).fAll[0].second, skip), "!39");
     TakeReports();
 }
 

@@ -11,14 +11,8 @@
 #include "Tools/nqtoken/SceneReader.h"
 #include "Tools/nqtoken/SceneWriter.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -41,48 +35,25 @@ struct TRun
     std::string fErr;
 };
 
-std::string ReadAll(const std::string& inPath)
+bool Contains(const std::string& inText, const std::string& inPart)
 {
-    std::ifstream file(inPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return inText.find(inPart) != std::string::npos;
 }
 
-void WriteFile(const std::string& inPath, const std::string& inBytes)
-{
-    fs::remove(inPath); // a file system may wait for the disk when a file is written over, not when it is new
-    std::ofstream(inPath, std::ios::binary) << inBytes;
-}
-
-class ToolTest : public NqTest
+class ToolTest : public FolderTest
 {
 protected:
     void SetUp() override
     {
-        NqTest::SetUp();
-        char folder[] = "/tmp/nqtoken-test.XXXXXX";
-        ASSERT_NE(mkdtemp(folder), nullptr);
-        fFolder = folder;
-        fs::create_directory(fFolder + "/io");
-    }
-
-    void TearDown() override
-    {
-        fs::remove_all(fFolder);
-        NqTest::TearDown();
-    }
-
-    std::string Path(const std::string& inName) const { return fFolder + "/" + inName; }
-    std::string Put(const std::string& inName, const std::string& inBytes) const
-    {
-        WriteFile(Path(inName), inBytes);
-        return Path(inName);
+        FolderTest::SetUp();
+        fs::create_directory(Path("io"));
     }
 
     // Runs the tool in the test's folder. inPrepare is called in the new process, before the tool takes its place.
     TRun Run(const std::vector<std::string>& inArguments, const std::string& inInput = {},
              void (*inPrepare)() = nullptr) const
     {
-        WriteFile(Path("io/in"), inInput);
+        Put("io/in", inInput);
         fs::remove(Path("io/out"));
         fs::remove(Path("io/err"));
         const pid_t child = fork();
@@ -118,6 +89,13 @@ protected:
         return run;
     }
 
+    void Succeeds(const std::vector<std::string>& inArguments, const std::string& inShown = {}) const
+    {
+        const TRun run = Run(inArguments);
+        EXPECT_EQ(run.fStatus, 0) << inArguments[0] << run.fOut << run.fErr;
+        EXPECT_TRUE(Contains(run.fOut, inShown)) << run.fOut;
+    }
+
     // What is in the test's folder, temporary files that were left behind included.
     std::vector<std::string> Names() const
     {
@@ -127,14 +105,7 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
-
-    std::string fFolder;
 };
-
-bool Contains(const std::string& inText, const std::string& inPart)
-{
-    return inText.find(inPart) != std::string::npos;
-}
 
 // --- models that come back the same
 
@@ -166,25 +137,18 @@ TEST_P(ToolRoundTrip, ComesBackTheSame)
         GTEST_SKIP() << "no " << model;
     for (const std::string payload : {"raw", "text"})
     {
-        TRun run = Run({"import", model, "-o", "scene.nq", "--payload", payload});
+        const TRun run = Run({"import", model, "-o", "scene.nq", "--payload", payload});
         if (Contains(run.fErr, "built without assimp"))
             GTEST_SKIP() << run.fErr;
         ASSERT_EQ(run.fStatus, 0) << run.fErr;
-        run = Run({"check", "scene.nq"});
-        EXPECT_EQ(run.fStatus, 0) << run.fOut << run.fErr;
-        run = Run({"show", "scene.nq"});
-        EXPECT_EQ(run.fStatus, 0) << run.fErr;
-        EXPECT_TRUE(Contains(run.fOut, "SCEN {\n")) << run.fOut;
-        run = Run({"compare", model, "scene.nq"});
-        EXPECT_EQ(run.fStatus, 0) << run.fOut << run.fErr;
-        EXPECT_TRUE(payload == "text" || Contains(run.fOut, "\nthe same to the bit\n")) << run.fOut;
+        Succeeds({"check", "scene.nq"});
+        Succeeds({"show", "scene.nq"}, "SCEN {\n");
+        Succeeds({"compare", model, "scene.nq"}, payload == "text" ? "" : "\nthe same to the bit\n");
         if (GetParam().fBack == nullptr)
             continue;
-        run = Run({"export", "scene.nq", "-o", GetParam().fBack});
-        EXPECT_EQ(run.fStatus, 0) << run.fErr;
+        Succeeds({"export", "scene.nq", "-o", GetParam().fBack});
         // Some exporters compute normals anew, from the positions that text has rounded.
-        run = Run({"compare", "scene.nq", GetParam().fBack, "--tolerance", payload == "raw" ? "0.0000005" : "0.00001"});
-        EXPECT_EQ(run.fStatus, 0) << run.fOut << run.fErr;
+        Succeeds({"compare", "scene.nq", GetParam().fBack, "--tolerance", payload == "raw" ? "0.0000005" : "0.00001"});
     }
 }
 
@@ -222,17 +186,14 @@ TEST_F(ToolTest, HandWrittenSceneHasEveryValue)
     ASSERT_TRUE(outcome.Ok()) << outcome.Text();
     EXPECT_EQ(scene.fUnit, 0.01F);
     EXPECT_EQ(scene.fUpAxis, 0x5A202020U);
-    ASSERT_EQ(scene.fImages.size(), 1U);
-    EXPECT_EQ(scene.fImages[0].fBytes, "{}$\"#");
+    EXPECT_EQ(scene.fImages.at(0).fBytes, "{}$\"#");
     const nqtoken::Material& material = scene.fMaterials.at(0);
     EXPECT_EQ(material.fName, "red");
-    ASSERT_EQ(material.fReals.size(), 2U);
-    EXPECT_EQ(material.fReals[0].fValues, (nqtoken::Reals{1, 0.5F, 0}));
-    EXPECT_EQ(material.fReals[1].fValues, (nqtoken::Reals{1, 0, 0.5F}));
+    EXPECT_EQ(material.fReals.at(0).fValues, (nqtoken::Reals{1, 0.5F, 0}));
+    EXPECT_EQ(material.fReals.at(1).fValues, (nqtoken::Reals{1, 0, 0.5F}));
     EXPECT_EQ(material.fTextures.at(0).fImage, 0);
     const nqtoken::Mesh& mesh = scene.fMeshes.at(0);
     EXPECT_EQ(mesh.fPositions, (nqtoken::Reals{0, 0, 0, 1, 0, 0, 0, 1, 0}));
-    EXPECT_EQ(mesh.fTexCoords.at(0).fSize, 1);
     EXPECT_EQ(mesh.fTexCoords.at(0).fValues, (nqtoken::Reals{0, 0.5F, 1}));
     EXPECT_EQ(mesh.fColours.at(0)[10], 0.75F);
     EXPECT_EQ(mesh.fFaceSizes, (std::vector<int32>{3, 1}));
@@ -242,12 +203,29 @@ TEST_F(ToolTest, HandWrittenSceneHasEveryValue)
     EXPECT_EQ(scene.fNodes[1].fTransform[3], 2.5F);
 }
 
+// What a random scene holds, bit by bit.
+std::string Bits(const nqtoken::Scene& scene)
+{
+    std::string bits;
+    const auto add = [&bits](const auto& values)
+    {
+        bits += std::to_string(values.size()) + ":";
+        bits.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(*values.data()));
+    };
+    for (const nqtoken::Mesh& mesh : scene.fMeshes)
+        add(mesh.fName), add(mesh.fPositions), add(mesh.fTexCoords[0].fValues), add(mesh.fFaceSizes),
+            add(mesh.fCorners);
+    for (const nqtoken::Node& node : scene.fNodes)
+        add(node.fName), add(std::array<int32, 1>{node.fParent}), add(node.fTransform);
+    return bits;
+}
+
 // Random scenes, with names and numbers that text is worst at, written raw and read back.
 TEST_F(ToolTest, RawScenesComeBackToTheBit)
 {
     const CountedReports reports;
     std::mt19937 random(20);
-    const auto pick = [&random](uint32 count) { return static_cast<size_t>(random() % count); };
+    const auto pick = [&random](size_t count) { return static_cast<size_t>(random() % count); };
     const std::string names[] = {
         "",     "a \"b\" \\c",          "line\rend\n",  "\x01\x01",    "\xF0\x9F\x98\x80 \xC3\xA9",
         "{}#$", std::string(3000, 'x'), "\xEF\xBB\xBF", "\xEE\x80\x80"};
@@ -261,8 +239,6 @@ TEST_F(ToolTest, RawScenesComeBackToTheBit)
         }
         return values;
     };
-    const auto same = [](const nqtoken::Reals& a, const nqtoken::Reals& b)
-    { return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * 4) == 0); };
     for (int round = 0; round < 60; ++round)
     {
         nqtoken::Scene scene;
@@ -277,7 +253,7 @@ TEST_F(ToolTest, RawScenesComeBackToTheBit)
             {
                 mesh.fFaceSizes.push_back(static_cast<int32>(pick(5)));
                 for (int32 corner = 0; corner < mesh.fFaceSizes.back(); ++corner)
-                    mesh.fCorners.push_back(static_cast<int32>(pick(static_cast<uint32>(mesh.fVertexCount))));
+                    mesh.fCorners.push_back(static_cast<int32>(pick(mesh.fPositions.size() / 3)));
             }
             scene.fMeshes.push_back(mesh);
         }
@@ -299,22 +275,7 @@ TEST_F(ToolTest, RawScenesComeBackToTheBit)
         nqtoken::Scene back;
         const nqtoken::Outcome outcome = nqtoken::ReadScene(Path("raw.nq"), back);
         ASSERT_TRUE(outcome.Ok()) << outcome.Text();
-        ASSERT_EQ(back.fMeshes.size(), scene.fMeshes.size());
-        for (size_t i = 0; i < scene.fMeshes.size(); ++i)
-        {
-            EXPECT_EQ(back.fMeshes[i].fName, scene.fMeshes[i].fName);
-            EXPECT_TRUE(same(back.fMeshes[i].fPositions, scene.fMeshes[i].fPositions));
-            EXPECT_TRUE(same(back.fMeshes[i].fTexCoords[0].fValues, scene.fMeshes[i].fTexCoords[0].fValues));
-            EXPECT_EQ(back.fMeshes[i].fFaceSizes, scene.fMeshes[i].fFaceSizes);
-            EXPECT_EQ(back.fMeshes[i].fCorners, scene.fMeshes[i].fCorners);
-        }
-        ASSERT_EQ(back.fNodes.size(), scene.fNodes.size());
-        for (size_t i = 0; i < scene.fNodes.size(); ++i)
-        {
-            EXPECT_EQ(back.fNodes[i].fName, scene.fNodes[i].fName);
-            EXPECT_EQ(back.fNodes[i].fParent, scene.fNodes[i].fParent);
-            EXPECT_EQ(std::memcmp(&back.fNodes[i].fTransform, &scene.fNodes[i].fTransform, sizeof(real32) * 16), 0);
-        }
+        ASSERT_TRUE(Bits(back) == Bits(scene)) << round;
     }
 }
 
@@ -330,17 +291,15 @@ TEST_F(ToolTest, CheckTellsEachFaultWithItsPlace)
 {
     const TFault cases[] = {
         {"", {}},
-        {" \r\n\t", {}},
         {"# only a comment", {}},
         {"A 1\rB{ C \"x\" }\rD $00000002\r}\"$\r", {}},
-        {"{ A 1 }\n{ B 2 }\n", {}},
         {"\xEF\xBB\xBF} A 1\n", {"1:1 without an opening one 24"}},
         {"A 1\r\nB 2\r}\n } \nC 3\n", {"3:1 without an opening one 24", "4:2 without an opening one 24"}},
         {"A 1\n\r\n\r }\n", {"4:2 without an opening one 24"}},
         {"NAMES 1\nA 2\n", {"1:1 more than four characters: NAMES 24", "1:7 a number where a name must stand: 1 24"}},
-        {"POSN 1 2 -3.5e1\n", {"1:8 a number where", "1:10 a number where a name must stand: -3.5e1 24"}},
+        {"POSN 1 2 -3.5e1\n",
+         {"1:8 a number where a name must stand: 2 24", "1:10 a number where a name must stand: -3.5e1 24"}},
         {"P 1 ,2\n", {"1:5 a name with a comma in it: ,2 24"}},
-        {"P 1 2,3.5,4\n", {"1:5 a number where a name must stand: 2,3.5,4 24"}},
         {"A \"x\" \"y\\\"\" B 1\n", {"1:7 a string where a name must stand: \"y\"\" 24"}},
         {"A 1 $00000001\rx$ B 2\n", {"1:5 a payload where a name 24"}},
         {"A { B }\n", {"1:7 the name B has no value 24"}},
@@ -350,19 +309,15 @@ TEST_F(ToolTest, CheckTellsEachFaultWithItsPlace)
         {"A { B { C 1\n", {"2:1 inside 2 blocks; B is open since 1:7 27"}},
         {"A { B ", {"1:7 between the name B and its value 27", "1:7 inside a block; A is open since 1:3 27"}},
         {"A {\r B \"open\r }\r", {"2:4 without its closing quote 27"}},
-        {"A \"\\", {"1:3 without its closing quote 27"}},
         {"A $00000003\rxx$ B 1\n", {"1:3 that the file ends in 27"}},
         {"A $00000003\rxx$ B $00000001\ry$\n", {"1:3 says 3 bytes, and no $ stands behind them 24"}},
-        {"A $00000001\rxx$ B 1\n", {"1:3 says 1 bytes, and no $ stands behind them 24"}},
-        {"A $7FFFFFFF\rxx$ B 1\n", {"1:3 that the file ends in 27"}},
         {"A $FFFFFFFF\rany\n$ B 1\n", {}},
         {"A $0000000g\rxx$ B 1\n", {"1:3 eight digits 24"}},
-        {"A $00 000001\rx$ B 1\n", {"1:3 eight digits 24"}},
         {"A $000$ B 1\n", {"1:3 eight digits 24"}},
         {"A $00000001\nx$ B 1\n", {"1:12 a CR must stand 24"}},
         {"A 1\0002\nB 1\n"s, {"1:4 a zero byte 24"}},
-        {"A $00000002\r\0\0$\r\0B 1\n"s, {"3:1 a zero byte 24"}},
-        {"\x1b[31mX 1\n", {"1:1 more than four characters: \\x1b[31mX 24", "1:8 a number where"}},
+        {"\x1b[31mX 1\n",
+         {"1:1 more than four characters: \\x1b[31mX 24", "1:8 a number where a name must stand: 1 24"}},
     };
     std::vector<std::string> arguments = {"check"};
     for (size_t i = 0; i < std::size(cases); ++i)
@@ -377,24 +332,19 @@ TEST_F(ToolTest, CheckTellsEachFaultWithItsPlace)
     std::string line;
     for (size_t i = 0; i < std::size(cases); ++i)
     {
-        std::vector<std::string> expected = cases[i].fFaults;
-        for (const std::string& fault : expected)
+        for (const std::string& fault : cases[i].fFaults)
         {
             ASSERT_TRUE(std::getline(lines, line));
-            const std::string place = "f" + std::to_string(i) + ":" + fault.substr(0, fault.find(' ')) + ": ";
-            EXPECT_EQ(line.substr(0, place.size()), place) << line;
-            const size_t start = fault.find(' ') + 1;
-            const bool hasCode = std::isdigit(static_cast<unsigned char>(fault.back())) != 0;
-            const std::string part = fault.substr(start, hasCode ? fault.rfind(' ') - start : std::string::npos);
-            EXPECT_TRUE(Contains(line, part)) << line << "\n" << part;
-            const std::string code = hasCode ? "(0x800100" + fault.substr(fault.size() - 2) + ")" : "";
-            EXPECT_TRUE(Contains(line, code)) << line;
+            const size_t start = fault.find(' ') + 1, end = fault.size() - 3;
+            const std::string place = "f" + std::to_string(i) + ":" + fault.substr(0, start - 1) + ": ";
+            EXPECT_EQ(line.substr(0, place.size()), place);
+            EXPECT_TRUE(Contains(line, fault.substr(start, end - start))) << line << "\n" << fault;
+            EXPECT_TRUE(Contains(line, "(0x800100" + fault.substr(end + 1) + ")")) << line << "\n" << fault;
         }
-        if (expected.empty())
-        {
-            ASSERT_TRUE(std::getline(lines, line));
-            EXPECT_EQ(line, "f" + std::to_string(i) + ": no faults");
-        }
+        if (!cases[i].fFaults.empty())
+            continue;
+        ASSERT_TRUE(std::getline(lines, line));
+        EXPECT_EQ(line, "f" + std::to_string(i) + ": no faults");
     }
     EXPECT_FALSE(std::getline(lines, line)) << line;
 }
@@ -460,10 +410,6 @@ TEST_F(ToolTest, HelpAndUsage)
     EXPECT_EQ(Run({"import", "x", "-o", "y", "--payload", "wax"}).fStatus, 2);
 }
 
-void CloseOutput()
-{
-    close(STDOUT_FILENO);
-}
 void FullOutput()
 {
     dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO);
@@ -491,21 +437,16 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
     };
     const TCase cases[] = {
         {{"show", "missing"}, "missing: No such file"},
-        {{"check", "missing", "scene.nq"}, "missing: No such file"},
         {{"export", "missing", "-o", "target.obj"}, "missing: No such file"},
         {{"import", "missing", "-o", "target.obj"}, "missing: No such file"},
-        {{"compare", "missing", "scene.nq"}, "missing: No such file"},
         {{"compare", "scene.nq", "target.obj"}, "target.obj: "},
         {{"show", "io"}, "io: is a folder"},
-        {{"check", "io"}, "io: is a folder"},
         {{"import", "io", "-o", "target.obj"}, "io: is a folder"},
-        {{"export", "scene.nq", "-o", "io"}, "must end with"},
         {{"export", "scene.nq", "-o", "target.xyz"}, "must end with"},
         {{"export", "scene.nq", "-o", "no/such/folder/x.obj"}, "No such file"},
-        {{"show", "scene.nq"}, "standard output", CloseOutput},
+        {{"show", "scene.nq"}, "standard output", [] { close(STDOUT_FILENO); }},
         {{"show", "scene.nq"}, "standard output: No space", FullOutput},
         {{"check", "scene.nq"}, "standard output: No space", FullOutput},
-        {{"compare", "scene.nq", "scene.nq"}, "standard output: No space", FullOutput},
         {{"show", "--help"}, "standard output: No space", FullOutput},
         {{"show", "scene.nq"}, "", BrokenOutput},
     };
@@ -682,7 +623,7 @@ TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
     const std::string file = Path("damaged.nq");
     const auto read = [&](const std::string& content, bool mayBeRight)
     {
-        WriteFile(file, content);
+        Put("damaged.nq", content);
         nqtoken::Scene scene;
         const nqtoken::Outcome outcome = nqtoken::ReadScene(file, scene);
         if (!outcome.Ok())
@@ -700,33 +641,16 @@ TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
     for (size_t size = 0; size <= end; ++size)
         read(kSmallScene.substr(0, size), false);
 
-    std::mt19937 random(11);
+    const TTexts pieces = {"{",  "}",   "\"", "$", "#", ",", "\\", " ", "\r",
+                           "\n", "\0"s, "\1", "9", "-", ".", "A",  "F", "e"};
+    TRandom random(11);
     int accepted = 0;
     for (int round = 0; round < 5000; ++round)
     {
-        std::string content = kSmallScene;
-        for (size_t changes = 1 + random() % 3; changes > 0; --changes)
-        {
-            const size_t at = random() % content.size();
-            constexpr char kLikely[] = "{}\"$#,\\ \r\n\0019-.AFe";
-            switch (random() % 4)
-            {
-            case 0:
-                content[at] = static_cast<char>(random());
-                break;
-            case 1:
-                content[at] = kLikely[random() % sizeof(kLikely)];
-                break;
-            case 2:
-                content.erase(at, 1 + random() % 8);
-                break;
-            default:
-                content.insert(at, content.substr(random() % content.size(), random() % 30));
-            }
-        }
+        const std::string content = Mutated(kSmallScene, pieces, random);
         accepted += read(content, true);
     }
-    EXPECT_GT(accepted, 500);
+    EXPECT_GT(accepted, 400);
     EXPECT_LT(accepted, 4500);
     close(null);
 }
