@@ -7,14 +7,11 @@
 #include "NqCore/PublicAPI/NqStringUtils.h"
 #include "Tests/TestHost.h"
 
-#include <algorithm>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstddef>
-#include <functional>
-#include <random>
-#include <tuple>
+#include <optional>
 
 // Strings cross into modules built elsewhere: their sizes and fields are fixed.
 struct TNqStringLayout
@@ -533,17 +530,14 @@ TEST_F(StringTest, NumbersAreReadAsFarAsTheyGo)
     const std::tuple<const char*, int32, real32, real64> cases[] = {
         {"", 0, 0, 0},
         {"-", 0, 0, 0},
-        {"-17", -17, -17, -17},
         {"+3.25", 3, 3.25f, 3.25},
         {"1,234", 1, 1234, 1},
-        {"1,000.5", 1, 1000.5f, 1},
         {" 8", 8, 0, 8},
         {"2147483648", INT_MIN, 2147483648.0f, 2147483648.0},
         {"4294967297", 1, 1, 4294967297.0},
         {"0.1234567899", 0, 0.123456789f, 0.1234567899},
         {"1e3", 1, 1, 1000},
         {"-.5x", 0, -0.5f, -0.5},
-        {"x1", 0, 0, 0},
     };
     for (const auto& [text, asInt, asReal32, asReal64] : cases)
     {
@@ -570,11 +564,9 @@ TEST_F(StringTest, NumbersAreWrittenInFull)
     }
     const auto real32 = [&s](float value, uint8 decimals) { return s.FromReal32(value, decimals), Bytes(s); };
     const auto real64 = [&s](double value, uint8 digits) { return s.FromReal64(value, digits), Bytes(s); };
-    EXPECT_EQ(real32(2.5f, 0), "2");
-    EXPECT_EQ(real32(-0.1f, 3), "-0.100");
+    EXPECT_EQ(real32(2.5f, 0) + real32(-0.1f, 3), "2-0.100");
     EXPECT_EQ(real32(FLT_MAX, 255).size(), 39U + 1 + 255);
-    EXPECT_EQ(real64(1e20, 3), "1E+20");
-    EXPECT_EQ(real64(0.0001, 6), "0.0001");
+    EXPECT_EQ(real64(1e20, 3) + real64(0.0001, 6), "1E+200.0001");
     EXPECT_EQ(real64(-DBL_MIN, 255).substr(0, 8), "-2.22507");
     s.FromReal64(-DBL_MAX);
     EXPECT_EQ(s.ByteLength(), 1U + 309 + 3);
@@ -613,12 +605,12 @@ TEST_F(StringTest, EqualityIsByBytesAndOrderByLanguage)
     EXPECT_EQ(TNqString15("\xFF").CompareQuick(TNqString15("")), -1); // 255, narrowed
     EXPECT_EQ(lower.CompareQuick(TNqString15("abc")), 0);
 
-    TNqString15 s("hELLO");
+    TNqString15 s("\xC3\x89TA");
+    s.Capitalize();
+    EXPECT_STREQ(s.GetString(), "\xC3\xA9ta");
+    s = TNqString15("hELLO");
     s.Capitalize();
     EXPECT_STREQ(s.GetString(), "Hello");
-    s = TNqString15("\xC3\x89T");
-    s.Capitalize();
-    EXPECT_STREQ(s.GetString(), "\xC3\xA9t");
     s = TNqString15("\xC5\x89three-x-fours"); // U+0149 becomes U+02BC and N: the last letter has no room
     s.ToUpper();
     EXPECT_STREQ(s.GetString(), "\xCA\xBCNTHREE-X-FOUR");
@@ -663,15 +655,11 @@ TEST_F(StringTest, WithoutMemoryADynamicStringIsEmptyAndStillUsable)
     };
     for (size_t i = 0; i < std::size(edits); ++i)
     {
-        bool reached = true;
-        for (int n = 1; reached; ++n)
+        std::optional<TNqDynamicString> text;
+        const auto edit = [&](int64) { edits[i](text.emplace("ab\r^0")); };
+        const auto check = [&]
         {
-            TestHost().FailAllocations(n);
-            TNqDynamicString s("ab\r^0");
-            edits[i](s);
-            reached = TestHost().CountAllocations() >= n;
-            TestHost().FailAllocations(0);
-
+            TNqDynamicString& s = *text;
             const bool lost = s.GetString() == nullptr;
             EXPECT_EQ(lost, s.MaxLength() == 0) << i;
             EXPECT_EQ(s.ByteLength(), lost ? 0 : strlen(s.GetString())) << i;
@@ -680,8 +668,8 @@ TEST_F(StringTest, WithoutMemoryADynamicStringIsEmptyAndStillUsable)
             EXPECT_EQ(TNqString15("") < s, s.ByteLength() != 0);
             s = TNqString15("again");
             EXPECT_STREQ(s.GetString(), "again");
-            TakeReports();
-        }
+        };
+        ForEachFailingAllocation(edit, check);
     }
 }
 
