@@ -10,12 +10,9 @@
 #include <QLocale>
 #include <QString>
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <optional>
-#include <random>
-#include <tuple>
 
 #include <unicode/uloc.h>
 
@@ -52,23 +49,16 @@ std::string Bytes(const TNqString& s)
     return std::string(s.GetString(), s.ByteLength());
 }
 
-// A resource: both tables hold `entries` in their order, the lists follow as they stand.
-std::vector<uint8> MakeResource(const std::vector<uint8>& entries, const std::string& lists)
+// A resource: both tables hold `entryOf` each byte in their order, the lists follow as they stand.
+template <class Entry>
+std::vector<uint8> MakeResource(Entry&& entryOf, const std::string& lists)
 {
     std::vector<uint8> data(512);
     for (size_t i = 0; i < 256; ++i)
-        data[16 * (i % 16) + i / 16] = data[256 + 16 * (i % 16) + i / 16] = entries[i];
+        data[16 * (i % 16) + i / 16] = data[256 + 16 * (i % 16) + i / 16] = static_cast<uint8>(entryOf(i));
     data.insert(data.end(), lists.begin(), lists.end());
     data.resize(data.size() + 256); // a second list may start at the last byte of the first
     return data;
-}
-
-std::vector<uint8> IdentityEntries()
-{
-    std::vector<uint8> entries(256);
-    for (size_t i = 0; i < 256; ++i)
-        entries[i] = static_cast<uint8>(i);
-    return entries;
 }
 
 // What TranslateAscii does, moving the rest of the text at every step.
@@ -129,10 +119,10 @@ TEST_F(StringUtilsTest, TranslationFollowsAModelThatMovesTheTextAtEachStep)
                             15); // the entry for d has no terminator
     for (int round = 0; round < 4000; ++round)
     {
-        std::vector<uint8> entries = IdentityEntries();
-        for (const char c : std::string("abcd"))
-            entries[static_cast<uint8>(c)] = random() % 5 == 0 ? 0 : random() % 2 ? 27 : 'x';
-        std::vector<uint8> data = MakeResource(entries, lists);
+        const auto entryOf = [&random](size_t byte) -> size_t {
+            return byte < 'a' || byte > 'd' ? byte : random() % 5 == 0 ? 0 : random() % 2 ? 27 : 'x';
+        };
+        std::vector<uint8> data = MakeResource(entryOf, lists);
         TNqAsciiTranslationTable table;
         table.InitFromResourceData(data.data(), static_cast<uint32>(data.size()));
         TestHost().SetAsciiTranslationTable(&table);
@@ -164,12 +154,11 @@ TEST_F(StringUtilsTest, TranslationFollowsAModelThatMovesTheTextAtEachStep)
 
 TEST_F(StringUtilsTest, TheListsOfATableOverlapByOneByte)
 {
-    std::vector<uint8> entries(256, 27);
     // Five bytes of the first list; its last byte, 4, counts the second one.
-    std::vector<uint8> data = MakeResource(entries, std::string("\5"
-                                                                "ax\0b\4"
-                                                                "cyz\0",
-                                                                10));
+    std::vector<uint8> data = MakeResource([](size_t) { return 27; }, std::string("\5"
+                                                                                  "ax\0b\4"
+                                                                                  "cyz\0",
+                                                                                  10));
     TNqAsciiTranslationTable table;
     EXPECT_EQ(table.FindEscapeChar('a', 0), nullptr);
     for (int i = 0; i < 2; ++i) // a second time frees the first lists
@@ -189,9 +178,8 @@ TEST_F(StringUtilsTest, TheListsOfATableOverlapByOneByte)
 
 TEST_F(StringUtilsTest, LongTextsAreTranslatedInLinearTime)
 {
-    std::vector<uint8> entries = IdentityEntries();
-    entries['a'] = 27;
-    std::vector<uint8> data = MakeResource(entries, std::string("\4"
+    const auto entryOf = [](size_t byte) -> size_t { return byte == 'a' ? 27 : byte; };
+    std::vector<uint8> data = MakeResource(entryOf, std::string("\4"
                                                                 "aae\0",
                                                                 5));
     TNqAsciiTranslationTable table;
