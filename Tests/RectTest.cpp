@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <limits>
-#include <random>
 
 namespace
 {
@@ -154,6 +153,8 @@ TEST_F(RectTest, IntegerOperationsWrapAtTheExtremes)
 
 TEST_F(RectTest, FittingGivesTheResultsWorkedOutByHand)
 {
+    static const TNqRect kFrame(10, 10, 110, 60), kSquare(0, 0, 100, 100), kEmpty(5, 5, 5, 5), kWide(0, 0, 40, 10),
+        kTall(0, 0, 5, 10), kOdd(0, 0, 9, 4);
     struct TCase
     {
         const char* fWhat;
@@ -168,53 +169,15 @@ TEST_F(RectTest, FittingGivesTheResultsWorkedOutByHand)
         {"scale too far", {-2, 2, 0, 1}, [](TNqRect& r) { r.Scale(3e9f); }, {kMin, kMax, 0, kMax}},
         {"scale by nothing", {1, 2, 3, 4}, [](TNqRect& r) { r.Scale(std::nanf("")); }, {0, 0, 0, 0}},
         {"centre inside", {0, 0, 3, 3}, [](TNqRect& r) { r.CenterInside(TNqRect(0, 0, 10, 10)); }, {3, 3, 6, 6}},
-        {"centre inside, both odd",
-         {0, 0, 3, 3},
-         [](TNqRect& r) { r.CenterInside(TNqRect(0, 0, 9, 4)); },
-         {3, 0, 6, 3}},
+        {"centre inside, both odd", {0, 0, 3, 3}, [](TNqRect& r) { r.CenterInside(kOdd); }, {3, 0, 6, 3}},
         {"centre on a point", {9, 9, 14, 12}, [](TNqRect& r) { r.CenterTo(TNqPoint(0, 0)); }, {-2, -2, 3, 1}},
-        {"square in a frame",
-         {},
-         [](TNqRect& r) {
-             r.MaximizeInside({10, 10, 110, 60}, {1, 1});
-         },
-         {35, 10, 85, 60}},
-        {"wide in a frame",
-         {},
-         [](TNqRect& r) {
-             r.MaximizeInside({0, 0, 100, 100}, {16, 9});
-         },
-         {0, 22, 100, 78}},
-        {"in an empty frame",
-         {},
-         [](TNqRect& r) {
-             r.MaximizeInside({5, 5, 5, 5}, {3, 4});
-         },
-         {5, 5, 5, 5}},
-        {"proportions of a wide one",
-         {7, 7, 107, 57},
-         [](TNqRect& r) {
-             r.Proportion({0, 0, 40, 10});
-         },
-         {0, 12, 100, 37}},
-        {"proportions of a tall one",
-         {7, 7, 107, 57},
-         [](TNqRect& r) {
-             r.Proportion({0, 0, 5, 10});
-         },
-         {25, -25, 75, 75}},
-        {"proportions of nothing",
-         {0, 0, 10, 10},
-         [](TNqRect& r) {
-             r.Proportion({3, 3, 3, 3});
-         },
-         {0, 0, 0, 0}},
-        {"union with no regard",
-         {0, 0, 0, 0},
-         [](TNqRect& r) {
-             r.Union({1, 2, 3, 4});
-         },
-         {0, 0, 3, 4}},
+        {"square in a frame", {}, [](TNqRect& r) { r.MaximizeInside(kFrame, TNqPoint(1, 1)); }, {35, 10, 85, 60}},
+        {"wide in a frame", {}, [](TNqRect& r) { r.MaximizeInside(kSquare, TNqPoint(16, 9)); }, {0, 22, 100, 78}},
+        {"in an empty frame", {}, [](TNqRect& r) { r.MaximizeInside(kEmpty, TNqPoint(3, 4)); }, {5, 5, 5, 5}},
+        {"as a wide one", {7, 7, 107, 57}, [](TNqRect& r) { r.Proportion(kWide); }, {0, 12, 100, 37}},
+        {"as a tall one", {7, 7, 107, 57}, [](TNqRect& r) { r.Proportion(kTall); }, {25, -25, 75, 75}},
+        {"as nothing", {0, 0, 10, 10}, [](TNqRect& r) { r.Proportion(kEmpty); }, {0, 0, 0, 0}},
+        {"union with no regard", {0, 0, 0, 0}, [](TNqRect& r) { r.Union(TNqRect(1, 2, 3, 4)); }, {0, 0, 3, 4}},
     };
     for (const TCase& c : cases)
     {
@@ -223,7 +186,7 @@ TEST_F(RectTest, FittingGivesTheResultsWorkedOutByHand)
         EXPECT_EQ(Sides(r), c.fWanted) << c.fWhat;
     }
     TNqRect r;
-    r.MaximizeInside(TNqRect(10, 10, 110, 60), TNqPoint(0, -3));
+    r.MaximizeInside(kFrame, TNqPoint(0, -3));
     EXPECT_EQ(Sides(r), (TSides{35, 10, 85, 60}));
     EXPECT_EQ(TakeReports(), (TTexts{"ratio.x > 0", "ratio.y > 0"}));
 }
