@@ -4,9 +4,6 @@
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "Tests/TestHost.h"
 
-#include <algorithm>
-#include <random>
-
 struct TNqTranscoderLayout
 {
 #pragma GCC diagnostic push
@@ -80,11 +77,8 @@ TCharacters EncodeAll(ITranscoder& transcoder, const TBytes& bytes)
 {
     TCharacters characters;
     for (const uint8 byte : bytes)
-    {
-        const uint16 ch = transcoder.Encode(byte);
-        if (ch != kNqNoCharacter)
+        if (const uint16 ch = transcoder.Encode(byte); ch != kNqNoCharacter)
             characters.push_back(ch);
-    }
     return characters;
 }
 
@@ -210,25 +204,24 @@ TEST_F(TranscoderTest, EveryByteAndEveryCharacterGoesThroughTheTables)
 
 TEST_F(TranscoderTest, WithoutMemoryForItsMapATableIsSearchedInstead)
 {
-    for (const TranscoderType type : {kAnsiTranscoder, kMacTranscoder})
+    const auto create = [](int64)
     {
-        ForEachFailingAllocation(
-            [type](int64)
+        for (const auto& [type, bullet] :
+             {std::pair<TranscoderType, uint8>{kAnsiTranscoder, 0x95}, {kMacTranscoder, 0xA5}})
+        {
+            TNqCountedPtr<ITranscoder> transcoder;
+            try
             {
-                TNqCountedPtr<ITranscoder> transcoder;
-                try
-                {
-                    NqCreateTranscoder(transcoder, type);
-                }
-                catch (const TNqException& error)
-                {
-                    EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
-                    return;
-                }
-                EXPECT_EQ(Decode(*transcoder, 0x2022),
-                          TBytes{static_cast<uint8>(type == kMacTranscoder ? 0xA5 : 0x95)});
-            });
-    }
+                NqCreateTranscoder(transcoder, type);
+                EXPECT_EQ(Decode(*transcoder, 0x2022), TBytes{bullet});
+            }
+            catch (const TNqException& error)
+            {
+                EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
+            }
+        }
+    };
+    ForEachFailingAllocation(create);
 }
 
 TEST_F(TranscoderTest, FacesSlotsAndTypesWithoutATranscoder)
