@@ -392,17 +392,13 @@ TEST_F(StreamTest, MemoryStreamsGrowAndAreHandedOver)
     EXPECT_EQ(std::string(block + 4998, 4), "bxyz");
     int8 c = '-';
     out.get(c);
-    out.read(&c, 1);
     EXPECT_TRUE(out.eof());
     EXPECT_EQ(out.gcount(), 0);
-    for (const auto& refused : {std::function<void()>([&] { out.write("x", 1); }),
-                                std::function<void()>([&] { out.seek(0, TNqiostream::beg); }),
-                                std::function<void()>([&] { out.putback('x'); })})
-    {
-        refused();
-        EXPECT_FALSE(out.good());
-        EXPECT_EQ(TakeReports(), kFailed);
-    }
+    out.write("x", 1);
+    out.seek(0, TNqiostream::beg);
+    out.putback('x');
+    EXPECT_FALSE(out.good());
+    EXPECT_EQ(TakeReports(), TTexts(3, kFailed[0]));
     Nqfree(block);
 }
 

@@ -771,8 +771,8 @@ private:
     {
         std::string data = Data(), found(data.size(), 0);
         const int32 size = static_cast<int32>(data.size());
-        Value(
-            data, PutHexa, [&](S& s) { return GetHexaBinaryToken(s, size, found.data()), found; }, false);
+        const auto get = [&](S& s) { return GetHexaBinaryToken(s, size, found.data()), found; };
+        Value(data, PutHexa, get, false);
     }
 
     void SixBit()
@@ -807,12 +807,11 @@ private:
     {
         const int32 name = Name();
         const bool ignoring = fIgnoring;
+        fIgnoring = !fWriting && !IsRead(name, true);
         if (fWriting)
             PutBeginToken(fStream, name, false);
-        else if (IsRead(name, true))
+        else if (!fIgnoring)
             GetBeginToken(fStream);
-        else
-            fIgnoring = true;
         Items(depth + 1);
         if (fWriting)
             PutEndToken(fStream);
