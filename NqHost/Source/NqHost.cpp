@@ -20,6 +20,7 @@ TNqHost::TNqHost(const TNqHostOptions& inOptions)
     NqHostSetReportHandler(inOptions.fReportHandler, inOptions.fReportContext);
     NqHostStartMemory();
     NqHostStartFiles();
+    NqHostStartThreads();
     gTotal = NewAtomicCounter();
     gCurrent = NewAtomicCounter();
     InitNqCountedObject(&gFirst, &gLast, &gFirstSMP, &gLastSMP, &gTotal, &gCurrent);
@@ -30,6 +31,7 @@ TNqHost::~TNqHost()
     InitNqCountedObject(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     DeleteAtomicCounter(gCurrent);
     DeleteAtomicCounter(gTotal);
+    NqHostStopThreads();
     NqHostStopFiles();
     NqHostStopMemory();
     NqHostSetAsciiTranslationTable(nullptr);

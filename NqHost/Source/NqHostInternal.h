@@ -39,6 +39,11 @@ void NqHostStartMemory();
 void NqHostStopMemory();
 void NqHostStartFiles();
 void NqHostStopFiles();
+void NqHostStartThreads();
+void NqHostStopThreads();
+
+// Whether the calling thread works for the pool. Threads do not until they say so, the pool's own at their start.
+void NqHostMarkPoolThread(bool inIsPoolThread);
 
 // Returns when no other thread is inside the handler that was replaced; a handler that replaces itself is not waited
 // for.

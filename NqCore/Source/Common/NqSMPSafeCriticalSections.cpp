@@ -1,0 +1,110 @@
+#include "NqCore/PublicAPI/NqSMPSafeCriticalSections.h"
+
+#include "NqCore/PublicAPI/NqException.h"
+
+// Models/SafeSection.pml and Models/SafeCriticalSection.pml show, for every order in which threads can take their
+// steps, that the flag and the owner tell the truth about the thread inside. A change here is a change there.
+
+struct TNqSafeSectionLayout
+{
+    static_assert(sizeof(std::atomic<boolean>) == sizeof(boolean) && sizeof(std::atomic<int32>) == sizeof(int32) &&
+                      offsetof(TNqSafeSection, fCS) == 0 && offsetof(TNqSafeSection, fMainThreadInside) == 8 &&
+                      offsetof(TNqSafeCriticalSection, fCS) == 0 && offsetof(TNqSafeCriticalSection, fThreadID) == 8 &&
+                      sizeof(TNqSafeSection) == 16 && sizeof(TNqSafeCriticalSection) == 16 &&
+                      sizeof(CWhileInSafeCS) == 16,
+                  "locks are shared with modules built elsewhere");
+};
+
+TNqSafeSection::~TNqSafeSection()
+{
+    NqCheck(!fMainThreadInside);
+    if (fCS != nullptr)
+        DeleteCS(fCS);
+}
+
+void TNqSafeSection::Enter() const
+{
+    if (fCS != nullptr)
+        EnterCS(fCS);
+}
+
+void TNqSafeSection::Leave() const
+{
+    if (fCS != nullptr)
+        LeaveCS(fCS);
+}
+
+// The flag is set a second time inside: the thread for which this one waited cleared it on its way out.
+CWhileInSafeCS::CWhileInSafeCS(TNqSafeSection& section) : fCS(section), fIsInMainSMPProcess(IsInMainSMPProcess())
+{
+    if (!NqCheckText(fCS.GetCS() != nullptr, "&fCS && fCS.GetCS()"))
+        return;
+    if (!fIsInMainSMPProcess)
+    {
+        fCS.Enter();
+        return;
+    }
+    while (fCS.IsMainThreadInside())
+        gShellThreadUtilities->Yield(0);
+    fCS.SetMainThreadInside(true);
+    fCS.Enter();
+    fCS.SetMainThreadInside(true);
+}
+
+CWhileInSafeCS::~CWhileInSafeCS()
+{
+    NqCheckText(fCS.GetCS() != nullptr, "fCS.GetCS()");
+    if (fIsInMainSMPProcess)
+        fCS.SetMainThreadInside(false);
+    fCS.Leave();
+}
+
+TNqSafeCriticalSection::~TNqSafeCriticalSection()
+{
+    if (fCS != nullptr)
+        DeleteCS(fCS);
+}
+
+int32 TNqSafeCriticalSection::Enter(boolean allowReentry)
+{
+    if (!IsInMainSMPProcess())
+    {
+        EnterHostSection();
+        return kNoThread;
+    }
+    const int32 threadID = gShellThreadUtilities->GetCurrentThreadID();
+    NqCheckText(threadID != kNoThread, "threadId != kUndefinedThreadID");
+    if (fThreadID != threadID)
+    {
+        EnterFromOutside(threadID);
+        return kNoThread;
+    }
+    if (!allowReentry)
+        throw TNqException(kNqErrSection, NqSourcePath(__FILE__), __LINE__);
+    EnterHostSection();
+    return threadID;
+}
+
+// The owner is recorded inside the host's section: done before, it would overwrite that of the thread inside, which
+// would then not be recognised when it comes again, and wait for itself.
+void TNqSafeCriticalSection::EnterFromOutside(int32 threadID)
+{
+    while (fThreadID != kNoThread)
+        gShellThreadUtilities->Yield(0);
+    EnterHostSection();
+    fThreadID = threadID;
+}
+
+void TNqSafeCriticalSection::EnterHostSection()
+{
+    if (NqCheckText(fCS != nullptr, "fCS"))
+        EnterCS(fCS);
+}
+
+void TNqSafeCriticalSection::Leave(int32 previousOwner)
+{
+    if (IsInMainSMPProcess())
+        fThreadID = previousOwner;
+    if (NqCheckText(fCS != nullptr, "fCS"))
+        LeaveCS(fCS);
+}

@@ -1,0 +1,332 @@
+#include "NqCore/PublicAPI/NqSMPSharedCriticalSection.h"
+
+#include "NqCore/Include/NqHostLocks.h"
+#include "NqCore/PublicAPI/NqClassArray.h"
+#include "NqCore/PublicAPI/NqSMPCriticalSection.h"
+
+// Models/SharedCriticalSection.pml shows, for every order in which threads can take their steps, that a writer is alone
+// and no sleeper is forgotten. A change here is a change there.
+
+namespace
+{
+
+// The readers' side, the same for the single lock and for a slot. inAwaitWriter enters and leaves the writers' section,
+// which waits for the writer without holding anything afterwards.
+template <class TAwaitWriter>
+void EnterReader(TNqAtomicCounterHolder& ioReaderCount, TNqAtomicCounterHolder& ioHasWriter, TNqSemaphore* inReaderWait,
+                 TAwaitWriter&& inAwaitWriter)
+{
+    if (GetAtomicCounterValueOrdered(ioHasWriter) != 0)
+        inAwaitWriter();
+    for (;;)
+    {
+        IncrementAtomicCounter(ioReaderCount);
+        if (GetAtomicCounterValueOrdered(ioHasWriter) == 0)
+            return;
+        if (DecrementAtomicCounter(ioReaderCount) == 0)
+            NqSignal(inReaderWait);
+        inAwaitWriter();
+    }
+}
+
+void LeaveReader(TNqAtomicCounterHolder& ioReaderCount, TNqAtomicCounterHolder& ioHasWriter, TNqSemaphore* inReaderWait)
+{
+    if (DecrementAtomicCounter(ioReaderCount) == 0 && GetAtomicCounterValueOrdered(ioHasWriter) != 0)
+        NqSignal(inReaderWait);
+}
+
+} // namespace
+
+class TNqSharedCriticalSectionInternal : public TNqObject
+{
+public:
+    TNqSharedCriticalSectionInternal();
+    ~TNqSharedCriticalSectionInternal();
+
+    bool IsValid() const { return fWriteCS != nullptr && fReaderCount != nullptr && fHasWriter != nullptr; }
+
+    void EnterShared();
+    void LeaveShared() { LeaveReader(fReaderCount, fHasWriter, fReaderWait); }
+    void EnterExclusive();
+    void LeaveExclusive();
+
+private:
+    friend struct TNqSharedCriticalSectionLayout;
+
+    TNqCriticalSection* fWriteCS;        // held by the writer, inside and while it waits for readers
+    TNqSemaphore* fReaderWait;           // the writer sleeps on it until the readers have left
+    TNqAtomicCounterHolder fReaderCount; // readers inside or trying
+    TNqAtomicCounterHolder fHasWriter;   // writers inside or waiting for readers
+};
+
+// A slot's counters. They are the slot's own: a copy, which arrays of objects make of a new element, gets new ones.
+class TNqSharedCriticalSectionArrayElem
+{
+public:
+    TNqSharedCriticalSectionArrayElem() : fReaderCount(NqNewZeroCounter()), fHasWriter(NqNewZeroCounter()) {}
+    TNqSharedCriticalSectionArrayElem(const TNqSharedCriticalSectionArrayElem&) : TNqSharedCriticalSectionArrayElem() {}
+    TNqSharedCriticalSectionArrayElem& operator=(const TNqSharedCriticalSectionArrayElem&) { return *this; }
+    ~TNqSharedCriticalSectionArrayElem()
+    {
+        NqDeleteCounter(fHasWriter);
+        NqDeleteCounter(fReaderCount);
+    }
+
+    bool IsValid() const { return fReaderCount != nullptr && fHasWriter != nullptr; }
+
+    TNqAtomicCounterHolder fReaderCount; // readers inside or trying
+    TNqAtomicCounterHolder fHasWriter;   // 1 for a writer, 2 while it waits for readers
+};
+
+class TNqSharedCriticalSectionArrayInternal : public TNqObject
+{
+public:
+    TNqSharedCriticalSectionArrayInternal();
+    ~TNqSharedCriticalSectionArrayInternal() { NqDeleteSemaphore(fReaderWait); }
+
+    bool HasSlot(int32 index) const { return index >= 0 && index < fCount; }
+
+    boolean Initialize(int32 count);
+    void EnterShared(int32 index);
+    void LeaveShared(int32 index);
+    void EnterExclusive(int32 index);
+    void LeaveExclusive(int32 index);
+
+private:
+    friend struct TNqSharedCriticalSectionLayout;
+    using TElem = TNqSharedCriticalSectionArrayElem;
+
+    boolean MakeElems(uint32 count);
+    void AwaitReaders(int32 index);
+    void PassOn(int32 index);
+    TElem& Elem(int32 index) { return fData.ArrayData()[index]; }
+
+    int32 fCount;
+    TNqCriticalSectionArray fWriteCS; // a slot is held by its writer, inside and while it waits for readers
+    TNqSemaphore* fReaderWait;        // the writers of all slots sleep on it until their readers have left
+    TNqClassArray<TElem> fData;
+};
+
+struct TNqSharedCriticalSectionLayout
+{
+    using T = TNqSharedCriticalSectionInternal;
+    using TArray = TNqSharedCriticalSectionArrayInternal;
+    static_assert(sizeof(TNqSharedCriticalSection) == 8 && sizeof(TNqSharedCriticalSectionArray) == 8 &&
+                      offsetof(T, fWriteCS) == 0 && offsetof(T, fReaderWait) == 8 && offsetof(T, fReaderCount) == 16 &&
+                      offsetof(T, fHasWriter) == 24 && sizeof(T) == 32,
+                  "locks are shared with modules built elsewhere");
+    static_assert(offsetof(TArray, fCount) == 0 && offsetof(TArray, fWriteCS) == 8 &&
+                      offsetof(TArray, fReaderWait) == 16 && offsetof(TArray, fData) == 24 && sizeof(TArray) == 48 &&
+                      sizeof(TArray::TElem) == 16,
+                  "locks are shared with modules built elsewhere");
+};
+
+TNqSharedCriticalSectionInternal::TNqSharedCriticalSectionInternal()
+    : fWriteCS(NewCS()),
+      fReaderWait(NewSemaphore(1, 1)),
+      fReaderCount(NqNewZeroCounter()),
+      fHasWriter(NqNewZeroCounter())
+{
+    NqCheck(IsValid() && fReaderWait != nullptr);
+}
+
+TNqSharedCriticalSectionInternal::~TNqSharedCriticalSectionInternal()
+{
+    NqDeleteCounter(fHasWriter);
+    NqDeleteCounter(fReaderCount);
+    NqDeleteSemaphore(fReaderWait);
+    if (fWriteCS != nullptr)
+        DeleteCS(fWriteCS);
+}
+
+void TNqSharedCriticalSectionInternal::EnterShared()
+{
+    EnterReader(fReaderCount, fHasWriter, fReaderWait, [this] { const CWhileInCS wait(fWriteCS); });
+}
+
+void TNqSharedCriticalSectionInternal::EnterExclusive()
+{
+    EnterCS(fWriteCS);
+    IncrementAtomicCounter(fHasWriter);
+    while (GetAtomicCounterValueOrdered(fReaderCount) > 0)
+        NqAwaitSignal(fReaderWait);
+}
+
+void TNqSharedCriticalSectionInternal::LeaveExclusive()
+{
+    DecrementAtomicCounter(fHasWriter);
+    LeaveCS(fWriteCS);
+}
+
+TNqSharedCriticalSectionArrayInternal::TNqSharedCriticalSectionArrayInternal()
+    : fCount(0),
+      fReaderWait(NewSemaphore(1, 1))
+{
+    NqCheck(fReaderWait != nullptr);
+}
+
+boolean TNqSharedCriticalSectionArrayInternal::Initialize(int32 count)
+{
+    fCount = 0;
+    fData.ArrayFree();
+    if (!fWriteCS.Initialize(count))
+        return false;
+    if (!MakeElems(static_cast<uint32>(count)))
+    {
+        fWriteCS.CleanUp();
+        return false;
+    }
+    fCount = count;
+    return true;
+}
+
+boolean TNqSharedCriticalSectionArrayInternal::MakeElems(uint32 count)
+{
+    boolean valid = fData.SetElemCount(count);
+    for (uint32 i = 0; valid && i < count; ++i)
+        valid = NqCheck(fData[i].IsValid());
+    if (!valid)
+        fData.ArrayFree();
+    return valid;
+}
+
+void TNqSharedCriticalSectionArrayInternal::EnterShared(int32 index)
+{
+    TElem& elem = Elem(index);
+    EnterReader(elem.fReaderCount, elem.fHasWriter, fReaderWait,
+                [this, index] { const CWhileInCSArray wait(fWriteCS, index); });
+}
+
+void TNqSharedCriticalSectionArrayInternal::LeaveShared(int32 index)
+{
+    TElem& elem = Elem(index);
+    LeaveReader(elem.fReaderCount, elem.fHasWriter, fReaderWait);
+}
+
+void TNqSharedCriticalSectionArrayInternal::EnterExclusive(int32 index)
+{
+    fWriteCS.Enter(index);
+    TElem& elem = Elem(index);
+    IncrementAtomicCounter(elem.fHasWriter);
+    if (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
+        AwaitReaders(index);
+}
+
+// A unit may wake the writer of another slot than the one whose readers have left, and nobody would signal again. So a
+// writer that sleeps can be told by its count of 2, and whoever took a unit signals for one that need not sleep.
+void TNqSharedCriticalSectionArrayInternal::AwaitReaders(int32 index)
+{
+    TElem& elem = Elem(index);
+    IncrementAtomicCounter(elem.fHasWriter);
+    while (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
+    {
+        NqAwaitSignal(fReaderWait);
+        PassOn(index);
+        if (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
+            gShellThreadUtilities->Yield(0); // the one who is meant comes first
+    }
+    DecrementAtomicCounter(elem.fHasWriter);
+}
+
+// Signals once if the writer of another slot waits although its readers have left.
+void TNqSharedCriticalSectionArrayInternal::PassOn(int32 index)
+{
+    for (int32 i = 0; i < fCount; ++i)
+    {
+        if (i != index && GetAtomicCounterValueOrdered(Elem(i).fHasWriter) > 1 &&
+            GetAtomicCounterValueOrdered(Elem(i).fReaderCount) == 0)
+        {
+            NqSignal(fReaderWait);
+            return;
+        }
+    }
+}
+
+void TNqSharedCriticalSectionArrayInternal::LeaveExclusive(int32 index)
+{
+    DecrementAtomicCounter(Elem(index).fHasWriter);
+    fWriteCS.Leave(index);
+}
+
+TNqSharedCriticalSection::TNqSharedCriticalSection() : fInternal(new TNqSharedCriticalSectionInternal)
+{
+    NqCheck(fInternal != nullptr);
+}
+
+TNqSharedCriticalSection::~TNqSharedCriticalSection()
+{
+    delete fInternal;
+}
+
+boolean TNqSharedCriticalSection::IsValid() const
+{
+    return fInternal != nullptr && fInternal->IsValid();
+}
+
+void TNqSharedCriticalSection::EnterShared()
+{
+    if (NqCheck(IsValid()))
+        fInternal->EnterShared();
+}
+
+void TNqSharedCriticalSection::LeaveShared()
+{
+    if (NqCheck(IsValid()))
+        fInternal->LeaveShared();
+}
+
+void TNqSharedCriticalSection::EnterExclusive()
+{
+    if (NqCheck(IsValid()))
+        fInternal->EnterExclusive();
+}
+
+void TNqSharedCriticalSection::LeaveExclusive()
+{
+    if (NqCheck(IsValid()))
+        fInternal->LeaveExclusive();
+}
+
+TNqSharedCriticalSectionArray::TNqSharedCriticalSectionArray() : fInternal(new TNqSharedCriticalSectionArrayInternal)
+{
+    NqCheck(fInternal != nullptr);
+}
+
+TNqSharedCriticalSectionArray::~TNqSharedCriticalSectionArray()
+{
+    delete fInternal;
+}
+
+bool TNqSharedCriticalSectionArray::HasSlot(int32 index) const
+{
+    return NqCheckText(fInternal != nullptr && fInternal->HasSlot(index), "index < fInternal->fCount");
+}
+
+boolean TNqSharedCriticalSectionArray::Initialize(int32 count)
+{
+    return NqCheck(fInternal != nullptr) && fInternal->Initialize(count);
+}
+
+void TNqSharedCriticalSectionArray::EnterShared(int32 index)
+{
+    if (HasSlot(index))
+        fInternal->EnterShared(index);
+}
+
+void TNqSharedCriticalSectionArray::LeaveShared(int32 index)
+{
+    if (HasSlot(index))
+        fInternal->LeaveShared(index);
+}
+
+void TNqSharedCriticalSectionArray::EnterExclusive(int32 index)
+{
+    if (HasSlot(index))
+        fInternal->EnterExclusive(index);
+}
+
+void TNqSharedCriticalSectionArray::LeaveExclusive(int32 index)
+{
+    if (HasSlot(index))
+        fInternal->LeaveExclusive(index);
+}
