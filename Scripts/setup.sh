@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build ccache pkg-config qt6-base-dev libicu-dev libcli11-dev libfmt-dev libassimp-dev zlib1g-dev assimp-testmodels)
 if [ "${1:-demo}" = test ]; then
-  packages+=(libgtest-dev clang-14 clang-format)
+  packages+=(libgtest-dev clang-14 clang-format spin)
 elif [ "${1:-demo}" = bench ]; then
   packages+=(libbenchmark-dev rapidjson-dev libpugixml-dev)
 fi

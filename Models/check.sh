@@ -1,0 +1,115 @@
+#!/usr/bin/env bash
+# Checks the models of the locks with spin, exhaustively within the bounds that each line states: what the code does must
+# hold, and what it must not do has to be caught. Two minutes on two cores; --deep adds larger bounds, a quarter of an
+# hour. Needs spin and a C compiler. A failure names the log, beside which spin has left the trail of steps.
+set -euo pipefail
+models=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d "${TMPDIR:-/tmp}/models.XXXXXX")
+outcomes=() bounds=() settings=() depth=4000000
+
+# check OUTCOME BOUNDS MODEL SETTING...
+#   holds    no assertion fails in any interleaving
+#   goes-on  and under weak fairness there is no endless run in which nobody gets in
+#   forgets  caught: a thread sleeps although nothing keeps it out
+#   lies     caught: the flag does not tell who is inside
+#   spins    caught: an endless run in which nobody gets in
+check() {
+  outcomes+=("$1")
+  bounds+=("$2")
+  settings+=("${*:3}")
+}
+
+sections=CriticalSectionArray shared=SharedCriticalSection
+unbounded=-DMAXUNITS=250
+
+check holds   "sections: 2 slots, 4 threads, 3 of them on one slot, nested"       $sections -DTHREADS=4 -DFIRST=3 -DNESTED -DANY_FORWARD
+check holds   "sections: 2 slots, 4 threads, 2 on each slot, nested"              $sections -DTHREADS=4 -DFIRST=2 -DNESTED -DANY_FORWARD
+check holds   "sections: 2 slots, 3 threads, 2 rounds, semaphore without maximum" $sections -DCHOOSE -DROUNDS=2 $unbounded
+check goes-on "sections: 2 slots, 3 threads, 1 round, semaphore without maximum"  $sections -DCHOOSE -DROUNDS=1 -DFIFO $unbounded
+check goes-on "sections: 2 slots, 4 threads, 1 round, semaphore without maximum"  $sections -DTHREADS=4 -DROUNDS=1 -DFIFO $unbounded
+check holds   "sections: 2 slots, 3 threads, nested"                              $sections -DCHOOSE -DNESTED
+check holds   "sections: 2 slots, 3 threads, any count of waiting threads read"   $sections -DCHOOSE -DSTALE
+check goes-on "sections: 1 slot, 3 threads"                                       $sections -DSLOTS=1
+check holds   "sections: 1 slot, 4 threads"                                       $sections -DSLOTS=1 -DTHREADS=4 -DANY_FORWARD
+check holds   "sections: 1 slot, 3 threads, 2 rounds, semaphore without maximum"  $sections -DSLOTS=1 -DROUNDS=2 $unbounded
+check forgets "sections: plain, 1 slot, 3 threads"                                $sections -DSLOTS=1 -DCHECKS_SLOT=0 -DPASSES_ON=0
+check forgets "sections: plain, 2 slots, 3 threads"                               $sections -DCHOOSE -DCHECKS_SLOT=0 -DPASSES_ON=0
+check forgets "sections: passing on without looking, 1 slot, 3 threads"           $sections -DSLOTS=1 -DCHECKS_SLOT=0
+check forgets "sections: looking without passing on, 2 slots, 3 threads"          $sections -DCHOOSE -DPASSES_ON=0
+check forgets "sections: passing on only without the slot, 2 slots, 3 threads"    $sections -DCHOOSE -DPASSES_ON=1
+check forgets "sections: passing on only with the slot, 2 slots, 3 threads"       $sections -DCHOOSE -DPASSES_ON=2
+check spins   "sections: a passer that always comes first, 2 slots, 3 threads"    $sections -DCHOOSE
+
+check holds   "shared array: 2 slots, 4 threads, 1 round, no maximum"             $shared -DTHREADS=4 -DROUNDS=1 $unbounded
+check goes-on "shared: 4 threads"                                                 $shared -DSLOTS=1 -DPASSES_ON=0 -DTHREADS=4
+check holds   "shared: 3 threads, 3 rounds, semaphore without maximum"            $shared -DSLOTS=1 -DPASSES_ON=0 -DROUNDS=3 $unbounded
+check goes-on "shared array: 2 slots, 3 threads"                                  $shared -DFIFO
+check holds   "shared array: 2 slots, 4 threads, 2 on each slot"                  $shared -DTHREADS=4 -DHOME
+check holds   "shared array: 2 slots, 3 threads, 2 rounds, no maximum"            $shared -DROUNDS=2 $unbounded
+check forgets "shared array: plain, 2 slots, 3 threads"                           $shared -DPASSES_ON=0
+check forgets "shared array: plain, 2 slots, 4 threads, 2 on each slot"           $shared -DPASSES_ON=0 -DTHREADS=4 -DHOME
+check spins   "shared array: a passer that always comes first, 2 slots"           $shared
+
+check goes-on "safe section: 3 threads outside the pool, 1 inside"                SafeSection
+check goes-on "safe section: 2 threads outside the pool, 2 inside"                SafeSection -DOUTSIDE=2 -DPOOL=2
+check lies    "safe section: the flag set once, 3 threads outside, 1 inside"      SafeSection -DSETS_AGAIN=0
+check goes-on "safe critical section: 3 threads outside the pool, 1 inside"       SafeCriticalSection
+check goes-on "safe critical section: 2 threads outside the pool, 2 inside"       SafeCriticalSection -DOUTSIDE=2 -DPOOL=2
+check forgets "safe critical section: the owner first, 3 threads outside"         SafeCriticalSection -DOWNER_FIRST
+
+if [ "${1:-}" = --deep ]; then
+  depth=20000000
+  check holds   "sections: 2 slots, 4 threads that choose"                        $sections -DTHREADS=4 -DCHOOSE -DANY_FORWARD
+  check holds   "sections: 2 slots, 3 threads, 2 rounds, nested, no maximum"      $sections -DCHOOSE -DROUNDS=2 -DNESTED $unbounded
+  check goes-on "sections: 2 slots, 3 threads, 1 round, nested"                   $sections -DCHOOSE -DROUNDS=1 -DNESTED -DFIFO
+  check goes-on "sections: 2 slots, 3 threads that choose"                        $sections -DCHOOSE -DFIFO
+  check holds   "shared array: 2 slots, 4 threads that choose"                    $shared -DTHREADS=4
+  check goes-on "shared array: 2 slots, 4 threads, 1 round"                       $shared -DTHREADS=4 -DROUNDS=1 -DFIFO
+fi
+
+# Whether the log of spin shows the outcome; a search that was cut short shows none.
+shows() {
+  case $1 in
+  holds | goes-on) grep -q 'errors: 0$' "$2" && ! grep -qiE 'not completed|too small|out of memory|exhausted' "$2" ;;
+  forgets) grep -qE 'assertion violated +!\((lostWakeUp|hang)\)' "$2" ;;
+  lies) grep -qE 'assertion violated .*mainInside' "$2" ;;
+  spins) grep -q '^pan:.*non-progress cycle' "$2" ;;
+  esac
+}
+
+# Checks one case in a folder of its own, and prints its line. The models say themselves where a thread may stay (-E).
+run() {
+  local outcome=${outcomes[$1]} folder=$work/$1 kind=(-DSAFETY) flags=() model defines
+  read -ra defines <<<"${settings[$1]}"
+  model=${defines[0]}
+  case $outcome in goes-on | spins) kind=(-DNP -DNFAIR=3) flags=(-l -f) ;; esac
+  mkdir "$folder" && cd "$folder"
+  {
+    spin -a "${defines[@]:1}" "$models/$model.pml" &&
+      cc -O2 -w "${kind[@]}" -DVECTORSZ=256 -DCOLLAPSE -o pan pan.c &&
+      ./pan -E -n "-m$depth" -w24 ${flags[@]+"${flags[@]}"}
+  } >log 2>&1 || true
+  if ! shows "$outcome" log; then
+    printf 'FAILED   %-78s %s\n' "${bounds[$1]}" "$folder/log"
+    return 1
+  fi
+  printf '%-8s %-78s %11.0f states\n' "$outcome" "${bounds[$1]}" \
+    "$(sed -nE 's/^ *([0-9.e+]+) states, stored.*/\1/p' log)"
+  cd "$work" && rm -rf "$folder"
+}
+
+failed=0 running=0
+for number in "${!outcomes[@]}"; do
+  if [ "$running" -ge "$(nproc)" ]; then
+    wait -n || failed=1
+    running=$((running - 1))
+  fi
+  run "$number" &
+  running=$((running + 1))
+done
+while [ "$running" -gt 0 ]; do
+  wait -n || failed=1
+  running=$((running - 1))
+done
+[ "$failed" -ne 0 ] || rm -rf "$work"
+exit "$failed"
