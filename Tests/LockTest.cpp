@@ -4,84 +4,67 @@
 #include "NqCore/PublicAPI/NqSMPSharedCriticalSection.h"
 #include "NqHost/Source/NqHostInternal.h" // to play a thread of the pool
 #include "Tests/TestHost.h"
+#include "Tests/YieldingHost.h"
 
 #include <sched.h>
 
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
-#include <random>
+#include <mutex>
 #include <set>
+#include <thread>
 
 namespace
 {
 
-using TRandom = std::minstd_rand;
+constexpr int kThreads = 6; // more than processors
+constexpr int kSlots = 3;
 
-constexpr int kThreads = 6; // more than this machine has processors, so that holders lose theirs
-
-void YieldSometimes(TRandom& ioRandom)
+// Runs inBody(0, random) and so on, each on a thread that loses the processor now and then on its way through a lock.
+// When one is not back in time it sleeps for ever, and nothing can go on.
+template <class Body>
+void OnYieldingThreads(int count, const Body& inBody)
 {
-    if (ioRandom() % 4 == 0)
-        sched_yield();
+    std::promise<void> done;
+    std::thread watch(
+        [back = done.get_future()]
+        {
+            if (back.wait_for(std::chrono::minutes(2)) == std::future_status::ready)
+                return;
+            std::fprintf(stderr, "a thread was never woken\n");
+            std::abort();
+        });
+    OnThreads(count,
+              [&inBody](int index)
+              {
+                  TRandom random(index);
+                  YieldAroundHostCalls(4, static_cast<unsigned>(index));
+                  inBody(index, random);
+              });
+    done.set_value();
+    watch.join();
 }
 
-// Threads that run a body each. One that is not back in time sleeps for ever: nothing can go on then.
-class TThreads
-{
-public:
-    ~TThreads() { Join(); }
-
-    template <class Body>
-    void Start(Body inBody)
-    {
-        fResults.push_back(std::async(std::launch::async, inBody));
-    }
-
-    void Join()
-    {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-        for (std::future<void>& result : fResults)
-        {
-            if (result.wait_until(deadline) != std::future_status::ready)
-            {
-                std::fprintf(stderr, "a thread was never woken\n");
-                std::abort();
-            }
-            result.get();
-        }
-        fResults.clear();
-    }
-
-private:
-    std::vector<std::future<void>> fResults;
-};
-
 // What a lock protects: written in two steps, and by plain accesses, which the thread sanitizer watches.
-class TProtected
+struct TProtected
 {
-public:
     void Write(TRandom& ioRandom)
     {
         ++fFirst;
-        YieldSometimes(ioRandom);
+        if (ioRandom.OneIn(4))
+            sched_yield();
         EXPECT_EQ(fFirst, ++fSecond);
     }
-    void Read(TRandom& ioRandom) const
-    {
-        const int first = fFirst;
-        YieldSometimes(ioRandom);
-        EXPECT_EQ(first, fSecond);
-    }
-    int Writes() const { return fSecond; }
+    void Read() const { EXPECT_EQ(fFirst, fSecond); }
 
-private:
     int fFirst = 0;
     int fSecond = 0;
 };
 
-// The kinds of lock behind one face, as arrays: a single lock is an array of one.
+// The kinds of lock behind one face: a section has no readers, a single lock one slot.
 struct TSections : TNqCriticalSectionArray
 {
     void EnterShared(int32 slot) { Enter(slot); }
@@ -101,77 +84,40 @@ struct TSingle : TNqSharedCriticalSection
 
 using TShared = TNqSharedCriticalSectionArray;
 
-// `rounds` reads and writes of random slots, one in `writeEvery` a write. Returns the writes.
 template <class TLock>
-int GoRound(TLock& ioLock, std::vector<TProtected>& ioData, int32 slots, int rounds, unsigned writeEvery, unsigned seed)
-{
-    TRandom random(seed);
-    int writes = 0;
-    for (int i = 0; i < rounds; ++i)
-    {
-        const int32 slot = static_cast<int32>(random() % static_cast<unsigned>(slots));
-        TProtected& data = ioData[static_cast<size_t>(slot)];
-        if (random() % writeEvery == 0)
-        {
-            ioLock.EnterExclusive(slot);
-            data.Write(random);
-            ++writes;
-            ioLock.LeaveExclusive(slot);
-        }
-        else
-        {
-            ioLock.EnterShared(slot);
-            data.Read(random);
-            ioLock.LeaveShared(slot);
-        }
-        YieldSometimes(random);
-    }
-    return writes;
-}
+constexpr int kMostSlots = std::is_same_v<TLock, TSingle> ? 1 : kSlots;
 
-int CountWrites(const std::vector<TProtected>& inData)
-{
-    int writes = 0;
-    for (const TProtected& data : inData)
-        writes += data.Writes();
-    return writes;
-}
-
+// Reads and writes any slot; a writer of a slot may take those behind it too.
 template <class TLock>
-void Stress(TLock& ioLock, int32 slots, int threads, int rounds, unsigned writeEvery)
+void Stress(TLock& ioLock, int32 slots, int rounds, int writeEvery)
 {
-    std::vector<TProtected> data(static_cast<size_t>(slots));
+    std::array<TProtected, kSlots> data;
     std::atomic<int> writes{0};
-    TThreads running;
-    for (int i = 0; i < threads; ++i)
-        running.Start([&, i] { writes += GoRound(ioLock, data, slots, rounds, writeEvery, static_cast<unsigned>(i)); });
-    running.Join();
-    EXPECT_EQ(CountWrites(data), writes);
-}
-
-// Threads sleep for the last slot, which stays taken: what wakes them was meant for the others, who must not miss it.
-template <class TLock>
-void StressBesideSleepers(TLock& ioLock, int32 slots, int sleepers, int rounds, unsigned writeEvery)
-{
-    const int32 last = slots - 1;
-    std::vector<TProtected> data(static_cast<size_t>(slots));
-    TThreads asleep;
-    ioLock.EnterShared(last);
-    for (int i = 0; i < sleepers; ++i)
-    {
-        asleep.Start(
-            [&, i]
-            {
-                TRandom random(static_cast<unsigned>(i));
-                ioLock.EnterExclusive(last);
-                data[static_cast<size_t>(last)].Write(random);
-                ioLock.LeaveExclusive(last);
-            });
-    }
-    Stress(ioLock, last, kThreads - 2, rounds, writeEvery);
-    ioLock.LeaveShared(last);
-    asleep.Join();
-    EXPECT_EQ(CountWrites(data), sleepers);
+    OnYieldingThreads(kThreads,
+                      [&](int, TRandom& ioRandom)
+                      {
+                          for (int i = 0; i < rounds; ++i)
+                          {
+                              const int32 first = ioRandom.Below(slots);
+                              const int32 end = ioRandom.OneIn(4) ? slots : first + 1;
+                              if (!ioRandom.OneIn(writeEvery))
+                              {
+                                  ioLock.EnterShared(first);
+                                  data[static_cast<size_t>(first)].Read();
+                                  ioLock.LeaveShared(first);
+                                  continue;
+                              }
+                              for (int32 slot = first; slot < end; ++slot)
+                                  ioLock.EnterExclusive(slot);
+                              for (int32 slot = first; slot < end; ++slot)
+                              {
+                                  data[static_cast<size_t>(slot)].Write(ioRandom);
+                                  ++writes;
+                                  ioLock.LeaveExclusive(slot);
+                              }
+                          }
+                      });
+    EXPECT_EQ(data[0].fSecond + data[1].fSecond + data[2].fSecond, writes);
 }
 
 template <class TLock>
@@ -186,140 +132,109 @@ class LockArrays : public NqTest
 
 using TLocks = ::testing::Types<TSections, TSingle, TShared>;
 using TArrays = ::testing::Types<TSections, TShared>;
-TYPED_TEST_SUITE(Locks, TLocks);
-TYPED_TEST_SUITE(LockArrays, TArrays);
+TYPED_TEST_SUITE(Locks, TLocks, );
+TYPED_TEST_SUITE(LockArrays, TArrays, );
 
-template <class TLock>
-constexpr bool kIsArray = !std::is_same_v<TLock, TSingle>;
+using SafeSections = NqTest;
 
 } // namespace
 
 TYPED_TEST(Locks, ExcludeAndForgetNobody)
 {
-    for (int32 slots = 1; slots <= (kIsArray<TypeParam> ? 3 : 1); ++slots)
+    for (int32 slots = 1; slots <= kMostSlots<TypeParam>; ++slots)
     {
-        for (unsigned writeEvery : {1u, 2u, 8u})
+        for (int writeEvery : {1, 2, 8})
         {
             TypeParam lock;
             ASSERT_TRUE(lock.Initialize(slots));
-            Stress(lock, slots, kThreads, 500, writeEvery);
+            Stress(lock, slots, 400, writeEvery);
         }
     }
 }
 
-TYPED_TEST(LockArrays, ForgetNobodyWhileOthersSleepOnAnotherSlot)
+// Two threads meet in slot 0 and wait for each other; those in slot 1 stay until the two have met again. So a release
+// in slot 1 comes too late for one of the two that was forgotten.
+TYPED_TEST(LockArrays, ForgetNobodyWhileAnotherSlotStaysTaken)
 {
-    for (int32 slots : {2, 3})
-    {
-        for (unsigned writeEvery : {1u, 2u})
-        {
-            TypeParam lock;
-            ASSERT_TRUE(lock.Initialize(slots));
-            StressBesideSleepers(lock, slots, 2, 500, writeEvery);
-        }
-    }
-}
-
-// A thread that holds one slot and wants another is a sleeper that others wait for in turn.
-TYPED_TEST(LockArrays, ForgetNobodyWhoHoldsAnotherSlot)
-{
+    constexpr int kArrivals = 16000;
     TypeParam lock;
-    ASSERT_TRUE(lock.Initialize(3));
-    std::vector<TProtected> data(3);
-    TThreads running;
-    for (unsigned i = 0; i < kThreads; ++i)
+    ASSERT_TRUE(lock.Initialize(2));
+    TProtected data;
+    std::atomic<int> arrived{0};
+    const auto awaitArrived = [&](int count)
     {
-        running.Start(
-            [&, i]
-            {
-                TRandom random(i);
-                for (int round = 0; round < 300; ++round)
-                {
-                    const int32 first = static_cast<int32>(random() % 3);
-                    for (int32 slot = first; slot < 3; ++slot)
-                        lock.EnterExclusive(slot);
-                    for (int32 slot = first; slot < 3; ++slot)
-                        data[static_cast<size_t>(slot)].Write(random);
-                    for (int32 slot = first; slot < 3; ++slot)
-                        lock.LeaveExclusive(slot);
-                }
-            });
-    }
-    running.Join();
-    EXPECT_EQ(data[2].Writes(), kThreads * 300);
+        while (arrived < std::min(count, kArrivals))
+            sched_yield();
+    };
+    OnYieldingThreads(4,
+                      [&](int index, TRandom& ioRandom)
+                      {
+                          const int32 slot = index % 2;
+                          for (int meeting = 1; slot == 0 ? meeting <= kArrivals / 2 : arrived < kArrivals; ++meeting)
+                          {
+                              if (slot == 0)
+                              {
+                                  ++arrived;
+                                  awaitArrived(2 * meeting);
+                              }
+                              lock.EnterExclusive(slot);
+                              if (slot == 0)
+                                  data.Write(ioRandom);
+                              else
+                                  awaitArrived(arrived + 1);
+                              lock.LeaveExclusive(slot);
+                          }
+                      });
 }
 
 // Whatever the host cannot make: it is reported, and the lock either refuses to be set up and then touches nothing, or
 // excludes as ever.
 TYPED_TEST(Locks, StandWhateverTheHostCannotMake)
 {
+    static constexpr int32 kCount = kMostSlots<TypeParam>;
     ForEachFailingAllocation(
         [](int64 n)
         {
             TypeParam lock;
-            const bool works = lock.Initialize(2) != 0;
+            const bool works = lock.Initialize(kCount) != 0;
             const bool failed = TestHost().CountAllocations() >= n;
             const bool reported = !TakeReports().empty();
-            EXPECT_TRUE(failed || (works && !reported));
-            EXPECT_TRUE(works || reported);
+            EXPECT_TRUE(failed ? works || reported : works && !reported);
             if (works)
             {
-                Stress(lock, kIsArray<TypeParam> ? 2 : 1, 3, 50, 2);
+                Stress(lock, kCount, 20, 2);
                 return;
             }
             lock.EnterExclusive(0);
             lock.EnterShared(0);
             lock.LeaveShared(0);
             lock.LeaveExclusive(0);
-            EXPECT_EQ(TakeReports(), TTexts(4, kIsArray<TypeParam> ? "index < fInternal->fCount" : "IsValid()"));
-            const bool worksLater = lock.Initialize(2) != 0;
-            EXPECT_EQ(worksLater, TakeReports().empty() && kIsArray<TypeParam>);
+            EXPECT_EQ(TakeReports(), TTexts(4, kCount > 1 ? "index < fInternal->fCount" : "IsValid()"));
         });
 }
 
 TYPED_TEST(LockArrays, ReportASlotThatIsNotThereAndTouchNothing)
 {
     TypeParam lock;
-    const auto useAll = [&lock](int32 slot)
+    const auto expectNone = [&lock](int32 slot)
     {
         lock.LeaveShared(slot);
         lock.LeaveExclusive(slot);
         lock.EnterShared(slot);
         lock.EnterExclusive(slot);
+        EXPECT_EQ(TakeReports(), TTexts(4, "index < fInternal->fCount")) << slot;
     };
-    const TTexts reports(4, "index < fInternal->fCount");
-    useAll(0);
-    EXPECT_EQ(TakeReports(), reports) << "before there are any";
-    ASSERT_TRUE(lock.Initialize(2));
-    for (int32 slot : {2, 3, 0x7FFFFFFF, -1, -2147483647 - 1})
-    {
-        useAll(slot);
-        EXPECT_EQ(TakeReports(), reports) << slot;
-    }
+    expectNone(0);
     EXPECT_FALSE(lock.Initialize(-1));
     EXPECT_EQ(TakeReports(), TTexts{"count >= 0"});
-    useAll(0);
-    EXPECT_EQ(TakeReports(), reports) << "after a count that cannot be";
-    for (int32 slots : {3, 0, 1})
+    for (int32 slots : {3, 0, 2})
     {
         ASSERT_TRUE(lock.Initialize(slots));
-        useAll(slots);
-        EXPECT_EQ(TakeReports(), reports);
+        for (int32 slot : {slots, slots + 1, 0x7FFFFFFF, -1, -2147483647 - 1})
+            expectNone(slot);
     }
-    Stress(lock, 1, 3, 100, 2);
+    Stress(lock, 2, 100, 2);
 }
-
-TYPED_TEST(LockArrays, KeepTheSlotsApart)
-{
-    TypeParam lock;
-    ASSERT_TRUE(lock.Initialize(3));
-    for (int32 slot = 0; slot < 3; ++slot)
-        lock.EnterExclusive(slot); // one thread: a slot that shares anything with another never opens
-    for (int32 slot = 0; slot < 3; ++slot)
-        lock.LeaveExclusive(slot);
-}
-
-using SafeSections = NqTest;
 
 TEST_F(SafeSections, GuardsEnterOnceAndLeaveOnce)
 {
@@ -328,163 +243,122 @@ TEST_F(SafeSections, GuardsEnterOnceAndLeaveOnce)
     TNqCriticalSection* section = NewCS();
     TNqCriticalSectionArray array;
     ASSERT_TRUE(array.Initialize(1));
-    TProtected data;
-    TThreads running;
-    for (unsigned i = 0; i < kThreads; ++i)
+    TProtected inSection;
+    TProtected inSlot;
+    const auto round = [&](int number, TRandom& ioRandom)
     {
-        running.Start(
-            [&, i]
-            {
-                TRandom random(i);
-                for (int round = 0; round < 200; ++round)
-                {
-                    try
-                    {
-                        CWhileInCS host(section);
-                        CWhileInCSArray slot(array, 0);
-                        data.Write(random);
-                        if (round % 3 == 0)
-                            throw round;
-                        if (round % 3 == 1)
-                        {
-                            slot.Clean();
-                            host.Clean();
-                        }
-                    }
-                    catch (int)
-                    {
-                    }
-                }
-            });
-    }
-    running.Join();
-    EXPECT_EQ(data.Writes(), kThreads * 200);
+        CWhileInCS host(section);
+        inSection.Write(ioRandom);
+        if (number % 2 == 0)
+        {
+            host.Clean();
+            host.Clean();
+        }
+        CWhileInCSArray slot(array, 0);
+        inSlot.Write(ioRandom);
+        if (number % 3 == 0)
+        {
+            slot.Clean();
+            slot.Clean();
+        }
+        throw number;
+    };
+    OnYieldingThreads(kThreads,
+                      [&](int, TRandom& ioRandom)
+                      {
+                          for (int i = 0; i < 200; ++i)
+                              EXPECT_THROW(round(i, ioRandom), int);
+                      });
     DeleteCS(section);
 }
 
-TEST_F(SafeSections, ThreadsOutsideThePoolAreKnownToBeInside)
+// A third of the threads belong to the pool, for all of these.
+TEST_F(SafeSections, KnowWhoIsInside)
 {
     TNqSafeSection section;
+    TNqSafeCriticalSection again;
     TProtected data;
-    TThreads running;
-    for (unsigned i = 0; i < kThreads; ++i)
-    {
-        running.Start(
-            [&, i]
-            {
-                NqHostMarkPoolThread(i % 3 == 0);
-                TRandom random(i);
-                for (int round = 0; round < 500; ++round)
-                {
-                    const CWhileInSafeCS inside(section);
-                    EXPECT_TRUE(i % 3 == 0 || section.IsMainThreadInside());
-                    data.Write(random);
-                    EXPECT_TRUE(i % 3 == 0 || section.IsMainThreadInside());
-                }
-                NqHostMarkPoolThread(false);
-            });
-    }
-    running.Join();
-    EXPECT_EQ(data.Writes(), kThreads * 500);
+    TProtected dataAgain;
+    OnYieldingThreads(kThreads,
+                      [&](int index, TRandom& ioRandom)
+                      {
+                          const bool outside = index % 3 != 0;
+                          NqHostMarkPoolThread(!outside);
+                          const int32 self = outside ? gShellThreadUtilities->GetCurrentThreadID() : 0;
+                          for (int round = 0; round < 1000; ++round)
+                          {
+                              {
+                                  const CWhileInSafeCS inside(section);
+                                  EXPECT_TRUE(!outside || section.IsMainThreadInside());
+                                  data.Write(ioRandom);
+                                  EXPECT_TRUE(!outside || section.IsMainThreadInside());
+                              }
+                              for (int level = 0; level < 3; ++level)
+                              {
+                                  EXPECT_EQ(again.Enter(level > 0), level > 0 ? self : 0);
+                                  dataAgain.Write(ioRandom);
+                              }
+                              for (int level = 3; level-- > 0;)
+                                  again.Leave(level > 0 ? self : 0);
+                          }
+                      });
     EXPECT_FALSE(section.IsMainThreadInside());
-}
-
-TEST_F(SafeSections, TheOwnerComesAgainAndAnotherWaits)
-{
-    TNqSafeCriticalSection section;
-    TProtected data;
-    TThreads running;
-    for (unsigned i = 0; i < kThreads; ++i)
-    {
-        running.Start(
-            [&, i]
-            {
-                NqHostMarkPoolThread(i % 3 == 0);
-                const int32 self = i % 3 == 0 ? 0 : gShellThreadUtilities->GetCurrentThreadID();
-                TRandom random(i);
-                for (int round = 0; round < 300; ++round)
-                {
-                    const int depth = 1 + static_cast<int>(random() % 3);
-                    for (int level = 0; level < depth; ++level)
-                    {
-                        EXPECT_EQ(section.Enter(level > 0), level > 0 ? self : 0);
-                        data.Write(random);
-                    }
-                    for (int level = depth; level-- > 0;)
-                        section.Leave(level > 0 ? self : 0);
-                }
-                NqHostMarkPoolThread(false);
-            });
-    }
-    running.Join();
 }
 
 TEST_F(SafeSections, RefuseASecondEntryAndStayEntered)
 {
     TNqSafeCriticalSection section;
     EXPECT_EQ(section.Enter(false), 0);
+    NqErr refused = 0;
     try
     {
         section.Enter(false);
-        FAIL() << "entered twice";
     }
     catch (const TNqException& error)
     {
-        EXPECT_EQ(error.GetError(), kNqErrSection);
+        refused = error.GetError();
     }
+    EXPECT_EQ(refused, kNqErrSection);
     EXPECT_EQ(TakeReports(), TTexts{"An exception is being thrown"});
-    const int32 previous = section.Enter(true);
-    EXPECT_EQ(previous, gShellThreadUtilities->GetCurrentThreadID());
-    section.Leave(previous);
-    EXPECT_EQ(section.Enter(true), previous) << "left once too often";
-    section.Leave(previous);
+    const int32 self = section.Enter(true);
+    EXPECT_EQ(self, gShellThreadUtilities->GetCurrentThreadID());
+    section.Leave(self);
+    EXPECT_EQ(section.Enter(true), self) << "left once too often";
+    section.Leave(self);
     section.Leave(0);
-
-    TThreads other;
-    other.Start([&section] { section.Leave(section.Enter(false)); });
-    other.Join();
+    OnYieldingThreads(1, [&section](int, TRandom&) { section.Leave(section.Enter(false)); });
 }
 
 TEST_F(SafeSections, ReportAMissingHostSection)
 {
     TestHost().FailAllocations(1, 2);
     TNqSafeSection section;
-    TNqSafeCriticalSection recursive;
+    TNqSafeCriticalSection again;
     TestHost().FailAllocations(0);
     {
         const CWhileInSafeCS inside(section);
-        EXPECT_EQ(TakeReports(), TTexts{"&fCS && fCS.GetCS()"});
         EXPECT_FALSE(section.IsMainThreadInside());
     }
-    EXPECT_EQ(TakeReports(), TTexts{"fCS.GetCS()"});
-    recursive.Leave(recursive.Enter(false));
-    EXPECT_EQ(TakeReports(), (TTexts{"fCS", "fCS"}));
+    again.Leave(again.Enter(false));
     {
         TNqSafeSection left;
         left.SetMainThreadInside(true);
     }
-    EXPECT_EQ(TakeReports(), TTexts{"!fMainThreadInside"});
+    EXPECT_EQ(TakeReports(), (TTexts{"&fCS && fCS.GetCS()", "fCS.GetCS()", "fCS", "fCS", "!fMainThreadInside"}));
 }
 
 TEST_F(SafeSections, EveryThreadHasAnIdOfItsOwn)
 {
-    EXPECT_TRUE(IsInMainSMPProcess());
     std::mutex mutex;
     std::set<int32> ids;
-    TThreads running;
-    for (int i = 0; i < 20; ++i)
-    {
-        running.Start(
-            [&]
-            {
-                const int32 id = gShellThreadUtilities->GetCurrentThreadID();
-                gShellThreadUtilities->Yield(15);
-                EXPECT_EQ(gShellThreadUtilities->GetCurrentThreadID(), id);
-                EXPECT_TRUE(IsInMainSMPProcess());
-                const std::lock_guard<std::mutex> lock(mutex);
-                EXPECT_NE(id, 0);
-                EXPECT_TRUE(ids.insert(id).second);
-            });
-    }
-    running.Join();
+    OnYieldingThreads(20,
+                      [&](int, TRandom&)
+                      {
+                          const int32 id = gShellThreadUtilities->GetCurrentThreadID();
+                          gShellThreadUtilities->Yield(15);
+                          EXPECT_EQ(gShellThreadUtilities->GetCurrentThreadID(), id);
+                          EXPECT_TRUE(IsInMainSMPProcess());
+                          const std::lock_guard<std::mutex> lock(mutex);
+                          EXPECT_TRUE(id != 0 && ids.insert(id).second) << id;
+                      });
 }
