@@ -113,8 +113,10 @@ void TNqCriticalSectionArrayInternal::CleanUp()
 
 void TNqCriticalSectionArrayInternal::Drop(TCounters& ioCounters)
 {
+    const uint32 before = fDropped.GetElemCount();
+    fDropped.SetElemCount(before + ioCounters.GetElemCount());
     for (uint32 i = 0; i < ioCounters.GetElemCount(); ++i)
-        fDropped.AddElem(ioCounters[i]);
+        fDropped[before + i] = ioCounters[i];
     ioCounters.ArrayFree();
 }
 
