@@ -13,6 +13,8 @@ outcomes=() bounds=() settings=() depth=4000000
 #   forgets  caught: a thread sleeps although nothing keeps it out
 #   lies     caught: the flag does not tell who is inside
 #   spins    caught: an endless run in which nobody gets in
+#   overruns caught: two runs at a time
+#   outlives caught: something is touched after its end
 check() {
   outcomes+=("$1")
   bounds+=("$2")
@@ -57,8 +59,18 @@ check goes-on "safe critical section: 3 threads outside the pool, 1 inside"     
 check goes-on "safe critical section: 2 threads outside the pool, 2 inside"       SafeCriticalSection -DOUTSIDE=2 -DPOOL=2
 check forgets "safe critical section: the owner first, 3 threads outside"         SafeCriticalSection -DOWNER_FIRST
 
+single=SingleSection
+check holds   "single section: 2 workers, 1 thread outside, a nested body"        $single
+check goes-on "single section: 2 workers, 1 thread outside"                       $single -DBODIES=0 -DPROGRESS
+check goes-on "single section: and one of them must not run other tasks"          $single -DBODIES=0 -DBOUND_WORKER -DPROGRESS
+check spins   "single section: only through the job's queue, the job fails"       $single -DQUEUE_ONLY -DPROGRESS
+check spins   "single section: only through it, a worker that must not help"      $single -DBODIES=0 -DBOUND_WORKER -DQUEUE_ONLY -DPROGRESS
+check outlives "single section: a destructor that does not wait"                  $single -DNO_LAST_WAIT
+check overruns "single section: the count lowered last"                           $single -DBODIES=0 -DCOUNT_LAST
+
 if [ "${1:-}" = --deep ]; then
   depth=20000000
+  check goes-on "single section: 2 workers, 1 thread outside, a nested body"      $single -DPROGRESS
   check holds   "sections: 2 slots, 4 threads that choose"                        $sections -DTHREADS=4 -DCHOOSE -DANY_FORWARD
   check holds   "sections: 2 slots, 3 threads, 2 rounds, nested, no maximum"      $sections -DCHOOSE -DROUNDS=2 -DNESTED $unbounded
   check goes-on "sections: 2 slots, 3 threads, 1 round, nested"                   $sections -DCHOOSE -DROUNDS=1 -DNESTED -DFIFO
@@ -74,6 +86,8 @@ shows() {
   forgets) grep -qE 'assertion violated +!\((lostWakeUp|hang)\)' "$2" ;;
   lies) grep -qE 'assertion violated .*mainInside' "$2" ;;
   spins) grep -q '^pan:.*non-progress cycle' "$2" ;;
+  overruns) grep -qE 'assertion violated .*runCount==1' "$2" ;;
+  outlives) grep -qE 'assertion violated .*!\(dead\)' "$2" ;;
   esac
 }
 

@@ -3,7 +3,7 @@
 # the tests as well, `setup.sh bench` those of the benchmarks. Nothing happens when all of them are there already.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build ccache pkg-config qt6-base-dev libicu-dev libcli11-dev libfmt-dev libassimp-dev zlib1g-dev assimp-testmodels)
+packages=(g++ cmake ninja-build ccache pkg-config qt6-base-dev libicu-dev libtbb-dev libcli11-dev libfmt-dev libassimp-dev zlib1g-dev assimp-testmodels)
 if [ "${1:-demo}" = test ]; then
   packages+=(libgtest-dev clang-14 clang-format spin)
 elif [ "${1:-demo}" = bench ]; then

@@ -21,6 +21,10 @@
 // The one host of the test program.
 TNqHost& TestHost();
 
+// Starts it anew with so many workers; 0 for one per processor, as it is at first. No object of the library may be
+// alive.
+void StartTestHost(int inWorkerCount);
+
 struct TTestReport
 {
     std::string fFile;

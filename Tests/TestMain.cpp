@@ -1,13 +1,14 @@
 #include "Tests/TestHost.h"
 
 #include <mutex>
+#include <optional>
 
 namespace
 {
 
 std::mutex gMutex;
 std::vector<TTestReport> gReports;
-TNqHost* gHost = nullptr;
+std::optional<TNqHost> gHost;
 
 void Record(void*, const char* file, unsigned int line, const char* text)
 {
@@ -43,12 +44,20 @@ std::vector<std::string> TakeReports()
     return texts;
 }
 
+void StartTestHost(int inWorkerCount)
+{
+    gHost.reset();
+    TNqHostOptions options;
+    options.fWorkerCount = inWorkerCount;
+    options.fReportHandler = Record;
+    gHost.emplace(options);
+}
+
 int main(int argc, char** argv)
 {
     ::testing::InitGoogleTest(&argc, argv);
-    TNqHostOptions options;
-    options.fReportHandler = Record;
-    TNqHost host(options);
-    gHost = &host;
-    return RUN_ALL_TESTS();
+    StartTestHost(0);
+    const int result = RUN_ALL_TESTS();
+    gHost.reset();
+    return result;
 }

@@ -22,14 +22,19 @@
 
 #include "NqCore/PublicAPI/NqBasicTypes.h"
 
+#include <atomic>
+
 class TNqAsciiTranslationTable;
 
 // One report of the library: text is null for a bare assertion. Called on the thread that failed.
 using TNqHostReportHandler = void (*)(void* context, const char* file, unsigned int line, const char* text);
 
+// True asks for a cancel. The owner keeps it alive while loops run that carry it.
+using TNqAbortFlag = std::atomic<boolean>;
+
 struct TNqHostOptions
 {
-    int fWorkerCount = 0;                          // 0: one per processor
+    int fWorkerCount = 0;                          // the caller included, at most 256; 0: one per processor
     TNqHostReportHandler fReportHandler = nullptr; // null: one line to standard error
     void* fReportContext = nullptr;
 };
@@ -49,6 +54,13 @@ public:
 
     // The byte translation that strings use; null, the default, translates nothing. Not owned.
     void SetAsciiTranslationTable(TNqAsciiTranslationTable* inTable);
+
+    // Asks every running and every later loop to cancel, until it is called with false. Any thread.
+    void RequestAbort(bool inAbort);
+
+    // Asks only what the calling thread starts from now on: its loops carry the flag to whoever runs them, and cancel
+    // once it is true. Null, the default, for none. The thread needs its storage (SetupSmpThreadLocalStorage).
+    static void SetThreadAbortFlag(const TNqAbortFlag* inFlag);
 
     // For tests: of the allocations from now on, numbered from 1, fails those from inFirst on, inCount of them.
     // 0 ends it. Counts raw blocks, objects, counters and locks alike, on all threads.

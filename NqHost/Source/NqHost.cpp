@@ -24,10 +24,12 @@ TNqHost::TNqHost(const TNqHostOptions& inOptions)
     gTotal = NewAtomicCounter();
     gCurrent = NewAtomicCounter();
     InitNqCountedObject(&gFirst, &gLast, &gFirstSMP, &gLastSMP, &gTotal, &gCurrent);
+    NqHostStartSMP(inOptions.fWorkerCount);
 }
 
 TNqHost::~TNqHost()
 {
+    NqHostStopSMP();
     InitNqCountedObject(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     DeleteAtomicCounter(gCurrent);
     DeleteAtomicCounter(gTotal);
@@ -46,6 +48,16 @@ void TNqHost::SetReportHandler(TNqHostReportHandler inHandler, void* inContext)
 void TNqHost::SetAsciiTranslationTable(TNqAsciiTranslationTable* inTable)
 {
     NqHostSetAsciiTranslationTable(inTable);
+}
+
+void TNqHost::RequestAbort(bool inAbort)
+{
+    NqHostRequestAbort(inAbort);
+}
+
+void TNqHost::SetThreadAbortFlag(const TNqAbortFlag* inFlag)
+{
+    NqHostSetAbortFlag(inFlag);
 }
 
 void TNqHost::FailAllocations(int64 inFirst, int64 inCount)

@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "NqCore/PublicAPI/NqBasicTypes.h"
+#include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqHost/PublicAPI/NqHost.h"
 
 #include <new>
@@ -50,3 +50,16 @@ void NqHostMarkPoolThread(bool inIsPoolThread);
 void NqHostSetReportHandler(TNqHostReportHandler inHandler, void* inContext);
 
 void NqHostSetAsciiTranslationTable(TNqAsciiTranslationTable* inTable);
+
+// The multiprocessing layer. A worker count of 0 stands for one per processor.
+void NqHostStartSMP(int32 inWorkerCount);
+void NqHostStopSMP();
+
+void NqHostStartPool(int32 inWorkerCount);
+void NqHostStopPool(); // no job may be left
+ISMPJobWorkers* NqHostGetPool();
+
+// The abort request of all threads, and the calling thread's own flag (null for none).
+void NqHostRequestAbort(bool inAbort);
+const TNqAbortFlag* NqHostGetAbortFlag();
+void NqHostSetAbortFlag(const TNqAbortFlag* inFlag);

@@ -1,0 +1,160 @@
+// An array whose elements never move: it grows by whole blocks, so a pointer to an element stays good for the life of
+// the array. Use it where others keep such pointers; otherwise TNqArray is smaller and faster.
+//
+//     TNqExtensibleArray<TNqSlot> slots(12, 5, true);      // at most 4096 elements, 32 a block, zero-filled
+//     if (!slots.SetElemCount(40))
+//         return false;                                    // past the maximum, or no memory: as it was
+//     TNqSlot* slot = &slots[17];                          // good until the array dies
+//
+// Elements: plain values, never constructed or destroyed. Ownership: the array owns its blocks.
+// Cost: a lookup is two shifts, a mask and two reads. Failure: a bad index is reported and answered with a zeroed
+// element that belongs to nobody. Threads: growth is one at a time; a thread that was handed an element may use it
+// while another thread grows the array.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqCountedObject.h"
+#include "NqCore/PublicAPI/NqCountedPtr.h"
+#include "NqCore/PublicAPI/NqCountedPtrHelper.h"
+#include "NqCore/PublicAPI/NqPtrArray.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <type_traits>
+
+// One block of elements at an address of its own.
+template <typename T>
+class TNqCountedBlock : public TNqSMPCountedObject
+{
+    static_assert(std::is_trivially_copyable<T>::value && std::is_trivially_destructible<T>::value,
+                  "elements are never constructed or destroyed");
+    static_assert(alignof(T) <= alignof(std::max_align_t), "the host aligns blocks for scalars only");
+
+public:
+    ~TNqCountedBlock() override { Nqfree(fData); }
+
+    // A block of inSize elements in *outBlock, which holds its one reference. Throws kNqErrOutOfMemory, with *outBlock
+    // as it was.
+    static void Create(TNqCountedBlock** outBlock, int32 inSize, boolean inZeroMem)
+    {
+        TNqCountedBlock* block = new TNqCountedBlock(inSize);
+        if (block != nullptr && block->fData == nullptr)
+            ReleaseIfNotNull(block);
+        if (block != nullptr && inZeroMem)
+            std::memset(static_cast<void*>(block->fData), 0, GetByteCount(inSize));
+        TNqCountedCreateHelper<TNqCountedBlock>{outBlock} = block;
+    }
+
+    T* GetData() const { return fData; }
+    int32 GetSize() const { return fSize; }
+
+private:
+    explicit TNqCountedBlock(int32 inSize) : fData(static_cast<T*>(Nqmalloc(GetByteCount(inSize)))), fSize(inSize) {}
+
+    static NqSize GetByteCount(int32 inSize) { return static_cast<NqSize>(inSize) * sizeof(T); }
+
+    T* fData;
+    const int32 fSize; // elements in the block
+};
+
+template <typename T>
+class TNqExtensibleArray : public TNqObject
+{
+public:
+    // At most 2^logMaxElemCount elements, in blocks of 2^logGrowSize; both at most 30. With zeroMem every element that
+    // comes into use is zero.
+    TNqExtensibleArray(int32 logMaxElemCount, int32 logGrowSize, boolean zeroMem)
+        : fLogMaxElemCount(std::clamp(logMaxElemCount, 0, kLargestLog)),
+          fLogGrowSize(std::clamp(logGrowSize, 0, kLargestLog)),
+          fMask((1 << fLogGrowSize) - 1),
+          fZeroMem(zeroMem),
+          fElemCount(0)
+    {
+    }
+    TNqExtensibleArray(const TNqExtensibleArray&) = delete;
+    TNqExtensibleArray& operator=(const TNqExtensibleArray&) = delete;
+
+    int32 GetElemCount() const { return fElemCount; }
+    int32 GetMaxElemCount() const { return 1 << fLogMaxElemCount; }
+
+    // Elements 0 to count - 1 are in use; whole blocks are added for them, and none is ever given back. False, with
+    // nothing changed, for a count below 0 or past the maximum, or without memory.
+    boolean SetElemCount(int32 count)
+    {
+        if (count < 0 || count > GetMaxElemCount() || !AddBlocksFor(count))
+            return false;
+        if (fZeroMem)
+            ZeroElems(count, fElemCount);
+        fElemCount = count;
+        return true;
+    }
+
+    // The element, at an address that stays.
+    T& operator[](int32 i)
+    {
+        if (!NqCheckText(i >= 0 && i < fElemCount, "i>=0 && i < fElemCount"))
+            return GetScratch();
+        T* const array = fIndex[static_cast<uint32>(i >> fLogGrowSize)];
+        if (!NqCheck(array))
+            return GetScratch();
+        return array[i & fMask];
+    }
+
+private:
+    friend struct TNqExtensibleArrayLayout;
+
+    static constexpr int32 kLargestLog = 30;
+
+    bool AddBlocksFor(int32 count)
+    {
+        const int64 needed = (static_cast<int64>(count) + fMask) >> fLogGrowSize;
+        const uint32 oldBlocks = fData.GetElemCount();
+        while (fData.GetElemCount() < needed)
+        {
+            if (!AddBlock())
+            {
+                fIndex.SetElemCount(oldBlocks);
+                fData.SetElemCount(oldBlocks);
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool AddBlock()
+    {
+        try
+        {
+            TNqCountedPtr<TNqCountedBlock<T>> block;
+            TNqCountedBlock<T>::Create(&block, fMask + 1, fZeroMem);
+            return fData.AddElem(block) && fIndex.AddElem(block->GetData());
+        }
+        catch (const TNqException&)
+        {
+            return false;
+        }
+    }
+
+    // New blocks are zero and dropped elements become it, so every element is when it comes into use.
+    void ZeroElems(int32 from, int32 to)
+    {
+        for (int32 i = from; i < to; ++i)
+            std::memset(static_cast<void*>(fIndex[static_cast<uint32>(i >> fLogGrowSize)] + (i & fMask)), 0, sizeof(T));
+    }
+
+    static T& GetScratch()
+    {
+        alignas(T) static thread_local unsigned char scratch[sizeof(T)];
+        std::memset(scratch, 0, sizeof scratch);
+        return *reinterpret_cast<T*>(scratch);
+    }
+
+    const int32 fLogMaxElemCount;
+    const int32 fLogGrowSize;
+    const int32 fMask; // selects the position inside a block
+    const boolean fZeroMem;
+    int32 fElemCount;
+    TNqCountedPtrArray<TNqCountedBlock<T>> fData;
+    TNqPtrArray<T> fIndex; // the elements of each block, in block order
+};

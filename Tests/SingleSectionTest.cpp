@@ -1,0 +1,273 @@
+#include "NqCore/PublicAPI/NqSMP.h"
+#include "NqCore/PublicAPI/NqSMPParallel.h"
+#include "Tests/TestHost.h"
+#include "Tests/YieldingHost.h"
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+namespace
+{
+
+// Work with a number: equal when the numbers are.
+class TWork final : public TSMPSingleSection::ISectionJob
+{
+public:
+    explicit TWork(
+        int inNumber, std::function<void()> inRun = [] {})
+        : fNumber(inNumber),
+          fRun(std::move(inRun))
+    {
+    }
+
+    void Run() override { fRun(); }
+    boolean IsEqual(const ISectionJob& inOther) const override
+    {
+        return static_cast<const TWork&>(inOther).fNumber == fNumber;
+    }
+
+private:
+    const int fNumber;
+    const std::function<void()> fRun;
+};
+
+NqErr ErrorOf(const std::function<void()>& inCall)
+{
+    try
+    {
+        inCall();
+    }
+    catch (const TNqException& error)
+    {
+        return error.GetError();
+    }
+    return kNqNoErr;
+}
+
+class TFakeThread final : public ISMPJobWorkerThread
+{
+public:
+    explicit TFakeThread(int32 inID) : fID(inID) {}
+
+    NqErr QueryInterface(const NqIID&, void**) override { return kNqNoInterface; }
+    uint32 AddRef() override { return ++fReferences; }
+    uint32 Release() override { return --fReferences; }
+    int32 GetWorkerID() override { return fID; }
+
+    uint32 fReferences = 1;
+
+private:
+    const int32 fID;
+};
+
+// The parameter is the number of workers.
+class SingleSection : public NqTest, public ::testing::WithParamInterface<int>
+{
+protected:
+    void SetUp() override
+    {
+        StartTestHost(GetParam());
+        NqTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TerminateSMP();
+        EXPECT_EQ(GetAtomicCounterValue(*gCurrentCountedObjects), 0) << "counted objects are left";
+        NqTest::TearDown();
+        StartTestHost(0);
+    }
+
+    // Runs inBody(i) for 0 to inCount - 1, one task each.
+    template <class B>
+    static void ForEach(int32 inCount, B&& inBody)
+    {
+        TBasicEstimator always;
+        SMPParallelFor(TSimplePartitioner(0, inCount, 1), always,
+                       [&](const TRange& range)
+                       {
+                           for (int32 i = range.fStart; i < range.fEnd; ++i)
+                               inBody(i);
+                       });
+    }
+};
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(Workers, SingleSection, ::testing::Values(1, 2, 5),
+                         [](const auto& inInfo) { return std::to_string(inInfo.param); });
+
+TEST_P(SingleSection, WorkRunsOneAtATimeAndIsDoneWhenTheRequestReturns)
+{
+    for (int round = 0; round < 30; ++round)
+    {
+        TSMPSingleSection section;
+        std::atomic<int> inside{0};
+        int done[4] = {}; // written by the work, one at a time
+        std::atomic<int> deepest{0};
+        static thread_local int tDepth;
+        const auto ask = [&](int32 i)
+        {
+            YieldAroundHostCalls(10, static_cast<unsigned>(i + round));
+            deepest = std::max(deepest.load(), ++tDepth);
+            TWork work(i % 4,
+                       [&, i]
+                       {
+                           EXPECT_EQ(++inside, 1);
+                           if (done[i % 4]++ == 0)
+                           {
+                               std::this_thread::sleep_for(std::chrono::microseconds(200));
+                               ForEach(20, [](int32) { std::this_thread::yield(); });
+                           }
+                           --inside;
+                       });
+            section.InternalExecute(work);
+            --tDepth;
+        };
+        std::thread other(
+            [&]
+            {
+                for (int32 i = 0; i < 8; ++i)
+                    ask(i);
+            });
+        ForEach(60, [&](int32 i) { ask(i); });
+        other.join();
+        for (int count : done)
+            EXPECT_TRUE(count >= 1 && count <= 17) << count;
+        EXPECT_LT(deepest, 40) << "bodies that wait nest without end";
+        YieldAroundHostCalls(0, 0);
+    }
+}
+
+TEST_P(SingleSection, WhatTheWorkThrowsReachesWhoAsked)
+{
+    TSMPSingleSection section;
+    TWork ours(1, [] { throw TNqException(kNqErrFormat, nullptr, 0); });
+    TWork another(2, [] { throw 5; });
+    TWork again(3, [&] { section.InternalExecute(again); });
+    const std::function<void()> loops[] = {[&] { section.InternalExecute(ours); },
+                                           [&] { section.InternalExecute(another); },
+                                           [&] { section.InternalExecute(again); }};
+    const NqErr codes[] = {kNqErrFormat, kNqErrUnknown, kNqErrSection};
+    for (int i = 0; i < 3; ++i)
+    {
+        EXPECT_EQ(ErrorOf(loops[i]), codes[i]);
+        EXPECT_EQ(ErrorOf([&] { ForEach(20, [&](int32) { loops[i](); }); }), codes[i]);
+        int runs = 0;
+        TWork fine(1, [&runs] { ++runs; });
+        section.InternalExecute(fine);
+        EXPECT_EQ(runs, 1);
+    }
+    for (const std::string& text : TakeReports())
+        EXPECT_EQ(text, "An exception is being thrown");
+}
+
+// The job drops what has not started, the tasks of the section among it.
+TEST_P(SingleSection, SurvivesAJobThatFails)
+{
+    TSMPSingleSection section;
+    for (int round = 0; round < 60; ++round)
+    {
+        const auto loop = [&]
+        {
+            ForEach(40,
+                    [&](int32 i)
+                    {
+                        TWork work(i % 3, [] { std::this_thread::yield(); });
+                        section.InternalExecute(work);
+                        if (i == round % 40)
+                            throw TNqException(kNqErrInvalidData, nullptr, 0);
+                    });
+        };
+        EXPECT_EQ(ErrorOf(loop), kNqErrInvalidData);
+    }
+    for (const std::string& text : TakeReports())
+        EXPECT_EQ(text, "An exception is being thrown");
+}
+
+// A plain task cannot spawn others: its thread must not run tasks of the job while it waits, nor wait for ever.
+TEST_P(SingleSection, ServesTasksThatCannotSpawn)
+{
+    struct TTask : TBasicSMPTask
+    {
+        explicit TTask(std::function<void()> inRun) : fRun(std::move(inRun)) {}
+        void Execute(ISMPJobTask**) override { fRun(); }
+        const std::function<void()> fRun;
+    };
+    TSMPSingleSection section;
+    static thread_local int tRunning;
+    std::atomic<int> runs{0};
+    TNqCountedPtr<ISMPJob> job;
+    GetSMPWorkers()->CreateJob(&job);
+    for (int i = 0; i < 200; ++i)
+    {
+        TNqCountedPtr<ISMPJobTask> task;
+        TNqCountedCreateHelper<ISMPJobTask>{& task} = new TTask(
+            [&, i]
+            {
+                EXPECT_EQ(++tRunning, 1);
+                TWork work(i % 5, [&] { ++runs; });
+                section.InternalExecute(work);
+                --tRunning;
+            });
+        job->AddTask(task);
+    }
+    job->Wait();
+    EXPECT_EQ(runs, 200);
+}
+
+TEST_P(SingleSection, WithoutMemoryItThrowsAndStaysUsable)
+{
+    ForEachFailingAllocation(
+        [](int64)
+        {
+            int runs = 0;
+            const NqErr error = ErrorOf(
+                [&]
+                {
+                    TSMPSingleSection section;
+                    const NqErr inner = ErrorOf(
+                        [&]
+                        {
+                            ForEach(6,
+                                    [&](int32 i)
+                                    {
+                                        TWork work(i, [] {});
+                                        section.InternalExecute(work);
+                                    });
+                        });
+                    TestHost().FailAllocations(0);
+                    TWork work(1, [&runs] { ++runs; });
+                    section.InternalExecute(work);
+                    EXPECT_TRUE(inner == kNqNoErr || inner == kNqErrOutOfMemory);
+                });
+            EXPECT_EQ(runs, error == kNqNoErr ? 1 : 0);
+            EXPECT_TRUE(error == kNqNoErr || error == kNqErrOutOfMemory);
+        });
+}
+
+TEST_P(SingleSection, RequestsAreKeptPerWorkerInOrder)
+{
+    TSMPSingleSection section;
+    TFakeThread first(1), second(2), firstAgain(1);
+    TWork a(1), sameAsA(1), b(2);
+    TSMPSingleSectionJob* const entry = section.GetSectionJob(a, &first, 0);
+    EXPECT_EQ(section.GetSectionJob(sameAsA, &firstAgain, 7), entry);
+    EXPECT_EQ(entry->GetUserCount(), 2);
+    TSMPSingleSectionJob* const others[] = {section.GetSectionJob(b, &first, 0), section.GetSectionJob(a, &second, 0),
+                                            section.GetSectionJob(a, nullptr, 7), section.GetSectionJob(a, nullptr, 8)};
+    for (TSMPSingleSectionJob* other : others)
+        EXPECT_NE(other, entry);
+    EXPECT_EQ(section.GetSectionJob(sameAsA, nullptr, 8), others[3]);
+    section.ReleaseSectionJob(others[3]);
+    section.ReleaseSectionJob(entry);
+    EXPECT_EQ(section.GetSectionJob(a, &first, 0), entry) << "one user was left";
+    for (TSMPSingleSectionJob* released : {others[1], entry, entry, others[0], others[3], others[2]})
+        section.ReleaseSectionJob(released);
+    EXPECT_EQ(first.fReferences + second.fReferences, 2U);
+
+    auto* const doomed = new TSMPSingleSection;
+    doomed->GetSectionJob(a, nullptr, 1);
+    delete doomed;
+    EXPECT_EQ(TakeReports(), TTexts({"!fFirstJob"}));
+}
