@@ -26,8 +26,7 @@
 namespace
 {
 
-// ---- Bodies
-// ------------------------------------------------------------------------------------------------------------------
+// ---- Bodies ---------------------------------------------------------------------------------------------------------
 
 // A chain of dependent multiplications: nothing to vectorise, nothing in memory.
 uint32 Compute(int64 inSteps)
@@ -78,8 +77,7 @@ int64 RunBody(int64 inSteps, int32 inStart, int32 inEnd)
     return sum;
 }
 
-// ---- Contenders of the loops
-// ------------------------------------------------------------------------------------------------------------------
+// ---- Contenders of the loops ----------------------------------------------------------------------------------------
 
 TSimplePartitioner MakeSimple(int32 inEnd)
 {
@@ -186,8 +184,7 @@ bool RegisterLoops()
 
 const bool gLoopsRegistered = RegisterLoops();
 
-// ---- Small operations: each round is a thousand of them
-// ------------------------------------------------------------------------------------------------------------------
+// ---- Small operations: each round is a thousand of them -------------------------------------------------------------
 
 constexpr int32 kRound = 1000;
 

@@ -41,8 +41,7 @@
 
 #include <atomic>
 
-// ---- The worker pool, which the host implements. Slot orders are a contract.
-// --------------------------------------------------------------------------------------------
+// ---- The worker pool, which the host implements. Slot orders are a contract. ----------------------------------------
 
 class ISMPJobTask : public INqUnknown
 {
@@ -118,8 +117,7 @@ public:
     boolean CanSpawnTasks() override;
 };
 
-// ---- Ranges and partitioners: how a loop is cut
-// ----------------------------------------------------------------------
+// ---- Ranges and partitioners: how a loop is cut ---------------------------------------------------------------------
 
 // The indices from fStart up to, not including, fEnd.
 class TRange
@@ -189,8 +187,7 @@ private:
     int64 GetNextSize() const;
 };
 
-// ---- Per-worker storage
-// ------------------------------------------------------------------------------------------------------------
+// ---- Per-worker storage ---------------------------------------------------------------------------------------------
 
 // One T for each worker, none of which shares a cache line with another.
 template <class T>
@@ -293,8 +290,7 @@ private:
     TSMPWorkerArray<Type> fData;
 };
 
-// ---- Estimators: whether running in parallel pays off
-// ----------------------------------------------------------------
+// ---- Estimators: whether running in parallel pays off ---------------------------------------------------------------
 
 // Runs every loop in parallel that can be. Loops call the four notices around the whole loop and around each body;
 // estimators that measure hide them with their own.
@@ -361,8 +357,7 @@ public:
     TNqTiming fEstimated; // what fGrain iterations take
 };
 
-// ---- The single section
-// --------------------------------------------------------------------------------------------------------
+// ---- The single section ---------------------------------------------------------------------------------------------
 
 class TSMPSingleSectionJob;
 

@@ -18,8 +18,7 @@ namespace
 
 using TValueDestructor = void (*)(void**);
 
-// ---- Thread storage
-// ----------------------------------------------------------------------------------------------------------------
+// ---- Thread storage -------------------------------------------------------------------------------------------------
 
 constexpr int32 kIndexCount = 1 << TNqLocalStorageDataPtrArray::kLogMaxElemCount;
 constexpr int kEndRounds = 4; // a value's destructor may set other values, which are then ended as well
@@ -203,8 +202,7 @@ void FreeIndex(int32 inIndex)
     gIndices[inIndex] = {false, nullptr};
 }
 
-// ---- Service objects
-// ----------------------------------------------------------------------------------------------------------------
+// ---- Service objects ------------------------------------------------------------------------------------------------
 
 class TSMPUtilities final : public IShSMPUtilities
 {
@@ -260,8 +258,7 @@ public:
 TSMPUtilities gSMPService;
 TUtilities gService;
 
-// ---- The layer
-// ----------------------------------------------------------------------------------------------------------------
+// ---- The layer ------------------------------------------------------------------------------------------------------
 
 bool gIsRunning = false;
 int32 gWorkerCount = 1;

@@ -386,8 +386,7 @@ private:
 TPool* gPool = nullptr;
 bool gThreadsAreLost = false; // this is the child of a process that had some
 
-// ---- Jobs
-// ----------------------------------------------------------------------------------------------------------------------
+// ---- Jobs -----------------------------------------------------------------------------------------------------------
 
 TJob* TJob::Make(TPool& inPool)
 {
@@ -650,8 +649,7 @@ bool TJob::BecomeHelper()
     return false;
 }
 
-// ---- The pool
-// ------------------------------------------------------------------------------------------------------------------
+// ---- The pool -------------------------------------------------------------------------------------------------------
 
 TPool::TPool(int32 inWorkerCount) : fWorkerCount(inWorkerCount), fThreadCount(inWorkerCount - 1)
 {

@@ -82,8 +82,7 @@ void YieldThread(int32 inArgument)
 
 } // namespace
 
-// ---- The pool
-// ----------------------------------------------------------------------------------------------------------------------
+// ---- The pool -------------------------------------------------------------------------------------------------------
 
 ISMPJobWorkers* GetSMPWorkers()
 {
@@ -145,8 +144,7 @@ boolean TBasicSMPTask::CanSpawnTasks()
     return false;
 }
 
-// ---- Partitioners
-// ------------------------------------------------------------------------------------------------------------------
+// ---- Partitioners ---------------------------------------------------------------------------------------------------
 
 int32 TSimplePartitioner::GetMiddle() const
 {
@@ -232,8 +230,7 @@ boolean TGuidedPartitioner::ShouldRunParallel() const
     return GetSMPWorkerCount() >= 2 && TSimplePartitioner::ShouldSplit();
 }
 
-// ---- Estimators
-// --------------------------------------------------------------------------------------------------------------------
+// ---- Estimators -----------------------------------------------------------------------------------------------------
 
 namespace
 {
@@ -310,8 +307,7 @@ boolean TPreEstimator::ShouldRunParallel(const TRange& inRange) const
     return PaysOff(Multiply(inRange.Size(), fEstimated.GetTime()), fGrain);
 }
 
-// ---- The single section
-// --------------------------------------------------------------------------------------------------------
+// ---- The single section ---------------------------------------------------------------------------------------------
 
 namespace
 {
