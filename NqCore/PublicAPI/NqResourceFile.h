@@ -1,0 +1,45 @@
+// The file that resources come from, as code sees it that only uses them. A host derives its own: the reference host
+// has TNqHostResourceFile, which also makes, changes and saves such files.
+//
+//     TNqResource* resource = file.FindResource(NqFourChar("FTyp"), 128);
+//     if (resource != nullptr)
+//     {
+//         TNqResourceStream stream(*resource, eRead);
+//         ...
+//     }
+//
+// Ownership: what a file finds belongs to it and lives as long as the file, or longer for whoever holds a reference.
+// Threads: one at a time.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqObject.h"
+
+class TNqResource;
+class TNqString;
+
+class TNqResourceFile : public TNqObject
+{
+public:
+    TNqResourceFile() = default;
+    TNqResourceFile(const TNqResourceFile&) = delete;
+    TNqResourceFile& operator=(const TNqResourceFile&) = delete;
+    virtual ~TNqResourceFile();
+
+    // The resource of that type and number; null when there is none.
+    virtual TNqResource* FindResource(FourCharT type, int16 id) = 0;
+    // The first resource of that type whose name has exactly these bytes; null when there is none.
+    virtual TNqResource* FindResource(FourCharT type, const TNqString& name) = 0;
+
+    // All of them: the types in the order in which each first came into the file, and in each type the resources in
+    // theirs. An index out of range gives 0 or null.
+    virtual uint32 CountTypes() = 0;
+    virtual FourCharT GetType(uint32 index) = 0;
+    virtual uint32 CountResources(FourCharT type) = 0;
+    virtual TNqResource* GetResource(FourCharT type, uint32 index) = 0;
+
+protected:
+    // Files say whose a resource is: this one's, or nobody's once it has left.
+    void Own(TNqResource& resource);
+    static void Disown(TNqResource& resource);
+};

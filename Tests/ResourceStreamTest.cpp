@@ -1,0 +1,315 @@
+// Binary fields, byte for byte and against a model, and localized texts.
+
+#include "NqCore/PublicAPI/NqResourceStream.h"
+#include "NqCore/PublicAPI/NqToken.h"
+#include "Tests/StreamDoubles.h"
+
+#include <cmath>
+
+using namespace std::string_literals;
+
+struct TNqResourceLayout
+{
+    static void Check(const TNqResource& r)
+    {
+        const void* const kFields[] = {&r.fOwningFile, &r.fSize,     &r.fResData, &r.fID,       &r.fType,
+                                       &r.fAttributes, &r.fRefCount, &r.fResName, &r.fCanDelete};
+        static constexpr ptrdiff_t kOffsets[] = {0, 8, 16, 24, 28, 32, 40, 48, 328};
+        for (size_t i = 0; i < std::size(kOffsets); ++i)
+            EXPECT_EQ(static_cast<const int8*>(kFields[i]) - reinterpret_cast<const int8*>(&r), kOffsets[i]) << i;
+    }
+};
+
+namespace
+{
+
+std::string Written(TNqstrstream& stream)
+{
+    const size_t size = static_cast<size_t>(stream.pcount());
+    int8* const bytes = stream.str();
+    const std::string text(bytes, size);
+    Nqfree(bytes);
+    return text;
+}
+
+using TStringsPtr = TNqCountedPtr<TResourceStrings>;
+
+TStringsPtr Strings(const TTexts& texts)
+{
+    TStringsPtr strings;
+    TResourceStrings::Create(&strings);
+    for (const std::string& text : texts)
+        EXPECT_TRUE(strings->AddElem(TNqDynamicString(text.c_str())));
+    return strings;
+}
+
+TTexts Texts(const TResourceStrings& strings)
+{
+    TTexts texts;
+    for (uint32 i = 0; i < strings.GetElemCount(); ++i)
+        texts.push_back(strings[i].StrGet());
+    return texts;
+}
+
+using ResourceStream = NqTest;
+
+} // namespace
+
+TEST_F(ResourceStream, FieldsHaveTheseBytes)
+{
+    static const std::pair<void (*)(TNqResourceStream&), std::string> kFields[] = {
+        {[](TNqResourceStream& s) { s.WriteLong(0x01020304); }, "\1\2\3\4"s},
+        {[](TNqResourceStream& s) { s << int32(-2) << uint32(0x80000001); }, "\xFF\xFF\xFF\xFE\x80\0\0\1"s},
+        {[](TNqResourceStream& s) { s << int16(-2) << uint16(0x1234); }, "\xFF\xFE\x12\x34"s},
+        {[](TNqResourceStream& s) { s << int8(' ') << uint8(200); }, " \xC8"s},
+        {[](TNqResourceStream& s) { s.WriteBoolean(7), s.WriteShort(0x0102); }, "\7\1\2"s},
+        {[](TNqResourceStream& s) { s.WriteDouble(1.0), s << -2.0f; }, "\x3F\xF0\0\0\0\0\0\0\xC0\0\0\0"s},
+        {[](TNqResourceStream& s) { s << TNqString255("ab") << TNqString255(); }, "\2ab\0"s},
+        {[](TNqResourceStream& s) { s << TNqDynamicString("ab") << TNqString1023("c"); }, "\0\0\0\2ab\0\0\0\1c"s},
+        {[](TNqResourceStream& s) { s.WriteTNqString(5, TNqString31("ab")); }, "\2ab\0\0\0"s},
+        {[](TNqResourceStream& s) { s.WriteTNqString(3, TNqString31("abcdef")); }, "\3abc"s},
+        {[](TNqResourceStream& s) { s.WriteCString(TNqString31("ab")), s.WriteCString(TNqDynamicString()); },
+         "ab\0\0"s},
+        {[](TNqResourceStream& s) { s.WriteLocalizedTNqString(TNqString31("ab")); }, "\2ab"s},
+        {[](TNqResourceStream& s) { s.WriteLocalizedTNqString(2, TNqString31("ab")); }, "\2ab"s},
+        {[](TNqResourceStream& s) { s << int64(4294967297) << "x" << endl; }, "1x\r"s}, // text, as in every stream
+    };
+    for (const auto& [write, bytes] : kFields)
+    {
+        TNqResourceStream stream(nullptr);
+        write(stream);
+        EXPECT_EQ(Written(stream), bytes);
+    }
+    int8 swapped[] = "abcd";
+    ConvertLongPtr(swapped);
+    ConvertShortPtr(swapped + 1);
+    EXPECT_STREQ(swapped, "dbca");
+}
+
+// The same random fields through the class itself and through one derived from it, against bytes made by hand; then
+// read back from every cut: what is whole is as it was, what is not is built from the bytes there are.
+TEST_F(ResourceStream, RandomFieldsComeBack)
+{
+    TRandom random(45);
+    for (int round = 0; round < 200; ++round)
+    {
+        TNqByteSwapStream direct;
+        TDerived<TNqByteSwapStream> plain;
+        std::string model;
+        std::vector<std::pair<int, uint64>> fields;
+        for (int i = random.Below(12); i >= 0; --i)
+        {
+            const int kind = random.Below(5);
+            const int size = std::array<int, 5>{1, 2, 4, 8, 0}[static_cast<size_t>(kind)];
+            const uint64 bits = uint64(random()) << 32 | random();
+            const std::string text(bits % 300, static_cast<char>('a' + bits % 26));
+            fields.push_back({kind, bits});
+            for (int byte = size; byte-- > 0;)
+                model += static_cast<char>(bits >> 8 * byte);
+            if (kind == 4)
+                model += "\0\0"s + static_cast<char>(text.size() >> 8) + static_cast<char>(text.size()) + text;
+            for (TNqByteSwapStream* stream : {&direct, static_cast<TNqByteSwapStream*>(&plain)})
+            {
+                real64 number;
+                std::memcpy(&number, &bits, sizeof number);
+                kind == 0   ? *stream << static_cast<uint8>(bits)
+                : kind == 1 ? *stream << static_cast<int16>(bits)
+                : kind == 2 ? *stream << static_cast<int32>(bits)
+                : kind == 3 ? *stream << number
+                            : *stream << TNqDynamicString(text.c_str());
+            }
+        }
+        ASSERT_EQ(Written(direct), model);
+        ASSERT_EQ(Written(plain), model);
+
+        const int32 cut = random.Below(static_cast<int32>(model.size()) + 1);
+        std::string there = model.substr(0, static_cast<size_t>(cut));
+        TNqByteSwapStream in(there.data(), cut, kUTF8Transcoder, eRead);
+        TDerived<TNqByteSwapStream> other(there.data(), cut, kUTF8Transcoder, eRead);
+        if (cut == 0)
+            continue;
+        int32 end = 0;
+        for (const auto& [kind, bits] : fields)
+        {
+            const int32 at = in.tell();
+            TNqDynamicString text;
+            TNqDynamicString otherText;
+            uint64 value = 0;
+            uint64 otherValue = 0;
+            const auto read = [](TNqByteSwapStream& stream, int what, uint64& out, TNqString& outText)
+            {
+                real64 number = 0;
+                int32 whole = 0;
+                what == 0   ? void(out = stream.ReadBoolean())
+                : what == 1 ? void(out = stream.ReadShort())
+                : what == 2 ? void((stream >> whole, out = static_cast<uint32>(whole)))
+                : what == 3 ? void((stream >> number, std::memcpy(&out, &number, sizeof out)))
+                            : void(stream >> outText);
+            };
+            read(in, kind, value, text);
+            read(other, kind, otherValue, otherText);
+            ASSERT_TRUE(value == otherValue && text == otherText && in.tell() == other.tell() &&
+                        in.good() == other.good() && in.gcount() == other.gcount());
+            const int32 size = kind == 4 ? 4 + int32(bits % 300) : 1 << kind;
+            end += size;
+            ASSERT_EQ(in.good(), end <= cut);
+            if (kind < 4)
+            {
+                std::string field =
+                    model.substr(static_cast<size_t>(at), static_cast<size_t>(std::min(cut - at, size)));
+                field.resize(static_cast<size_t>(size));
+                uint64 expected = 0;
+                for (const char byte : field)
+                    expected = expected << 8 | static_cast<uint8>(byte);
+                ASSERT_EQ(value, expected);
+            }
+            else
+                ASSERT_EQ(text.ByteLength(), uint32(std::clamp(cut - at - 4, 0, size - 4)));
+            if (!in.good())
+                break;
+        }
+    }
+}
+
+TEST_F(ResourceStream, TextsThatDoNotFit)
+{
+    int8 bytes[] = "\0\0\x10\0\x85long\xFF\3\xC3\xA9@1@Mx";
+    TNqByteSwapStream in(bytes, sizeof bytes - 1, kMacTranscoder, eRead);
+    TNqDynamicString text("before");
+    in >> text;
+    EXPECT_EQ(TakeReports(), (TTexts{"length < sizeof(gAllPurposeBuffer)", "Stream throw TNqException"}));
+    EXPECT_TRUE(text == TNqString31() && !in.good());
+    TNqString255 name;
+    in.ReadTNqString(4, name); // says 133, holds 4
+    EXPECT_STREQ(name.StrGet(), "long");
+    in.ReadTNqString(256, name);
+    in.WriteTNqString(256, name);
+    in.ReadTNqString(-1, name);
+    EXPECT_EQ(TakeReports(), (TTexts{"sizeToRead < 256", "sizeToWrite < 256", "sizeToRead < 256"}));
+    EXPECT_STREQ(name.StrGet(), "long");
+    EXPECT_EQ(in.ReadBoolean(), 255);
+    in.ReadTNqString(40, name); // three bytes of it, cut short by the end, tags or not
+    EXPECT_STREQ(name.StrGet(), "\xC3\xA9@");
+    EXPECT_TRUE(in.eof());
+    in.seek(10, TNqiostream::beg);
+    in.ReadCString(text); // in Mac OS Roman, up to the end
+    EXPECT_STREQ(text.StrGet(), "\3\xE2\x88\x9A\xC2\xA9@1@Mx");
+    EXPECT_TRUE(in.eof());
+    int8 c = 'c';
+    in >> c >> name;
+    EXPECT_TRUE(c == 'c' && name.ByteLength() == 0);
+}
+
+TEST_F(ResourceStream, LocalizedFields)
+{
+    const TStringsPtr strings = Strings({"one", "two", "three"});
+    TNqResourceStream out(strings);
+    out.WriteLocalizedTNqString(31, TNqString255("four"));
+    out.WriteLocalizedCString(TNqString255("five"));
+    out.WriteLocalizedTNqString(TNqString255("six"));
+    std::string bytes = Written(out);
+    EXPECT_EQ(bytes, "\0\0\0\3"s + std::string(28, '\0') + "\0\0\0\4\0\0\0\5"s);
+    EXPECT_EQ(Texts(*strings), (TTexts{"one", "two", "three", "four", "five", "six"}));
+
+    TNqCountedPtr<TNqResource> resource;
+    *&resource = new TNqResource(NqFourChar("TEST"), 1, TNqString255("r"));
+    bytes += "\0\0\0\6\x80\0\0\0\0\0\0\1\0\0\0\0\0\0"s;
+    resource->LendData(bytes.data(), static_cast<uint32>(bytes.size()));
+    resource->SetLocalizedStrings(strings);
+    TNqResourceStream in(*resource, eRead);
+    TNqString255 a;
+    TNqDynamicString b;
+    in.ReadLocalizedTNqString(31, a);
+    in.ReadLocalizedCString(b);
+    EXPECT_TRUE(a == TNqString31("four") && b == TNqString31("five"));
+    in.ReadLocalizedTNqString(a);
+    EXPECT_FALSE(in.ReadLocalizedString(a, 4) || in.ReadLocalizedString(a, 4)); // 6 and 2^31
+    EXPECT_EQ(TakeReports(), TTexts(2, "stringIndex < stringCount"));
+    EXPECT_STREQ(a.StrGet(), "six");
+    EXPECT_TRUE(in.ReadLocalizedString(a, 9)); // an index and one long
+    EXPECT_EQ(TakeReports(), TTexts{"sizeToRead>=0 && (sizeToRead%4)==0"});
+    EXPECT_STREQ(a.StrGet(), "two");
+    EXPECT_FALSE(in.ReadLocalizedString(a, 4)); // two bytes are no index
+    EXPECT_TRUE(in.eof());
+
+    TNqResourceStream none(nullptr);
+    EXPECT_FALSE(none.WriteLocalizedString(a, 4) || none.ReadLocalizedString(a, 4));
+    EXPECT_EQ(TakeReports(), TTexts{"fLocalizedStrings"});
+    EXPECT_EQ(none.tell(), 0);
+    EXPECT_EQ((*strings)[9].ByteLength(), 0u);
+    EXPECT_EQ(TakeReports(), TTexts{"index < GetElemCount()"});
+}
+
+// A table that the text stream writes into while its own strings are listed: the end was fixed before.
+TEST_F(ResourceStream, LocalizedText)
+{
+    const TStringsPtr strings = Strings({});
+    TNqLocalizedTextResourceStream out(*strings);
+    out.WriteLocalizedString(TNqString255("eins"));
+    NqToken::PutLocalizedStringAttribute(out, NqFourChar("NAME"), TNqString255("zwei"), true);
+    out.WriteAllStrings(out);
+    std::string text = Written(out);
+    EXPECT_EQ(text, "0\rNAME 1\r\rStrg 2\r\rStrg 3\r\r");
+    EXPECT_EQ(Texts(*strings), (TTexts{"eins", "zwei", "eins", "zwei"}));
+
+    TNqResourceStream all(strings);
+    TNqstrstream listed(kUTF8Transcoder);
+    all.WriteAllStrings(listed);
+    EXPECT_EQ(Written(listed), "Strg \"eins\"\rStrg \"zwei\"\rStrg \"eins\"\rStrg \"zwei\"\r");
+
+    text = "1 0 -1 4 ";
+    TNqLocalizedTextResourceStream in(*strings, text.data(), 0, eRead);
+    TNqDynamicString b;
+    EXPECT_STREQ(NqToken::GetLocalizedStringToken(in).StrGet(), "zwei");
+    EXPECT_STREQ(NqToken::GetLocalizedDynamicStringToken(in, b).StrGet(), "eins");
+    EXPECT_FALSE(in.ReadLocalizedString(b) || in.ReadLocalizedString(b));
+    EXPECT_EQ(TakeReports(), TTexts(2, "stringIndex < stringCount"));
+    EXPECT_STREQ(b.StrGet(), "eins");
+}
+
+TEST_F(ResourceStream, SlotsFollowTheBase)
+{
+    const TStringsPtr strings = Strings({"one"});
+    TNqResourceStream stream(strings);
+    TNqString31 text("two");
+    Slot<void (*)(void*, int32, const TNqString*)>(&stream, 45)(&stream, 3, &text);
+    EXPECT_TRUE(Slot<boolean (*)(void*, const TNqString*, int32)>(&stream, 47)(&stream, &text, 4));
+    stream.seek(0, TNqiostream::beg);
+    text = TNqString31();
+    Slot<void (*)(void*, int32, TNqString*)>(&stream, 44)(&stream, 3, &text);
+    EXPECT_STREQ(text.StrGet(), "two");
+    EXPECT_TRUE(Slot<boolean (*)(void*, TNqString*, int32)>(&stream, 46)(&stream, &text, 4));
+    EXPECT_EQ(Slot<int32 (*)(void*)>(&stream, 2)(&stream), 8);
+}
+
+TEST_F(ResourceStream, WithoutMemory)
+{
+    TNqResource empty(NqFourChar("TEST"), 1, TNqString255("empty"));
+    TNqResourceLayout::Check(empty);
+    TNqResourceStream none(empty, eRead);
+    EXPECT_EQ(none.ReadLong(), 0u);
+    EXPECT_TRUE(none.eof());
+    const std::string big(5000, 'x');
+    const TNqDynamicString text(big.c_str());
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            try
+            {
+                TNqCountedPtr<TNqResource> resource;
+                *&resource = new TNqResource(NqFourChar("TEST"), 1, text);
+                if (resource == nullptr)
+                    return;
+                EXPECT_TRUE(resource->SetData(big.data(), 5000) || resource->GetSize() == 0);
+                const TStringsPtr strings = Strings({});
+                TNqResourceStream out(strings);
+                const boolean written = out.WriteLocalizedString(text, 4);
+                EXPECT_EQ(strings->GetElemCount(), written ? 1u : 0u);
+                EXPECT_TRUE(out.good() == (written != 0) && (!written || (*strings)[0] == text));
+            }
+            catch (const TNqException& error)
+            {
+                EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
+            }
+        });
+}
