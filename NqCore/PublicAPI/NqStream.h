@@ -6,6 +6,7 @@
 //   TNqfstream    a file of the host, buffered
 //   TNqstrstream  memory: the caller's, a string's, or a block of its own that grows
 //   countstream   nothing but a count of the bytes that would be written
+//   TNqNetStream  a connection (NqNetStream.h)
 // For named values in nested blocks use the token format (NqToken.h), which works on any of them.
 //
 //     TNqfstream out("/tmp/size.txt", kUTF8Transcoder, eReadWrite, 65536, nullptr);
@@ -182,6 +183,8 @@ public:
 
     // ---- Bytes, lines, words ---------------------------------------------------------------------------------------
 
+    // False for a connection: tell and seek must not be called then.
+    boolean CanSeek() const { return !fSequential; }
     int32 tellg() { return tell(); }
     void seekg(int32 offset, seek_dir dir) { seek(offset, dir); }
     void read(uint8* data, int32 count) { read(reinterpret_cast<int8*>(data), count); }
@@ -275,8 +278,9 @@ protected:
     TNqiostreamInfoStruct* fInfos;
     uint32 fInfosCount;
     TNqCountedPtr<ITranscoder> fEncoding;
-    uint8 fIDOffset;  // bytes of the byte-order mark before the text
-    uint8 fNumberEnd; // an ENqNumberEnd, for readers of lists
+    uint8 fIDOffset;     // bytes of the byte-order mark before the text
+    uint8 fNumberEnd;    // an ENqNumberEnd, for readers of lists
+    boolean fSequential; // a derived class has no positions
     TNqCountedPtr<IStreamContext> fStreamContext;
 
 private:

@@ -38,7 +38,8 @@ TNqiostream::TNqiostream()
       fInfos(nullptr),
       fInfosCount(0),
       fIDOffset(0),
-      fNumberEnd(kNqNumberUnknown)
+      fNumberEnd(kNqNumberUnknown),
+      fSequential(false)
 {
 }
 

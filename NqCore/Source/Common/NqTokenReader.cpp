@@ -31,10 +31,25 @@ int64 EndOfStream(TNqiostream& stream)
     return kUnknownEnd;
 }
 
+// Takes the bytes one by one: a connection must not be asked for more than there is. Zero bytes are data here, so `get`
+// would not do.
+bool ReadAhead(TNqiostream& stream, uint64 count)
+{
+    for (int8 c = 0; count > 0; --count)
+    {
+        stream.read(&c, 1);
+        if (!stream.good())
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool NqTokenScan::SeekAhead(TNqiostream& stream, uint64 count)
 {
+    if (!stream.CanSeek())
+        return ReadAhead(stream, count);
     const int64 target = stream.tell() + static_cast<int64>(count);
     const bool found = stream.good(); // a host that fails gives a position that would lead back
     const int64 end = EndOfStream(stream);
@@ -52,14 +67,7 @@ bool NqTokenScan::SeekAhead(TNqiostream& stream, uint64 count)
         if (reached || !stream.good())
             return reached && stream.good(); // it may have moved anywhere: reading on could be endless
     }
-    // What cannot seek is read, byte by byte: a connection must not be asked for more than there is.
-    for (int8 c = 0; count > 0; --count)
-    {
-        stream.get(c);
-        if (!stream.good())
-            return false;
-    }
-    return true;
+    return ReadAhead(stream, count);
 }
 
 namespace

@@ -1,0 +1,314 @@
+// The network stream over a socket that plays a script: blocks of any size, errors at any call.
+
+#include "NqCore/PublicAPI/NqCountedObject.h"
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqCore/PublicAPI/NqNetStream.h"
+#include "NqCore/PublicAPI/NqToken.h"
+#include "Tests/NetDoubles.h"
+
+using namespace std::string_literals;
+
+namespace
+{
+
+class NetStreamTest : public NqTest
+{
+protected:
+    static TTexts Reports(const char* text, size_t count = 1) { return TTexts(count, text); }
+};
+
+} // namespace
+
+// ---- Writing -------------------------------------------------------------------------------------------------------
+
+// Random writes, flushes and short sends against what a buffer of 256 bytes does.
+TEST_F(NetStreamTest, SendsFullBlocksAndTheRestWhenFlushed)
+{
+    TRandom random(46);
+    for (int round = 0; round < 200; ++round)
+    {
+        TScriptedSocket socket;
+        std::string waiting;
+        TTexts sent;
+        const auto flush = [&]
+        {
+            if (!waiting.empty())
+                sent.push_back(waiting);
+            waiting.clear();
+        };
+        {
+            TNqNetStream stream(&socket);
+            for (int step = random.Below(30); step > 0; --step)
+            {
+                const std::string bytes(static_cast<size_t>(random.Below(random.OneIn(4) ? 700 : 90)),
+                                        static_cast<char>(random()));
+                stream.write(bytes.data(), static_cast<int32>(bytes.size()));
+                for (const char c : bytes)
+                    if ((waiting += c).size() == 256)
+                        flush();
+                if (random.OneIn(5))
+                {
+                    stream.Flush();
+                    flush();
+                }
+                ASSERT_TRUE(stream.good());
+            }
+            if (random.OneIn(2))
+                stream.Close();
+        }
+        flush();
+        ASSERT_EQ(socket.fSent, sent) << round;
+        EXPECT_EQ(socket.References(), 1);
+    }
+}
+
+TEST_F(NetStreamTest, AShortSendIsReportedAndNotRepeated)
+{
+    TScriptedSocket socket;
+    {
+        TNqNetStream stream(&socket);
+        socket.fSendLimit = 255;
+        stream.write(std::string(300, 'x').data(), 300);
+        EXPECT_EQ(TakeReports(), Reports("byteRead == bufferSize"));
+        EXPECT_TRUE(stream.good());
+        stream.Close();
+        EXPECT_TRUE(socket.fClosed);
+    }
+    EXPECT_EQ(socket.fSent, (TTexts{std::string(255, 'x'), std::string(44, 'x')}));
+}
+
+// ---- Reading -------------------------------------------------------------------------------------------------------
+
+namespace
+{
+
+// What the token layer makes of a text: each token, number, string and payload, up to the end or an error.
+std::string ReadAll(TNqiostream& stream)
+{
+    std::string seen;
+    int8 token[NqToken::kTokenBufferSize];
+    TNqDynamicString text;
+    try
+    {
+        while (NqToken::GetNextToken(stream, token, false) == kNqNoErr)
+        {
+            seen += token + "|"s;
+            uint32 size = 0;
+            uint32 state = 0;
+            int8 bytes[40] = {};
+            int32 numbers[3] = {};
+            switch (NqToken::CompactAttribute(token))
+            {
+            case NqFourChar("INTS"):
+                NqToken::GetInt32ArrayToken(stream, 3, numbers);
+                seen +=
+                    std::to_string(numbers[0]) + "," + std::to_string(numbers[1]) + "," + std::to_string(numbers[2]);
+                break;
+            case NqFourChar("REAL"):
+                seen += std::to_string(NqToken::GetReal64Token(stream));
+                break;
+            case NqFourChar("INFI"):
+                seen += std::to_string(NqToken::GetReal32InfToken(stream));
+                break;
+            case NqFourChar("FOUR"):
+                seen += std::to_string(NqToken::GetFourCharConstToken(stream));
+                break;
+            case NqFourChar("TEXT"):
+                seen += NqToken::GetNonLocalizedDynamicStringToken(stream, text, false).StrGet();
+                break;
+            case NqFourChar("QUOT"):
+                stream >> text;
+                seen += text.StrGet();
+                break;
+            case NqFourChar("LINE"):
+                seen += stream.getline(bytes, 30, '\n');
+                seen += bytes;
+                break;
+            case NqFourChar("HEXA"):
+                NqToken::GetHexaBinaryToken(stream, 33, bytes);
+                seen.append(bytes, sizeof bytes);
+                break;
+            case NqFourChar("SIXB"):
+                NqToken::GetBufferAsBinHex(stream, bytes, 8, state);
+                seen.append(bytes, sizeof bytes);
+                break;
+            case NqFourChar("RAWB"):
+                NqToken::GetBinaryStartToken(stream, size);
+                NqToken::GetBufferAsHexa(stream, bytes, 5, true);
+                NqToken::GetBinaryEndToken(stream);
+                seen.append(bytes, sizeof bytes);
+                break;
+            case NqFourChar("SKIP"):
+                NqToken::SkipTokenData(stream);
+                break;
+            default:
+                break;
+            }
+            seen += '\n';
+        }
+        return seen + (stream.eof() ? "end" : "stopped");
+    }
+    catch (const TNqException& error)
+    {
+        return seen + "error " + std::to_string(error.GetError());
+    }
+}
+
+const std::string kDocument =
+    "# a comment\rINTS 1,-20,300 INTS 7,8,9}REAL -1.5e3:\nREAL .25{INFI -inf INFI -2.5 FOUR AB,FOUR ABCD TEXT "
+    "\"a\\\"b\\\\ c\"QUOT \"q\\\"\" QUOT bare LINE one\r\nLINE two\rLINE three\n\rSIXB 0123mno`abc SIXB \nX1` "
+    "ooooop1234 "
+    "HEXA 000102030405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1F20\r"
+    "RAWB $00000005\r{}$\"#$ SKIP { A $00000003\rx\0y$ B { \"}\" } } SKIP $FFFFFFFF\r01mno$ Z\r"s;
+
+} // namespace
+
+// However the bytes are cut into blocks, one by one included, the text reads as it does from memory.
+TEST_F(NetStreamTest, ReadsTheSameTextAsFromMemory)
+{
+    TRandom random(2026);
+    for (int round = 0; round < 1500; ++round)
+    {
+        std::string document = kDocument + kDocument;
+        // In a payload a zero byte is data; a document without its head may have it elsewhere, where it is the end.
+        if (random.OneIn(3))
+        {
+            std::replace(document.begin(), document.end(), '\0', 'z');
+            document.erase(0, static_cast<size_t>(random.Below(200)));
+        }
+        TNqstrstream memory(document.data(), static_cast<int32>(document.size()), kUTF8Transcoder, eRead);
+        const std::string expected = ReadAll(memory);
+        const TTexts reported = TakeReports();
+        TScriptedSocket socket(document, round % 4 == 0 ? 1 : 1 + random.Below(300), random());
+        TNqNetStream stream(&socket);
+        ASSERT_EQ(ReadAll(stream), expected) << round << document;
+        ASSERT_EQ(TakeReports(), reported) << round;
+    }
+}
+
+// A document cut anywhere ends: as the end of the stream, or as an error, and never in a place of its own.
+TEST_F(NetStreamTest, EndsWhereTheDataEnds)
+{
+    for (size_t length = 1; length < kDocument.size(); ++length)
+    {
+        std::string cut = kDocument.substr(0, length);
+        TScriptedSocket socket(cut, 7, 1);
+        TNqNetStream stream(&socket);
+        const std::string seen = ReadAll(stream);
+        TNqstrstream memory(cut.data(), static_cast<int32>(length), kUTF8Transcoder, eRead);
+        ASSERT_EQ(seen, ReadAll(memory)) << length;
+        TakeReports(); // a payload read raw that is cut says so
+    }
+}
+
+TEST_F(NetStreamTest, EachFailingReceiveThrows)
+{
+    for (int bad = 1; bad <= 60; ++bad)
+    {
+        TScriptedSocket socket(kDocument, 7, 1);
+        socket.fBadReceive = bad;
+        TNqNetStream stream(&socket);
+        const std::string seen = ReadAll(stream);
+        const bool reached = socket.fReceives >= bad;
+        ASSERT_EQ(seen.substr(seen.rfind('\n') + 1).find("error") != std::string::npos || !reached, true) << seen;
+        ASSERT_EQ(TakeReports(), reached ? Reports("An exception is being thrown") : TTexts());
+        ASSERT_FALSE(stream.MoreDataAvailable());
+        ReadAll(stream); // the data behind the error can be read on
+        ASSERT_TRUE(stream.eof());
+        TakeReports();
+    }
+}
+
+// The bytes of each call, with what it leaves in the state.
+TEST_F(NetStreamTest, TellsTheEndFromDataByteByByte)
+{
+    TScriptedSocket socket("ab\0c"s, 2, 0);
+    socket.fSmallestBlock = 2;
+    TNqNetStream stream(&socket);
+    EXPECT_FALSE(stream.MoreDataAvailable());
+    int8 c = 'x';
+    stream.get(c);
+    EXPECT_EQ(c, 'a');
+    EXPECT_TRUE(stream.good() && stream.MoreDataAvailable());
+    stream.putback('z'); // the byte itself is not stored
+    stream.get(c);
+    EXPECT_EQ(c, 'a');
+    int8 bytes[6] = "yyyyy";
+    stream.read(bytes, 2);
+    EXPECT_EQ(std::string(bytes, 3), "b\0y"s);
+    EXPECT_TRUE(stream.good());
+    EXPECT_EQ(stream.gcount(), 2);
+    stream.putback(0);
+    stream.get(c); // a zero byte ends a text
+    EXPECT_EQ(c, 0);
+    EXPECT_TRUE(stream.eof());
+    stream.clear(0);
+    stream.read(bytes, 3);
+    EXPECT_EQ(std::string(bytes, 3), "c\0y"s);
+    EXPECT_EQ(stream.gcount(), 1);
+    EXPECT_TRUE(stream.eof());
+    EXPECT_EQ(TakeReports(), Reports("n==1"));
+    stream.putback('c'); // its block is gone
+    EXPECT_EQ(TakeReports(), Reports("fCurrentPosition>=0"));
+    stream.get(c);
+    EXPECT_TRUE(stream.eof());
+    EXPECT_EQ(stream.tell(), 0);
+    stream.seek(1, TNqiostream::beg);
+    EXPECT_EQ(TakeReports(), Reports("Should never be called!!", 2));
+    EXPECT_FALSE(stream.CanSeek());
+}
+
+TEST_F(NetStreamTest, WorksWithoutSocketAndTakesOneLater)
+{
+    TScriptedSocket first("12 ", 9, 0);
+    TScriptedSocket second;
+    {
+        TNqNetStream stream(nullptr);
+        int32 value = 5;
+        int8 c = 'x';
+        stream.get(c);
+        EXPECT_TRUE(c == 0 && stream.eof());
+        stream << int32(7);
+        stream.AttachToSocket(&first);
+        stream >> value;
+        EXPECT_EQ(value, 12);
+        stream.AttachToSocket(&second);
+        EXPECT_EQ(TakeReports(), Reports("!fSocket"));
+        stream.Close();
+        stream << int32(8);
+        stream.AttachToSocket(nullptr);
+        EXPECT_EQ(TakeReports(), Reports("!fSocket"));
+    }
+    EXPECT_EQ(TakeReports(), Reports("byteRead == bufferSize")); // nobody took the 8
+    EXPECT_TRUE(first.fSent.empty() && !first.fClosed && second.fClosed);
+    EXPECT_EQ(second.fSent, TTexts{"7"});
+    EXPECT_EQ(first.References() + second.References(), 2);
+}
+
+TEST_F(NetStreamTest, SurvivesWithoutMemory)
+{
+    ForEachFailingAllocation(
+        [](int64)
+        {
+            TScriptedSocket socket("1 2 ", 3, 0);
+            TNqNetStream stream(&socket);
+            stream << "text" << endl;
+            int32 value = 0;
+            stream >> value;
+        });
+}
+
+// A module built elsewhere: primitives by slot, the six of them first.
+TEST_F(NetStreamTest, SlotsOfSocketAndStream)
+{
+    TScriptedSocket socket("abc", 9, 0);
+    INqSocket* const face = &socket;
+    int8 bytes[4] = {};
+    EXPECT_EQ(Slot<int32 (*)(void*, int8*, int32)>(face, 3)(face, bytes, 2), 2);
+    EXPECT_EQ(Slot<int32 (*)(void*, const int8*, int32)>(face, 4)(face, "xy", 2), 2);
+    Slot<void (*)(void*)>(face, 5)(face);
+    EXPECT_TRUE(socket.fClosed && bytes[1] == 'b' && socket.fSent == TTexts{"xy"});
+    TNqNetStream stream(&socket);
+    Slot<void (*)(void*, int8*, int32)>(&stream, 4)(&stream, bytes, 1);
+    EXPECT_EQ(bytes[0], 'c');
+}
