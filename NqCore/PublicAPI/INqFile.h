@@ -78,3 +78,15 @@ public:
 protected:
     ~INqFile() = default;
 };
+
+// A file that is looked at without being opened: by a registry of file types, say.
+class TNqFile
+{
+public:
+    virtual ~TNqFile() = default;
+
+    // Fills the record; what the host does not know of the file, or all of it when there is none, keeps its default.
+    virtual void GetInfo(APIFileInfo& outInfo) const = 0;
+    // What follows the last dot of the name, empty without one.
+    virtual void GetExtension(TNqString& outExtension) const = 0;
+};

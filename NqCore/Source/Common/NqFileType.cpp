@@ -1,0 +1,322 @@
+#include "NqCore/PublicAPI/NqFileType.h"
+
+#include "NqCore/PublicAPI/NqFileTypeUtils.h"
+#include "NqCore/PublicAPI/NqResourceStream.h"
+
+#include <new>
+
+namespace
+{
+
+constexpr uint32 kLongestCompared = 1023; // bytes that the case-blind comparison looks at
+
+// The length of a text up to its first NUL when it is plain ASCII, and short enough to be compared whole; else
+// kNqNotFound.
+uint32 GetPlainLength(const TNqString& inText)
+{
+    if (inText.ByteLength() == 0)
+        return 0;
+    if (inText.ByteLength() > kLongestCompared)
+        return kNqNotFound;
+    const int8* const bytes = inText.GetString();
+    uint32 length = 0;
+    for (; length < inText.ByteLength() && bytes[length] != 0; ++length)
+    {
+        if ((static_cast<uint8>(bytes[length]) & 0x80) != 0)
+            return kNqNotFound;
+    }
+    return length;
+}
+
+int8 InCapitals(int8 inChar)
+{
+    return inChar >= 'a' && inChar <= 'z' ? static_cast<int8>(inChar - ('a' - 'A')) : inChar;
+}
+
+// As IsEqualNotCaseSensitive, which copies and maps both texts; for plain ones none of that is needed. inPlainLength is
+// that of inText.
+bool IsSameExtension(const TNqString& inText, uint32 inPlainLength, const TNqString& inExtension)
+{
+    const uint32 length = GetPlainLength(inExtension);
+    if (inPlainLength == kNqNotFound || length == kNqNotFound)
+        return inText.IsEqualNotCaseSensitive(inExtension);
+    if (length != inPlainLength)
+        return false;
+    for (uint32 i = 0; i < length; ++i)
+    {
+        if (InCapitals(inText.GetString()[i]) != InCapitals(inExtension.GetString()[i]))
+            return false;
+    }
+    return true;
+}
+
+template <class T, class Test>
+const T* FindFirst(const TNqClassArray<T>& inArray, Test&& inTest)
+{
+    for (uint32 i = 0; i < inArray.GetElemCount(); ++i)
+    {
+        const T& elem = inArray.BaseAddress()[i];
+        if (inTest(elem))
+            return &elem;
+    }
+    return nullptr;
+}
+
+// The count to write for so many entries.
+int16 GetWrittenCount(int32 inCount)
+{
+    const auto count = static_cast<uint32>(inCount);
+    NqCheckText(count <= kNqMaxFileTypeEntries, "count <= kNqMaxFileTypeEntries");
+    return static_cast<int16>(Nq_Min(count, kNqMaxFileTypeEntries));
+}
+
+} // namespace
+
+// ---- A type ---------------------------------------------------------------------------------------------------------
+
+const TNqString& TNqFileType::GetExtension(int32 inIndex) const
+{
+    static const TNqString15 none;
+    const auto index = static_cast<uint32>(inIndex);
+    if (!NqCheckText(index < fExtensions.GetElemCount(), "index < GetElemCount()"))
+        return none;
+    return fExtensions.BaseAddress()[index];
+}
+
+const TNqFileID& TNqFileType::GetType(int32 inIndex) const
+{
+    static const TNqFileID none;
+    const auto index = static_cast<uint32>(inIndex);
+    if (!NqCheckText(index < fTypes.GetElemCount(), "index < GetElemCount()"))
+        return none;
+    return fTypes.BaseAddress()[index];
+}
+
+void TNqFileType::AddExtension(const TNqString& inExtension)
+{
+    if (!ContainsExt(inExtension))
+        fExtensions.AddElem(TNqDynamicString(inExtension));
+}
+
+void TNqFileType::AddType(const TNqFileID& inType)
+{
+    if (inType.fID != 0 && !ContainsType(inType))
+        fTypes.AddElem(inType);
+}
+
+boolean TNqFileType::ContainsExt(const TNqString& inExtension) const
+{
+    const uint32 plainLength = GetPlainLength(inExtension);
+    return FindFirst(fExtensions, [&](const TNqDynamicString& own)
+                     { return IsSameExtension(inExtension, plainLength, own); }) != nullptr;
+}
+
+boolean TNqFileType::ContainsType(const TNqFileID& inType) const
+{
+    const TNqFileID* const codes = fTypes.BaseAddress();
+    return std::any_of(codes, codes + fTypes.GetElemCount(),
+                       [&inType](const TNqFileID& own) { return own.fID == inType.fID; });
+}
+
+// ---- The list -------------------------------------------------------------------------------------------------------
+
+const TNqFileType& TNqFileTypeList::GetElem(int32 inIndex) const
+{
+    static const TNqFileType none;
+    const auto index = static_cast<uint32>(inIndex);
+    if (!NqCheckText(index < fList.GetElemCount(), "index < GetElemCount()"))
+        return none;
+    return fList.BaseAddress()[index];
+}
+
+void TNqFileTypeList::AddElem(const TNqFileType& fileType)
+{
+    NqCheck(fileType.GetExtensionsCount() > 0);
+    auto* const listed = const_cast<TNqFileType*>(FindNqFileTypeByID(fileType.GetID()));
+    if (listed == nullptr)
+    {
+        fList.AddElem(fileType);
+        return;
+    }
+    for (int32 i = 0; i < fileType.GetExtensionsCount(); ++i)
+        listed->AddExtension(fileType.GetExtension(i));
+    for (int32 i = 0; i < fileType.GetTypesCount(); ++i)
+        listed->AddType(fileType.GetType(i));
+}
+
+const TNqFileType* TNqFileTypeList::FindNqFileTypeByID(const NqFileTypeID& inID) const
+{
+    return FindFirst(fList, [inID](const TNqFileType& type) { return type.GetID() == inID; });
+}
+
+const TNqFileType* TNqFileTypeList::FindNqFileType(const TNqString& inExtension, const TNqFileID& inType) const
+{
+    const TNqFileType* const found =
+        FindFirst(fList, [&inExtension](const TNqFileType& type) { return type.ContainsExt(inExtension); });
+    if (found != nullptr)
+        return found;
+    return FindFirst(fList, [&inType](const TNqFileType& type) { return type.ContainsType(inType); });
+}
+
+const TNqFileType* TNqFileTypeList::FindNqFileType(const TNqFile& inFile) const
+{
+    APIFileInfo info;
+    TNqString255 extension;
+    inFile.GetInfo(info);
+    inFile.GetExtension(extension);
+    return FindFirst(fList, [&](const TNqFileType& type) { return type.Contains(extension, info.fType); });
+}
+
+NqFileTypeID TNqFileTypeList::FindNqFileTypeID(const TNqFile& inFile) const
+{
+    const TNqFileType* const type = FindNqFileType(inFile);
+    return type != nullptr ? type->GetID() : 0;
+}
+
+boolean TNqFileTypeList::IsSingleFileFamily() const
+{
+    return FindFirst(fList, [this](const TNqFileType& type)
+                     { return type.GetFileTypeFamilyID() != GetElem(0).GetFileTypeFamilyID(); }) == nullptr;
+}
+
+// ---- Resources ------------------------------------------------------------------------------------------------------
+
+void TNqFileTypeList::ReadFromResource(TNqResourceStream& inStream, uint32 inFamilyID)
+{
+    int16 count = 0;
+    inStream >> count;
+    for (int16 i = 0; i < count && inStream.good(); ++i)
+    {
+        TNqFileType type(0, inFamilyID);
+        inStream >> type;
+        if (inStream.good())
+            AddElem(type);
+    }
+}
+
+TNqResourceStream& operator>>(TNqResourceStream& inStream, TNqFileType& outType)
+{
+    NqFileTypeID id = 0;
+    inStream >> id;
+    if (!inStream.good())
+        return inStream;
+    outType.SetID(id);
+
+    TNqString31 name;
+    inStream.ReadLocalizedCString(name);
+    if (!inStream.good())
+        return inStream;
+    outType.SetName(name);
+
+    int16 count = 0;
+    inStream >> count;
+    for (int16 i = 0; i < count && inStream.good(); ++i)
+    {
+        TNqFileID type;
+        inStream >> type.fID;
+        if (inStream.good())
+            outType.AddType(type);
+    }
+    if (!inStream.good())
+        return inStream;
+
+    count = 0;
+    inStream >> count;
+    for (int16 i = 0; i < count && inStream.good(); ++i)
+    {
+        TNqDynamicString text;
+        inStream.ReadCString(text);
+        TNqString15 extension(text);
+        extension.ToLower();
+        if (inStream.good())
+            outType.AddExtension(extension);
+    }
+    return inStream;
+}
+
+TNqResourceStream& operator<<(TNqResourceStream& outStream, const TNqFileType& inType)
+{
+    outStream << inType.GetID();
+    outStream.WriteLocalizedCString(inType.GetName());
+    const int16 types = GetWrittenCount(inType.GetTypesCount());
+    outStream << types;
+    for (int16 i = 0; i < types; ++i)
+        outStream << inType.GetType(i).fID;
+    const int16 extensions = GetWrittenCount(inType.GetExtensionsCount());
+    outStream << extensions;
+    for (int16 i = 0; i < extensions; ++i)
+        outStream.WriteCString(inType.GetExtension(i));
+    return outStream;
+}
+
+TNqResourceStream& operator<<(TNqResourceStream& outStream, const TNqFileTypeList& inList)
+{
+    const int16 count = GetWrittenCount(inList.GetElemCount());
+    outStream << count;
+    for (int16 i = 0; i < count; ++i)
+        outStream << inList.GetElem(i);
+    return outStream;
+}
+
+// ---- The registry ---------------------------------------------------------------------------------------------------
+
+namespace
+{
+
+// An object made on first use, in static memory: making it cannot fail. It is ended by End alone, never when the
+// process ends, as the host is gone by then.
+template <class T>
+class TOnFirstUse
+{
+public:
+    T& Get()
+    {
+        if (fObject == nullptr)
+            fObject = ::new (static_cast<void*>(fMemory)) T;
+        return *fObject;
+    }
+    const T* GetIfMade() const { return fObject; }
+    void End()
+    {
+        if (fObject != nullptr)
+            fObject->~T();
+        fObject = nullptr;
+    }
+
+private:
+    alignas(T) unsigned char fMemory[sizeof(T)];
+    T* fObject;
+};
+
+TOnFirstUse<TNqFileTypeList> gAllTypes;
+TOnFirstUse<TNqClassArray<TNqFileTypeFamily>> gFamilies;
+
+} // namespace
+
+TNqFileTypeList& TNqFileTypeUtils::GetAllTypes()
+{
+    return gAllTypes.Get();
+}
+
+void TNqFileTypeUtils::RegisterFileFamily(int32 inID, const TNqString& inName)
+{
+    TNqFileTypeFamily family;
+    family.SetFileTypeFamilyID(inID);
+    family.SetName(inName);
+    gFamilies.Get().AddElem(family);
+}
+
+const TNqFileTypeFamily* TNqFileTypeUtils::FindFileFamily(int32 inID)
+{
+    const auto* const families = gFamilies.GetIfMade();
+    if (families == nullptr)
+        return nullptr;
+    return FindFirst(*families, [inID](const TNqFileTypeFamily& family)
+                     { return family.GetFileTypeFamilyID() == static_cast<NqTypeFamilyID>(inID); });
+}
+
+void TNqFileTypeUtils::ShutDown()
+{
+    gAllTypes.End();
+    gFamilies.End();
+}
