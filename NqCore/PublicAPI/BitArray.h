@@ -1,0 +1,98 @@
+// A resizable array of bits, 32 to a word: which of many things are selected, visited or changed.
+//
+//     TBitArray selected;
+//     if (!selected.SetSize(faceCount, false))
+//         return false;                 // out of memory: already reported, the array is as it was
+//     selected.SetBit(17);
+//     selected |= selectedElsewhere;
+//     TNqArray<int32> faces;
+//     selected.GetIndicesSet(faces);    // in ascending order
+//
+// The last word has bits beyond the size. They are stale: shrinking, growing without a fill value and |= leave there
+// whatever it was, and == compares them too. bitTest and GetIndicesSet look at the bits of the array alone.
+//
+// Ownership: the words belong to the array; copies are deep. Cost: one bit takes a check and one access; the operations
+// on whole arrays work by the word. Failure: reported; without memory an array keeps its size and its bits.
+// Threads: one at a time.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqArray.h"
+
+class TBitArray : public TNqObject
+{
+public:
+    // Empty, nothing allocated.
+    TBitArray() : fSize(0) {}
+    TBitArray(const TBitArray& source) : TBitArray() { *this = source; }
+    ~TBitArray() = default;
+
+    // The size and all words, stale bits included. Without memory: reported, unchanged.
+    TBitArray& operator=(const TBitArray& source);
+
+    uint32 GetSize() const { return fSize; }
+
+    // The words that the bits take.
+    uint32 CalcWordsFromSize() const { return WordsOf(fSize); }
+
+    // Sets no bit: the last word keeps its stale bits, which growing brings into the array. False without memory.
+    boolean SetSize(uint32 size);
+
+    // The same, with all bits that growing adds equal to `fill`; with a fill of 1 so are the stale bits above them.
+    boolean SetSize(uint32 size, boolean fill);
+
+    // No bits and no memory.
+    void ArrayFree();
+
+    // Whether a bit is set, 1 or 0. An index past the size is reported; it may still be that of a stale bit, and yields
+    // 0 beyond those.
+    boolean TestBit(uint32 elemNum) const
+    {
+        if (!NqCheck(elemNum < fSize) && !HasWordOf(elemNum))
+            return false;
+        return (fBits.BaseAddress()[elemNum / kWordBits] >> (elemNum % kWordBits)) & 1;
+    }
+
+    // Sets a bit. An index past the size is reported; then only a stale bit can still be set.
+    void SetBit(uint32 elemNum)
+    {
+        if (!NqCheck(elemNum < fSize) && !HasWordOf(elemNum))
+            return;
+        fBits.BaseAddress()[elemNum / kWordBits] |= IDType{1} << (elemNum % kWordBits);
+    }
+
+    // Equal sizes and equal words, stale bits included.
+    boolean operator==(const TBitArray& other) const;
+    boolean operator!=(const TBitArray& other) const { return !(*this == other); }
+
+    // Whether the first other.GetSize() bits of both are the same; bits that this array does not have count as 0.
+    // Reports "need to test this" when it comes to a word that `other` uses in part.
+    boolean bitTest(const TBitArray& other) const;
+
+    // Each bit or'ed, and'ed with that of `other`. A shorter array first grows to the size of `other`, with zeros. In a
+    // longer one |= keeps and &= clears the bits past the end of `other`. Without memory: reported, unchanged.
+    TBitArray& operator|=(const TBitArray& other);
+    TBitArray& operator&=(const TBitArray& other);
+
+    // Sets the bits with these indices. An index past the size is as for SetBit.
+    void SetFromArrayNoResize(const TNqArray<int32>& indices);
+
+    // Replaces `outIndices` by the indices of all bits that are set, in ascending order. False, with no indices, when
+    // there is no memory for them.
+    boolean GetIndicesSet(TNqArray<int32>& outIndices) const;
+
+private:
+    static constexpr uint32 kWordBits = 32;
+
+    static uint32 WordsOf(uint32 size) { return size / kWordBits + (size % kWordBits != 0); }
+    static IDType LowBits(uint32 count) { return (IDType{1} << count) - 1; } // fewer than a word's
+
+    bool HasWordOf(uint32 elemNum) const { return elemNum / kWordBits < fBits.GetElemCount(); }
+    boolean GrowTo(uint32 size) { return size <= fSize || SetSize(size, false); }
+    uint32 CountBits() const;
+
+    uint32 fSize;           // bits
+    TNqArray<IDType> fBits; // CalcWordsFromSize() words; bit i is bit i % 32 of word i / 32, from the least significant
+};
+
+static_assert(sizeof(TBitArray) == 32, "bit arrays are shared with modules built elsewhere");
