@@ -28,13 +28,17 @@ public:
 
     // The resource of that type and number; null when there is none.
     virtual TNqResource* FindResource(FourCharT type, int16 id) = 0;
-    // The first resource of that type whose name has exactly these bytes; null when there is none.
+    // The resource of that type, of the lowest number, whose name has exactly these bytes; null when there is none.
     virtual TNqResource* FindResource(FourCharT type, const TNqString& name) = 0;
 
-    // All of them: the types in the order in which each first came into the file, and in each type the resources in
-    // theirs. An index out of range gives 0 or null.
-    virtual uint32 CountTypes() = 0;
-    virtual FourCharT GetType(uint32 index) = 0;
+    // The types that there are, in ascending order. False when there is none, or no further one.
+    //
+    //     FourCharT type;
+    //     for (boolean more = file.GetFirstType(type); more; more = file.GetNextType(type))
+    virtual boolean GetFirstType(FourCharT& outType) = 0;
+    virtual boolean GetNextType(FourCharT& ioType) = 0;
+
+    // The resources of a type, by ascending numbers. An index out of range gives null.
     virtual uint32 CountResources(FourCharT type) = 0;
     virtual TNqResource* GetResource(FourCharT type, uint32 index) = 0;
 

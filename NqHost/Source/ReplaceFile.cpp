@@ -1,0 +1,107 @@
+// Replacing a file as a whole or not at all.
+
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqHost/Source/NqHostInternal.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <new>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr mode_t kPermissionBits = 07777;
+
+// The file that a path leads to, through symbolic links; the path itself when there is no file yet.
+std::string TargetOf(const char* inPath)
+{
+    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(inPath, nullptr), &std::free);
+    return resolved != nullptr ? resolved.get() : inPath;
+}
+
+std::string FolderOf(const std::string& inPath)
+{
+    const size_t slash = inPath.rfind('/');
+    return slash == std::string::npos ? "." : inPath.substr(0, slash + 1);
+}
+
+bool WriteAll(int inDescriptor, const int8* inData, size_t inSize)
+{
+    while (inSize > 0)
+    {
+        const ssize_t count = write(inDescriptor, inData, inSize);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false;
+        inData += count;
+        inSize -= static_cast<size_t>(count);
+    }
+    return true;
+}
+
+// The permissions that the new file gets: those of the old one, or what the process gives to new files.
+bool PermissionsFor(const std::string& inTarget, mode_t& outMode)
+{
+    struct stat status = {};
+    if (stat(inTarget.c_str(), &status) == 0)
+    {
+        outMode = status.st_mode & kPermissionBits;
+        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+        return S_ISREG(status.st_mode) && access(inTarget.c_str(), W_OK) == 0;
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    outMode = 0666 & ~mask;
+    return errno == ENOENT;
+}
+
+// Everything up to the moment in which the new file takes the name of the old one.
+bool WriteBeside(int inDescriptor, mode_t inMode, const int8* inData, size_t inSize)
+{
+    const bool written =
+        WriteAll(inDescriptor, inData, inSize) && fchmod(inDescriptor, inMode) == 0 && fsync(inDescriptor) == 0;
+    const int error = errno;
+    const bool closed = close(inDescriptor) == 0;
+    if (!written)
+        errno = error;
+    return written && closed;
+}
+
+} // namespace
+
+int NqHostReplaceFile(const char* inPath, const int8* inData, uint32 inSize)
+try
+{
+    const std::string target = TargetOf(inPath);
+    mode_t mode = 0;
+    if (!PermissionsFor(target, mode))
+        return errno;
+    std::string temporary = FolderOf(target) + ".nqXXXXXX";
+    const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);
+    if (descriptor < 0)
+        return errno;
+    if (!WriteBeside(descriptor, mode, inData, inSize) || rename(temporary.c_str(), target.c_str()) != 0)
+    {
+        const int error = errno;
+        unlink(temporary.c_str());
+        return error;
+    }
+    // The new name reaches the disk with its folder; a file system that cannot do so is no reason to call it failed.
+    const int folder = open(FolderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0)
+    {
+        fsync(folder);
+        close(folder);
+    }
+    return 0;
+}
+catch (const std::bad_alloc&)
+{
+    return ENOMEM;
+}

@@ -1,0 +1,558 @@
+// Resource files: the container that docs/resource-file.md describes.
+
+#include "NqHost/PublicAPI/NqHostResourceFile.h"
+
+#include "NqCore/PublicAPI/INqFile.h"
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqCore/PublicAPI/NqResourceStream.h"
+#include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "NqHost/Source/NqHostInternal.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+
+constexpr FourCharT kMagic = NqFourChar("NqRs");
+constexpr uint32 kVersion = 1;
+constexpr uint32 kCheckedFrom = 16; // what the checksum covers begins here
+constexpr uint32 kHeaderSize = 20;
+constexpr uint32 kEntrySize = 28;
+constexpr uint8 kHasStrings = 1; // the one flag of an entry
+constexpr int64 kLargestFile = 0x7FFFFFFF;
+
+// ---- Reasons -------------------------------------------------------------------------------------------------------
+
+[[gnu::format(printf, 3, 4)]] NqErr Refuse(TNqString& outReason, NqErr inError, const char* inFormat, ...)
+{
+    char text[256];
+    va_list arguments;
+    va_start(arguments, inFormat);
+    std::vsnprintf(text, sizeof text, inFormat, arguments);
+    va_end(arguments);
+    outReason.FromCPtr(text);
+    return inError;
+}
+
+NqErr NoMemory(TNqString& outReason)
+{
+    return Refuse(outReason, kNqErrOutOfMemory, "out of memory");
+}
+
+// How messages name a resource.
+struct TResourceText
+{
+    TResourceText(FourCharT type, int16 id)
+    {
+        char code[11];
+        for (int i = 0; i < 4; ++i)
+            code[i] = static_cast<char>(type >> (24 - 8 * i));
+        code[4] = 0;
+        if (!std::all_of(code, code + 4, [](char c) { return c >= ' ' && c <= '~'; }))
+            std::snprintf(code, sizeof code, "0x%08X", type);
+        std::snprintf(fText, sizeof fText, "resource %s %d", code, id);
+    }
+    char fText[40];
+};
+
+// ---- Checksum: CRC-32 as in zip files ------------------------------------------------------------------------------
+
+constexpr std::array<uint32, 256> MakeChecksumTable()
+{
+    std::array<uint32, 256> table{};
+    for (uint32 i = 0; i < 256; ++i)
+    {
+        uint32 value = i;
+        for (int bit = 0; bit < 8; ++bit)
+            value = value >> 1 ^ (value & 1 ? 0xEDB88320 : 0);
+        table[i] = value;
+    }
+    return table;
+}
+
+uint32 ChecksumOf(const int8* inBytes, size_t inSize)
+{
+    static constexpr std::array<uint32, 256> kTable = MakeChecksumTable();
+    uint32 sum = ~uint32(0);
+    for (size_t i = 0; i < inSize; ++i)
+        sum = kTable[(sum ^ static_cast<uint8>(inBytes[i])) & 0xFF] ^ sum >> 8;
+    return ~sum;
+}
+
+// ---- Entries -------------------------------------------------------------------------------------------------------
+
+// Sorts as the file does: by type, then by number with its sign.
+int64 KeyOf(FourCharT type, int16 id)
+{
+    return static_cast<int64>(type) * 0x10000 + id;
+}
+
+int64 KeyOf(const TNqResource& resource)
+{
+    return KeyOf(resource.GetType(), resource.GetID());
+}
+
+struct TEntry
+{
+    FourCharT fType;
+    int16 fID;
+    uint8 fFlags;
+    uint8 fNameLength;
+    int32 fAttributes;
+    uint32 fOffset; // of the body: name, data, strings
+    uint32 fDataSize;
+    uint32 fStringCount;
+    uint32 fStringsSize; // each string is a length of four bytes and its bytes
+
+    int64 BodySize() const { return static_cast<int64>(fNameLength) + fDataSize + fStringsSize; }
+};
+
+TEntry ReadEntry(TNqByteSwapStream& stream)
+{
+    TEntry entry = {};
+    stream >> entry.fType >> entry.fID >> entry.fFlags >> entry.fNameLength >> entry.fAttributes >> entry.fOffset >>
+        entry.fDataSize >> entry.fStringCount >> entry.fStringsSize;
+    return entry;
+}
+
+void WriteEntry(TNqByteSwapStream& stream, const TEntry& entry)
+{
+    stream << entry.fType << entry.fID << entry.fFlags << entry.fNameLength << entry.fAttributes << entry.fOffset
+           << entry.fDataSize << entry.fStringCount << entry.fStringsSize;
+}
+
+// A NUL would end the text for every reader.
+bool HoldsNul(const int8* inBytes, size_t inSize)
+{
+    return inSize != 0 && std::memchr(inBytes, 0, inSize) != nullptr;
+}
+
+bool HoldsNul(const TNqString& text)
+{
+    return HoldsNul(text.ByteLength() != 0 ? text.StrGet() : "", text.ByteLength());
+}
+
+// ---- Reading -------------------------------------------------------------------------------------------------------
+
+class TReader
+{
+public:
+    TReader(const int8* bytes, uint32 size, TNqPtrArray<TNqResource>& out, TNqString& outReason)
+        : fBytes(bytes),
+          fSize(size),
+          fOut(out),
+          fReason(outReason)
+    {
+    }
+
+    NqErr Read()
+    {
+        if (fSize < kHeaderSize)
+            return Refuse(fReason, kNqErrFormat, "no resource file: %u bytes are less than its header has", fSize);
+        TNqByteSwapStream stream(const_cast<int8*>(fBytes), static_cast<int32>(fSize), kUTF8Transcoder, eRead);
+        NqErr error = CheckHeader(stream);
+        const uint32 count = error == kNqNoErr ? stream.ReadLong() : 0;
+        const int64 bodies = kHeaderSize + static_cast<int64>(count) * kEntrySize;
+        if (error == kNqNoErr && bodies > fSize)
+            error = Refuse(fReason, kNqErrFormat, "says that it has %u resources, which %u bytes cannot hold", count,
+                           fSize);
+        fBodyEnd = bodies;
+        if (error == kNqNoErr && !fOut.SetElemSpace(count))
+            error = NoMemory(fReason);
+        for (uint32 i = 0; i < count && error == kNqNoErr; ++i)
+            error = ReadResource(ReadEntry(stream));
+        if (error == kNqNoErr && fBodyEnd != fSize)
+            error = Refuse(fReason, kNqErrFormat, "bytes %lld to %u belong to no resource",
+                           static_cast<long long>(fBodyEnd), fSize);
+        return error;
+    }
+
+private:
+    NqErr CheckHeader(TNqByteSwapStream& stream)
+    {
+        if (stream.ReadLong() != kMagic)
+            return Refuse(fReason, kNqErrFormat, "no resource file: it does not begin with \"NqRs\"");
+        const uint32 version = stream.ReadLong();
+        if (version != kVersion)
+            return Refuse(fReason, kNqErrFormat, "has version %u; this program reads version %u", version, kVersion);
+        const uint32 size = stream.ReadLong();
+        if (size > fSize)
+            return Refuse(fReason, kNqErrFormat, "is cut: %u of %u bytes are there", fSize, size);
+        if (size < fSize)
+            return Refuse(fReason, kNqErrFormat, "has %u bytes behind its end at %u", fSize - size, size);
+        if (stream.ReadLong() != ChecksumOf(fBytes + kCheckedFrom, fSize - kCheckedFrom))
+            return Refuse(fReason, kNqErrFormat, "is damaged: its checksum is wrong");
+        return kNqNoErr;
+    }
+
+    NqErr ReadResource(const TEntry& entry)
+    {
+        const TResourceText name(entry.fType, entry.fID);
+        if (entry.fFlags & ~kHasStrings)
+            return Refuse(fReason, kNqErrFormat, "%s: has unknown flags 0x%02X", name.fText, entry.fFlags);
+        if (fOut.GetElemCount() > 0)
+        {
+            const int64 before = KeyOf(*fOut[fOut.GetElemCount() - 1]);
+            const int64 key = KeyOf(entry.fType, entry.fID);
+            if (key <= before)
+                return Refuse(fReason, kNqErrFormat, "%s: %s", name.fText,
+                              key == before ? "is there twice" : "stands behind one that sorts after it");
+        }
+        if (entry.fOffset != fBodyEnd)
+            return Refuse(fReason, kNqErrFormat, "%s: begins at byte %u, where the one before ends at %lld", name.fText,
+                          entry.fOffset, static_cast<long long>(fBodyEnd));
+        if (entry.BodySize() > fSize - fBodyEnd)
+            return Refuse(fReason, kNqErrFormat, "%s: its %lld bytes from %u on do not fit the file of %u", name.fText,
+                          static_cast<long long>(entry.BodySize()), entry.fOffset, fSize);
+        fBodyEnd += entry.BodySize();
+        return MakeResource(entry, name);
+    }
+
+    NqErr MakeResource(const TEntry& entry, const TResourceText& name)
+    {
+        const int8* const bytes = fBytes + entry.fOffset;
+        if (HoldsNul(bytes, entry.fNameLength))
+            return Refuse(fReason, kNqErrFormat, "%s: a zero byte in its name", name.fText);
+        TNqResource* const resource = new TNqResource(entry.fType, entry.fID, TNqString255(bytes, entry.fNameLength));
+        if (resource == nullptr)
+            return NoMemory(fReason);
+        if (!fOut.AddElem(resource))
+        {
+            resource->Release();
+            return NoMemory(fReason);
+        }
+        resource->SetAttributes(entry.fAttributes);
+        if (!resource->SetData(bytes + entry.fNameLength, entry.fDataSize))
+            return NoMemory(fReason);
+        if (entry.fFlags & kHasStrings)
+            return ReadStrings(entry, *resource, name);
+        if (entry.fStringCount != 0 || entry.fStringsSize != 0)
+            return Refuse(fReason, kNqErrFormat, "%s: strings without a table", name.fText);
+        return kNqNoErr;
+    }
+
+    NqErr ReadStrings(const TEntry& entry, TNqResource& resource, const TResourceText& name)
+    {
+        TNqCountedPtr<TResourceStrings> strings;
+        TResourceStrings::Create(&strings);
+        resource.SetLocalizedStrings(strings);
+        const uint32 start = entry.fOffset + entry.fNameLength + entry.fDataSize;
+        TNqByteSwapStream stream(const_cast<int8*>(fBytes), static_cast<int32>(start + entry.fStringsSize),
+                                 kUTF8Transcoder, eRead);
+        stream.seek(static_cast<int32>(start), TNqiostream::beg);
+        uint32 left = entry.fStringsSize;
+        for (uint32 i = 0; i < entry.fStringCount; ++i)
+        {
+            const uint32 length = left >= 4 ? stream.ReadLong() : 0;
+            if (left < 4 || length > left - 4)
+                return Refuse(fReason, kNqErrFormat, "%s: its string %u does not fit its table", name.fText, i);
+            left -= 4 + length;
+            const int8* const text = fBytes + stream.tell();
+            if (HoldsNul(text, length))
+                return Refuse(fReason, kNqErrFormat, "%s: a zero byte in its string %u", name.fText, i);
+            if (!strings->AddElem(TNqDynamicString(text, length)) || (*strings)[i].ByteLength() != length)
+                return NoMemory(fReason);
+            stream.seek(static_cast<int32>(length), TNqiostream::cur);
+        }
+        if (left != 0)
+            return Refuse(fReason, kNqErrFormat, "%s: %u bytes behind its last string", name.fText, left);
+        return kNqNoErr;
+    }
+
+    const int8* const fBytes;
+    const uint32 fSize;
+    int64 fBodyEnd = 0;
+    TNqPtrArray<TNqResource>& fOut;
+    TNqString& fReason;
+};
+
+// ---- Writing -------------------------------------------------------------------------------------------------------
+
+// The entry of a resource whose body begins at `offset`.
+NqErr DescribeResource(const TNqResource& resource, int64 offset, TEntry& outEntry, TNqString& outReason)
+{
+    const TResourceText name(resource.GetType(), resource.GetID());
+    if (HoldsNul(resource.GetName()))
+        return Refuse(outReason, kNqErrInvalidData, "%s: a zero byte in its name", name.fText);
+    const TResourceStrings* const strings = resource.GetLocalizedStrings();
+    const uint32 count = strings != nullptr ? strings->GetElemCount() : 0;
+    int64 stringsSize = 0;
+    for (uint32 i = 0; i < count; ++i)
+    {
+        const TNqString& text = (*strings)[i];
+        if (HoldsNul(text))
+            return Refuse(outReason, kNqErrInvalidData, "%s: a zero byte in its string %u", name.fText, i);
+        stringsSize += 4 + static_cast<int64>(text.ByteLength());
+    }
+    const uint32 nameLength = resource.GetName().ByteLength();
+    if (offset + nameLength + resource.GetSize() + stringsSize > kLargestFile)
+        return Refuse(outReason, kNqErrInvalidData, "%s: the file would be larger than 2^31 - 1 bytes", name.fText);
+    outEntry = {resource.GetType(),
+                resource.GetID(),
+                strings != nullptr ? kHasStrings : uint8(0),
+                static_cast<uint8>(nameLength),
+                resource.GetAttributes(),
+                static_cast<uint32>(offset),
+                resource.GetSize(),
+                count,
+                static_cast<uint32>(stringsSize)};
+    return kNqNoErr;
+}
+
+void WriteText(TNqByteSwapStream& stream, const TNqString& text)
+{
+    if (text.ByteLength() != 0)
+        stream.write(text.StrGet(), static_cast<int32>(text.ByteLength()));
+}
+
+void WriteBody(TNqByteSwapStream& stream, const TNqResource& resource)
+{
+    WriteText(stream, resource.GetName());
+    stream.write(resource.GetData(), static_cast<int32>(resource.GetSize()));
+    const TResourceStrings* const strings = resource.GetLocalizedStrings();
+    const uint32 count = strings != nullptr ? strings->GetElemCount() : 0;
+    for (uint32 i = 0; i < count; ++i)
+    {
+        stream.WriteLong((*strings)[i].ByteLength());
+        WriteText(stream, (*strings)[i]);
+    }
+}
+
+void ReleaseResources(TNqPtrArray<TNqResource>& resources)
+{
+    for (uint32 i = 0; i < resources.GetElemCount(); ++i)
+        resources[i]->Release();
+    resources.SetElemCount(0);
+}
+
+// All bytes of a file, in a block that the caller frees.
+NqErr LoadFile(const char* inPath, int8*& outBytes, uint32& outSize)
+{
+    TNqCountedPtr<INqUnknown> object;
+    gFileUtilities->CreateFileObject(&object);
+    TNqCountedPtr<INqFile> file;
+    if (!object || object->QueryInterface(IID_INqFile, reinterpret_cast<void**>(&file)) != kNqNoErr)
+        return kNqErrOutOfMemory;
+    NqErr error = file->SetFileName(TNqDynamicString(inPath), 0);
+    if (error == kNqNoErr)
+        error = file->SetPermission(eRead);
+    if (error == kNqNoErr)
+        error = file->Open();
+    if (error != kNqNoErr)
+        return error;
+    error = file->GetSize(&outSize);
+    if (error == kNqNoErr && (outBytes = static_cast<int8*>(Nqmalloc(std::max<uint32>(outSize, 1)))) == nullptr)
+        error = kNqErrOutOfMemory;
+    uint32 done = 0;
+    if (error == kNqNoErr)
+        error = file->Read(outBytes, outSize, &done);
+    if (error == kNqNoErr && done != outSize)
+        error = kNqErrEndOfFile;
+    file->Close();
+    return error;
+}
+
+} // namespace
+
+TNqHostResourceFile::~TNqHostResourceFile()
+{
+    ReleaseAll();
+}
+
+void TNqHostResourceFile::ReleaseAll()
+{
+    for (uint32 i = 0; i < fResources.GetElemCount(); ++i)
+        Disown(*fResources[i]);
+    ReleaseResources(fResources);
+}
+
+NqErr TNqHostResourceFile::ReadBytes(const int8* bytes, uint32 size, TNqString& outReason)
+{
+    if (size > kLargestFile)
+        return Refuse(outReason, kNqErrFormat, "larger than 2^31 - 1 bytes");
+    TNqPtrArray<TNqResource> resources;
+    NqErr error = kNqErrOutOfMemory;
+    try
+    {
+        error = TReader(bytes, size, resources, outReason).Read();
+    }
+    catch (const TNqException&) // no memory for a counter
+    {
+        NoMemory(outReason);
+    }
+    if (error == kNqNoErr && !fResources.SetElemSpace(std::max(fResources.GetElemCount(), resources.GetElemCount())))
+        error = NoMemory(outReason);
+    if (error != kNqNoErr)
+    {
+        ReleaseResources(resources);
+        return error;
+    }
+    ReleaseAll();
+    for (uint32 i = 0; i < resources.GetElemCount(); ++i)
+    {
+        fResources.AddElem(resources[i]);
+        Own(*resources[i]);
+    }
+    return kNqNoErr;
+}
+
+NqErr TNqHostResourceFile::Read(const char* path, TNqString& outReason)
+{
+    int8* bytes = nullptr;
+    uint32 size = 0;
+    NqErr error = LoadFile(path, bytes, size);
+    if (error == kNqErrFileNotFound)
+        Refuse(outReason, error, "there is no such file");
+    else if (error == kNqErrOutOfMemory)
+        NoMemory(outReason);
+    else if (error != kNqNoErr)
+        Refuse(outReason, error, "cannot be read");
+    else
+        error = ReadBytes(bytes, size, outReason);
+    Nqfree(bytes);
+    return error;
+}
+
+NqErr TNqHostResourceFile::WriteBytes(TNqByteSwapStream& out, TNqString& outReason) const
+{
+    const uint32 count = CountAllResources();
+    TNqArray<TEntry> entries;
+    if (!entries.SetElemCount(count))
+        return NoMemory(outReason);
+    int64 size = kHeaderSize + static_cast<int64>(count) * kEntrySize;
+    for (uint32 i = 0; i < count; ++i)
+    {
+        const NqErr error = DescribeResource(*fResources[i], size, entries[i], outReason);
+        if (error != kNqNoErr)
+            return error;
+        size += entries[i].BodySize();
+    }
+    TNqByteSwapStream content;
+    content << count;
+    for (uint32 i = 0; i < count; ++i)
+        WriteEntry(content, entries[i]);
+    for (uint32 i = 0; i < count && content.good(); ++i)
+        WriteBody(content, *fResources[i]);
+    const int32 written = content.pcount();
+    if (written != size - kCheckedFrom)
+        return NoMemory(outReason);
+    int8* const bytes = content.str();
+    out << kMagic << kVersion << static_cast<uint32>(size) << ChecksumOf(bytes, static_cast<size_t>(written));
+    out.write(bytes, written);
+    Nqfree(bytes);
+    return out.good() ? kNqNoErr : NoMemory(outReason);
+}
+
+NqErr TNqHostResourceFile::Write(const char* path, TNqString& outReason) const
+{
+    TNqByteSwapStream out;
+    const NqErr error = WriteBytes(out, outReason);
+    if (error != kNqNoErr)
+        return error;
+    const uint32 size = static_cast<uint32>(out.pcount());
+    int8* const bytes = out.str();
+    const int systemError = NqHostReplaceFile(path, bytes, size);
+    Nqfree(bytes);
+    if (systemError != 0)
+        return Refuse(outReason, systemError == ENOENT ? kNqErrFileNotFound : kNqErrInvalidData, "%s",
+                      std::strerror(systemError));
+    return kNqNoErr;
+}
+
+// ---- Finding and changing ------------------------------------------------------------------------------------------
+
+// The first resource whose key is not less.
+uint32 TNqHostResourceFile::IndexOf(int64 key) const
+{
+    TNqResource* const* const first = fResources.Begin();
+    TNqResource* const* const found =
+        std::lower_bound(first, first + CountAllResources(), key,
+                         [](const TNqResource* resource, int64 wanted) { return KeyOf(*resource) < wanted; });
+    return static_cast<uint32>(found - first);
+}
+
+NqErr TNqHostResourceFile::AddResource(TNqResource& resource)
+{
+    if (resource.GetOwningFile() != nullptr || FindResource(resource.GetType(), resource.GetID()) != nullptr)
+        return kNqErrInvalidData;
+    const uint32 index = IndexOf(KeyOf(resource));
+    if (!fResources.AddElem(&resource))
+        return kNqErrOutOfMemory;
+    std::rotate(fResources.Begin() + index, fResources.Begin() + CountAllResources() - 1,
+                fResources.Begin() + CountAllResources());
+    resource.AddRef();
+    Own(resource);
+    return kNqNoErr;
+}
+
+NqErr TNqHostResourceFile::RemoveResource(FourCharT type, int16 id)
+{
+    TNqResource* const resource = FindResource(type, id);
+    if (resource == nullptr)
+        return kNqErrInvalidData;
+    TNqResource** const at = fResources.Begin() + IndexOf(KeyOf(type, id));
+    std::copy(at + 1, fResources.Begin() + CountAllResources(), at);
+    fResources.SetElemCount(CountAllResources() - 1);
+    Disown(*resource);
+    resource->Release();
+    return kNqNoErr;
+}
+
+TNqResource* TNqHostResourceFile::GetResource(uint32 index) const
+{
+    return index < CountAllResources() ? fResources[index] : nullptr;
+}
+
+TNqResource* TNqHostResourceFile::FindResource(FourCharT type, int16 id)
+{
+    TNqResource* const found = GetResource(IndexOf(KeyOf(type, id)));
+    return found != nullptr && found->GetType() == type && found->GetID() == id ? found : nullptr;
+}
+
+TNqResource* TNqHostResourceFile::FindResource(FourCharT type, const TNqString& name)
+{
+    const auto bytesOf = [](const TNqString& text) { return text.ByteLength() != 0 ? text.StrGet() : ""; };
+    for (uint32 i = 0; TNqResource* const resource = GetResource(type, i); ++i)
+    {
+        const TNqString& candidate = resource->GetName();
+        if (candidate.ByteLength() == name.ByteLength() &&
+            std::memcmp(bytesOf(candidate), bytesOf(name), name.ByteLength()) == 0)
+            return resource;
+    }
+    return nullptr;
+}
+
+boolean TNqHostResourceFile::GetFirstType(FourCharT& outType)
+{
+    if (CountAllResources() == 0)
+        return false;
+    outType = fResources[0]->GetType();
+    return true;
+}
+
+boolean TNqHostResourceFile::GetNextType(FourCharT& ioType)
+{
+    const TNqResource* const next = GetResource(IndexOf(KeyOf(ioType, 0) + 0x8000));
+    if (next == nullptr)
+        return false;
+    ioType = next->GetType();
+    return true;
+}
+
+uint32 TNqHostResourceFile::CountResources(FourCharT type)
+{
+    const int64 first = KeyOf(type, 0) - 0x8000;
+    return IndexOf(first + 0x10000) - IndexOf(first);
+}
+
+TNqResource* TNqHostResourceFile::GetResource(FourCharT type, uint32 index)
+{
+    TNqResource* const found = index < 0x10000 ? GetResource(IndexOf(KeyOf(type, 0) - 0x8000) + index) : nullptr;
+    return found != nullptr && found->GetType() == type ? found : nullptr;
+}

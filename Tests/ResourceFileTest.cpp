@@ -1,0 +1,281 @@
+// Resource files: bytes, refusals, and what is left when a save fails.
+
+#include "NqCore/PublicAPI/NqResourceStream.h"
+#include "NqHost/PublicAPI/NqHostResourceFile.h"
+#include "Tests/FailingCalls.h"
+#include "Tests/ResourceBytes.h"
+
+#include <map>
+
+using namespace std::string_literals;
+
+namespace
+{
+
+constexpr FourCharT kDlog = NqFourChar("DLOG");
+constexpr FourCharT kIcon = NqFourChar("ICON");
+
+class ResourceFile : public FolderTest
+{
+protected:
+    // A resource in the file; null when it was not taken.
+    static TNqResource* Add(TNqHostResourceFile& file, FourCharT type, int id, const char* name,
+                            const std::string& data = {}, const TTexts* strings = nullptr)
+    {
+        TNqCountedPtr<TNqResource> resource;
+        *&resource = new TNqResource(type, static_cast<int16>(id), TNqString255(name));
+        resource->SetData(data.data(), static_cast<uint32>(data.size()));
+        TNqCountedPtr<TResourceStrings> table;
+        if (strings != nullptr)
+        {
+            TResourceStrings::Create(&table);
+            for (const std::string& text : *strings)
+                table->AddElem(TNqDynamicString(text.c_str()));
+            resource->SetLocalizedStrings(table);
+        }
+        return file.AddResource(*resource) == kNqNoErr ? resource : nullptr;
+    }
+
+    static std::string BytesOf(const TNqHostResourceFile& file)
+    {
+        TNqByteSwapStream out;
+        TNqDynamicString reason;
+        EXPECT_EQ(file.WriteBytes(out, reason), kNqNoErr) << reason.StrGet();
+        const size_t size = static_cast<size_t>(out.pcount());
+        int8* const block = out.str();
+        const std::string bytes(block, size);
+        Nqfree(block);
+        return bytes;
+    }
+
+    // The reason why the bytes are refused, "" when they are not.
+    static std::string Refusal(const std::string& bytes)
+    {
+        TNqHostResourceFile file;
+        Add(file, kIcon, 7, "stays");
+        TNqDynamicString reason;
+        const NqErr error = file.ReadBytes(bytes.data(), static_cast<uint32>(bytes.size()), reason);
+        EXPECT_TRUE(error == kNqNoErr || error == kNqErrFormat);
+        EXPECT_EQ(error == kNqNoErr, reason.ByteLength() == 0);
+        EXPECT_TRUE(error == kNqNoErr || (file.CountAllResources() == 1 && file.FindResource(kIcon, 7) != nullptr));
+        return reason.StrGet();
+    }
+};
+
+// Two resources, 106 bytes: the header, two entries, and the bodies at 76 and 103.
+const std::string kTwo = Sealed("DLOG\0\x80\1\5\0\0\0\7\0\0\0\x4C\0\0\0\4\0\0\0\2\0\0\0\x12"
+                                "ICON\xFF\xFF\0\0\x80\0\0\0\0\0\0\x67\0\0\0\3\0\0\0\0\0\0\0\0"
+                                "About\1\2\3\4\0\0\0\3One\0\0\0\7Zw\xC3\xB6lfeabc"s,
+                                2);
+
+} // namespace
+
+TEST_F(ResourceFile, HasTheseBytes)
+{
+    TNqHostResourceFile file;
+    Add(file, kIcon, -1, "", "abc")->SetAttributes(std::numeric_limits<int32>::min());
+    const TTexts strings = {"One", "Zw\xC3\xB6lfe"};
+    Add(file, kDlog, 128, "About", "\1\2\3\4", &strings)->SetAttributes(7);
+    EXPECT_EQ(Hexadecimal(BytesOf(file)), Hexadecimal(kTwo));
+    EXPECT_EQ(Refusal(kTwo), "");
+    EXPECT_EQ(BytesOf(TNqHostResourceFile()), Sealed("", 0));
+}
+
+TEST_F(ResourceFile, RefusesEveryCutAndEveryWrongField)
+{
+    for (size_t length = 0; length < kTwo.size(); ++length)
+        EXPECT_NE(Refusal(kTwo.substr(0, length)), "") << length;
+    for (size_t at = 0; at < kTwo.size(); ++at)
+    {
+        std::string damaged = kTwo;
+        damaged[at] ^= 0x10;
+        EXPECT_NE(Refusal(damaged), "") << at;
+    }
+    // Damage under a right checksum: where, four bytes (or as many as there are), and what is said of it.
+    static const std::tuple<size_t, std::string, const char*> kCases[] = {
+        {0, "NqRt"s, "no resource file: it does not begin with \"NqRs\""},
+        {4, "\0\0\0\2"s, "has version 2; this program reads version 1"},
+        {8, "\x80\0\0\0"s, "is cut: 106 of 2147483648 bytes are there"},
+        {8, "\0\0\0\x60"s, "has 10 bytes behind its end at 96"},
+        {16, "\x80\0\0\0"s, "says that it has 2147483648 resources, which 106 bytes cannot hold"},
+        {16, "\0\0\0\1"s, "resource DLOG 128: begins at byte 76, where the one before ends at 48"},
+        {26, "\3"s, "resource DLOG 128: has unknown flags 0x03"},
+        {26, "\0"s, "resource DLOG 128: strings without a table"},
+        {27, "\6"s, "resource DLOG 128: its string 0 does not fit its table"},
+        {36, "\x80\0\0\0"s, "resource DLOG 128: its 2147483671 bytes from 76 on do not fit the file of 106"},
+        {40, "\0\0\0\3"s, "resource DLOG 128: its string 2 does not fit its table"},
+        {40, "\0\0\0\1"s, "resource DLOG 128: 11 bytes behind its last string"},
+        {40, "\xFF\xFF\xFF\xFF"s, "resource DLOG 128: its string 2 does not fit its table"},
+        {44, "\xFF\xFF\xFF\xFF"s, "resource DLOG 128: its 4294967304 bytes from 76 on do not fit the file of 106"},
+        {48, "DLOG\0\x80"s, "resource DLOG 128: is there twice"},
+        {48, "DLOG\0\x7F"s, "resource DLOG 127: stands behind one that sorts after it"},
+        {60, "\0\0\0\x50"s, "resource ICON -1: begins at byte 80, where the one before ends at 103"},
+        {64, "\0\0\0\2"s, "bytes 105 to 106 belong to no resource"},
+        {78, "\0"s, "resource DLOG 128: a zero byte in its name"},
+        {89, "\0"s, "resource DLOG 128: a zero byte in its string 0"},
+        {87, "\0\x12"s, "resource DLOG 128: its string 0 does not fit its table"},
+    };
+    for (const auto& [at, bytes, reason] : kCases)
+    {
+        std::string damaged = kTwo;
+        damaged.replace(at, bytes.size(), bytes);
+        EXPECT_EQ(Refusal(Resealed(damaged)), reason);
+    }
+}
+
+// Random adding, removing, changing and finding against a map, and the bytes there and back.
+TEST_F(ResourceFile, RandomOperations)
+{
+    struct TModel
+    {
+        std::string fName, fData;
+        int32 fAttributes;
+    };
+    using TKey = std::pair<FourCharT, int16>;
+    static constexpr FourCharT kTypes[] = {0, kDlog, kIcon, 0xFFFFFFFF};
+    static constexpr int16 kNumbers[] = {-32768, -1, 0, 1, 2, 32767};
+    TRandom random(7);
+    TNqHostResourceFile file;
+    std::map<TKey, TModel> model;
+    for (int i = 0; i < 4000; ++i)
+    {
+        const TKey key{kTypes[random.Below(4)], kNumbers[random.Below(6)]};
+        const std::string name(static_cast<size_t>(random.Below(3)), "ab"[random.Below(2)]);
+        const std::string data(static_cast<size_t>(random.Below(9)), static_cast<char>(random()));
+        TNqResource* const found = file.FindResource(key.first, key.second);
+        const auto there = model.find(key);
+        ASSERT_EQ(found != nullptr, there != model.end());
+        if (random.OneIn(2))
+        {
+            ASSERT_EQ(Add(file, key.first, key.second, name.c_str(), data) != nullptr,
+                      model.insert({key, {name, data, 0}}).second);
+        }
+        else if (random.OneIn(2))
+            ASSERT_EQ(file.RemoveResource(key.first, key.second) == kNqNoErr, model.erase(key) == 1);
+        else if (found != nullptr)
+        {
+            there->second = {name, data, random.Below(99)};
+            found->SetName(TNqString31(name.c_str()));
+            found->SetData(data.data(), static_cast<uint32>(data.size()));
+            found->SetAttributes(there->second.fAttributes);
+        }
+        const bool named =
+            std::any_of(model.begin(), model.end(),
+                        [&](const auto& elem) { return elem.first.first == key.first && elem.second.fName == name; });
+        ASSERT_EQ(file.FindResource(key.first, TNqString31(name.c_str())) != nullptr, named);
+        if (i % 50 != 0)
+            continue;
+
+        const std::string bytes = BytesOf(file);
+        TNqHostResourceFile copy;
+        TNqDynamicString reason;
+        ASSERT_EQ(copy.ReadBytes(bytes.data(), static_cast<uint32>(bytes.size()), reason), 0) << reason.StrGet();
+        ASSERT_EQ(BytesOf(copy), bytes);
+        auto elem = model.begin();
+        FourCharT type;
+        for (boolean more = copy.GetFirstType(type); more; more = copy.GetNextType(type))
+            for (uint32 n = 0; const TNqResource* resource = copy.GetResource(type, n); ++n, ++elem)
+            {
+                ASSERT_LT(n, copy.CountResources(type));
+                ASSERT_NE(elem, model.end());
+                ASSERT_EQ(TKey(resource->GetType(), resource->GetID()), elem->first);
+                ASSERT_EQ(resource->GetName().StrGet(), elem->second.fName);
+                ASSERT_EQ(std::string(resource->GetData(), resource->GetSize()), elem->second.fData);
+                ASSERT_EQ(resource->GetAttributes(), elem->second.fAttributes);
+            }
+        ASSERT_EQ(elem, model.end());
+    }
+}
+
+TEST_F(ResourceFile, KeepsResourcesForWhoHoldsThem)
+{
+    TNqCountedPtr<TNqResource> held;
+    {
+        TNqHostResourceFile file;
+        TNqHostResourceFile other;
+        held = Add(file, kDlog, 1, "held", "data");
+        EXPECT_TRUE(held->GetOwningFile() == &file && other.AddResource(*held) == kNqErrInvalidData);
+    }
+    EXPECT_TRUE(held->GetOwningFile() == nullptr && held->GetSize() == 4);
+    TNqHostResourceFile again;
+    EXPECT_EQ(again.AddResource(*held), kNqNoErr);
+    held->SetName(TNqString31("a\0b", 3));
+    TNqByteSwapStream out;
+    TNqDynamicString reason;
+    EXPECT_EQ(again.WriteBytes(out, reason), kNqErrInvalidData);
+    EXPECT_STREQ(reason.StrGet(), "resource DLOG 1: a zero byte in its name");
+    EXPECT_EQ(out.tell(), 0);
+}
+
+// Whatever call of the system fails, and however far it got: the old file or the new one, and nothing beside it.
+TEST_F(ResourceFile, SaveReplacesTheFileOrLeavesIt)
+{
+    TNqHostResourceFile file;
+    Add(file, kDlog, 1, "new", std::string(9000, 'n'));
+    const auto restore = [this]
+    {
+        const std::string name = Put("kept.nqr", kTwo);
+        std::filesystem::permissions(name, std::filesystem::perms(0640));
+        return name;
+    };
+    const std::string path = restore();
+    std::filesystem::create_symlink("kept.nqr", Path("link.nqr"));
+    TNqDynamicString reason;
+    for (int call = 1;; ++call)
+    {
+        FailCall(call);
+        const NqErr error = file.Write(Path("link.nqr").c_str(), reason);
+        const bool reached = CallsMade() >= call;
+        FailCall(0);
+        ASSERT_EQ(std::distance(std::filesystem::directory_iterator(fFolder), {}), 2);
+        ASSERT_EQ(ReadAll(path), error == 0 ? BytesOf(file) : kTwo) << call;
+        if (error != 0)
+        {
+            ASSERT_STREQ(reason.StrGet(), "Input/output error");
+        }
+        if (!reached)
+        {
+            EXPECT_TRUE(error == 0 && call > 5);
+            break;
+        }
+        restore();
+    }
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0640));
+    TNqHostResourceFile back;
+    EXPECT_EQ(back.Read(path.c_str(), reason), 0);
+    EXPECT_EQ(BytesOf(back), BytesOf(file));
+
+    EXPECT_EQ(back.Read(Path("none").c_str(), reason), kNqErrFileNotFound);
+    EXPECT_STREQ(reason.StrGet(), "there is no such file");
+    EXPECT_NE(back.Read(fFolder.c_str(), reason), 0);
+    EXPECT_NE(file.Write(fFolder.c_str(), reason), 0);
+    EXPECT_STREQ(reason.StrGet(), "Is a directory");
+    EXPECT_EQ(file.Write(Path("none/x").c_str(), reason), kNqErrFileNotFound);
+    EXPECT_EQ(back.CountAllResources(), 1u);
+    TakeReports(); // the host tells of files that do not open
+}
+
+TEST_F(ResourceFile, WithoutMemory)
+{
+    const std::string path = Put("two.nqr", kTwo);
+    TNqHostResourceFile file;
+    Add(file, kIcon, 7, "stays");
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            TNqDynamicString reason;
+            const NqErr error = file.Read(path.c_str(), reason);
+            EXPECT_EQ(file.CountAllResources(), error == 0 ? 2u : 1u);
+            TNqByteSwapStream out;
+            if (error == 0 && file.WriteBytes(out, reason) == 0)
+            {
+                EXPECT_EQ(out.pcount(), static_cast<int32>(kTwo.size()));
+            }
+        },
+        [&]
+        {
+            TNqDynamicString reason;
+            file.ReadBytes(Sealed("ICON\0\7\0\0\0\0\0\0\0\0\0\x30\0\0\0\0\0\0\0\0\0\0\0\0"s, 1).data(), 48, reason);
+            EXPECT_EQ(file.CountAllResources(), 1u);
+        });
+}
