@@ -23,15 +23,16 @@ void Numbers(const uint8* data, size_t size);     // the scanners of the streams
 void Writers(const uint8* data, size_t size);     // every writer, on every kind of stream
 void Strings(const uint8* data, size_t size);     // editing, searching, converting
 void Transcoders(const uint8* data, size_t size); // bytes to characters and back
+void Resources(const uint8* data, size_t size);   // resource files, there and back
 
 struct TTarget
 {
     const char* fName;
     void (*fRun)(const uint8* data, size_t size);
 };
-constexpr TTarget kTargets[] = {{"tokens", Tokens},          {"payloads", Payloads}, {"extraction", Extraction},
-                                {"numbers", Numbers},        {"writers", Writers},   {"strings", Strings},
-                                {"transcoders", Transcoders}};
+constexpr TTarget kTargets[] = {{"tokens", Tokens},           {"payloads", Payloads},  {"extraction", Extraction},
+                                {"numbers", Numbers},         {"writers", Writers},    {"strings", Strings},
+                                {"transcoders", Transcoders}, {"resources", Resources}};
 
 inline void Require(bool holds, const std::string& promise)
 {

@@ -1,9 +1,10 @@
 // Resource files: bytes, refusals, and what is left when a save fails.
 
+#include "Fuzz/ResourceBytes.h"
 #include "NqCore/PublicAPI/NqResourceStream.h"
 #include "NqHost/PublicAPI/NqHostResourceFile.h"
 #include "Tests/FailingCalls.h"
-#include "Tests/ResourceBytes.h"
+#include "Tests/TestHost.h"
 
 #include <map>
 
@@ -62,11 +63,7 @@ protected:
     }
 };
 
-// Two resources, 106 bytes: the header, two entries, and the bodies at 76 and 103.
-const std::string kTwo = Sealed("DLOG\0\x80\1\5\0\0\0\7\0\0\0\x4C\0\0\0\4\0\0\0\2\0\0\0\x12"
-                                "ICON\xFF\xFF\0\0\x80\0\0\0\0\0\0\x67\0\0\0\3\0\0\0\0\0\0\0\0"
-                                "About\1\2\3\4\0\0\0\3One\0\0\0\7Zw\xC3\xB6lfeabc"s,
-                                2);
+const std::string kTwo = NqFuzz::TwoResources();
 
 } // namespace
 
@@ -76,9 +73,9 @@ TEST_F(ResourceFile, HasTheseBytes)
     Add(file, kIcon, -1, "", "abc")->SetAttributes(std::numeric_limits<int32>::min());
     const TTexts strings = {"One", "Zw\xC3\xB6lfe"};
     Add(file, kDlog, 128, "About", "\1\2\3\4", &strings)->SetAttributes(7);
-    EXPECT_EQ(Hexadecimal(BytesOf(file)), Hexadecimal(kTwo));
+    EXPECT_EQ(BytesOf(file), kTwo);
     EXPECT_EQ(Refusal(kTwo), "");
-    EXPECT_EQ(BytesOf(TNqHostResourceFile()), Sealed("", 0));
+    EXPECT_EQ(BytesOf(TNqHostResourceFile()), NqFuzz::Sealed("", 0));
 }
 
 TEST_F(ResourceFile, RefusesEveryCutAndEveryWrongField)
@@ -119,7 +116,7 @@ TEST_F(ResourceFile, RefusesEveryCutAndEveryWrongField)
     {
         std::string damaged = kTwo;
         damaged.replace(at, bytes.size(), bytes);
-        EXPECT_EQ(Refusal(Resealed(damaged)), reason);
+        EXPECT_EQ(Refusal(NqFuzz::Resealed(damaged)), reason);
     }
 }
 
@@ -275,7 +272,8 @@ TEST_F(ResourceFile, WithoutMemory)
         [&]
         {
             TNqDynamicString reason;
-            file.ReadBytes(Sealed("ICON\0\7\0\0\0\0\0\0\0\0\0\x30\0\0\0\0\0\0\0\0\0\0\0\0"s, 1).data(), 48, reason);
+            file.ReadBytes(NqFuzz::Sealed("ICON\0\7\0\0\0\0\0\0\0\0\0\x30\0\0\0\0\0\0\0\0\0\0\0\0"s, 1).data(), 48,
+                           reason);
             EXPECT_EQ(file.CountAllResources(), 1u);
         });
 }

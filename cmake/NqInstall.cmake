@@ -12,9 +12,9 @@ install(TARGETS NqPlatform NqCore NqHostServices Host EXPORT NqCoreTargets
 install(EXPORT NqCoreTargets NAMESPACE Nq:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NqCore)
 
 configure_package_config_file(cmake/NqCoreConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/NqCoreConfig.cmake
-                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NqCore)
+                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NqCore PATH_VARS CMAKE_INSTALL_BINDIR)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/NqCoreConfigVersion.cmake COMPATIBILITY SameMinorVersion)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/NqCoreConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/NqCoreConfigVersion.cmake
+install(FILES cmake/NqCoreResources.cmake ${CMAKE_CURRENT_BINARY_DIR}/NqCoreConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/NqCoreConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/NqCore)
 
 configure_file(cmake/nqcore.pc.in ${CMAKE_CURRENT_BINARY_DIR}/nqcore.pc @ONLY)

@@ -63,7 +63,3 @@ ISMPJobWorkers* NqHostGetPool();
 void NqHostRequestAbort(bool inAbort);
 const TNqAbortFlag* NqHostGetAbortFlag();
 void NqHostSetAbortFlag(const TNqAbortFlag* inFlag);
-
-// Puts these bytes in place of what the file holds, at once and on the disk, or leaves it as it is. 0, or the system's
-// error.
-int NqHostReplaceFile(const char* inPath, const int8* inData, uint32 inSize);

@@ -2,16 +2,13 @@
 
 #include "NqHost/PublicAPI/NqHostResourceFile.h"
 
-#include "NqCore/PublicAPI/INqFile.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqCore/PublicAPI/NqResourceStream.h"
-#include "NqCore/PublicAPI/NqSafeGUID.h"
-#include "NqHost/Source/NqHostInternal.h"
+#include "NqHost/PublicAPI/NqHostFiles.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -331,33 +328,6 @@ void ReleaseResources(TNqPtrArray<TNqResource>& resources)
     resources.SetElemCount(0);
 }
 
-// All bytes of a file, in a block that the caller frees.
-NqErr LoadFile(const char* inPath, int8*& outBytes, uint32& outSize)
-{
-    TNqCountedPtr<INqUnknown> object;
-    gFileUtilities->CreateFileObject(&object);
-    TNqCountedPtr<INqFile> file;
-    if (!object || object->QueryInterface(IID_INqFile, reinterpret_cast<void**>(&file)) != kNqNoErr)
-        return kNqErrOutOfMemory;
-    NqErr error = file->SetFileName(TNqDynamicString(inPath), 0);
-    if (error == kNqNoErr)
-        error = file->SetPermission(eRead);
-    if (error == kNqNoErr)
-        error = file->Open();
-    if (error != kNqNoErr)
-        return error;
-    error = file->GetSize(&outSize);
-    if (error == kNqNoErr && (outBytes = static_cast<int8*>(Nqmalloc(std::max<uint32>(outSize, 1)))) == nullptr)
-        error = kNqErrOutOfMemory;
-    uint32 done = 0;
-    if (error == kNqNoErr)
-        error = file->Read(outBytes, outSize, &done);
-    if (error == kNqNoErr && done != outSize)
-        error = kNqErrEndOfFile;
-    file->Close();
-    return error;
-}
-
 } // namespace
 
 TNqHostResourceFile::~TNqHostResourceFile()
@@ -406,14 +376,8 @@ NqErr TNqHostResourceFile::Read(const char* path, TNqString& outReason)
 {
     int8* bytes = nullptr;
     uint32 size = 0;
-    NqErr error = LoadFile(path, bytes, size);
-    if (error == kNqErrFileNotFound)
-        Refuse(outReason, error, "there is no such file");
-    else if (error == kNqErrOutOfMemory)
-        NoMemory(outReason);
-    else if (error != kNqNoErr)
-        Refuse(outReason, error, "cannot be read");
-    else
+    NqErr error = NqHostLoadFile(path, bytes, size, outReason);
+    if (error == kNqNoErr)
         error = ReadBytes(bytes, size, outReason);
     Nqfree(bytes);
     return error;
@@ -452,17 +416,14 @@ NqErr TNqHostResourceFile::WriteBytes(TNqByteSwapStream& out, TNqString& outReas
 NqErr TNqHostResourceFile::Write(const char* path, TNqString& outReason) const
 {
     TNqByteSwapStream out;
-    const NqErr error = WriteBytes(out, outReason);
+    NqErr error = WriteBytes(out, outReason);
     if (error != kNqNoErr)
         return error;
     const uint32 size = static_cast<uint32>(out.pcount());
     int8* const bytes = out.str();
-    const int systemError = NqHostReplaceFile(path, bytes, size);
+    error = NqHostReplaceFile(path, bytes, size, outReason);
     Nqfree(bytes);
-    if (systemError != 0)
-        return Refuse(outReason, systemError == ENOENT ? kNqErrFileNotFound : kNqErrInvalidData, "%s",
-                      std::strerror(systemError));
-    return kNqNoErr;
+    return error;
 }
 
 // ---- Finding and changing ------------------------------------------------------------------------------------------

@@ -1,10 +1,15 @@
-// Replacing a file as a whole or not at all.
+// Reading and replacing files as a whole, or not at all.
 
-#include "NqCore/PublicAPI/NqException.h"
-#include "NqHost/Source/NqHostInternal.h"
+#include "NqHost/PublicAPI/NqHostFiles.h"
 
+#include "NqCore/PublicAPI/INqFile.h"
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqCore/PublicAPI/NqSafeGUID.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <new>
@@ -73,10 +78,8 @@ bool WriteBeside(int inDescriptor, mode_t inMode, const int8* inData, size_t inS
     return written && closed;
 }
 
-} // namespace
-
-int NqHostReplaceFile(const char* inPath, const int8* inData, uint32 inSize)
-try
+// Returns 0 or the system's error.
+int Replace(const char* inPath, const int8* inData, uint32 inSize)
 {
     const std::string target = TargetOf(inPath);
     mode_t mode = 0;
@@ -101,7 +104,63 @@ try
     }
     return 0;
 }
-catch (const std::bad_alloc&)
+
+NqErr Load(INqFile& file, const char* inPath, int8*& outBytes, uint32& outSize)
 {
-    return ENOMEM;
+    NqErr error = file.SetFileName(TNqDynamicString(inPath), 0);
+    if (error == kNqNoErr)
+        error = file.SetPermission(eRead);
+    if (error == kNqNoErr)
+        error = file.Open();
+    if (error != kNqNoErr)
+        return error;
+    error = file.GetSize(&outSize);
+    if (error == kNqNoErr && (outBytes = static_cast<int8*>(Nqmalloc(std::max<uint32>(outSize, 1)))) == nullptr)
+        error = kNqErrOutOfMemory;
+    uint32 done = 0;
+    if (error == kNqNoErr)
+        error = file.Read(outBytes, outSize, &done);
+    if (error == kNqNoErr && done != outSize)
+        error = kNqErrInvalidData;
+    file.Close();
+    return error;
+}
+
+} // namespace
+
+NqErr NqHostLoadFile(const char* path, int8*& outBytes, uint32& outSize, TNqString& outReason)
+{
+    outBytes = nullptr;
+    outSize = 0;
+    TNqCountedPtr<INqUnknown> object;
+    gFileUtilities->CreateFileObject(&object);
+    TNqCountedPtr<INqFile> file;
+    NqErr error = kNqErrOutOfMemory;
+    if (object != nullptr && object->QueryInterface(IID_INqFile, reinterpret_cast<void**>(&file)) == kNqNoErr)
+        error = Load(*file, path, outBytes, outSize);
+    if (error == kNqNoErr)
+        return kNqNoErr;
+    Nqfree(outBytes);
+    outBytes = nullptr;
+    outSize = 0;
+    outReason.FromCPtr(error == kNqErrFileNotFound  ? "there is no such file"
+                       : error == kNqErrOutOfMemory ? "out of memory"
+                                                    : "is not a file of less than 2^31 bytes that may be read");
+    return error == kNqErrFileNotFound || error == kNqErrOutOfMemory ? error : kNqErrInvalidData;
+}
+
+NqErr NqHostReplaceFile(const char* path, const int8* bytes, uint32 size, TNqString& outReason)
+{
+    int error = ENOMEM;
+    try
+    {
+        error = Replace(path, bytes, size);
+    }
+    catch (const std::bad_alloc&) // a path
+    {
+    }
+    if (error == 0)
+        return kNqNoErr;
+    outReason.FromCPtr(std::strerror(error));
+    return error == ENOENT ? kNqErrFileNotFound : error == ENOMEM ? kNqErrOutOfMemory : kNqErrInvalidData;
 }

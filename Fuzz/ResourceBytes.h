@@ -1,17 +1,13 @@
-// The frame of resource files, made apart from the code that is tested.
+// The frame of resource files, made apart from the code that reads them.
 
 #pragma once
 
-#include "Tests/TestHost.h"
+#include "NqCore/PublicAPI/NqBasicTypes.h"
 
-inline std::string Hexadecimal(const std::string& bytes)
+#include <string>
+
+namespace NqFuzz
 {
-    std::string digits;
-    for (const unsigned char byte : bytes)
-        for (const int digit : {byte >> 4, byte & 15})
-            digits += "0123456789ABCDEF"[digit];
-    return digits;
-}
 
 inline std::string BigEndian(uint32 value)
 {
@@ -41,3 +37,15 @@ inline std::string Sealed(const std::string& rest, uint32 count)
     return Resealed("NqRs\0\0\0\1"s + BigEndian(static_cast<uint32>(20 + rest.size())) + "\0\0\0\0"s +
                     BigEndian(count) + rest);
 }
+
+// Two resources, 106 bytes: the header, two entries, and the bodies at 76 and 103.
+inline std::string TwoResources()
+{
+    using namespace std::string_literals;
+    return Sealed("DLOG\0\x80\1\5\0\0\0\7\0\0\0\x4C\0\0\0\4\0\0\0\2\0\0\0\x12"
+                  "ICON\xFF\xFF\0\0\x80\0\0\0\0\0\0\x67\0\0\0\3\0\0\0\0\0\0\0\0"
+                  "About\1\2\3\4\0\0\0\3One\0\0\0\7Zw\xC3\xB6lfeabc"s,
+                  2);
+}
+
+} // namespace NqFuzz

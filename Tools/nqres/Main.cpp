@@ -1,0 +1,312 @@
+// nqres: makes resource files from text, shows them, and takes their strings to translators and back.
+
+#include "Tools/nqres/Build.h"
+#include "Tools/nqres/Strings.h"
+
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqCore/PublicAPI/NqResourceStream.h"
+#include "NqHost/PublicAPI/NqHost.h"
+#include "NqHost/PublicAPI/NqHostFiles.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <new>
+
+using namespace nqres;
+using nqtoken::AtFault;
+using nqtoken::Trouble;
+
+namespace
+{
+
+// ---- Files ---------------------------------------------------------------------------------------------------------
+
+using Bytes = std::unique_ptr<int8, decltype(&Nqfree)>;
+
+// A block of a text needs room for one line end more.
+constexpr uint32 kLargestText = 0x7FFFFFFE;
+
+Outcome Load(const std::string& inPath, Bytes& outBytes, std::string_view& outText)
+{
+    int8* block = nullptr;
+    uint32 size = 0;
+    TNqDynamicString reason;
+    const NqErr error = NqHostLoadFile(inPath.c_str(), block, size, reason);
+    outBytes.reset(block);
+    outText = {block, size};
+    if (error != kNqNoErr)
+        return Trouble(fmt::format("{}: {}", inPath, reason.StrGet()));
+    return size <= kLargestText ? Outcome() : Trouble(fmt::format("{}: is too large", inPath));
+}
+
+// A signal that ends the program would leave a temporary file beside the target: it waits for the moment it takes.
+class WithoutSignals
+{
+public:
+    WithoutSignals()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, &fBefore);
+    }
+    ~WithoutSignals() { sigprocmask(SIG_SETMASK, &fBefore, nullptr); }
+    WithoutSignals(const WithoutSignals&) = delete;
+    WithoutSignals& operator=(const WithoutSignals&) = delete;
+
+private:
+    sigset_t fBefore = {};
+};
+
+Outcome Save(const std::string& inPath, const int8* inBytes, size_t inSize)
+{
+    if (inSize > kLargestText)
+        return Trouble(fmt::format("{}: would be too large", inPath));
+    const WithoutSignals quiet;
+    TNqDynamicString reason;
+    if (NqHostReplaceFile(inPath.c_str(), inBytes, static_cast<uint32>(inSize), reason) != kNqNoErr)
+        return Trouble(fmt::format("{}: {}", inPath, reason.StrGet()));
+    return {};
+}
+
+Outcome LoadResources(const std::string& inPath, TNqHostResourceFile& outFile)
+{
+    Bytes bytes(nullptr, &Nqfree);
+    std::string_view text;
+    Outcome outcome = Load(inPath, bytes, text);
+    TNqDynamicString reason;
+    if (outcome.Ok() && outFile.ReadBytes(text.data(), static_cast<uint32>(text.size()), reason) != kNqNoErr)
+        outcome = AtFault(fmt::format("{}: {}", inPath, reason.StrGet()));
+    return outcome;
+}
+
+Outcome SaveResources(const std::string& inPath, const TNqHostResourceFile& inFile)
+{
+    const WithoutSignals quiet;
+    TNqDynamicString reason;
+    if (inFile.Write(inPath.c_str(), reason) != kNqNoErr)
+        return Trouble(fmt::format("{}: {}", inPath, reason.StrGet()));
+    return {};
+}
+
+// The strings of a resource file, or of a text for translators.
+Outcome LoadStrings(const std::string& inPath, StringMap& outStrings)
+{
+    Bytes bytes(nullptr, &Nqfree);
+    std::string_view text;
+    Outcome outcome = Load(inPath, bytes, text);
+    if (!outcome.Ok())
+        return outcome;
+    if (text.substr(0, 4) != "NqRs")
+        return ParseStrings(inPath, text, outStrings);
+    TNqHostResourceFile file;
+    outcome = LoadResources(inPath, file);
+    outStrings = StringsOf(file);
+    return outcome;
+}
+
+Outcome Print(const std::string& inText)
+{
+    if (std::fwrite(inText.data(), 1, inText.size(), stdout) == inText.size() && std::fflush(stdout) == 0)
+        return {};
+    return Trouble("standard output could not be written");
+}
+
+void PutNote(const std::string& inText)
+{
+    std::fprintf(stderr, "nqres: %s\n", inText.c_str());
+}
+
+// ---- Commands ------------------------------------------------------------------------------------------------------
+
+struct Arguments
+{
+    std::string fInput;
+    std::string fStrings; // of import-strings and check; empty for none
+    std::string fTarget;
+};
+
+Outcome Build(const Arguments& inArguments)
+{
+    Bytes bytes(nullptr, &Nqfree);
+    std::string_view text;
+    Outcome outcome = Load(inArguments.fInput, bytes, text);
+    TNqHostResourceFile file;
+    if (outcome.Ok())
+        outcome = BuildResources(inArguments.fInput, text, file);
+    return outcome.Ok() ? SaveResources(inArguments.fTarget, file) : outcome;
+}
+
+Outcome Show(const Arguments& inArguments)
+{
+    TNqHostResourceFile file;
+    Outcome outcome = LoadResources(inArguments.fInput, file);
+    return outcome.Ok() ? Print(ShowResources(file)) : outcome;
+}
+
+Outcome Export(const Arguments& inArguments)
+{
+    TNqHostResourceFile file;
+    Outcome outcome = LoadResources(inArguments.fInput, file);
+    if (!outcome.Ok())
+        return outcome;
+    const std::string text = ExportStrings(file);
+    return Save(inArguments.fTarget, text.data(), text.size());
+}
+
+Outcome Import(const Arguments& inArguments)
+{
+    TNqHostResourceFile file;
+    StringMap strings;
+    size_t kept = 0;
+    Outcome outcome = LoadResources(inArguments.fInput, file);
+    if (outcome.Ok())
+        outcome = LoadStrings(inArguments.fStrings, strings);
+    if (outcome.Ok())
+        outcome = ImportStrings(inArguments.fStrings, strings, file, kept);
+    if (outcome.Ok())
+        outcome = SaveResources(inArguments.fTarget, file);
+    if (outcome.Ok() && kept != 0)
+        PutNote(fmt::format("{}: {} strings of {} are missing and stay as they are; \"nqres check {} --against {}\" "
+                            "lists them",
+                            inArguments.fStrings, kept, inArguments.fInput, inArguments.fInput, inArguments.fStrings));
+    return outcome;
+}
+
+Outcome Check(const Arguments& inArguments)
+{
+    TNqHostResourceFile file;
+    Outcome outcome = LoadResources(inArguments.fInput, file);
+    if (!outcome.Ok())
+        return outcome;
+    const StringMap original = StringsOf(file);
+    if (inArguments.fStrings.empty())
+        return Print(fmt::format("{}: {} resources, {} strings\n", inArguments.fInput, file.CountAllResources(),
+                                 original.size()));
+    StringMap translation;
+    outcome = LoadStrings(inArguments.fStrings, translation);
+    if (!outcome.Ok())
+        return outcome;
+    std::string text;
+    for (const std::string& fault : CompareStrings(original, translation, inArguments.fStrings))
+        text += fault + "\n";
+    if (text.empty())
+        return Print(fmt::format("{}: all {} strings are there\n", inArguments.fStrings, original.size()));
+    outcome = Print(text);
+    return outcome.Ok() ? AtFault({}) : outcome;
+}
+
+// ---- Command line --------------------------------------------------------------------------------------------------
+
+constexpr const char* kStatusText =
+    "Exit status: 0 done, 1 a file is at fault, 2 wrong usage or a file that could not be read or written.";
+
+using Command = Outcome (*)(const Arguments&);
+
+struct Description
+{
+    Command fRun;
+    const char* fName;
+    const char* fWhat;
+    const char* fInput;
+    const char* fInputWhat;
+    const char* fStringsWhat; // null when the command takes none
+    const char* fTargetWhat;  // null when it writes no file
+    const char* fExample;
+};
+
+constexpr Description kCommands[] = {
+    {Build, "build", "Make a resource file from text", "TEXT", "text form of the resources", nullptr,
+     "resource file to write", "nqres build types.txt -o types.nqr"},
+    {Show, "show", "Print the text that builds a resource file", "FILE", "resource file to read", nullptr, nullptr,
+     "nqres show types.nqr"},
+    {Export, "export-strings", "Write the strings of a resource file for translators", "FILE", "resource file to read",
+     nullptr, "strings to write, one a line", "nqres export-strings types.nqr -o types.strings"},
+    {Import, "import-strings", "Make a resource file with other strings", "FILE",
+     "resource file that the strings were exported from", "translated strings, or a resource file with them",
+     "resource file to write", "nqres import-strings types.nqr types.de.strings -o types.de.nqr"},
+    {Check, "check", "Check a resource file, or a translation of its strings", "FILE", "resource file to read",
+     "find what is missing, surplus or empty in these strings, or in this resource file", nullptr,
+     "nqres check types.nqr --against types.de.strings"},
+};
+
+void Describe(const Description& inCommand, CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand(inCommand.fName, inCommand.fWhat);
+    command->add_option(inCommand.fInput, outArguments.fInput, inCommand.fInputWhat)->required();
+    if (inCommand.fStringsWhat != nullptr && inCommand.fTargetWhat != nullptr)
+        command->add_option("STRINGS", outArguments.fStrings, inCommand.fStringsWhat)->required();
+    else if (inCommand.fStringsWhat != nullptr)
+        command->add_option("--against", outArguments.fStrings, inCommand.fStringsWhat)->type_name("OTHER");
+    if (inCommand.fTargetWhat != nullptr)
+        command->add_option("-o,--output", outArguments.fTarget, inCommand.fTargetWhat)
+            ->required()
+            ->type_name("TARGET");
+    command->footer(fmt::format("Example: {}\n{}", inCommand.fExample, kStatusText));
+}
+
+int Finish(const Outcome& inOutcome)
+{
+    if (!inOutcome.Text().empty())
+        PutNote(inOutcome.Text());
+    return inOutcome.Status();
+}
+
+int Run(int inCount, char** inArguments)
+{
+    CLI::App app("Makes resource files from text, shows them, and takes their strings to translators and back.",
+                 "nqres");
+    app.set_version_flag("--version", "nqres " NQRES_VERSION);
+    app.require_subcommand(1);
+    app.footer("\"nqres COMMAND --help\" tells more about each, with an example.");
+    Arguments arguments;
+    for (const Description& command : kCommands)
+        Describe(command, app, arguments);
+    try
+    {
+        app.parse(inCount, inArguments);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        std::ostringstream out;
+        std::ostringstream err;
+        if (app.exit(error, out, err) == 0)
+            return Finish(Print(out.str()));
+        return Finish(Trouble(fmt::format("{}; see \"nqres --help\"", error.what())));
+    }
+    for (const Description& command : kCommands)
+        if (app.got_subcommand(command.fName))
+            return Finish(command.fRun(arguments));
+    return nqtoken::kTrouble;
+}
+
+// Faults are told in the tool's own words.
+void IgnoreReport(void*, const char*, unsigned int, const char*) {}
+
+} // namespace
+
+int main(int inCount, char** inArguments)
+{
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    TNqHostOptions options;
+    options.fWorkerCount = 1;
+    options.fReportHandler = IgnoreReport;
+    const TNqHost host(options);
+    try
+    {
+        return Run(inCount, inArguments);
+    }
+    catch (const std::bad_alloc&)
+    {
+        PutNote("out of memory");
+    }
+    catch (const TNqException& error)
+    {
+        PutNote(fmt::format("error 0x{:08X}", static_cast<uint32>(error.GetError())));
+    }
+    return nqtoken::kTrouble;
+}
