@@ -6,13 +6,15 @@
 
 #include "Tools/nqtoken/Check.h"
 #include "Tools/nqtoken/Guard.h"
-#include "Tools/nqtoken/Output.h"
+#include "Tools/nqtoken/OrderedOutput.h"
 #include "Tools/nqtoken/Reports.h"
 #include "Tools/nqtoken/SceneReader.h"
 #include "Tools/nqtoken/SceneWriter.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
+#include <map>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -49,33 +51,38 @@ protected:
         fs::create_directory(Path("io"));
     }
 
-    // Runs the tool in the test's folder. inPrepare is called in the new process, before the tool takes its place.
-    TRun Run(const std::vector<std::string>& inArguments, const std::string& inInput = {},
-             void (*inPrepare)() = nullptr) const
+    // Starts the tool in the test's folder. inPrepare is called in the new process, before the tool takes its place.
+    pid_t Start(const TTexts& inArguments, const std::function<void()>& inPrepare) const
+    {
+        for (const char* stale : {"io/out", "io/err"})
+            fs::remove(Path(stale));
+        const pid_t child = fork();
+        if (child != 0)
+            return child;
+        const auto open = [this](const char* name, int flags, int descriptor)
+        { dup2(::open(Path(name).c_str(), flags, 0600), descriptor); };
+        open("io/in", O_RDONLY, STDIN_FILENO);
+        open("io/out", O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
+        open("io/err", O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
+        std::vector<char*> arguments = {const_cast<char*>("nqtoken")};
+        for (const std::string& argument : inArguments)
+            arguments.push_back(const_cast<char*>(argument.c_str()));
+        arguments.push_back(nullptr);
+        const std::string tool = fs::absolute(NQTOKEN_PATH);
+        if (chdir(fFolder.c_str()) != 0)
+            _exit(99);
+        if (inPrepare)
+            inPrepare();
+        execv(tool.c_str(), arguments.data());
+        _exit(98);
+    }
+
+    // Runs it to its end.
+    TRun Run(const TTexts& inArguments, const std::string& inInput = {},
+             const std::function<void()>& inPrepare = {}) const
     {
         Put("io/in", inInput);
-        fs::remove(Path("io/out"));
-        fs::remove(Path("io/err"));
-        const pid_t child = fork();
-        if (child == 0)
-        {
-            const auto open = [this](const char* name, int flags, int descriptor)
-            { dup2(::open(Path(name).c_str(), flags, 0600), descriptor); };
-            open("io/in", O_RDONLY, STDIN_FILENO);
-            open("io/out", O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
-            open("io/err", O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
-            std::vector<char*> arguments = {const_cast<char*>("nqtoken")};
-            for (const std::string& argument : inArguments)
-                arguments.push_back(const_cast<char*>(argument.c_str()));
-            arguments.push_back(nullptr);
-            const std::string tool = fs::absolute(NQTOKEN_PATH);
-            if (chdir(fFolder.c_str()) != 0)
-                _exit(99);
-            if (inPrepare != nullptr)
-                inPrepare();
-            execv(tool.c_str(), arguments.data());
-            _exit(98);
-        }
+        const pid_t child = Start(inArguments, inPrepare);
         TRun run;
         int status = 0;
         rusage usage = {};
@@ -443,6 +450,9 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
         {{"check", "scene.nq"}, "standard output: No space", FullOutput},
         {{"show", "--help"}, "standard output: No space", FullOutput},
         {{"show", "scene.nq"}, "", BrokenOutput},
+        {{"check", "scene.nq", "scene.nq", "missing", "-j2"}, "", BrokenOutput},
+        {{"check", "-", "scene.nq", "-"}, "can be read only once"},
+        {{"check", "scene.nq", "--jobs", "257"}, "--jobs"},
     };
     for (const TCase& one : cases)
     {
@@ -522,6 +532,9 @@ TEST_F(ToolTest, SaysOnceWhatTextCannotCarry)
     EXPECT_TRUE(Contains(run.fErr, "2 rounded to six decimals")) << run.fErr;
     EXPECT_TRUE(Contains(run.fErr, "2 cut to 2147483647")) << run.fErr;
     EXPECT_EQ(std::count(run.fErr.begin(), run.fErr.end(), '\n'), 1) << run.fErr;
+    const auto closeOutputs = [] { close(STDOUT_FILENO), close(STDERR_FILENO); };
+    Run({"import", "model.obj", "-o", "alone.nq"}, {}, closeOutputs); // and no note gets into the scene
+    EXPECT_EQ(ReadAll(Path("alone.nq")), ReadAll(Path("text.nq")));
     EXPECT_EQ(Run({"compare", "model.obj", "text.nq"}).fStatus, 1);
     run = Run({"import", "model.obj", "-o", "raw.nq", "--payload", "raw"});
     EXPECT_EQ(run.fErr, "");
@@ -597,12 +610,12 @@ TEST_F(ToolTest, ACrashInAModelLibraryIsAStatus)
     const auto run = [](int (*work)())
     {
         ::testing::internal::CaptureStderr();
-        const int status = nqtoken::RunGuarded(work);
+        const int status = nqtoken::RunGuarded("a.obj", work);
         return std::to_string(status) + ::testing::internal::GetCapturedStderr();
     };
     EXPECT_EQ(run([] { return 1; }), "1");
     EXPECT_EQ(run([]() -> int { abort(); }),
-              "2nqtoken: the library that reads and writes models crashed (Aborted); nothing was written\n");
+              "2nqtoken: a.obj: the library that reads and writes models crashed (Aborted); nothing was written\n");
 }
 
 // A scene cut at every byte, and scenes with a few bytes changed: read and checked in this process, thousands of them.
@@ -641,31 +654,220 @@ TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
     close(null);
 }
 
-// A signal while a temporary file exists: the tool waits for its input, and must leave nothing behind.
+// --- several files at a time
+
+TTexts Prefixed(const TTexts& inStart, const TTexts& inRest)
+{
+    TTexts all = inStart;
+    all.insert(all.end(), inRest.begin(), inRest.end());
+    return all;
+}
+
+TEST_F(ToolTest, PrintsTheSameForAnyNumberOfJobs)
+{
+    TRandom random(31);
+    TTexts scenes = {"missing", "io", "many"};
+    Put("many", std::string(20000, '}'));
+    TTexts models = {"missing", "io"};
+    const TTexts lines = {"v 0 0 1\n", "f 1 2 3\n",    "vn 1 0 0\n",           "x y z\n",
+                          "f 9 8\n",   "usemtl red\n", "v 1e30 0.12345678 7\n"};
+    for (int i = 0; i < 60; ++i)
+    {
+        const std::string name = "s" + std::to_string(i);
+        const bool isDamaged = random.OneIn(2);
+        Put(name, isDamaged ? Mutated(kSmallScene, {"{", "}", "\"", "$", " "}, random) : kSmallScene);
+        scenes.insert(scenes.begin() + random.Below(static_cast<int32>(scenes.size())), name);
+    }
+    for (int i = 0; i < 8; ++i)
+    {
+        std::string model;
+        for (int line = random.Below(30); line > 0; --line)
+            model += lines[random() % lines.size()];
+        const std::string name = "m" + std::to_string(i) + ".obj";
+        Put(name, "v 0 0 0\nv 1 0 0\n" + model);
+        models.insert(models.begin() + random.Below(static_cast<int32>(models.size())), name);
+    }
+    const auto together = [] { dup2(STDOUT_FILENO, STDERR_FILENO); };
+    fs::create_directory(Path("into"));
+    for (const TTexts& arguments :
+         {Prefixed({"check", "--limit", "0"}, scenes), Prefixed({"import", "--payload", "raw", "-o", "into"}, models)})
+    {
+        const bool isCheck = arguments[0] == "check";
+        const TRun one = Run(arguments);
+        const TRun oneTogether = Run(arguments, {}, together);
+        std::map<std::string, std::string> written;
+        const auto takeWritten = [&]
+        {
+            std::map<std::string, std::string> files;
+            for (const auto& entry : fs::directory_iterator(Path("into")))
+                files[entry.path().filename()] = ReadAll(entry.path());
+            fs::remove_all(Path("into"));
+            fs::create_directory(Path("into"));
+            return files;
+        };
+        written = takeWritten();
+        if (Contains(one.fErr, "built without assimp"))
+            continue;
+        EXPECT_EQ(one.fStatus, 2);
+        EXPECT_TRUE(isCheck || written.size() > 2) << one.fErr;
+        for (const char* jobs : {"2", "3", "8", "0"})
+        {
+            const TTexts parallel = Prefixed(arguments, {"-j", jobs});
+            const TRun run = Run(parallel);
+            EXPECT_EQ(run.fStatus, one.fStatus);
+            EXPECT_TRUE(run.fOut == one.fOut) << jobs << run.fOut << "\nwith one job\n" << one.fOut;
+            EXPECT_TRUE(run.fErr == one.fErr) << jobs << run.fErr << "\nwith one job\n" << one.fErr;
+            EXPECT_TRUE(takeWritten() == written) << jobs;
+            EXPECT_TRUE(!isCheck || Run(parallel, {}, together).fOut == oneTogether.fOut) << jobs;
+        }
+    }
+}
+
+// Random pieces of many files on several threads, more than is kept at a time.
+TEST_F(ToolTest, OrderedOutputIsThatOfOneFileAfterTheOther)
+{
+    constexpr size_t kFiles = 40;
+    std::string expectedOut, expectedError;
+    std::vector<std::vector<std::pair<bool, std::string>>> files(kFiles);
+    TRandom random(5);
+    for (auto& pieces : files)
+    {
+        for (int count = random.Below(40); count > 0; --count)
+        {
+            const bool isError = random.OneIn(5);
+            pieces.emplace_back(
+                isError, std::string(random() % (isError ? 100 : 90000), static_cast<char>('!' + random.Below(90))));
+            (isError ? expectedError : expectedOut) += pieces.back().second;
+        }
+    }
+    ASSERT_GT(expectedOut.size(), size_t{1} << 24);
+    const int descriptor = open(Path("out").c_str(), O_WRONLY | O_CREAT, 0600);
+    ::testing::internal::CaptureStderr();
+    nqtoken::Output output(descriptor);
+    nqtoken::OrderedOutput ordered(output);
+    std::atomic<size_t> next{0};
+    OnThreads(4,
+              [&](int)
+              {
+                  for (size_t i = next++; i < kFiles; i = next++)
+                  {
+                      nqtoken::OrderedOutput::File file(ordered, i);
+                      if (i == 0)
+                          usleep(100000); // the others have to wait
+                      for (const auto& [isError, text] : files[i])
+                          isError ? file.PutError(text) : file.Put(text);
+                      file.End();
+                  }
+              });
+    EXPECT_TRUE(::testing::internal::GetCapturedStderr() == expectedError);
+    EXPECT_TRUE(ReadAll(Path("out")) == expectedOut);
+    close(descriptor);
+}
+
+// What is done is shown while a later file keeps the tool waiting.
+TEST_F(ToolTest, ShowsEachFileAsSoonAsThoseBeforeItAreDone)
+{
+    Put("first", "A 1\n");
+    ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+    for (const char* jobs : {"1", "2"})
+    {
+        TRun run;
+        OnThreads(2,
+                  [&](int thread)
+                  {
+                      if (thread == 0)
+                          run = Run({"check", "first", "pipe", "first", "-j", jobs});
+                      else
+                      {
+                          const int pipe = open(Path("pipe").c_str(), O_WRONLY); // waits for the tool
+                          for (int i = 0; i < 1000 && ReadAll(Path("io/out")).empty(); ++i)
+                              usleep(10000);
+                          EXPECT_EQ(ReadAll(Path("io/out")), "first: no faults\n");
+                          close(pipe);
+                      }
+                  });
+        EXPECT_EQ(run.fOut, "first: no faults\npipe: no faults\nfirst: no faults\n");
+    }
+}
+
+TEST_F(ToolTest, ImportRefusesTargetsThatClashBeforeItWrites)
+{
+    for (const char* folder : {"a", "b"})
+        fs::create_directory(Path(folder));
+    for (const char* model : {"a/x.obj", "b/x.obj", "a/x.ply", "b/y.obj", "a/z.nq"})
+        Put(model, "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n");
+    fs::create_directory_symlink("a", Path("link"));
+    fs::create_symlink("y.nq", Path("b/x.nq"));
+    Put("b/y.nq", "old");
+    const auto before = [&]
+    { return ReadAll(Path("b/y.nq")) + std::to_string(std::distance(fs::recursive_directory_iterator(fFolder), {})); };
+    Run({"--help"});
+    const std::string untouched = before();
+    const std::pair<TTexts, const char*> cases[] = {
+        {{"b/y.obj", "a/x.obj", "b/x.obj", "-o", "a"}, "a/x.obj and b/x.obj would both become a/x.nq; nothing"},
+        {{"a/x.obj", "a/x.ply"}, "a/x.obj and a/x.ply would both become a/x.nq"},
+        {{"a/x.obj", "link/x.obj", "a/./x.obj"},
+         "a/x.obj and link/x.obj would both become link/x.nq, and 1 more such;"},
+        {{"b/x.obj", "b/y.obj"}, "b/x.obj and b/y.obj would both become b/y.nq"}, // a link from one to the other
+        {{"a/x.obj", "a/z.nq"}, "the scene of a/z.nq would replace the model a/z.nq"},
+        {{"a/x.obj", "-o", "link/x.obj"}, "the scene of a/x.obj would replace the model a/x.obj"},
+        {{"a/x.obj", "b/y.obj", "-o", "new"}, "new: is not a folder"},
+    };
+    for (const auto& [arguments, message] : cases)
+    {
+        for (const char* jobs : {"1", "2"})
+        {
+            const TRun run = Run(Prefixed({"import", "-j", jobs}, arguments));
+            EXPECT_EQ(run.fStatus, 2) << message;
+            EXPECT_TRUE(Contains(run.fErr, message)) << run.fErr;
+        }
+    }
+    EXPECT_EQ(before(), untouched);
+}
+
+// A signal while temporary files exist: the tool waits for its input, or writes scenes. Nothing half-written is left.
 TEST_F(ToolTest, SignalsRemoveTemporaryFiles)
 {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    if (child == 0)
+    std::string model;
+    for (int i = 0; i < 40000; ++i)
+        model += "v 0.25 1 " + std::to_string(i) + "\n";
+    TTexts models;
+    for (int i = 0; i < 16; ++i)
+        Put(models.emplace_back("m" + std::to_string(i) + ".obj"), model + "f 1 2 3\n");
+    const bool imports = !Contains(Run({"import", "m0.obj", "-o", "whole"}).fErr, "built without assimp");
+    const std::string whole = ReadAll(Path("whole"));
+    setenv("TMPDIR", fFolder.c_str(), 1);
+    for (const TTexts& arguments : {TTexts{"check", "-"},
+                                    {"check", "-j2", "m0.obj", "-"},
+                                    Prefixed({"import"}, models),
+                                    Prefixed({"import", "-j", "2"}, models)})
     {
-        dup2(ends[0], STDIN_FILENO);
+        if (arguments[0] == "import" && !imports)
+            continue;
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        const pid_t child = Start(arguments, [ends] { dup2(ends[0], STDIN_FILENO), close(ends[0]), close(ends[1]); });
+        const auto temporaries = [this]
+        {
+            const TTexts names = Names();
+            return std::count_if(names.begin(), names.end(),
+                                 [](const std::string& name) { return name[0] == '.' || Contains(name, "nqtoken."); });
+        };
+        for (int i = 0; i < 10000 && temporaries() == 0; ++i)
+            usleep(1000);
+        EXPECT_GE(temporaries(), 1);
+        kill(child, SIGTERM);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+        EXPECT_EQ(temporaries(), 0) << arguments[0];
+        EXPECT_FALSE(fs::exists(Path("m15.nq")));
+        for (int i = 0; i < 15 && fs::exists(Path("m" + std::to_string(i) + ".nq")); ++i)
+            EXPECT_TRUE(ReadAll(Path("m" + std::to_string(i) + ".nq")) == whole) << i;
+        close(ends[0]);
         close(ends[1]);
-        setenv("TMPDIR", fFolder.c_str(), 1);
-        execl(NQTOKEN_PATH, "nqtoken", "check", "-", nullptr);
-        _exit(98);
     }
-    const auto temporaries = [this] { return Names().size() - 1; };
-    for (int i = 0; i < 1000 && temporaries() == 0; ++i)
-        usleep(10000);
-    EXPECT_EQ(temporaries(), 1U);
-    kill(child, SIGTERM);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
-    EXPECT_EQ(temporaries(), 0U);
-    close(ends[0]);
-    close(ends[1]);
+    unsetenv("TMPDIR");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -9,6 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
+#include <mutex>
+#include <new>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,25 +24,27 @@ namespace
 
 // --- what a signal handler must remove
 
-// A slot holds a path of its own, so that the handler never sees one that is being changed. The few temporary files of
-// a command all fit; one that did not would only stay behind after a signal.
-constexpr int kSlots = 8;
+// A slot holds a path of its own, so that the handler never sees one that is being changed. Each file that is worked on
+// has one temporary file at most, and all fit; one that did not would only stay behind after a signal.
+constexpr int kSlots = 512;
 std::atomic<char*> gTemporaries[kSlots];
+std::atomic<int> gBeingMade{0}; // temporary files that may exist and are in no slot yet
+std::mutex gForgetMutex;        // a path may be freed only while nobody else compares it
 
-void Remember(const std::string& inPath)
+// Takes inPath over, which comes from malloc. Allocates nothing and waits for nobody: a handler may wait for it.
+void Remember(char* inPath)
 {
-    char* copy = strdup(inPath.c_str());
     for (std::atomic<char*>& slot : gTemporaries)
     {
         char* empty = nullptr;
-        if (slot.compare_exchange_strong(empty, copy))
+        if (slot.compare_exchange_strong(empty, inPath))
             return;
     }
-    free(copy);
 }
 
 void Forget(const std::string& inPath)
 {
+    const std::lock_guard<std::mutex> lock(gForgetMutex);
     for (std::atomic<char*>& slot : gTemporaries)
     {
         char* path = slot.load();
@@ -49,16 +56,47 @@ void Forget(const std::string& inPath)
     }
 }
 
+// Other threads run on meanwhile. Another signal, here or there, does not come in between: the first one ends the
+// program.
 extern "C" void RemoveAndDie(int inSignal)
 {
+    static std::atomic<bool> sDying{false};
+    if (sDying.exchange(true))
+        return;
+    while (gBeingMade > 0)
+        sched_yield();
     for (std::atomic<char*>& slot : gTemporaries)
     {
-        const char* path = slot.load();
+        const char* path = slot.exchange(nullptr);
         if (path != nullptr)
             unlink(path);
     }
-    raise(inSignal); // the handler is gone by now (SA_RESETHAND), so this one ends the program
+    signal(inSignal, SIG_DFL);
+    raise(inSignal); // is held back until the handler returns
 }
+
+// While it exists, no signal is handled on this thread, and handlers on other threads wait.
+class MakingTemporary
+{
+public:
+    MakingTemporary()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, &fBefore);
+        ++gBeingMade;
+    }
+    ~MakingTemporary()
+    {
+        --gBeingMade;
+        pthread_sigmask(SIG_SETMASK, &fBefore, nullptr);
+    }
+    MakingTemporary(const MakingTemporary&) = delete;
+    MakingTemporary& operator=(const MakingTemporary&) = delete;
+
+private:
+    sigset_t fBefore;
+};
 
 // --- system calls
 
@@ -93,11 +131,16 @@ mode_t NewFileMode()
 
 } // namespace
 
-void PrepareSignals()
+void PrepareProcess()
 {
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO)
+        descriptor = open("/dev/null", O_RDONLY);
+    if (descriptor >= 0)
+        close(descriptor);
     struct sigaction action = {};
     action.sa_handler = RemoveAndDie;
-    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_NODEFER;
+    sigfillset(&action.sa_mask);
     for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
     {
         struct sigaction current = {};
@@ -111,20 +154,22 @@ void PrepareSignals()
 
 Outcome MakeTemporary(const std::string& inPrefix, std::string& outPath, int& outDescriptor)
 {
-    std::string path = inPrefix + "XXXXXX";
-    // No signal between the making of the file and the note of it.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &before);
-    outDescriptor = mkostemp(path.data(), O_CLOEXEC);
-    const int error = errno;
-    if (outDescriptor >= 0)
-        Remember(path);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    errno = error;
+    const std::string pattern = inPrefix + "XXXXXX";
+    char* const path = strdup(pattern.c_str());
+    if (path == nullptr)
+        throw std::bad_alloc();
+    {
+        const MakingTemporary making;
+        outDescriptor = mkostemp(path, O_CLOEXEC);
+        if (outDescriptor >= 0)
+            Remember(path);
+    }
     if (outDescriptor < 0)
-        return SystemTrouble(FolderOf(path));
+    {
+        Outcome outcome = SystemTrouble(FolderOf(pattern));
+        free(path);
+        return outcome;
+    }
     outPath = path;
     return {};
 }

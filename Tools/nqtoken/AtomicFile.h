@@ -42,13 +42,14 @@ private:
     int fDescriptor = -1;
 };
 
-// Temporary files by hand. Those that exist are removed when a signal ends the program.
+// Temporary files by hand, on any thread. Those that exist are removed when a signal ends the program.
 Outcome MakeTemporary(const std::string& inPrefix, std::string& outPath, int& outDescriptor);
 void RemoveTemporary(const std::string& inPath);
 Outcome WriteAll(int inDescriptor, std::string_view inBytes, const std::string& inName);
 
 // Installs the handlers of the signals that end the program. Writing to a closed pipe or past a size limit becomes an
-// error.
-void PrepareSignals();
+// error, and so does writing to standard output or error that the program was started without: no file that is opened
+// later can be mistaken for them.
+void PrepareProcess();
 
 } // namespace nqtoken

@@ -1,6 +1,6 @@
 #include "Tools/nqtoken/Check.h"
 
-#include "Tools/nqtoken/Output.h"
+#include "Tools/nqtoken/EachFile.h"
 #include "Tools/nqtoken/TokenFile.h"
 #include "Tools/nqtoken/Walker.h"
 
@@ -42,18 +42,14 @@ Outcome CheckFile(const std::string& inPath, uint64 inLimit, Output& ioOutput)
 
 ExitStatus CheckFiles(const std::vector<std::string>& inPaths, uint64 inLimit, Output& ioOutput)
 {
-    ExitStatus worst = kDone;
-    for (const std::string& path : inPaths)
+    if (std::count(inPaths.begin(), inPaths.end(), "-") > 1)
     {
-        const Outcome outcome = CheckFile(path, inLimit, ioOutput);
-        if (!outcome.Text().empty())
-        {
-            static_cast<void>(ioOutput.Flush()); // so that the lines come in their order
-            PutNote(outcome.Text());
-        }
-        worst = std::max(worst, outcome.Status());
+        ioOutput.PutNote("standard input (\"-\") can be read only once");
+        return kTrouble;
     }
-    return worst;
+    return ForEachFile(inPaths, ioOutput,
+                       [&](size_t inIndex, Output& ioFileOutput)
+                       { return CheckFile(inPaths[inIndex], inLimit, ioFileOutput); });
 }
 
 } // namespace nqtoken

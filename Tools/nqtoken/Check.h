@@ -15,7 +15,7 @@ namespace nqtoken
 class Output;
 
 // Prints a line for each fault, at most inLimit for one file (0: all). The status is the worst of all files: a file
-// that cannot be read weighs more than one with faults.
+// that cannot be read weighs more than one with faults. Files are checked on all workers of the host's pool.
 ExitStatus CheckFiles(const std::vector<std::string>& inPaths, uint64 inLimit, Output& ioOutput);
 
 } // namespace nqtoken

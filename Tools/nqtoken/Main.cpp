@@ -3,7 +3,9 @@
 #include "Tools/nqtoken/AtomicFile.h"
 #include "Tools/nqtoken/Check.h"
 #include "Tools/nqtoken/Compare.h"
+#include "Tools/nqtoken/EachFile.h"
 #include "Tools/nqtoken/Guard.h"
+#include "Tools/nqtoken/Import.h"
 #include "Tools/nqtoken/ModelExport.h"
 #include "Tools/nqtoken/ModelImport.h"
 #include "Tools/nqtoken/Output.h"
@@ -20,7 +22,6 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <new>
 
 using namespace nqtoken;
 
@@ -54,27 +55,20 @@ struct Arguments
     std::string fTarget;
     std::string fPayload = "text";
     ShowOptions fShow;
+    int32 fJobs = 1;
     uint64 fLimit = 100;
     real64 fTolerance = kTextTolerance;
 };
 
 int Import(const Arguments& inArguments)
 {
+    ImportOptions options;
+    options.fModels = inArguments.fInputs;
+    options.fTarget = inArguments.fTarget;
+    options.fPayload = inArguments.fPayload == "raw" ? Payload::kRaw : Payload::kText;
+    options.fJobs = inArguments.fJobs;
     Output output;
-    Scene scene;
-    std::vector<std::string> left;
-    Outcome outcome = ImportModel(inArguments.fInputs[0], scene, left);
-    if (!outcome.Ok())
-        return Finish(outcome, output);
-    std::vector<std::string> lost;
-    outcome =
-        WriteScene(scene, inArguments.fPayload == "raw" ? Payload::kRaw : Payload::kText, inArguments.fTarget, lost);
-    if (outcome.Ok())
-    {
-        PutNotes(inArguments.fInputs[0], left);
-        PutNotes(inArguments.fTarget, lost);
-    }
-    return Finish(outcome, output);
+    return Finish(Outcome(ImportModels(options, output), {}), output);
 }
 
 int Export(const Arguments& inArguments)
@@ -135,21 +129,36 @@ using Command = int (*)(const Arguments&);
 constexpr const char* kStatusText =
     "Exit status: 0 done, 1 a file is at fault, 2 wrong usage or a file that could not be read or written.";
 
+void DescribeJobs(CLI::App& ioCommand, Arguments& outArguments)
+{
+    ioCommand
+        .add_option("-j,--jobs", outArguments.fJobs,
+                    "files to work on at a time; 0: one per processor. What is printed stays the same")
+        ->check(CLI::Range(0, 256))
+        ->type_name("N")
+        ->capture_default_str();
+}
+
 void DescribeImport(CLI::App& ioApp, Arguments& outArguments)
 {
-    CLI::App* command = ioApp.add_subcommand("import", "Turn a 3D model into a scene");
-    command->add_option("MODEL", outArguments.fInputs, "model in any format that assimp reads")
-        ->required()
-        ->expected(1);
-    command->add_option("-o,--output", outArguments.fTarget, "scene to write")->required()->type_name("SCENE");
+    CLI::App* command = ioApp.add_subcommand("import", "Turn 3D models into scenes");
+    command->add_option("MODEL", outArguments.fInputs, "models in any format that assimp reads")->required();
+    command
+        ->add_option("-o,--output", outArguments.fTarget,
+                     "scene to write, or a folder for scenes named after their models; without it they go beside the "
+                     "models")
+        ->type_name("SCENE");
     command
         ->add_option("--payload", outArguments.fPayload,
                      "how arrays are kept: \"text\" (six decimals) or \"raw\" (exact)")
         ->check(CLI::IsMember({"text", "raw"}))
         ->type_name("KIND")
         ->capture_default_str();
-    command->footer("Example: nqtoken import duck.dae -o duck.nq\n"
-                    "         nqtoken import duck.dae -o duck.nq --payload raw\n" +
+    DescribeJobs(*command, outArguments);
+    command->footer("A model that cannot be read is told, and the others are imported all the same.\n"
+                    "Example: nqtoken import duck.dae -o duck.nq\n"
+                    "         nqtoken import duck.dae -o duck.nq --payload raw\n"
+                    "         nqtoken import models/*.obj -o scenes --jobs 0\n" +
                     std::string(kStatusText));
 }
 
@@ -186,8 +195,10 @@ void DescribeCheck(CLI::App& ioApp, Arguments& outArguments)
     command->add_option("--limit", outArguments.fLimit, "stop after so many faults of a file; 0: never")
         ->type_name("N")
         ->capture_default_str();
+    DescribeJobs(*command, outArguments);
     command->footer("Each fault is a line FILE:LINE:COLUMN: what is wrong (code).\n"
-                    "Example: nqtoken check duck.nq settings.nq\n" +
+                    "Example: nqtoken check duck.nq settings.nq\n"
+                    "         nqtoken check scenes/*.nq --jobs 0\n" +
                     std::string(kStatusText));
 }
 
@@ -241,34 +252,31 @@ int Run(int inCount, char** inArguments)
         PutNote("--tolerance must be a number");
         return kTrouble;
     }
+    if (app.got_subcommand("import"))
+        return Import(arguments);
+    const bool isCheck = app.got_subcommand("check");
+    const TNqHost host(HostOptions(isCheck ? JobCount(arguments.fJobs, arguments.fInputs.size()) : 1));
+    if (isCheck)
+        return Check(arguments);
     if (app.got_subcommand("show"))
         return Show(arguments);
-    if (app.got_subcommand("check"))
-        return Check(arguments);
-    const Command command = app.got_subcommand("import") ? Import : app.got_subcommand("export") ? Export : Compare;
-    return RunGuarded([&] { return command(arguments); });
+    const Command command = app.got_subcommand("export") ? Export : Compare;
+    return RunGuarded(arguments.fInputs[0], [&] { return command(arguments); });
 }
 
 } // namespace
 
 int main(int inCount, char** inArguments)
 {
-    PrepareSignals();
-    TNqHostOptions options;
-    options.fWorkerCount = 1;
-    options.fReportHandler = RecordReport;
-    TNqHost host(options);
-    try
-    {
-        return Run(inCount, inArguments);
-    }
-    catch (const std::bad_alloc&)
-    {
-        PutNote("out of memory");
-    }
-    catch (const TNqException& error)
-    {
-        PutNote(fmt::format("error 0x{:08X} ({})", static_cast<uint32>(error.GetError()), LastReport()));
-    }
-    return kTrouble;
+    PrepareProcess();
+    int status = kTrouble;
+    const Outcome outcome = CatchExceptions({},
+                                            [&]
+                                            {
+                                                status = Run(inCount, inArguments);
+                                                return Outcome();
+                                            });
+    if (!outcome.Ok())
+        PutNote(outcome.Text());
+    return status;
 }

@@ -40,6 +40,11 @@ bool TerminalShowsColours()
            (terminal == nullptr || strcmp(terminal, "dumb") != 0);
 }
 
+std::string NoteLine(const std::string& inText)
+{
+    return "nqtoken: " + inText + "\n";
+}
+
 } // namespace
 
 Output::Output() : fDescriptor(STDOUT_FILENO), fColours(TerminalShowsColours()) {}
@@ -67,17 +72,37 @@ Outcome Output::Flush()
 {
     if (fOutcome.Ok())
     {
-        fOutcome = WriteAll(fDescriptor, fText, "standard output");
+        fOutcome = Write(fText);
         fClosed = !fOutcome.Ok() && errno == EPIPE;
     }
     fText.clear();
     return fOutcome;
 }
 
+void Output::PutError(std::string_view inText)
+{
+    static_cast<void>(Flush());
+    WriteError(inText);
+}
+
+void Output::PutNote(const std::string& inText)
+{
+    PutError(NoteLine(inText));
+}
+
+Outcome Output::Write(std::string_view inText)
+{
+    return WriteAll(fDescriptor, inText, "standard output");
+}
+
+void Output::WriteError(std::string_view inText)
+{
+    static_cast<void>(WriteAll(STDERR_FILENO, inText, "standard error"));
+}
+
 void PutNote(const std::string& inText)
 {
-    const std::string line = "nqtoken: " + inText + "\n";
-    static_cast<void>(WriteAll(STDERR_FILENO, line, "standard error"));
+    static_cast<void>(WriteAll(STDERR_FILENO, NoteLine(inText), "standard error"));
 }
 
 } // namespace nqtoken

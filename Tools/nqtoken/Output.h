@@ -26,9 +26,15 @@ public:
     Output();
     // To another file than standard output, without colours.
     explicit Output(int inDescriptor) : fDescriptor(inDescriptor) {}
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    virtual ~Output() = default;
 
     void Put(std::string_view inText, Colour inColour = Colour::kPlain);
     void EndLine();
+    // To standard error, behind what was put so far. PutNote makes a line of it, behind "nqtoken: ".
+    void PutError(std::string_view inText);
+    void PutNote(const std::string& inText);
     // False once a write has failed: there is no use in going on.
     bool Good() const { return fOutcome.Ok(); }
     // Whether it failed because nobody reads any more.
@@ -36,9 +42,15 @@ public:
     // Writes what is collected.
     Outcome Flush();
 
+protected:
+    // For an output that leaves the writing to another one.
+    explicit Output(const Output* inColoursLike) : fColours(inColoursLike->fColours) {}
+    virtual Outcome Write(std::string_view inText);
+    virtual void WriteError(std::string_view inText);
+
 private:
     std::string fText;
-    int fDescriptor;
+    int fDescriptor = -1;
     bool fColours = false;
     bool fClosed = false;
     Outcome fOutcome;
