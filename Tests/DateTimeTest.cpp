@@ -1,0 +1,245 @@
+#include "NqCore/PublicAPI/NqDateTime.h"
+#include "NqCore/PublicAPI/NqException.h"
+#include "NqCore/PublicAPI/NqString.h"
+#include "NqPlatform/CFDateFormatter.h"
+#include "Tests/TestHost.h"
+
+#include <unicode/ucal.h>
+#include <unicode/uloc.h>
+
+#include <cmath>
+#include <limits>
+
+// The linker sends calls of f to __wrap_f (--wrap in CMakeLists.txt). The call with this number fails.
+static int gFailing = 0;
+
+#define FAILABLE(number, result, name, mangled, parameters, arguments) \
+    result Real##name parameters __asm__("__real_" mangled);           \
+    result Failing##name parameters __asm__("__wrap_" mangled);        \
+    result Failing##name parameters                                    \
+    {                                                                  \
+        return gFailing == (number) ? nullptr : Real##name arguments;  \
+    }
+
+FAILABLE(1, CFLocaleRef, Locale, "_Z19CFLocaleCopyCurrentv", (), ())
+FAILABLE(2, CFDateFormatterRef, Formatter, "_Z21CFDateFormatterCreatePKvPK10NqCFLocale20CFDateFormatterStyleS4_",
+         (CFAllocatorRef a, CFLocaleRef l, CFDateFormatterStyle d, CFDateFormatterStyle t), (a, l, d, t))
+FAILABLE(3, CFStringRef, Text, "_Z43CFDateFormatterCreateStringWithAbsoluteTimePKvPK17NqCFDateFormatterd",
+         (CFAllocatorRef a, CFDateFormatterRef f, CFAbsoluteTime t), (a, f, t))
+
+namespace
+{
+
+using DateTimeTest = NqTest;
+
+// Year, month, day, hour, minute, second, day of the week.
+using TFields = std::vector<int16>;
+
+TNqUserTimeRecord Record(TFields fields)
+{
+    TNqUserTimeRecord record;
+    fields.resize(7);
+    std::memcpy(static_cast<void*>(&record), fields.data(), sizeof record);
+    return record;
+}
+
+TFields Fields(real64 seconds)
+{
+    TNqSystemTime time;
+    time.fSeconds = seconds;
+    TNqUserTimeRecord r;
+    r.SysTimeToTimeRecord(time);
+    return {r.fYear, r.fMonth, r.fDay, r.fHour, r.fMinute, r.fSecond, r.fDayOfWeek};
+}
+
+TNqSystemTime Instant(const TFields& fields)
+{
+    TNqSystemTime time;
+    time.TimeRecordToSysTime(Record(fields));
+    return time;
+}
+
+// A date that goes from day to day.
+struct TSlowDate
+{
+    int64 year, month, day;
+
+    int64 Length() const
+    {
+        const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+        return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : month != 2 ? 31 : leap ? 29 : 28;
+    }
+    void Normalize()
+    {
+        const bool back = day < 1;
+        for (; day < 1; day += Length())
+        {
+            year -= month == 1;
+            month = month == 1 ? 12 : month - 1;
+        }
+        while (!back && day > Length())
+        {
+            day -= Length();
+            year += month >= 12;
+            month = month >= 12 ? month - 11 : month + 1;
+        }
+    }
+};
+
+TEST_F(DateTimeTest, EveryDayOfThirtyCenturiesIsCounted)
+{
+    TSlowDate date{-600, 1, 1};
+    int64 days = -949996; // before 2001: 2601 years of 365 days, and 631 leap days
+    int16 weekday = 3;    // a Wednesday, as six times 400 years later, in 1800
+    for (int16 dayOfYear = 1; date.year <= 2400; ++days, ++date.day, ++dayOfYear, weekday = weekday % 7 + 1)
+    {
+        date.Normalize();
+        dayOfYear = date.month == 1 && date.day == 1 ? 1 : dayOfYear;
+        int16 year = static_cast<int16>(date.year), month = 1, day = dayOfYear;
+        TNqUserTimeRecord::NormalizeDate(year, month, day);
+        ASSERT_TRUE(year == date.year && month == date.month && day == date.day) << year << "-" << month << "-" << day;
+        const int16 hour = static_cast<int16>(dayOfYear % 24), second = static_cast<int16>(dayOfYear % 60);
+        const TFields fields = {year, month, day, hour, 59, second, weekday};
+        const real64 seconds = static_cast<real64>(days * 86400 + hour * 3600 + 59 * 60 + second);
+        ASSERT_EQ(Instant(fields).fSeconds, seconds) << year << "-" << month << "-" << day;
+        ASSERT_EQ(Fields(seconds + 0.75), fields);
+        ASSERT_TRUE(TNqUserTimeRecord::DayOfWeek(year, month, day) == weekday % 7 + 1 || year < 1);
+    }
+}
+
+TEST_F(DateTimeTest, RandomRecordsAreNormalisedAsStepByStep)
+{
+    TRandom random(75);
+    const auto field = [&random](int usual)
+    {
+        const int kinds[] = {-32768, 32767, -366, 366, random.Below(65536), random.Below(3) - 1, random.Below(usual)};
+        return static_cast<int16>(kinds[random.Below(7)]);
+    };
+    for (int round = 0; round < 30000; ++round)
+    {
+        const int16 month = random.OneIn(8) ? field(12) : static_cast<int16>(1 + random.Below(12));
+        TFields fields = {field(2400), month, field(31), field(24), field(60), field(60), 99};
+        TNqUserTimeRecord record = Record(fields);
+        record.NormalizeTimeRecord();
+        const real64 seconds = fields[3] * 3600.0 + fields[4] * 60.0 + fields[5];
+        const real64 days = std::floor(seconds / 86400);
+        const int32 left = static_cast<int32>(seconds - days * 86400);
+        TSlowDate date{fields[0], month, fields[2] + static_cast<int64>(days)};
+        date.Normalize();
+        ASSERT_EQ(record.fYear, static_cast<int16>(date.year)) << ::testing::PrintToString(fields);
+        ASSERT_TRUE(record.fMonth == static_cast<int16>(date.month) && record.fDay == date.day);
+        ASSERT_EQ(record.fHour * 3600 + record.fMinute * 60 + record.fSecond, left);
+        ASSERT_TRUE(record.fMinute / 60 == 0 && record.fSecond / 60 == 0 && record.fSecond >= 0 && record.fMinute >= 0);
+        ASSERT_EQ(record.fDayOfWeek, 99);
+        ASSERT_LT(static_cast<uint16>(TNqUserTimeRecord::DayOfWeek(fields[0], fields[1], fields[2]) - 1), 7);
+        ASSERT_EQ(TNqUserTimeRecord::DaysInMonth(fields[0], month), (TSlowDate{fields[0], month, 0}.Length()));
+        ASSERT_EQ(TNqUserTimeRecord::IsLeapYear(fields[0]), (TSlowDate{fields[0], 2, 0}.Length() == 29));
+    }
+}
+
+TEST_F(DateTimeTest, EveryInstantHasFields)
+{
+    constexpr real64 infinity = std::numeric_limits<real64>::infinity();
+    const std::pair<real64, TFields> cases[] = {
+        {-0.5, {2000, 12, 31, 23, 59, 59, 7}},
+        {-1e-20, {2000, 12, 31, 23, 59, 59, 7}},
+        {std::nextafter(31.0, 0), {2001, 1, 1, 0, 0, 30, 1}},
+        {std::numeric_limits<real64>::quiet_NaN(), {2001, 1, 1, 0, 0, 0, 1}},
+        {(76 * 146097 + 364) * 86400.0, {32401, 12, 31, 0, 0, 0, 1}},
+        {100 * 146097 * 86400.0, {42001 - 65536, 1, 1, 0, 0, 0, 1}},
+    };
+    for (const auto& [seconds, expected] : cases)
+        EXPECT_EQ(Fields(seconds), expected) << seconds;
+    for (const real64 seconds : {infinity, -infinity, 1e300, -1e300, 9.3e18, -9.3e18, 1e17, -1e17})
+    {
+        const TFields fields = Fields(seconds);
+        for (size_t i = 1; i < 7; ++i)
+            EXPECT_TRUE(fields[i] >= 0 && fields[i] < 60) << seconds;
+        TNqSystemTime time;
+        time.fSeconds = seconds;
+        TNqString63 text;
+        time.SysDateString(text);
+        EXPECT_GT(text.Length(), 5U);
+    }
+    // A month counts on from the year, and has 8 bits, as the day and the time have.
+    EXPECT_EQ(Instant({2000, 13, 1}).fSeconds, 0);
+    EXPECT_EQ(Instant({2003, -23, 0}).fSeconds, -86400);
+    EXPECT_EQ(Instant({2001, 257, 258, 256, -257, 32767}).fSeconds, 86400 - 60 + 32767);
+}
+
+std::string Date(const TNqSystemTime& time)
+{
+    TNqString63 text("kept");
+    time.SysDateString(text);
+    return text.StrGet();
+}
+
+std::string Time(const TNqSystemTime& time, uint8 withSeconds)
+{
+    TNqString63 text("kept");
+    time.SysTimeString(text, withSeconds);
+    return text.StrGet();
+}
+
+TEST_F(DateTimeTest, TextsAreThoseOfTheUsersLocaleAndZone)
+{
+    const std::string localeBefore = uloc_getDefault();
+    UChar zoneBefore[64];
+    UErrorCode status = U_ZERO_ERROR;
+    ucal_getDefaultTimeZone(zoneBefore, 64, &status);
+    const TNqSystemTime afternoon = Instant({2024, 2, 3, 14, 5, 9});
+    const std::tuple<const char*, const UChar*, std::string, std::string> cases[] = {
+        {"en_US", u"UTC", "2/3/24", "2:05:09 PM UTC"},
+        {"en_GB", u"Asia/Tokyo", "03/02/2024", "23:05:09 GMT+9"},
+        {"de_DE", u"UTC", "03.02.24", "14:05:09 UTC"},
+        {"de_XX", u"UTC", "03.02.24", "14:05:09 UTC"},   // no such country
+        {"xx_YY", u"UTC", "2024-02-03", "14:05:09 UTC"}, // no such language
+        {"en_GB", u"UTC", "03/02/2024", "14:05:09 UTC"},
+    };
+    for (int round = 0; round < 2; ++round) // more forms than are kept, and all of them again
+    {
+        for (const auto& [locale, zone, date, time] : cases)
+        {
+            uloc_setDefault(locale, &status);
+            ucal_setDefaultTimeZone(zone, &status);
+            EXPECT_EQ(Date(afternoon), date) << locale;
+            EXPECT_EQ(Time(afternoon, 7), time) << locale;
+            EXPECT_EQ(Time(afternoon, 0), time[1] == ':' ? "2:05 PM" : time.substr(0, 5)) << locale;
+        }
+    }
+    EXPECT_EQ(Date(Instant({1500, 3, 1})), "01/03/1500"); // the calendar of the record
+    OnThreads(4,
+              [&](int)
+              {
+                  for (int i = 0; i < 50; ++i)
+                      EXPECT_EQ(Date(afternoon) + Time(afternoon, 0), "03/02/202414:05");
+              });
+    uloc_setDefault("ar_EG", &status); // digits of its own
+    EXPECT_EQ(Date(afternoon), "kept");
+    EXPECT_EQ(TakeReports(), TTexts{"converted"});
+    uloc_setDefault(localeBefore.c_str(), &status);
+    ucal_setDefaultTimeZone(zoneBefore, &status);
+}
+
+TEST_F(DateTimeTest, EachFailureOfTheSystemIsThrown)
+{
+    for (gFailing = 3; gFailing > 0; --gFailing)
+    {
+        TNqString63 text("kept");
+        try
+        {
+            TNqSystemTime::GetCurrentLocalTime().SysTimeString(text, 1);
+            ADD_FAILURE() << gFailing;
+        }
+        catch (const TNqException& error)
+        {
+            EXPECT_EQ(error.GetError(), kNqErrInvalidData);
+        }
+        EXPECT_STREQ(text.StrGet(), "kept");
+        EXPECT_EQ(TakeReports(), TTexts{"An exception is being thrown"});
+    }
+    ForEachFailingAllocation([](int64 n) { EXPECT_EQ(Date(TNqSystemTime()) == "kept", n == 1); });
+    EXPECT_NEAR(TNqSystemTime::GetCurrentLocalTime().fSeconds + 978307200, static_cast<real64>(std::time(nullptr)), 5);
+}
+
+} // namespace
