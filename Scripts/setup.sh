@@ -7,7 +7,7 @@ packages=(g++ cmake ninja-build ccache pkg-config qt6-base-dev libicu-dev libtbb
 if [ "${1:-demo}" = test ]; then
   packages+=(libgtest-dev clang-14 clang-format spin)
 elif [ "${1:-demo}" = bench ]; then
-  packages+=(libbenchmark-dev rapidjson-dev libpugixml-dev)
+  packages+=(libbenchmark-dev rapidjson-dev libpugixml-dev libboost-dev)
 fi
 
 missing=()

@@ -1,0 +1,610 @@
+// Bits, colours and dates beside the standard library, boost, plain loops and ICU.
+
+#include "Benchmarks/Bench.h"
+#include "NqCore/PublicAPI/BitArray.h"
+#include "NqCore/PublicAPI/NqColorRGBA.h"
+#include "NqCore/PublicAPI/NqDateTime.h"
+
+#include <boost/dynamic_bitset.hpp>
+#include <unicode/gregocal.h>
+
+#include <algorithm>
+#include <bitset>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <random>
+#include <vector>
+
+using namespace NqBench;
+
+namespace
+{
+
+// All contenders of a task must come to the same sum.
+template <class Sum>
+void FinishAlike(benchmark::State& state, int64 items, const std::string& task, Sum sum)
+{
+    static std::map<std::string, Sum> sSums;
+    Finish(state, items, 0, sSums.emplace(task, sum).first->second == sum);
+}
+
+// ---- Bits: a million of them ----------------------------------------------------------------------------------------
+
+constexpr uint32 kBits = 1000000;
+
+// Every third bit or so; in no order.
+const std::vector<int32>& SomeBits()
+{
+    static const std::vector<int32> sBits = []
+    {
+        std::mt19937 random(1);
+        std::vector<int32> bits(kBits / 3);
+        for (int32& bit : bits)
+            bit = static_cast<int32>(random() % kBits);
+        return bits;
+    }();
+    return sBits;
+}
+
+// One face for all contenders: the operations in the words of each.
+struct TOurs
+{
+    TOurs() { fBits.SetSize(kBits, false); }
+    void Set(int32 i) { fBits.SetBit(static_cast<uint32>(i)); }
+    bool Test(int32 i) const { return fBits.TestBit(static_cast<uint32>(i)); }
+    void Or(const TOurs& other) { fBits |= other.fBits; }
+    void And(const TOurs& other) { fBits &= other.fBits; }
+    bool Equal(const TOurs& other) const { return fBits == other.fBits; }
+    size_t List(std::vector<int32>&) const
+    {
+        static TNqArray<int32> sIndices;
+        fBits.GetIndicesSet(sIndices);
+        return sIndices.GetElemCount();
+    }
+    TBitArray fBits;
+};
+
+struct TStandardFixed
+{
+    using TBits = std::bitset<kBits>;
+    void Set(int32 i) { fBits->set(static_cast<size_t>(i)); }
+    bool Test(int32 i) const { return fBits->test(static_cast<size_t>(i)); }
+    void Or(const TStandardFixed& other) { *fBits |= *other.fBits; }
+    void And(const TStandardFixed& other) { *fBits &= *other.fBits; }
+    bool Equal(const TStandardFixed& other) const { return *fBits == *other.fBits; }
+    size_t List(std::vector<int32>& indices) const
+    {
+        indices.clear();
+        for (size_t i = fBits->_Find_first(); i < kBits; i = fBits->_Find_next(i))
+            indices.push_back(static_cast<int32>(i));
+        return indices.size();
+    }
+    std::unique_ptr<TBits> fBits = std::make_unique<TBits>();
+};
+
+struct TStandardVector
+{
+    void Set(int32 i) { fBits[static_cast<size_t>(i)] = true; }
+    bool Test(int32 i) const { return fBits[static_cast<size_t>(i)]; }
+    void Or(const TStandardVector& other)
+    {
+        for (size_t i = 0; i < kBits; ++i)
+            fBits[i] = fBits[i] || other.fBits[i];
+    }
+    void And(const TStandardVector& other)
+    {
+        for (size_t i = 0; i < kBits; ++i)
+            fBits[i] = fBits[i] && other.fBits[i];
+    }
+    bool Equal(const TStandardVector& other) const { return fBits == other.fBits; }
+    size_t List(std::vector<int32>& indices) const
+    {
+        indices.clear();
+        for (size_t i = 0; i < kBits; ++i)
+            if (fBits[i])
+                indices.push_back(static_cast<int32>(i));
+        return indices.size();
+    }
+    std::vector<bool> fBits = std::vector<bool>(kBits);
+};
+
+struct TBoost
+{
+    void Set(int32 i) { fBits.set(static_cast<size_t>(i)); }
+    bool Test(int32 i) const { return fBits.test(static_cast<size_t>(i)); }
+    void Or(const TBoost& other) { fBits |= other.fBits; }
+    void And(const TBoost& other) { fBits &= other.fBits; }
+    bool Equal(const TBoost& other) const { return fBits == other.fBits; }
+    size_t List(std::vector<int32>& indices) const
+    {
+        indices.clear();
+        for (size_t i = fBits.find_first(); i < kBits; i = fBits.find_next(i))
+            indices.push_back(static_cast<int32>(i));
+        return indices.size();
+    }
+    boost::dynamic_bitset<> fBits = boost::dynamic_bitset<>(kBits);
+};
+
+template <class T>
+T MakeBits()
+{
+    T bits;
+    for (const int32 i : SomeBits())
+        bits.Set(i);
+    return bits;
+}
+
+size_t CountDifferent()
+{
+    std::vector<int32> bits = SomeBits();
+    std::sort(bits.begin(), bits.end());
+    return static_cast<size_t>(std::unique(bits.begin(), bits.end()) - bits.begin());
+}
+
+template <class T>
+void SetBits(benchmark::State& state)
+{
+    T bits;
+    for (auto _ : state)
+    {
+        for (const int32 i : SomeBits())
+            bits.Set(i);
+        benchmark::ClobberMemory();
+    }
+    Finish(state, static_cast<int64>(SomeBits().size()), 0, bits.Test(SomeBits()[5]));
+}
+
+template <class T>
+void TestBits(benchmark::State& state)
+{
+    const T bits = MakeBits<T>();
+    int32 found = 0;
+    for (auto _ : state)
+    {
+        found = 0;
+        for (const int32 i : SomeBits())
+            found += bits.Test(static_cast<int32>(kBits) - 1 - i);
+        benchmark::DoNotOptimize(found);
+    }
+    FinishAlike(state, static_cast<int64>(SomeBits().size()), "found", found);
+}
+
+template <class T>
+void CombineBits(benchmark::State& state)
+{
+    const T others = MakeBits<T>();
+    T bits;
+    for (auto _ : state)
+    {
+        bits.Or(others);
+        benchmark::ClobberMemory();
+        bits.And(others);
+        benchmark::ClobberMemory();
+    }
+    Finish(state, 2 * int64{kBits}, 0, bits.Equal(others));
+}
+
+template <class T>
+void CompareBits(benchmark::State& state)
+{
+    const T a = MakeBits<T>(), b = MakeBits<T>();
+    bool equal = false;
+    for (auto _ : state)
+    {
+        benchmark::DoNotOptimize(equal = a.Equal(b));
+        benchmark::ClobberMemory();
+    }
+    Finish(state, kBits, 0, equal);
+}
+
+template <class T>
+void ListBits(benchmark::State& state)
+{
+    const T bits = MakeBits<T>();
+    std::vector<int32> indices;
+    size_t count = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(count = bits.List(indices));
+    Finish(state, static_cast<int64>(count), 0, count == CountDifferent());
+}
+
+// ---- Colours: the pixels of a 4K image ------------------------------------------------------------------------------
+
+constexpr size_t kPixels = size_t{3840} * 2160;
+
+// What somebody without the library writes.
+struct TPlainPixel
+{
+    uint8 b, g, r, a;
+};
+struct TPlainColour
+{
+    real32 r, g, b, a;
+};
+
+template <class Pixel>
+std::vector<Pixel> MakePixels(uint32 seed)
+{
+    std::minstd_rand random(seed);
+    std::vector<Pixel> pixels(kPixels);
+    for (Pixel& pixel : pixels)
+    {
+        const uint32 bits = static_cast<uint32>(random());
+        std::memcpy(static_cast<void*>(&pixel), &bits, 4);
+    }
+    return pixels;
+}
+
+template <class Pixel>
+uint32 Checksum(const std::vector<Pixel>& pixels)
+{
+    uint32 sum = 0;
+    for (const Pixel& pixel : pixels)
+    {
+        uint32 bits;
+        std::memcpy(&bits, &pixel, 4);
+        sum = sum * 31 + bits;
+    }
+    return sum;
+}
+
+void ToReals(const std::vector<TNqColorRGBA8>& pixels, std::vector<TNqColorRGBA>& colours)
+{
+    for (size_t i = 0; i < kPixels; ++i)
+        pixels[i].ToRGBA(colours[i]);
+}
+void ToReals(const std::vector<TPlainPixel>& pixels, std::vector<TPlainColour>& colours)
+{
+    constexpr real32 scale = 0.003921569F;
+    for (size_t i = 0; i < kPixels; ++i)
+    {
+        colours[i].r = static_cast<real32>(pixels[i].r) * scale;
+        colours[i].g = static_cast<real32>(pixels[i].g) * scale;
+        colours[i].b = static_cast<real32>(pixels[i].b) * scale;
+        colours[i].a = static_cast<real32>(pixels[i].a) * scale;
+    }
+}
+
+void ToBytes(const std::vector<TNqColorRGBA>& colours, std::vector<TNqColorRGBA8>& pixels)
+{
+    for (size_t i = 0; i < kPixels; ++i)
+        colours[i].ToRGBA8(pixels[i]);
+}
+uint8 PlainByte(real32 c)
+{
+    return static_cast<uint8>(255.0F * std::clamp(c, 0.0F, 1.0F));
+}
+void ToBytes(const std::vector<TPlainColour>& colours, std::vector<TPlainPixel>& pixels)
+{
+    for (size_t i = 0; i < kPixels; ++i)
+    {
+        pixels[i].r = PlainByte(colours[i].r);
+        pixels[i].g = PlainByte(colours[i].g);
+        pixels[i].b = PlainByte(colours[i].b);
+        pixels[i].a = PlainByte(colours[i].a);
+    }
+}
+
+void Mix(const std::vector<TNqColorRGBA8>& a, const std::vector<TNqColorRGBA8>& b, real32 t,
+         std::vector<TNqColorRGBA8>& out)
+{
+    for (size_t i = 0; i < kPixels; ++i)
+        out[i].Interpolate(a[i], b[i], t);
+}
+uint8 PlainMix(uint8 a, uint8 b, real32 t)
+{
+    return static_cast<uint8>(0.5F + static_cast<real32>(b) * t + static_cast<real32>(a) * (1 - t));
+}
+void Mix(const std::vector<TPlainPixel>& a, const std::vector<TPlainPixel>& b, real32 t, std::vector<TPlainPixel>& out)
+{
+    for (size_t i = 0; i < kPixels; ++i)
+    {
+        out[i].r = PlainMix(a[i].r, b[i].r, t);
+        out[i].g = PlainMix(a[i].g, b[i].g, t);
+        out[i].b = PlainMix(a[i].b, b[i].b, t);
+        out[i].a = PlainMix(a[i].a, b[i].a, t);
+    }
+}
+
+void Mix(const std::vector<TNqColorRGBA>& a, const std::vector<TNqColorRGBA>& b, real32 t,
+         std::vector<TNqColorRGBA>& out)
+{
+    for (size_t i = 0; i < kPixels; ++i)
+        out[i].Interpolate(a[i], b[i], t);
+}
+void Mix(const std::vector<TPlainColour>& a, const std::vector<TPlainColour>& b, real32 t,
+         std::vector<TPlainColour>& out)
+{
+    for (size_t i = 0; i < kPixels; ++i)
+    {
+        out[i].r = a[i].r + (b[i].r - a[i].r) * t;
+        out[i].g = a[i].g + (b[i].g - a[i].g) * t;
+        out[i].b = a[i].b + (b[i].b - a[i].b) * t;
+        out[i].a = a[i].a + (b[i].a - a[i].a) * t;
+    }
+}
+
+template <class Pixel, class Colour>
+void PixelsToReals(benchmark::State& state)
+{
+    const std::vector<Pixel> pixels = MakePixels<Pixel>(1);
+    std::vector<Colour> colours(kPixels);
+    for (auto _ : state)
+    {
+        ToReals(pixels, colours);
+        benchmark::ClobberMemory();
+    }
+    std::vector<Pixel> back(kPixels);
+    ToBytes(colours, back);
+    Finish(state, kPixels, 0, Checksum(back) == Checksum(pixels));
+}
+
+template <class Pixel, class Colour>
+void RealsToPixels(benchmark::State& state)
+{
+    std::vector<Pixel> pixels = MakePixels<Pixel>(1);
+    const uint32 sum = Checksum(pixels);
+    std::vector<Colour> colours(kPixels);
+    ToReals(pixels, colours);
+    for (auto _ : state)
+    {
+        ToBytes(colours, pixels);
+        benchmark::ClobberMemory();
+    }
+    Finish(state, kPixels, 0, Checksum(pixels) == sum);
+}
+
+template <class Pixel>
+void MixPixels(benchmark::State& state)
+{
+    const std::vector<Pixel> a = MakePixels<Pixel>(1), b = MakePixels<Pixel>(2);
+    std::vector<Pixel> out(kPixels);
+    for (auto _ : state)
+    {
+        Mix(a, b, 0.3F, out);
+        benchmark::ClobberMemory();
+    }
+    FinishAlike(state, kPixels, "bytes", Checksum(out));
+}
+
+template <class Pixel, class Colour>
+void MixReals(benchmark::State& state)
+{
+    std::vector<Pixel> pixels = MakePixels<Pixel>(1);
+    std::vector<Colour> a(kPixels), b(kPixels), out(kPixels);
+    ToReals(pixels, a);
+    ToReals(MakePixels<Pixel>(2), b);
+    for (auto _ : state)
+    {
+        Mix(a, b, 0.3F, out);
+        benchmark::ClobberMemory();
+    }
+    ToBytes(out, pixels);
+    FinishAlike(state, kPixels, "reals", Checksum(pixels));
+}
+
+// ---- Dates ----------------------------------------------------------------------------------------------------------
+
+constexpr int kDates = 1000;
+constexpr real64 kSecondsBefore2001 = 978307200;
+
+const std::vector<real64>& Instants()
+{
+    static const std::vector<real64> sInstants = []
+    {
+        std::mt19937 random(3);
+        std::vector<real64> instants(kDates);
+        for (real64& instant : instants) // from 1966 to 2034
+            instant = static_cast<real64>(static_cast<int32>(random())) * 0.5;
+        return instants;
+    }();
+    return sInstants;
+}
+
+// ICU's calendar without the change to the Julian one, in GMT.
+icu::GregorianCalendar MakeCalendar()
+{
+    UErrorCode status = U_ZERO_ERROR;
+    icu::GregorianCalendar calendar(*icu::TimeZone::getGMT(), status);
+    calendar.setGregorianChange(-1e18, status);
+    return calendar;
+}
+
+// The fields of all instants, added up.
+void FieldsCore(benchmark::State& state)
+{
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (const real64 instant : Instants())
+        {
+            TNqSystemTime time;
+            time.fSeconds = instant;
+            TNqUserTimeRecord record;
+            record.SysTimeToTimeRecord(time);
+            sum += record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute + record.fSecond;
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "fields", sum);
+}
+
+void FieldsIcu(benchmark::State& state)
+{
+    icu::GregorianCalendar calendar = MakeCalendar();
+    UErrorCode status = U_ZERO_ERROR;
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (const real64 instant : Instants())
+        {
+            calendar.setTime((instant + kSecondsBefore2001) * 1000, status);
+            sum += calendar.get(UCAL_EXTENDED_YEAR, status) + calendar.get(UCAL_MONTH, status) + 1;
+            sum += calendar.get(UCAL_DATE, status) + calendar.get(UCAL_HOUR_OF_DAY, status);
+            sum += calendar.get(UCAL_MINUTE, status) + calendar.get(UCAL_SECOND, status);
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "fields", sum);
+}
+
+// Records with a day far out of range: what is due so many days after a date.
+TNqUserTimeRecord MakeRecord(int i)
+{
+    TNqUserTimeRecord record;
+    record.fYear = static_cast<int16>(1900 + i % 200);
+    record.fMonth = static_cast<int16>(1 + i % 12);
+    record.fDay = static_cast<int16>(i * 37 % 20000 - 10000);
+    record.fHour = static_cast<int16>(i % 100 - 50);
+    record.fMinute = static_cast<int16>(i * 7 % 300 - 100);
+    return record;
+}
+
+void NormaliseCore(benchmark::State& state)
+{
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (int i = 0; i < kDates; ++i)
+        {
+            TNqUserTimeRecord record = MakeRecord(i);
+            record.NormalizeTimeRecord();
+            sum += record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute;
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "normalised", sum);
+}
+
+void NormaliseIcu(benchmark::State& state)
+{
+    icu::GregorianCalendar calendar = MakeCalendar();
+    UErrorCode status = U_ZERO_ERROR;
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (int i = 0; i < kDates; ++i)
+        {
+            const TNqUserTimeRecord record = MakeRecord(i);
+            calendar.clear();
+            calendar.set(record.fYear, record.fMonth - 1, record.fDay, record.fHour, record.fMinute, 0);
+            sum += calendar.get(UCAL_EXTENDED_YEAR, status) + calendar.get(UCAL_MONTH, status) + 1;
+            sum += calendar.get(UCAL_DATE, status) + calendar.get(UCAL_HOUR_OF_DAY, status);
+            sum += calendar.get(UCAL_MINUTE, status);
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "normalised", sum);
+}
+
+void SecondsCore(benchmark::State& state)
+{
+    real64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (int i = 0; i < kDates; ++i)
+        {
+            TNqUserTimeRecord record = MakeRecord(i);
+            record.fDay = 15;
+            TNqSystemTime time;
+            time.TimeRecordToSysTime(record);
+            sum += time.fSeconds;
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "seconds", sum);
+}
+
+void SecondsIcu(benchmark::State& state)
+{
+    icu::GregorianCalendar calendar = MakeCalendar();
+    UErrorCode status = U_ZERO_ERROR;
+    real64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (int i = 0; i < kDates; ++i)
+        {
+            const TNqUserTimeRecord record = MakeRecord(i);
+            calendar.clear();
+            calendar.set(record.fYear, record.fMonth - 1, 15, record.fHour, record.fMinute, 0);
+            sum += calendar.getTime(status) / 1000 - kSecondsBefore2001;
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "seconds", sum);
+}
+
+void WeekdayCore(benchmark::State& state)
+{
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (int i = 0; i < kDates; ++i)
+        {
+            const TNqUserTimeRecord record = MakeRecord(i);
+            sum += TNqUserTimeRecord::DayOfWeek(record.fYear, record.fMonth, 15);
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "weekdays", sum);
+}
+
+void WeekdayIcu(benchmark::State& state)
+{
+    icu::GregorianCalendar calendar = MakeCalendar();
+    UErrorCode status = U_ZERO_ERROR;
+    int64 sum = 0;
+    for (auto _ : state)
+    {
+        sum = 0;
+        for (int i = 0; i < kDates; ++i)
+        {
+            const TNqUserTimeRecord record = MakeRecord(i);
+            calendar.clear();
+            calendar.set(record.fYear, record.fMonth - 1, 15);
+            sum += calendar.get(UCAL_DAY_OF_WEEK, status);
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    FinishAlike(state, kDates, "weekdays", sum);
+}
+
+} // namespace
+
+#define NQ_BIT_BENCHMARKS(function, task)                               \
+    NQ_BENCHMARK(function<TOurs>, task "/TBitArray");                   \
+    NQ_BENCHMARK(function<TStandardFixed>, task "/std::bitset");        \
+    NQ_BENCHMARK(function<TStandardVector>, task "/std::vector<bool>"); \
+    NQ_BENCHMARK(function<TBoost>, task "/boost::dynamic_bitset")
+
+NQ_BIT_BENCHMARKS(SetBits, "set bits");
+NQ_BIT_BENCHMARKS(TestBits, "test bits");
+NQ_BIT_BENCHMARKS(CombineBits, "or, and of a million bits");
+NQ_BIT_BENCHMARKS(CompareBits, "compare a million bits");
+NQ_BIT_BENCHMARKS(ListBits, "list the bits that are set");
+
+NQ_BENCHMARK((PixelsToReals<TNqColorRGBA8, TNqColorRGBA>), "4K pixels to reals/TNqColorRGBA8");
+NQ_BENCHMARK((PixelsToReals<TPlainPixel, TPlainColour>), "4K pixels to reals/plain loop");
+NQ_BENCHMARK((RealsToPixels<TNqColorRGBA8, TNqColorRGBA>), "4K reals to pixels/TNqColorRGBA");
+NQ_BENCHMARK((RealsToPixels<TPlainPixel, TPlainColour>), "4K reals to pixels/plain loop");
+NQ_BENCHMARK(MixPixels<TNqColorRGBA8>, "interpolate 4K pixels/TNqColorRGBA8");
+NQ_BENCHMARK(MixPixels<TPlainPixel>, "interpolate 4K pixels/plain loop");
+NQ_BENCHMARK((MixReals<TNqColorRGBA8, TNqColorRGBA>), "interpolate 4K reals/TNqColorRGBA");
+NQ_BENCHMARK((MixReals<TPlainPixel, TPlainColour>), "interpolate 4K reals/plain loop");
+
+NQ_BENCHMARK(FieldsCore, "1000 x seconds to fields/TNqUserTimeRecord");
+NQ_BENCHMARK(FieldsIcu, "1000 x seconds to fields/icu::GregorianCalendar");
+NQ_BENCHMARK(SecondsCore, "1000 x fields to seconds/TNqSystemTime");
+NQ_BENCHMARK(SecondsIcu, "1000 x fields to seconds/icu::GregorianCalendar");
+NQ_BENCHMARK(WeekdayCore, "1000 x day of the week/TNqUserTimeRecord");
+NQ_BENCHMARK(WeekdayIcu, "1000 x day of the week/icu::GregorianCalendar");
+NQ_BENCHMARK(NormaliseCore, "1000 x normalise/TNqUserTimeRecord");
+NQ_BENCHMARK(NormaliseIcu, "1000 x normalise/icu::GregorianCalendar");
