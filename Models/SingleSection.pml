@@ -1,14 +1,16 @@
 /* The single section: who runs the work that bodies of a parallel job ask for.
  *
  * Two workers of the pool each run a body that asks for work; a thread outside the pool asks as well, and another one
- * waits for the job, so it runs what is queued. Helping the job may run one more body, nested, which asks in turn. The
- * job may fail at any moment: what is queued is dropped and what is added later is dropped as well.
+ * waits for the job, so it runs what is queued. Helping the job may run more bodies, nested, which ask in turn, for the
+ * same work or for other, or wait for a loop of which a third worker runs a body that asks. The job may fail at any
+ * moment: what is queued is dropped and what is added later is dropped as well.
  * The lock around the list is an atomic block here; TNqSafeSection has a model of its own.
  *
  * Checked: no two runs at a time, each entry runs once, nothing touches the section after its destructor, and every
  * request ends.
  *
- *   -DBODIES=0        without a nested body
+ *   -DBODIES=n        n nested bodies, 1 unless given
+ *   -DALONE           worker 1 asks alone, but for the nested bodies
  *   -DBOUND_WORKER    worker 2 runs a task that cannot spawn others: it must not run tasks of the job
  *   -DPROGRESS        for a search of endless runs, see PassWaitOn
  *
@@ -17,6 +19,8 @@
  *                     its worker may not run other tasks
  *   -DNO_LAST_WAIT    the destructor does not take the wait semaphore: the last run signals a dead one
  *   -DCOUNT_LAST      a direct run lowers the count after it has let the next one go: two runs are counted
+ *   -DHELP_EARLY      a request helps before its turn has come: the loop of a nested body waits for a request that waits
+ *                     for the one below the loop, which nobody starts
  */
 
 #ifndef BODIES
@@ -24,8 +28,9 @@
 #endif
 #define ENTRIES (3 + BODIES)
 #define NONE 255
-#define WORKERS 2     /* ids 1 and 2; 3 is the thread outside */
-#define OUTSIDE 3
+#define OTHER_WORK 9
+#define OUTSIDE 3     /* the thread outside; the workers are 1 and 2 */
+#define THIRD 4       /* and this one, which runs nothing but the body of a loop */
 
 byte owner[ENTRIES];
 byte work[ENTRIES];
@@ -42,16 +47,26 @@ byte waitUnits = 1;   /* fWait */
 byte runCount = 0;
 bool failed = false;  /* the pool job */
 byte bodies = BODIES;
-byte requests = 3;    /* that have not ended, but for the nested ones */
-bool nestedEnded[WORKERS + 1];
+#ifdef ALONE
+byte requests = 1;    /* that have not ended, but for the nested ones */
+#else
+byte requests = 3;
+#endif
+bool nestedEnded[BODIES + 1];
+bool thirdIsBusy = false;
 bool hang = false;    /* nobody can go on */
 bool dead = false;    /* the section */
 
-#define IS_POOL(id) (id <= WORKERS)
+#define IS_POOL(id) (id != OUTSIDE)
 #ifdef BOUND_WORKER
 #define MAY_HELP(id) (id != 2)
 #else
 #define MAY_HELP(id) true
+#endif
+#ifdef HELP_EARLY
+#define HAS_TURN(running, mine) true
+#else
+#define HAS_TURN(running, mine) (running == mine)
 #endif
 
 inline TakeWait() { atomic { waitUnits > 0 -> waitUnits--; assert(!dead) } }
@@ -118,12 +133,14 @@ inline TakeQueued(entry)
     skip
 }
 
-proctype Request(byte me; byte what; bool nested)
+/* `body` is the number of the nested body that asks, BODIES for none. */
+proctype Request(byte me; byte what; byte body)
 {
     byte mine;  /* the entry of this request */
     byte other = NONE;
     byte turn;  /* 0 wait, 1 help, 2 run here */
     bool claimed;
+    byte inner;
 
     /* GetSectionJob */
     atomic {
@@ -170,7 +187,7 @@ proctype Request(byte me; byte what; bool nested)
         :: turn == 0 -> WaitForTurn(me)
         :: turn == 1 ->
             if
-            :: MAY_HELP(me) ->
+            :: MAY_HELP(me) && HAS_TURN(other, mine) ->
                 byte task = NONE;
                 atomic { TakeQueued(task) };
                 if
@@ -183,10 +200,14 @@ proctype Request(byte me; byte what; bool nested)
                     turn = 3
                 :: else ->
                     if
-                    :: atomic { !nested && bodies > 0 -> bodies-- };
-                        run Request(me, me, true);
-                        nestedEnded[me];
-                        nestedEnded[me] = false;
+                    :: atomic { bodies > 0 && me != THIRD -> bodies--; inner = bodies };
+                        if
+                        :: run Request(me, me, inner)
+                        :: run Request(me, OTHER_WORK, inner)
+                        :: atomic { !thirdIsBusy -> thirdIsBusy = true };
+                            run Request(THIRD, THIRD, inner)
+                        fi;
+                        nestedEnded[inner];
                         turn = 3
                     :: else -> skip
                     fi
@@ -227,7 +248,9 @@ progress:
         assert(!dead);
         users[mine]--;
         if
-        :: nested -> nestedEnded[me] = true
+        :: body < BODIES ->
+            nestedEnded[body] = true;
+            thirdIsBusy = thirdIsBusy && me != THIRD
         :: else -> requests--
         fi
     }
@@ -258,9 +281,11 @@ proctype Failure()
 init
 {
     atomic {
-        run Request(1, 1, false);
-        run Request(2, 2, false);
-        run Request(OUTSIDE, 3, false);
+        run Request(1, 1, BODIES);
+#ifndef ALONE
+        run Request(2, 2, BODIES);
+        run Request(OUTSIDE, 3, BODIES);
+#endif
         run Waiter();
         run Failure()
     };

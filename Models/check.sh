@@ -63,6 +63,8 @@ single=SingleSection
 check holds   "single section: 2 workers, 1 thread outside, a nested body"        $single
 check goes-on "single section: 2 workers, 1 thread outside"                       $single -DBODIES=0 -DPROGRESS
 check goes-on "single section: and one of them must not run other tasks"          $single -DBODIES=0 -DBOUND_WORKER -DPROGRESS
+check goes-on "single section: 1 worker, 4 nested bodies, loops among them"       $single -DALONE -DBODIES=4 -DPROGRESS
+check spins   "single section: and a request helps before its turn"               $single -DALONE -DBODIES=2 -DHELP_EARLY -DPROGRESS
 check spins   "single section: only through the job's queue, the job fails"       $single -DQUEUE_ONLY -DPROGRESS
 check spins   "single section: only through it, a worker that must not help"      $single -DBODIES=0 -DBOUND_WORKER -DQUEUE_ONLY -DPROGRESS
 check outlives "single section: a destructor that does not wait"                  $single -DNO_LAST_WAIT

@@ -3,6 +3,7 @@
 #include "NqCore/PublicAPI/NqSMP.h"
 #include "NqCore/PublicAPI/NqSMPParallel.h"
 #include "NqCore/PublicAPI/NqString.h"
+#include "Tests/CallTask.h"
 #include "Tests/TestHost.h"
 
 #include <sys/resource.h>
@@ -388,28 +389,6 @@ TEST(ParallelLoopDeathTest, AForkedProcessRunsLoopsAndEnds)
 
 namespace
 {
-
-class TCallTask : public TBasicSMPTask
-{
-public:
-    using TCall = std::function<void(ISMPJobTask**)>;
-
-    static TNqCountedPtr<ISMPJobTask> Make(TCall inCall, bool inSpawns = false)
-    {
-        TNqCountedPtr<ISMPJobTask> task;
-        TNqCountedCreateHelper<ISMPJobTask>{& task} = new TCallTask(std::move(inCall), inSpawns);
-        return task;
-    }
-
-    void Execute(ISMPJobTask** outNext) override { fCall(outNext); }
-    boolean CanSpawnTasks() override { return fSpawns; }
-
-private:
-    TCallTask(TCall inCall, bool inSpawns) : fCall(std::move(inCall)), fSpawns(inSpawns) {}
-
-    const TCall fCall;
-    const bool fSpawns;
-};
 
 class SMPJob : public ParallelLoop
 {

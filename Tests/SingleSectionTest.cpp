@@ -1,9 +1,11 @@
 #include "NqCore/PublicAPI/NqSMP.h"
 #include "NqCore/PublicAPI/NqSMPParallel.h"
+#include "Tests/CallTask.h"
 #include "Tests/TestHost.h"
 #include "Tests/YieldingHost.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <thread>
 
@@ -43,6 +45,13 @@ NqErr ErrorOf(const std::function<void()>& inCall)
         return error.GetError();
     }
     return kNqNoErr;
+}
+
+void WaitUntil(const std::atomic<bool>& inFlag, std::chrono::milliseconds inAtMost = std::chrono::minutes(1))
+{
+    const auto end = std::chrono::steady_clock::now() + inAtMost;
+    while (!inFlag && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
 }
 
 class TFakeThread final : public ISMPJobWorkerThread
@@ -96,6 +105,9 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Workers, SingleSection, ::testing::Values(1, 2, 5),
                          [](const auto& inInfo) { return std::to_string(inInfo.param); });
+
+using SingleSectionOfThree = SingleSection; // with one worker of each kind that a test needs
+INSTANTIATE_TEST_SUITE_P(Workers, SingleSectionOfThree, ::testing::Values(3));
 
 TEST_P(SingleSection, WorkRunsOneAtATimeAndIsDoneWhenTheRequestReturns)
 {
@@ -188,12 +200,6 @@ TEST_P(SingleSection, SurvivesAJobThatFails)
 // A plain task cannot spawn others: its thread must not run tasks of the job while it waits, nor wait for ever.
 TEST_P(SingleSection, ServesTasksThatCannotSpawn)
 {
-    struct TTask : TBasicSMPTask
-    {
-        explicit TTask(std::function<void()> inRun) : fRun(std::move(inRun)) {}
-        void Execute(ISMPJobTask**) override { fRun(); }
-        const std::function<void()> fRun;
-    };
     TSMPSingleSection section;
     static thread_local int tRunning;
     std::atomic<int> runs{0};
@@ -201,19 +207,74 @@ TEST_P(SingleSection, ServesTasksThatCannotSpawn)
     GetSMPWorkers()->CreateJob(&job);
     for (int i = 0; i < 200; ++i)
     {
-        TNqCountedPtr<ISMPJobTask> task;
-        TNqCountedCreateHelper<ISMPJobTask>{& task} = new TTask(
-            [&, i]
+        job->AddTask(TCallTask::Make(
+            [&, i](ISMPJobTask**)
             {
                 EXPECT_EQ(++tRunning, 1);
                 TWork work(i % 5, [&] { ++runs; });
                 section.InternalExecute(work);
                 --tRunning;
-            });
-        job->AddTask(task);
+            }));
     }
     job->Wait();
     EXPECT_EQ(runs, 200);
+}
+
+// While another worker runs the first work, the one that asked for it runs a body that asks for a second, and adds a
+// third body with a loop: run before the second work has its turn, the loop would wait for it for ever.
+TEST_P(SingleSectionOfThree, ALoopNeverWaitsForARequestBelowIt)
+{
+    for (unsigned round = 0; round < 20; ++round)
+    {
+        TSMPSingleSection section;
+        TNqCountedPtr<ISMPJob> job;
+        GetSMPWorkers()->CreateJob(&job);
+        std::atomic<int> askers{0};
+        std::atomic<bool> asked{false}, ended{false}, loopRuns{false}, otherCame{false};
+        const auto loop = [&](ISMPJobTask**)
+        {
+            loopRuns = true;
+            const int32 here = GetCurrentSMPWorkerID();
+            ForEach(2,
+                    [&](int32)
+                    {
+                        if (GetCurrentSMPWorkerID() == here)
+                            return WaitUntil(otherCame, std::chrono::milliseconds(20));
+                        otherCame = true;
+                        TWork work(3);
+                        section.InternalExecute(work);
+                    });
+        };
+        const auto second = [&](ISMPJobTask**)
+        {
+            AddSMPJobTask(TCallTask::Make(loop, true));
+            TWork work(2);
+            section.InternalExecute(work);
+        };
+        const auto first = [&](ISMPJobTask**)
+        {
+            const int32 asker = GetCurrentSMPWorkerID();
+            if (asker == 0)
+                return WaitUntil(ended);
+            if (++askers != 1)
+                return WaitUntil(asked);
+            TWork work(1,
+                       [&]
+                       {
+                           if (GetCurrentSMPWorkerID() != asker)
+                               AddSMPJobTask(TCallTask::Make(second, true));
+                           WaitUntil(loopRuns, std::chrono::milliseconds(10));
+                       });
+            YieldAroundHostCalls(1, round); // leaves others the time to take the work
+            asked = true;
+            section.InternalExecute(work);
+            YieldAroundHostCalls(0, 0);
+            ended = true;
+        };
+        for (int i = 0; i < 3; ++i)
+            job->AddTask(TCallTask::Make(first, true));
+        job->Wait();
+    }
 }
 
 TEST_P(SingleSection, WithoutMemoryItThrowsAndStaysUsable)

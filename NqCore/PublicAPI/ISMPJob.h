@@ -425,7 +425,7 @@ private:
     EStep ChooseStep(TSMPSingleSectionJob& inEntry, TNqCountedPtr<TSMPSingleSectionJob>& outRunning);
     void TakeStep(TSMPSingleSectionJob& inEntry);
     void StartOnPool(TSMPSingleSectionJob& inEntry);
-    void Help(TSMPSingleSectionJob& inRunning);
+    void Help(const TSMPSingleSectionJob& inEntry, TSMPSingleSectionJob& inRunning);
     void WaitForTurn();
     void RunHere(TSMPSingleSectionJob& inEntry);
     void RunStarted(TSMPSingleSectionJob& inEntry);

@@ -472,7 +472,7 @@ void TSMPSingleSection::TakeStep(TSMPSingleSectionJob& inEntry)
         RunHere(inEntry);
         break;
     case kHelp:
-        Help(*running);
+        Help(inEntry, *running);
         break;
     case kWait:
         WaitForTurn();
@@ -480,8 +480,7 @@ void TSMPSingleSection::TakeStep(TSMPSingleSectionJob& inEntry)
     }
 }
 
-// The order of the list decides whose turn it is. A worker may also start an entry that a body further down its stack
-// has asked for, which cannot do it itself.
+// The order of the list decides whose turn it is. A worker starts any entry of its own.
 TSMPSingleSection::EStep TSMPSingleSection::ChooseStep(TSMPSingleSectionJob& inEntry,
                                                        TNqCountedPtr<TSMPSingleSectionJob>& outRunning)
 {
@@ -531,10 +530,13 @@ void TSMPSingleSection::StartOnPool(TSMPSingleSectionJob& inEntry)
 
 // The entry's task is in the queue of its pool job, unless another worker has taken it, or the job has failed and
 // dropped it, or this thread may run no other task now: then the thread runs the entry without its task.
-void TSMPSingleSection::Help(TSMPSingleSectionJob& inRunning)
+//
+// Other bodies are run only by a request that has its turn. A body may wait for other workers, a loop's say, which may
+// wait for this section: a request below it whose turn is yet to come, and which nobody else starts, would stop them.
+void TSMPSingleSection::Help(const TSMPSingleSectionJob& inEntry, TSMPSingleSectionJob& inRunning)
 {
     ISMPJob* const job = inRunning.fSMPJob;
-    if (job != nullptr && gHelpDepth < kMaxHelpDepth)
+    if (job != nullptr && &inRunning == &inEntry && gHelpDepth < kMaxHelpDepth)
     {
         const CWhileHelping helping;
         if (job->RunPendingWork())
