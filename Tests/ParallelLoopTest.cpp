@@ -321,13 +321,30 @@ TEST_P(ParallelLoop, WhatABodyThrowsReachesTheCaller)
     ExpectReports(kThrowText);
 }
 
+// Cuts off the last index: a thread has far more pieces in its queue than with halves.
+class TEndPartitioner : public TSimplePartitioner
+{
+public:
+    using TSimplePartitioner::TSimplePartitioner;
+    void Split(TEndPartitioner& ioWhole, TEndPartitioner& outEnd) const
+    {
+        outEnd = *this;
+        outEnd.fStart = --ioWhole.fEnd;
+    }
+};
+
 TEST_P(ParallelLoop, WithoutMemoryItThrowsOrSucceeds)
 {
     ForEachFailingAllocation(
         [](int64)
         {
             int64 sum = -1;
-            const auto loop = [&sum] { sum = SumTo(300, 4); };
+            const auto loop = [&sum]
+            {
+                EXPECT_EQ(SumTo(300, 4), 44850);
+                TBasicEstimator always;
+                SMPParallelReduce<SMPReduce::TAdd<int64>>(TEndPartitioner(0, 300, 1), always, AddUp, sum);
+            };
             const std::string thrown = WhatIsThrown(loop);
             EXPECT_TRUE(thrown == "" || thrown == std::to_string(0x80010002U)) << thrown;
             EXPECT_EQ(sum, thrown == "" ? 44850 : -1);

@@ -145,7 +145,9 @@ private:
         }
         catch (...)
         {
-            Recycle(*task);
+            // The job may have taken its reference, and given it back.
+            if (firstFree != task)
+                Recycle(*task);
             throw;
         }
     }
