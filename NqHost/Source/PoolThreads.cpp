@@ -5,10 +5,10 @@
 #include <oneapi/tbb/task_arena.h>
 
 #include <cstddef>
+#include <exception>
 #include <mutex>
 #include <new>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -26,10 +26,11 @@ int32 CountAvailableThreads(int32 inWanted)
         const std::lock_guard<std::mutex> closed(gate);
         try
         {
+            threads.reserve(static_cast<size_t>(inWanted));
             while (static_cast<int32>(threads.size()) < inWanted)
                 threads.emplace_back([&gate] { const std::lock_guard<std::mutex> passed(gate); });
         }
-        catch (const std::system_error&)
+        catch (const std::exception&)
         {
         }
     }

@@ -545,9 +545,9 @@ ISMPJobTask* TJob::RunOne(ISMPJobTask* inTask)
     ISMPJobTask* next = nullptr;
     if (!fFailed.load(std::memory_order_relaxed))
     {
-        const CWhileRunningTask running(*this, !inTask->CanSpawnTasks());
         try
         {
+            const CWhileRunningTask running(*this, !inTask->CanSpawnTasks());
             inTask->Execute(&next);
         }
         catch (...)

@@ -25,7 +25,8 @@ TNqLocalStorageDataPtrArray::TNqLocalStorageDataPtrArray()
 
 TNqLocalStorageDataPtrArray::~TNqLocalStorageDataPtrArray()
 {
-    DeleteCS(fTlsDataCS);
+    if (fTlsDataCS != nullptr)
+        DeleteCS(fTlsDataCS);
 }
 
 TNqLocalStorageData* TNqLocalStorageDataPtrArray::GetElem(int32 inIndex)
