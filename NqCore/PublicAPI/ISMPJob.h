@@ -66,7 +66,9 @@ public:
     virtual boolean RunPendingWork() = 0;
 
     // Until no task is left; runs pending ones meanwhile. Once a task has thrown, those not started are released
-    // unexecuted and the first exception is thrown from here. The job may be used again afterwards.
+    // unexecuted and the first exception is thrown from here. The job may be used again afterwards. Never from a task
+    // of this job, which would wait for itself; from a task that cannot spawn others only if that task made the job.
+    // Two threads outside the pool that wait for one job are both its worker 0.
     virtual void Wait() = 0;
 };
 
