@@ -4,6 +4,7 @@
 #include "Tools/nqtoken/Check.h"
 #include "Tools/nqtoken/Compare.h"
 #include "Tools/nqtoken/EachFile.h"
+#include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/Guard.h"
 #include "Tools/nqtoken/Import.h"
 #include "Tools/nqtoken/ModelExport.h"
@@ -122,6 +123,12 @@ int Compare(const Arguments& inArguments)
     return Finish(Outcome(CompareScenes(a, b, inArguments.fTolerance, output), {}), output);
 }
 
+int Formats()
+{
+    Output output;
+    return Finish(ListFormats(output), output);
+}
+
 // --- command line
 
 using Command = int (*)(const Arguments&);
@@ -142,7 +149,7 @@ void DescribeJobs(CLI::App& ioCommand, Arguments& outArguments)
 void DescribeImport(CLI::App& ioApp, Arguments& outArguments)
 {
     CLI::App* command = ioApp.add_subcommand("import", "Turn 3D models into scenes");
-    command->add_option("MODEL", outArguments.fInputs, "models in any format that assimp reads")->required();
+    command->add_option("MODEL", outArguments.fInputs, "models of formats that \"nqtoken formats\" lists")->required();
     command
         ->add_option("-o,--output", outArguments.fTarget,
                      "scene to write, or a folder for scenes named after their models; without it they go beside the "
@@ -217,6 +224,15 @@ void DescribeCompare(CLI::App& ioApp, Arguments& outArguments)
         "Exit status: 0 the same, 1 different, 2 wrong usage or a file that could not be read.");
 }
 
+void DescribeFormats(CLI::App& ioApp)
+{
+    CLI::App* command = ioApp.add_subcommand("formats", "List the formats of models and scenes that are known");
+    command->footer("Each line: the format, the extensions of its files, whether it is read and written, and the type\n"
+                    "codes: the first four bytes, by which a model is recognized when its name does not tell.\n"
+                    "Example: nqtoken formats\n" +
+                    std::string(kStatusText));
+}
+
 int Run(int inCount, char** inArguments)
 {
     CLI::App app("Looks at token files, checks them, and turns 3D models into scenes and back.", "nqtoken");
@@ -229,6 +245,7 @@ int Run(int inCount, char** inArguments)
     DescribeShow(app, arguments);
     DescribeCheck(app, arguments);
     DescribeCompare(app, arguments);
+    DescribeFormats(app);
     try
     {
         app.parse(inCount, inArguments);
@@ -260,6 +277,8 @@ int Run(int inCount, char** inArguments)
         return Check(arguments);
     if (app.got_subcommand("show"))
         return Show(arguments);
+    if (app.got_subcommand("formats"))
+        return Formats();
     const Command command = app.got_subcommand("export") ? Export : Compare;
     return RunGuarded(arguments.fInputs[0], [&] { return command(arguments); });
 }

@@ -1,7 +1,10 @@
 #include "Tools/nqtoken/ModelExport.h"
 
 #include "Tools/nqtoken/AtomicFile.h"
+#include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/SceneNames.h"
+
+#include "NqCore/PublicAPI/NqFileTypeUtils.h"
 
 #include <assimp/Exporter.hpp>
 #include <assimp/IOStream.hpp>
@@ -10,7 +13,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -24,7 +26,7 @@ namespace
 
 struct Format
 {
-    const char* fEnding;
+    FourCharT fType; // in the registry
     const char* fExporter;
     bool fHoldsMaterials;
     bool fHoldsNodes;
@@ -34,22 +36,31 @@ struct Format
 };
 
 constexpr Format kFormats[] = {
-    {"obj", "obj", true, false, false, false, false},   {"ply", "plyb", false, false, false, false, false},
-    {"stl", "stlb", false, false, false, false, false}, {"gltf", "gltf2", true, true, true, true, true},
-    {"glb", "glb2", true, true, true, true, true},
+    {Name("OBJ "), "obj", true, false, false, false, false},
+    {Name("PLY "), "plyb", false, false, false, false, false},
+    {Name("STL "), "stlb", false, false, false, false, false},
+    {Name("GLTF"), "gltf2", true, true, true, true, true},
+    {Name("GLB "), "glb2", true, true, true, true, true},
 };
 
-const Format* FormatOf(const std::string& inPath)
+const Format* FindWritten(const TNqFileType& inType)
 {
-    const size_t dot = inPath.rfind('.');
-    std::string ending = dot == std::string::npos ? "" : inPath.substr(dot + 1);
-    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    const auto* const found = std::find_if(std::begin(kFormats), std::end(kFormats),
+                                           [&](const Format& format) { return format.fType == inType.GetID(); });
+    return found != std::end(kFormats) ? found : nullptr;
+}
+
+// Those that are written, as a sentence names them.
+std::string WrittenText()
+{
+    std::vector<const TNqFileType*> types;
     for (const Format& format : kFormats)
     {
-        if (ending == format.fEnding)
-            return &format;
+        const TNqFileType* const type = TNqFileTypeUtils::GetAllTypes().FindNqFileTypeByID(format.fType);
+        if (type != nullptr)
+            types.push_back(type);
     }
-    return nullptr;
+    return JoinExtensions(types);
 }
 
 // --- files that the exporter writes, kept in memory until all of them are there
@@ -374,7 +385,7 @@ bool HasPlacing(const Scene& inScene)
                        [](const Node& node) { return node.fParent > 0 || node.fTransform != kIdentity; });
 }
 
-std::vector<std::string> LeftOut(const Scene& inScene, const Format& inFormat)
+std::vector<std::string> LeftOut(const Scene& inScene, const Format& inFormat, const std::string& inEnding)
 {
     std::vector<std::string> notes;
     std::vector<std::string> parts;
@@ -385,14 +396,12 @@ std::vector<std::string> LeftOut(const Scene& inScene, const Format& inFormat)
     if (!inFormat.fHoldsImages && !inScene.fImages.empty())
         parts.emplace_back("embedded textures");
     if (!parts.empty())
-        notes.push_back(
-            fmt::format("left out, as .{} does not hold them: {}", inFormat.fEnding, fmt::join(parts, ", ")));
+        notes.push_back(fmt::format("left out, as {} does not hold them: {}", inEnding, fmt::join(parts, ", ")));
     const bool otherUnit = inScene.fUnit > 0 && inScene.fUnit != 1;
     const bool otherAxis = inScene.fUpAxis != 0 && inScene.fUpAxis != Name("Y   ");
     if (inFormat.fIsInMetres && (otherUnit || otherAxis))
-        notes.push_back(
-            fmt::format(".{} is in metres with Y upward, and the scene is not; its numbers are written as they are",
-                        inFormat.fEnding));
+        notes.push_back(fmt::format(
+            "{} is in metres with Y upward, and the scene is not; its numbers are written as they are", inEnding));
     return notes;
 }
 
@@ -428,9 +437,13 @@ Outcome WriteFiles(const Files& inFiles, const std::string& inMain)
 
 Outcome ExportModel(const Scene& inScene, const std::string& inPath, std::vector<std::string>& outNotes)
 {
-    const Format* format = FormatOf(inPath);
+    Outcome loaded = LoadFormats();
+    if (!loaded.Ok())
+        return loaded;
+    const TNqFileType* const type = FindFormatByName(inPath);
+    const Format* const format = type != nullptr ? FindWritten(*type) : nullptr;
     if (format == nullptr)
-        return Trouble(fmt::format("{}: the name must end with .obj, .ply, .stl, .gltf or .glb", inPath));
+        return Trouble(fmt::format("{}: the name must end with {}", inPath, WrittenText()));
     const std::unique_ptr<aiScene> model = Convert(inScene, *format);
     Files files;
     Assimp::Exporter exporter;
@@ -443,8 +456,13 @@ Outcome ExportModel(const Scene& inScene, const std::string& inPath, std::vector
     }
     Outcome outcome = WriteFiles(files, inPath);
     if (outcome.Ok())
-        outNotes = LeftOut(inScene, *format);
+        outNotes = LeftOut(inScene, *format, JoinExtensions({type}));
     return outcome;
+}
+
+bool CanExport(const TNqFileType& inFormat)
+{
+    return FindWritten(inFormat) != nullptr;
 }
 
 } // namespace nqtoken

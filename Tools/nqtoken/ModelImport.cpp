@@ -1,9 +1,11 @@
 #include "Tools/nqtoken/ModelImport.h"
 
+#include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/InputFile.h"
 #include "Tools/nqtoken/SceneNames.h"
 #include "Tools/nqtoken/Text.h"
 
+#include <assimp/DefaultIOSystem.h>
 #include <assimp/Importer.hpp>
 #include <assimp/scene.h>
 #include <fmt/format.h>
@@ -312,6 +314,48 @@ Outcome Convert(const aiScene& inModel, Scene& outScene)
     return ConvertNodes(inModel, outScene.fNodes);
 }
 
+// --- recognizing
+
+// assimp goes by the extension of a name. Where the file has none that it knows, it is shown the file under a name that
+// says what the registry found.
+class RenamingFiles : public Assimp::DefaultIOSystem
+{
+public:
+    RenamingFiles(std::string inShown, std::string inPath) : fShown(std::move(inShown)), fPath(std::move(inPath)) {}
+
+    bool Exists(const char* inName) const override { return DefaultIOSystem::Exists(PathOf(inName)); }
+    Assimp::IOStream* Open(const char* inName, const char* inMode) override
+    {
+        return DefaultIOSystem::Open(PathOf(inName), inMode);
+    }
+
+private:
+    const char* PathOf(const char* inName) const { return fShown == inName ? fPath.c_str() : inName; }
+
+    std::string fShown;
+    std::string fPath;
+};
+
+// Finds out the format, and the name under which assimp knows it, too.
+Outcome Recognize(const std::string& inPath, std::string& outShown)
+{
+    Outcome loaded = LoadFormats();
+    if (!loaded.Ok())
+        return loaded;
+    const TNqFileType* const format = FindFormat(inPath);
+    if (format == nullptr)
+        return AtFault(
+            fmt::format("{}: not a model that can be read: neither its name nor its first bytes tell a known "
+                        "format (\"nqtoken formats\" lists them)",
+                        inPath));
+    if (format->GetFileTypeFamilyID() != kModelFamily)
+        return AtFault(fmt::format("{}: not a model; its format is \"{}\"", inPath, format->GetName().GetString()));
+    outShown = inPath;
+    if (FindFormatByName(inPath) == nullptr)
+        outShown += fmt::format(".{}", format->GetExtension(0).GetString());
+    return {};
+}
+
 } // namespace
 
 Outcome ImportModel(const std::string& inPath, Scene& outScene, std::vector<std::string>& outNotes)
@@ -320,8 +364,14 @@ Outcome ImportModel(const std::string& inPath, Scene& outScene, std::vector<std:
     Outcome opened = file.Open(inPath);
     if (!opened.Ok())
         return opened;
+    std::string shown;
+    Outcome recognized = Recognize(inPath, shown);
+    if (!recognized.Ok())
+        return recognized;
     Assimp::Importer importer;
-    const aiScene* model = importer.ReadFile(inPath, 0);
+    if (shown != inPath)
+        importer.SetIOHandler(new RenamingFiles(shown, inPath)); // taken over
+    const aiScene* model = importer.ReadFile(shown, 0);
     if (model == nullptr)
         return AtFault(fmt::format("{}: not a model that can be read: {}", inPath, importer.GetErrorString()));
     outScene = Scene();
@@ -329,10 +379,16 @@ Outcome ImportModel(const std::string& inPath, Scene& outScene, std::vector<std:
     if (!outcome.Ok())
         return AtFault(fmt::format("{}: {}", inPath, outcome.Text()));
     // Some formats have no name for the root: it is given that of the file.
-    if (!outScene.fNodes.empty() && outScene.fNodes.front().fName == inPath.substr(inPath.rfind('/') + 1))
+    if (!outScene.fNodes.empty() && outScene.fNodes.front().fName == shown.substr(shown.rfind('/') + 1))
         outScene.fNodes.front().fName.clear();
     outNotes = LeftOut(*model);
     return {};
+}
+
+bool CanImport(const TNqFileType& inFormat)
+{
+    const Assimp::Importer importer;
+    return importer.IsExtensionSupported(inFormat.GetExtension(0).GetString());
 }
 
 } // namespace nqtoken

@@ -16,4 +16,14 @@ Outcome ExportModel(const Scene&, const std::string&, std::vector<std::string>&)
     return Trouble("this nqtoken was built without assimp and writes no models; \"show\" and \"check\" work");
 }
 
+bool CanImport(const TNqFileType&)
+{
+    return false;
+}
+
+bool CanExport(const TNqFileType&)
+{
+    return false;
+}
+
 } // namespace nqtoken
