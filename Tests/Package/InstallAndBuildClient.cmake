@@ -46,3 +46,12 @@ if(pkg_config)
   run(sh -c "${CXX} -std=c++17 -fPIC ${SOURCE_DIR}/Tests/Package/Client/Client.cpp -o ${WORK_DIR}/client-pc $(${pkg_config} --define-variable=prefix=${prefix} --cflags --libs nqcore)")
   expect_client(${WORK_DIR}/client-pc)
 endif()
+
+# The installed tool finds its formats where it was put.
+find_program(nqtoken nqtoken PATHS ${prefix}/bin NO_DEFAULT_PATH)
+if(nqtoken)
+  run(${nqtoken} formats)
+  if(NOT output MATCHES "\\.obj +read")
+    message(FATAL_ERROR "nqtoken formats printed:\n${output}")
+  endif()
+endif()

@@ -27,7 +27,7 @@ constexpr FourCharT kFamiliesType = 0x4646616D;  // "FFam"
 constexpr FourCharT kFileTypesType = 0x46547970; // "FTyp"
 constexpr int16 kFamiliesID = 1;
 
-std::vector<NqTypeFamilyID> gFamilies; // in the order of the file; empty until formats are loaded
+std::vector<NqTypeFamilyID> gFamilies; // in the order of the file
 
 // Of the places where the file may be, the first that has one; else the last, for the message.
 std::string FindFile()
@@ -155,7 +155,7 @@ void ListFamily(NqTypeFamilyID inFamily, Output& outOutput)
 
 Outcome LoadFormats()
 {
-    return gFamilies.empty() ? LoadFormats(FindFile()) : Outcome();
+    return TNqFileTypeUtils::GetAllTypes().GetElemCount() == 0 ? LoadFormats(FindFile()) : Outcome();
 }
 
 Outcome LoadFormats(const std::string& inPath)
