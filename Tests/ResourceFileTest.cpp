@@ -1,10 +1,8 @@
 // Resource files: bytes, refusals, and what is left when a save fails.
 
 #include "Fuzz/ResourceBytes.h"
-#include "NqCore/PublicAPI/NqResourceStream.h"
-#include "NqHost/PublicAPI/NqHostResourceFile.h"
 #include "Tests/FailingCalls.h"
-#include "Tests/TestHost.h"
+#include "Tests/ResourceDoubles.h"
 
 #include <map>
 
@@ -20,33 +18,11 @@ class ResourceFile : public FolderTest
 {
 protected:
     // A resource in the file; null when it was not taken.
-    static TNqResource* Add(TNqHostResourceFile& file, FourCharT type, int id, const char* name,
-                            const std::string& data = {}, const TTexts* strings = nullptr)
+    static TNqResource* Add(TNqHostResourceFile& file, FourCharT type, int id, const std::string& name,
+                            const std::string& data = {}, TResourceStrings* strings = nullptr)
     {
-        TNqCountedPtr<TNqResource> resource;
-        *&resource = new TNqResource(type, static_cast<int16>(id), TNqString255(name));
-        resource->SetData(data.data(), static_cast<uint32>(data.size()));
-        TNqCountedPtr<TResourceStrings> table;
-        if (strings != nullptr)
-        {
-            TResourceStrings::Create(&table);
-            for (const std::string& text : *strings)
-                table->AddElem(TNqDynamicString(text.c_str()));
-            resource->SetLocalizedStrings(table);
-        }
+        const TResourcePtr resource = Resource(type, id, name, data, strings);
         return file.AddResource(*resource) == kNqNoErr ? resource : nullptr;
-    }
-
-    static std::string BytesOf(const TNqHostResourceFile& file)
-    {
-        TNqByteSwapStream out;
-        TNqDynamicString reason;
-        EXPECT_EQ(file.WriteBytes(out, reason), kNqNoErr) << reason.StrGet();
-        const size_t size = static_cast<size_t>(out.pcount());
-        int8* const block = out.str();
-        const std::string bytes(block, size);
-        Nqfree(block);
-        return bytes;
     }
 
     // The reason why the bytes are refused, "" when they are not.
@@ -71,8 +47,7 @@ TEST_F(ResourceFile, HasTheseBytes)
 {
     TNqHostResourceFile file;
     Add(file, kIcon, -1, "", "abc")->SetAttributes(std::numeric_limits<int32>::min());
-    const TTexts strings = {"One", "Zw\xC3\xB6lfe"};
-    Add(file, kDlog, 128, "About", "\1\2\3\4", &strings)->SetAttributes(7);
+    Add(file, kDlog, 128, "About", "\1\2\3\4", Strings({"One", "Zw\xC3\xB6lfe"}))->SetAttributes(7);
     EXPECT_EQ(BytesOf(file), kTwo);
     EXPECT_EQ(Refusal(kTwo), "");
     EXPECT_EQ(BytesOf(TNqHostResourceFile()), NqFuzz::Sealed("", 0));
@@ -120,67 +95,68 @@ TEST_F(ResourceFile, RefusesEveryCutAndEveryWrongField)
     }
 }
 
-// Random adding, removing, changing and finding against a map, and the bytes there and back.
+// Random adding, removing, changing and finding against a map, whose bytes are made here.
 TEST_F(ResourceFile, RandomOperations)
 {
-    struct TModel
-    {
-        std::string fName, fData;
-        int32 fAttributes;
-    };
     using TKey = std::pair<FourCharT, int16>;
+    using TValue = std::tuple<std::string, std::string, uint32>; // name, data, attributes
     static constexpr FourCharT kTypes[] = {0, kDlog, kIcon, 0xFFFFFFFF};
     static constexpr int16 kNumbers[] = {-32768, -1, 0, 1, 2, 32767};
     TRandom random(7);
     TNqHostResourceFile file;
-    std::map<TKey, TModel> model;
+    std::map<TKey, TValue> model;
     for (int i = 0; i < 4000; ++i)
     {
         const TKey key{kTypes[random.Below(4)], kNumbers[random.Below(6)]};
-        const std::string name(static_cast<size_t>(random.Below(3)), "ab"[random.Below(2)]);
-        const std::string data(static_cast<size_t>(random.Below(9)), static_cast<char>(random()));
-        TNqResource* const found = file.FindResource(key.first, key.second);
-        const auto there = model.find(key);
-        ASSERT_EQ(found != nullptr, there != model.end());
-        if (random.OneIn(2))
-        {
-            ASSERT_EQ(Add(file, key.first, key.second, name.c_str(), data) != nullptr,
-                      model.insert({key, {name, data, 0}}).second);
-        }
-        else if (random.OneIn(2))
+        const TValue value{std::string(size_t(random.Below(3)), "ab"[random.Below(2)]),
+                           std::string(size_t(random.Below(9)), static_cast<char>(random())), uint32(random())};
+        const auto& [name, data, attributes] = value;
+        TNqResource* found = file.FindResource(key.first, key.second);
+        ASSERT_EQ(found != nullptr, model.count(key) == 1);
+        if (random.OneIn(4))
             ASSERT_EQ(file.RemoveResource(key.first, key.second) == kNqNoErr, model.erase(key) == 1);
-        else if (found != nullptr)
+        else
         {
-            there->second = {name, data, random.Below(99)};
+            TNqResource* const added = Add(file, key.first, key.second, name, data);
+            ASSERT_EQ(added != nullptr, found == nullptr);
+            found = added != nullptr ? added : found;
             found->SetName(TNqString31(name.c_str()));
             found->SetData(data.data(), static_cast<uint32>(data.size()));
-            found->SetAttributes(there->second.fAttributes);
+            found->SetAttributes(static_cast<int32>(attributes));
+            model[key] = value;
         }
-        const bool named =
-            std::any_of(model.begin(), model.end(),
-                        [&](const auto& elem) { return elem.first.first == key.first && elem.second.fName == name; });
-        ASSERT_EQ(file.FindResource(key.first, TNqString31(name.c_str())) != nullptr, named);
-        if (i % 50 != 0)
+        if (i % 20 != 0)
             continue;
 
-        const std::string bytes = BytesOf(file);
+        using NqFuzz::BigEndian;
+        std::string entries;
+        std::string bodies;
+        for (const auto& [k, v] : model)
+        {
+            const auto& [n, d, a] = v;
+            entries += BigEndian(k.first) + BigEndian(static_cast<uint32>(k.second)).substr(2) + '\0' +
+                       static_cast<char>(n.size()) + BigEndian(a) +
+                       BigEndian(static_cast<uint32>(20 + 28 * model.size() + bodies.size())) +
+                       BigEndian(static_cast<uint32>(d.size())) + std::string(8, '\0');
+            bodies += n + d;
+        }
+        const std::string bytes = NqFuzz::Sealed(entries + bodies, static_cast<uint32>(model.size()));
+        ASSERT_EQ(BytesOf(file), bytes);
         TNqHostResourceFile copy;
         TNqDynamicString reason;
         ASSERT_EQ(copy.ReadBytes(bytes.data(), static_cast<uint32>(bytes.size()), reason), 0) << reason.StrGet();
         ASSERT_EQ(BytesOf(copy), bytes);
         auto elem = model.begin();
-        FourCharT type;
-        for (boolean more = copy.GetFirstType(type); more; more = copy.GetNextType(type))
-            for (uint32 n = 0; const TNqResource* resource = copy.GetResource(type, n); ++n, ++elem)
-            {
-                ASSERT_LT(n, copy.CountResources(type));
-                ASSERT_NE(elem, model.end());
-                ASSERT_EQ(TKey(resource->GetType(), resource->GetID()), elem->first);
-                ASSERT_EQ(resource->GetName().StrGet(), elem->second.fName);
-                ASSERT_EQ(std::string(resource->GetData(), resource->GetSize()), elem->second.fData);
-                ASSERT_EQ(resource->GetAttributes(), elem->second.fAttributes);
-            }
+        FourCharT type = 0;
+        for (boolean more = file.GetFirstType(type); more; more = file.GetNextType(type))
+            for (uint32 n = 0; const TNqResource* resource = file.GetResource(type, n); ++n, ++elem)
+                ASSERT_TRUE(n < file.CountResources(type) && elem != model.end() &&
+                            TKey(resource->GetType(), resource->GetID()) == elem->first);
         ASSERT_EQ(elem, model.end());
+        const bool named =
+            std::any_of(model.begin(), model.end(),
+                        [&](const auto& e) { return e.first.first == key.first && std::get<0>(e.second) == name; });
+        ASSERT_EQ(file.FindResource(key.first, TNqString31(name.c_str())) != nullptr, named);
     }
 }
 

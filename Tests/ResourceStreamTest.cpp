@@ -1,10 +1,8 @@
 // Binary fields, byte for byte and against a model, and localized texts.
 
-#include "NqCore/PublicAPI/NqResourceStream.h"
 #include "NqCore/PublicAPI/NqToken.h"
+#include "Tests/ResourceDoubles.h"
 #include "Tests/StreamDoubles.h"
-
-#include <cmath>
 
 using namespace std::string_literals;
 
@@ -23,26 +21,6 @@ struct TNqResourceLayout
 namespace
 {
 
-std::string Written(TNqstrstream& stream)
-{
-    const size_t size = static_cast<size_t>(stream.pcount());
-    int8* const bytes = stream.str();
-    const std::string text(bytes, size);
-    Nqfree(bytes);
-    return text;
-}
-
-using TStringsPtr = TNqCountedPtr<TResourceStrings>;
-
-TStringsPtr Strings(const TTexts& texts)
-{
-    TStringsPtr strings;
-    TResourceStrings::Create(&strings);
-    for (const std::string& text : texts)
-        EXPECT_TRUE(strings->AddElem(TNqDynamicString(text.c_str())));
-    return strings;
-}
-
 TTexts Texts(const TResourceStrings& strings)
 {
     TTexts texts;
@@ -50,6 +28,33 @@ TTexts Texts(const TResourceStrings& strings)
         texts.push_back(strings[i].StrGet());
     return texts;
 }
+
+using TStream = TNqByteSwapStream;
+
+template <class T>
+void Put(TStream& stream, uint64 bits)
+{
+    T value;
+    std::memcpy(&value, &bits, sizeof value);
+    stream << value;
+}
+
+template <class T>
+uint64 Take(TStream& stream)
+{
+    T value = 0;
+    stream >> value;
+    uint64 bits = 0;
+    std::memcpy(&bits, &value, sizeof value);
+    return bits;
+}
+
+struct TField
+{
+    size_t fSize;
+    void (*fWrite)(TStream& stream, uint64 bits);
+    uint64 (*fRead)(TStream& stream);
+};
 
 using ResourceStream = NqTest;
 
@@ -87,86 +92,47 @@ TEST_F(ResourceStream, FieldsHaveTheseBytes)
 }
 
 // The same random fields through the class itself and through one derived from it, against bytes made by hand; then
-// read back from every cut: what is whole is as it was, what is not is built from the bytes there are.
+// read back from a cut: what is not whole is built from the bytes there are.
 TEST_F(ResourceStream, RandomFieldsComeBack)
 {
+    static const TField kFields[] = {{1, Put<int8>, Take<uint8>},
+                                     {2, Put<int16>, Take<uint16>},
+                                     {4, Put<uint32>, Take<int32>},
+                                     {4, Put<real32>, Take<real32>},
+                                     {8, Put<real64>, Take<real64>}};
     TRandom random(45);
-    for (int round = 0; round < 200; ++round)
+    for (int round = 0; round < 300; ++round)
     {
-        TNqByteSwapStream direct;
-        TDerived<TNqByteSwapStream> plain;
+        TStream direct;
+        TDerived<TStream> plain;
         std::string model;
-        std::vector<std::pair<int, uint64>> fields;
+        std::vector<const TField*> fields;
         for (int i = random.Below(12); i >= 0; --i)
         {
-            const int kind = random.Below(5);
-            const int size = std::array<int, 5>{1, 2, 4, 8, 0}[static_cast<size_t>(kind)];
-            const uint64 bits = uint64(random()) << 32 | random();
-            const std::string text(bits % 300, static_cast<char>('a' + bits % 26));
-            fields.push_back({kind, bits});
-            for (int byte = size; byte-- > 0;)
+            const uint64 bits = (uint64(random()) << 32 | random()) & 0x7FEFFFFF7F7FFFFF; // no NaN
+            fields.push_back(&kFields[random.Below(5)]);
+            fields.back()->fWrite(direct, bits);
+            fields.back()->fWrite(plain, bits);
+            for (size_t byte = fields.back()->fSize; byte-- > 0;)
                 model += static_cast<char>(bits >> 8 * byte);
-            if (kind == 4)
-                model += "\0\0"s + static_cast<char>(text.size() >> 8) + static_cast<char>(text.size()) + text;
-            for (TNqByteSwapStream* stream : {&direct, static_cast<TNqByteSwapStream*>(&plain)})
-            {
-                real64 number;
-                std::memcpy(&number, &bits, sizeof number);
-                kind == 0   ? *stream << static_cast<uint8>(bits)
-                : kind == 1 ? *stream << static_cast<int16>(bits)
-                : kind == 2 ? *stream << static_cast<int32>(bits)
-                : kind == 3 ? *stream << number
-                            : *stream << TNqDynamicString(text.c_str());
-            }
         }
         ASSERT_EQ(Written(direct), model);
         ASSERT_EQ(Written(plain), model);
 
-        const int32 cut = random.Below(static_cast<int32>(model.size()) + 1);
-        std::string there = model.substr(0, static_cast<size_t>(cut));
-        TNqByteSwapStream in(there.data(), cut, kUTF8Transcoder, eRead);
-        TDerived<TNqByteSwapStream> other(there.data(), cut, kUTF8Transcoder, eRead);
-        if (cut == 0)
-            continue;
-        int32 end = 0;
-        for (const auto& [kind, bits] : fields)
+        const int32 cut = 1 + random.Below(static_cast<int32>(model.size()));
+        TStream in(model.data(), cut, kUTF8Transcoder, eRead);
+        TDerived<TStream> other(model.data(), cut, kUTF8Transcoder, eRead);
+        model.resize(static_cast<size_t>(cut)); // what is missing reads as zeros
+        size_t at = 0;
+        for (const TField* field : fields)
         {
-            const int32 at = in.tell();
-            TNqDynamicString text;
-            TNqDynamicString otherText;
-            uint64 value = 0;
-            uint64 otherValue = 0;
-            const auto read = [](TNqByteSwapStream& stream, int what, uint64& out, TNqString& outText)
-            {
-                real64 number = 0;
-                int32 whole = 0;
-                what == 0   ? void(out = stream.ReadBoolean())
-                : what == 1 ? void(out = stream.ReadShort())
-                : what == 2 ? void((stream >> whole, out = static_cast<uint32>(whole)))
-                : what == 3 ? void((stream >> number, std::memcpy(&out, &number, sizeof out)))
-                            : void(stream >> outText);
-            };
-            read(in, kind, value, text);
-            read(other, kind, otherValue, otherText);
-            ASSERT_TRUE(value == otherValue && text == otherText && in.tell() == other.tell() &&
-                        in.good() == other.good() && in.gcount() == other.gcount());
-            const int32 size = kind == 4 ? 4 + int32(bits % 300) : 1 << kind;
-            end += size;
-            ASSERT_EQ(in.good(), end <= cut);
-            if (kind < 4)
-            {
-                std::string field =
-                    model.substr(static_cast<size_t>(at), static_cast<size_t>(std::min(cut - at, size)));
-                field.resize(static_cast<size_t>(size));
-                uint64 expected = 0;
-                for (const char byte : field)
-                    expected = expected << 8 | static_cast<uint8>(byte);
-                ASSERT_EQ(value, expected);
-            }
-            else
-                ASSERT_EQ(text.ByteLength(), uint32(std::clamp(cut - at - 4, 0, size - 4)));
-            if (!in.good())
-                break;
+            uint64 expected = 0;
+            for (size_t i = 0; i < field->fSize; ++i, ++at)
+                expected = expected << 8 | static_cast<uint8>(at < model.size() ? model[at] : 0);
+            ASSERT_EQ(field->fRead(in), expected);
+            ASSERT_EQ(field->fRead(other), expected);
+            ASSERT_EQ(in.good(), at <= model.size());
+            ASSERT_TRUE(in.tell() == other.tell() && in.good() == other.good() && in.gcount() == other.gcount());
         }
     }
 }
@@ -195,6 +161,9 @@ TEST_F(ResourceStream, TextsThatDoNotFit)
     in.ReadCString(text); // in Mac OS Roman, up to the end
     EXPECT_STREQ(text.StrGet(), "\3\xE2\x88\x9A\xC2\xA9@1@Mx");
     EXPECT_TRUE(in.eof());
+    int8 cut[] = "\0\0\0\5ab";
+    TNqByteSwapStream(cut, 6, kUTF8Transcoder, eRead) >> text;
+    EXPECT_STREQ(text.StrGet(), "ab");
     int8 c = 'c';
     in >> c >> name;
     EXPECT_TRUE(c == 'c' && name.ByteLength() == 0);
@@ -211,11 +180,9 @@ TEST_F(ResourceStream, LocalizedFields)
     EXPECT_EQ(bytes, "\0\0\0\3"s + std::string(28, '\0') + "\0\0\0\4\0\0\0\5"s);
     EXPECT_EQ(Texts(*strings), (TTexts{"one", "two", "three", "four", "five", "six"}));
 
-    TNqCountedPtr<TNqResource> resource;
-    *&resource = new TNqResource(NqFourChar("TEST"), 1, TNqString255("r"));
+    const TResourcePtr resource = Resource(NqFourChar("TEST"), 1, "r", {}, strings);
     bytes += "\0\0\0\6\x80\0\0\0\0\0\0\1\0\0\0\0\0\0"s;
     resource->LendData(bytes.data(), static_cast<uint32>(bytes.size()));
-    resource->SetLocalizedStrings(strings);
     TNqResourceStream in(*resource, eRead);
     TNqString255 a;
     TNqDynamicString b;
@@ -296,10 +263,10 @@ TEST_F(ResourceStream, WithoutMemory)
         {
             try
             {
-                TNqCountedPtr<TNqResource> resource;
-                *&resource = new TNqResource(NqFourChar("TEST"), 1, text);
+                const TResourcePtr resource(new TNqResource(NqFourChar("TEST"), 1, text));
                 if (resource == nullptr)
                     return;
+                resource->Release();
                 EXPECT_TRUE(resource->SetData(big.data(), 5000) || resource->GetSize() == 0);
                 const TStringsPtr strings = Strings({});
                 TNqResourceStream out(strings);

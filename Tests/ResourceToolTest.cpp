@@ -1,11 +1,9 @@
 // nqres: text to resources and back, and strings to translators and back.
 
-#include "Tests/TestHost.h"
+#include "Tests/ResourceDoubles.h"
 
 #ifdef NQRES_PATH
 
-#include "NqCore/PublicAPI/NqHostServices.h"
-#include "NqCore/PublicAPI/NqResourceStream.h"
 #include "Tools/nqres/Build.h"
 #include "Tools/nqres/Strings.h"
 
@@ -20,18 +18,6 @@ namespace
 class ResourceTool : public FolderTest
 {
 protected:
-    static std::string BytesOf(const TNqHostResourceFile& file)
-    {
-        TNqByteSwapStream out;
-        TNqDynamicString reason;
-        EXPECT_EQ(file.WriteBytes(out, reason), kNqNoErr) << reason.StrGet();
-        const size_t size = static_cast<size_t>(out.pcount());
-        int8* const block = out.str();
-        const std::string bytes(block, size);
-        Nqfree(block);
-        return bytes;
-    }
-
     // The file that a text makes; "" and outFault when it is at fault.
     static std::string Built(const std::string& text, std::string& outFault)
     {
@@ -138,15 +124,13 @@ TEST_F(ResourceTool, TextsComeBack)
                                                      : 0x41426330;
             const std::string name = text(20);
             const std::string data = text(100) + "\0"s;
-            TNqCountedPtr<TNqResource> resource;
-            *&resource = new TNqResource(type, static_cast<int16>(random()), TNqDynamicString(name.c_str()));
-            resource->SetData(data.data(), static_cast<uint32>(random.OneIn(3) ? 0 : data.size()));
-            resource->SetAttributes(static_cast<int32>(random.OneIn(2) ? random() : 0));
-            TNqCountedPtr<TResourceStrings> strings;
-            TResourceStrings::Create(&strings);
+            const TStringsPtr strings = Strings({});
             for (int n = random.Below(4); n > 0; --n)
                 strings->AddElem(TNqDynamicString(text(40).c_str()));
-            resource->SetLocalizedStrings(random.OneIn(3) ? nullptr : static_cast<TResourceStrings*>(strings));
+            const TResourcePtr resource =
+                Resource(type, static_cast<int16>(random()), name, random.OneIn(3) ? "" : data,
+                         random.OneIn(3) ? nullptr : static_cast<TResourceStrings*>(strings));
+            resource->SetAttributes(static_cast<int32>(random.OneIn(2) ? random() : 0));
             file.AddResource(*resource);
         }
         const std::string bytes = BytesOf(file);

@@ -45,21 +45,6 @@ bool ParseReal(std::string_view inText, Real& outValue)
     return error == std::errc() && stop == end;
 }
 
-// Calls inEach(text, offset) for each of the values between commas.
-template <class Each>
-Outcome EachValue(const Token& inWord, Each&& inEach)
-{
-    size_t at = 0;
-    for (;;)
-    {
-        const size_t comma = std::min(inWord.fText.find(',', at), inWord.fText.size());
-        Outcome outcome = inEach(std::string_view(inWord.fText).substr(at, comma - at), inWord.fOffset + at);
-        if (!outcome.Ok() || comma == inWord.fText.size())
-            return outcome;
-        at = comma + 1;
-    }
-}
-
 // ---- One resource --------------------------------------------------------------------------------------------------
 
 class ResourceBuilder
@@ -234,41 +219,47 @@ private:
             throw std::bad_alloc();
     }
 
-    template <class Field, int64 Lowest, int64 Highest>
-    Outcome WholeFields()
+    // Calls inEach(text, offset) for each of the numbers between commas.
+    template <class Each>
+    Outcome EachNumber(Each&& inEach)
     {
         Token token;
         Outcome outcome = fReader.Expect(NqToken::kWordToken, "numbers with commas between them", token);
-        if (!outcome.Ok())
-            return outcome;
-        return EachValue(token,
-                         [&](std::string_view text, size_t offset)
-                         {
-                             int64 value = 0;
-                             Outcome parsed = ParseInRange(text, offset, Lowest, Highest, value);
-                             if (parsed.Ok())
-                                 Put([&] { fData << static_cast<Field>(value); });
-                             return parsed;
-                         });
+        for (size_t at = 0; outcome.Ok() && at <= token.fText.size();)
+        {
+            const size_t comma = std::min(token.fText.find(',', at), token.fText.size());
+            outcome = inEach(std::string_view(token.fText).substr(at, comma - at), token.fOffset + at);
+            at = comma + 1;
+        }
+        return outcome;
+    }
+
+    template <class Field, int64 Lowest, int64 Highest>
+    Outcome WholeFields()
+    {
+        return EachNumber(
+            [&](std::string_view text, size_t offset)
+            {
+                int64 value = 0;
+                Outcome outcome = ParseInRange(text, offset, Lowest, Highest, value);
+                if (outcome.Ok())
+                    Put([&] { fData << static_cast<Field>(value); });
+                return outcome;
+            });
     }
 
     template <class Field>
     Outcome RealFields()
     {
-        Token token;
-        Outcome outcome = fReader.Expect(NqToken::kWordToken, "numbers with commas between them", token);
-        if (!outcome.Ok())
-            return outcome;
-        return EachValue(token,
-                         [&](std::string_view text, size_t offset)
-                         {
-                             Field value = 0;
-                             if (!ParseReal(text, value))
-                                 return fReader.Fault(
-                                     offset, fmt::format("expected a number, found \"{}\"", text.substr(0, 40)));
-                             Put([&] { fData << value; });
-                             return Outcome();
-                         });
+        return EachNumber(
+            [&](std::string_view text, size_t offset)
+            {
+                Field value = 0;
+                if (!ParseReal(text, value))
+                    return fReader.Fault(offset, fmt::format("expected a number, found \"{}\"", text.substr(0, 40)));
+                Put([&] { fData << value; });
+                return Outcome();
+            });
     }
 
     Outcome CodeField()
