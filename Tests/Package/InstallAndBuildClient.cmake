@@ -30,10 +30,13 @@ extract_readme_program(${WORK_DIR}/readme.cpp)
 set(prefix ${WORK_DIR}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
-run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${SOURCE_DIR}/Tests/Package/Client -B ${WORK_DIR}/client -DREADME_PROGRAM=${WORK_DIR}/readme.cpp
+run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${SOURCE_DIR}/Tests/Package/Client -B ${WORK_DIR}/client -DREADME_PROGRAM=${WORK_DIR}/readme.cpp -DWITH_TOOLS=${WITH_TOOLS}
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX})
-run(${CMAKE_COMMAND} --build ${WORK_DIR}/client)
 set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/client)
+if(WITH_TOOLS)
+  run(${prefix}/bin/nqres check ${WORK_DIR}/client/client.nqr)
+endif()
 expect_client(${WORK_DIR}/client/client)
 run(${CMAKE_COMMAND} -E chdir ${WORK_DIR} ${WORK_DIR}/client/readme)
 if(NOT output STREQUAL "SIZE: 640 by 480\n")
