@@ -239,7 +239,11 @@ NQ_LOCK(LockStdMutex, std::mutex, lock.lock(), lock.unlock())
 NQ_LOCK(LockSection, TSection, EnterCS(lock.fCS), LeaveCS(lock.fCS))
 NQ_LOCK(LockSlot, TSlots, lock.fSlots.Enter(3), lock.fSlots.Leave(3))
 NQ_LOCK(LockSafe, TNqSafeSection, CWhileInSafeCS inside(lock), )
+NQ_LOCK(LockOwned, TNqSafeCriticalSection, const int32 previous = lock.Enter(true), lock.Leave(previous))
+NQ_LOCK(LockStdExclusive, std::shared_mutex, lock.lock(), lock.unlock())
+NQ_LOCK(LockTbbExclusive, tbb::spin_rw_mutex, lock.lock(), lock.unlock())
 NQ_LOCK(LockExclusive, TNqSharedCriticalSection, lock.EnterExclusive(), lock.LeaveExclusive())
+NQ_LOCK(LockExclusiveSlot, TSharedSlots, lock.fSlots.EnterExclusive(3), lock.fSlots.LeaveExclusive(3))
 NQ_LOCK(LockStdShared, std::shared_mutex, lock.lock_shared(), lock.unlock_shared())
 NQ_LOCK(LockTbbShared, tbb::spin_rw_mutex, lock.lock_shared(), lock.unlock_shared())
 NQ_LOCK(LockShared, TNqSharedCriticalSection, lock.EnterShared(), lock.LeaveShared())
@@ -332,7 +336,11 @@ bool RegisterOperations()
         Register("1000 x lock" + who + "host section", LockSection, threads);
         Register("1000 x lock" + who + "section array", LockSlot, threads);
         Register("1000 x lock" + who + "safe section", LockSafe, threads);
-        Register("1000 x lock" + who + "shared section, exclusive", LockExclusive, threads);
+        Register("1000 x lock" + who + "safe critical section", LockOwned, threads);
+        Register("1000 x write lock" + who + "std::shared_mutex", LockStdExclusive, threads);
+        Register("1000 x write lock" + who + "tbb::spin_rw_mutex", LockTbbExclusive, threads);
+        Register("1000 x write lock" + who + "shared section", LockExclusive, threads);
+        Register("1000 x write lock" + who + "shared section array", LockExclusiveSlot, threads);
         Register("1000 x read lock" + who + "std::shared_mutex", LockStdShared, threads);
         Register("1000 x read lock" + who + "tbb::spin_rw_mutex", LockTbbShared, threads);
         Register("1000 x read lock" + who + "shared section", LockShared, threads);
