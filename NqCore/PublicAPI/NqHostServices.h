@@ -54,7 +54,7 @@ void DeleteSemaphore(TNqSemaphore* inSemaphore);
 
 // ---- Atomic counters: 32-bit, new ones at 0 -------------------------------------------------------------------------
 
-// All operations but the plain read are sequentially consistent; that one orders nothing.
+// Counting and the ordered read are sequentially consistent, setting releases, and the plain read orders nothing.
 TNqAtomicCounter* NewAtomicCounter();
 void DeleteAtomicCounter(TNqAtomicCounter* inCounter);
 int32 IncrementAtomicCounter(TNqAtomicCounter*& ioCounter); // the value after the increment

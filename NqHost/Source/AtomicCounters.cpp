@@ -33,8 +33,9 @@ void DeleteAtomicCounter(TNqAtomicCounter* inCounter)
     NqHostDelete(inCounter);
 }
 
-// Every operation but the plain read is sequentially consistent: the reader/writer locks compare two counters, and each
-// side must see the other's store or have its own seen.
+// Counting and the ordered read are sequentially consistent: the reader/writer locks compare two counters, and each
+// side must see the other's count or have its own seen. Setting a value only publishes what came before it: nobody
+// waits for it to be seen, and every slot of an array that is left sets one.
 int32 IncrementAtomicCounter(TNqAtomicCounter*& ioCounter)
 {
     return ioCounter->fValue.fetch_add(1) + 1;
@@ -57,5 +58,5 @@ int32 GetAtomicCounterValueOrdered(TNqAtomicCounter* const& inCounter)
 
 void SetAtomicCounterValue(TNqAtomicCounter*& ioCounter, int inValue)
 {
-    ioCounter->fValue.store(inValue);
+    ioCounter->fValue.store(inValue, std::memory_order_release);
 }
