@@ -39,8 +39,8 @@ public:
     // Null when the host could not make one; then Enter and Leave do nothing.
     TNqCriticalSection* GetCS() const { return fCS; }
 
-    boolean IsMainThreadInside() const { return fMainThreadInside; }
-    void SetMainThreadInside(boolean inside) const { fMainThreadInside = inside; }
+    boolean IsMainThreadInside() const { return fMainThreadInside.load(std::memory_order_acquire); }
+    void SetMainThreadInside(boolean inside) const { fMainThreadInside.store(inside, std::memory_order_release); }
 
     void Enter() const;
     void Leave() const;

@@ -4,6 +4,9 @@
 
 // Models/SafeSection.pml and Models/SafeCriticalSection.pml show, for every order in which threads can take their
 // steps, that the flag and the owner tell the truth about the thread inside. A change here is a change there.
+//
+// Neither needs more than release and acquire: what a thread inside must read is what it has written itself, and any
+// write of the thread before it stands before its entering the host's section.
 
 struct TNqSafeSectionLayout
 {
@@ -74,7 +77,7 @@ int32 TNqSafeCriticalSection::Enter(boolean allowReentry)
     }
     const int32 threadID = gShellThreadUtilities->GetCurrentThreadID();
     NqCheckText(threadID != kNoThread, "threadId != kUndefinedThreadID");
-    if (fThreadID != threadID)
+    if (fThreadID.load(std::memory_order_acquire) != threadID)
     {
         EnterFromOutside(threadID);
         return kNoThread;
@@ -89,10 +92,10 @@ int32 TNqSafeCriticalSection::Enter(boolean allowReentry)
 // would then not be recognised when it comes again, and wait for itself.
 void TNqSafeCriticalSection::EnterFromOutside(int32 threadID)
 {
-    while (fThreadID != kNoThread)
+    while (fThreadID.load(std::memory_order_acquire) != kNoThread)
         gShellThreadUtilities->Yield(0);
     EnterHostSection();
-    fThreadID = threadID;
+    fThreadID.store(threadID, std::memory_order_release);
 }
 
 void TNqSafeCriticalSection::EnterHostSection()
@@ -104,7 +107,7 @@ void TNqSafeCriticalSection::EnterHostSection()
 void TNqSafeCriticalSection::Leave(int32 previousOwner)
 {
     if (IsInMainSMPProcess())
-        fThreadID = previousOwner;
+        fThreadID.store(previousOwner, std::memory_order_release);
     if (NqCheckText(fCS != nullptr, "fCS"))
         LeaveCS(fCS);
 }
