@@ -17,6 +17,7 @@ class TNqSemaphore
 {
 public:
     TNqSemaphore(uint32 inMaximum, uint32 inUnits) : fMaximum(inMaximum), fState(inUnits) {}
+    ~TNqSemaphore();
 
     void Signal();
     bool Wait(int inMilliseconds); // false: the time passed without a unit; negative waits without limit
@@ -64,12 +65,17 @@ bool TNqSemaphore::TakeUnit(uint64 inSleeper)
     return true;
 }
 
+// A sleeper that took the last unit has had the mutex since; others take theirs without it.
+TNqSemaphore::~TNqSemaphore()
+{
+    const std::lock_guard<std::mutex> lock(fMutex);
+}
+
 void TNqSemaphore::Signal()
 {
     if (AddUnit(false))
         return;
-    // Under the mutex, so that a sleeper which takes this unit and deletes the semaphore cannot do so before we have
-    // left it.
+    // Under the mutex, so that whoever takes this unit and deletes the semaphore waits until we have left it.
     const std::lock_guard<std::mutex> lock(fMutex);
     AddUnit(true);
     fWake.notify_one();
