@@ -10,7 +10,8 @@
  * Threads go round without end; each may stop for good outside of its slot, or in it. So a wake-up is not excused by
  * some later one, and a holder that takes its time is covered too.
  *
- * From model to code: each statement is one host call, atomic there and sequentially consistent.
+ * From model to code: each statement is one host call, atomic there and sequentially consistent, but for the two calls
+ * by which a release sets fThreadsToCheck (STALE and ANY_FORWARD).
  *   state, waiters     fStates, fWaiters: the counters of the slots
  *   waiting, toCheck   fWaitingThreads, fThreadsToCheck. The latter stops at 0 here; the code only asks whether a
  *                      decrement left it above 0, which no value of 0 or less ever does
@@ -20,12 +21,13 @@
  * Settings (-D):
  *   SLOTS, THREADS     thread t keeps to slot t % SLOTS, unless
  *   FIRST=n            the first n threads take slot 0, the others slot 1
- *   CHOOSE             each round takes a slot of its choice
+ *   CHOOSE             each round takes a slot of its choice, of three at most
  *   NESTED             a holder of slot 0 may take slot 1 too
  *   ROUNDS=n           each thread goes round n times at most; for semaphores without maximum (MAXUNITS=250,
  *                      which is never reached)
  *   STALE              Leave reads any number of waiting threads: that read is not ordered in the code
- *   ANY_FORWARD        a failed try forwards the wake-up or not, as it likes: fewer states, more behaviours
+ *   ANY_FORWARD        a failed try forwards the wake-up or not, as it likes, whatever it sees of fThreadsToCheck and
+ *                      whenever: fewer states, more behaviours
  *   FIFO               the semaphore serves in order of arrival. Progress needs that: the code yields after passing a
  *                      unit on, so that the thread for which it is meant comes first; a scheduler that never ran that
  *                      thread could let the passer take its own unit for ever
@@ -111,7 +113,13 @@ next:
     if :: goto stopped :: skip fi;
 #endif
 #ifdef CHOOSE
-    if :: slot = 0 :: slot = 1 fi;
+    if
+    :: slot = 0
+    :: slot = 1
+#if SLOTS > 2
+    :: slot = 2
+#endif
+    fi;
 #endif
 
     /* Enter */

@@ -18,8 +18,8 @@
  *   reading, writing   ghosts: threads inside
  *
  * Settings (-D): SLOTS, THREADS, MAXUNITS, ROUNDS, FIFO as in CriticalSectionArray.pml. HOME keeps thread t to slot
- * t % SLOTS. READERS=n: the first n threads only read, the others only write. PASSES_ON=0: the plain algorithm; right
- * for a single lock, whose units nobody else takes, and losing wake-ups in an array.
+ * t % SLOTS. NESTED: a reader or writer of slot 0 may enter slot 1 too. PASSES_ON=0: the plain algorithm; right for a
+ * single lock, whose units nobody else takes, and losing wake-ups in an array.
  */
 
 #ifndef SLOTS
@@ -62,24 +62,28 @@ inline AwaitWriter()
     writeCS[slot] = 0
 }
 
-/* TNqSharedCriticalSectionArrayInternal::PassOn, for two slots */
+/* TNqSharedCriticalSectionArrayInternal::PassOn */
 inline PassOn()
 {
-#if SLOTS > 1
-    if
-    :: writers[1 - slot] > 1 ->
+    j = 0;
+    do
+    :: atomic { j == slot || writers[j] <= 1 -> j++; if :: j >= SLOTS -> break :: else fi }
+    :: atomic { j != slot && writers[j] > 1 -> skip };
         if
-        :: readers[1 - slot] == 0 -> Signal()
-        :: else
+        :: readers[j] == 0 -> Signal(); break
+        :: atomic { readers[j] != 0 -> j++; if :: j >= SLOTS -> break :: else fi }
         fi
-    :: else
-    fi
-#endif
+    od;
+    j = 0
 }
 
 proctype Thread(byte t)
 {
     byte slot = 0;
+    byte j = 0;
+#ifdef NESTED
+    byte outer = 0; /* how it holds slot 0 while it is about slot 1: 1 to read, 2 to write */
+#endif
 #ifdef ROUNDS
     byte round = 0;
 #endif
@@ -94,14 +98,17 @@ next:
 #ifdef HOME
     slot = t % SLOTS;
 #else
-    if :: slot = 0 :: slot = 1 fi;
+    if
+    :: slot = 0
+    :: slot = 1
+#if SLOTS > 2
+    :: slot = 2
+#endif
+    fi;
 #endif
 #endif
-#ifdef READERS
-    if :: t < READERS -> skip :: else -> goto write fi;
-#else
+again:
     if :: skip :: goto write fi;
-#endif
 
     /* EnterShared */
     if
@@ -125,15 +132,21 @@ queue:
     goto tryRead;
 
 progressRead:
-    if :: skip :: goto stopped fi;
+    if
+    :: skip
+    :: goto stopped
+#ifdef NESTED
+    :: atomic { slot == 0 && !outer -> outer = 1; slot = 1 }; goto again
+#endif
+    fi;
 
-    /* LeaveShared */
-    atomic { reading[slot]--; readers[slot]--; if :: readers[slot] != 0 -> goto next :: else fi };
+leaveShared: /* LeaveShared */
+    atomic { reading[slot]--; readers[slot]--; if :: readers[slot] != 0 -> goto left :: else fi };
     if
     :: writers[slot] != 0 -> Signal()
     :: else
     fi;
-    goto next;
+    goto left;
 
     /* EnterExclusive */
 write:
@@ -171,11 +184,26 @@ alone:
     atomic { writing[slot]++; assert(writing[slot] == 1 && reading[slot] == 0) };
 
 progressWrite:
-    if :: skip :: goto stopped fi;
+    if
+    :: skip
+    :: goto stopped
+#ifdef NESTED
+    :: atomic { slot == 0 && !outer -> outer = 2; slot = 1 }; goto again
+#endif
+    fi;
 
-    /* LeaveExclusive */
+leaveExclusive: /* LeaveExclusive */
     atomic { writing[slot]--; writers[slot]-- };
     writeCS[slot] = 0;
+
+left:
+#ifdef NESTED
+    if
+    :: atomic { outer == 1 -> outer = 0; slot = 0 }; goto leaveShared
+    :: atomic { outer == 2 -> outer = 0; slot = 0 }; goto leaveExclusive
+    :: else
+    fi;
+#endif
     goto next;
 
 stopped:
