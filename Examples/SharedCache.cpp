@@ -32,7 +32,7 @@ public:
 
     int32 GetRed(int32 inKelvin)
     {
-        int32 red;
+        int32 red = 0;
         return Find(inKelvin, red) ? red : Add(inKelvin, ComputeRed(inKelvin));
     }
 
