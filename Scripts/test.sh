@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds and tests everything, with its own set-up. By default with three builds: the sanitizers, clang, and gcc's release build
-# last. `test.sh debug` takes the named presets instead.
+# Builds and tests everything, with its own set-up. By default with four builds: the sanitizers (of them the thread sanitizer only
+# for what uses threads), clang, and gcc's release build last. `test.sh debug` takes the named presets instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 Scripts/setup.sh test
 
 presets=("$@")
-[ ${#presets[@]} -gt 0 ] || presets=(asan clang release)
+[ ${#presets[@]} -gt 0 ] || presets=(asan tsan clang release)
 
 git ls-files -z '*.h' '*.cpp' 2>/dev/null | xargs -0 -r clang-format --dry-run --Werror
 
