@@ -180,6 +180,16 @@ void RemoveTemporary(const std::string& inPath)
     Forget(inPath);
 }
 
+void RemoveOnSignal(const std::string& inPath)
+{
+    Remember(strdup(inPath.c_str()));
+}
+
+void KeepOnSignal(const std::string& inPath)
+{
+    Forget(inPath);
+}
+
 Outcome WriteAll(int inDescriptor, std::string_view inBytes, const std::string& inName)
 {
     while (!inBytes.empty())

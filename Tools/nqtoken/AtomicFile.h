@@ -47,6 +47,10 @@ Outcome MakeTemporary(const std::string& inPrefix, std::string& outPath, int& ou
 void RemoveTemporary(const std::string& inPath);
 Outcome WriteAll(int inDescriptor, std::string_view inBytes, const std::string& inName);
 
+// Files of any origin that are to be removed, or no longer, when a signal ends the program.
+void RemoveOnSignal(const std::string& inPath);
+void KeepOnSignal(const std::string& inPath);
+
 // Installs the handlers of the signals that end the program. Writing to a closed pipe or past a size limit becomes an
 // error, and so does writing to standard output or error that the program was started without: no file that is opened
 // later can be mistaken for them.

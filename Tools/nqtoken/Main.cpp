@@ -1,8 +1,9 @@
-// nqtoken: looks at token files, checks them, and turns 3D models into scenes and back.
+// nqtoken: looks at token files, checks them, sends them, and turns 3D models into scenes and back.
 
 #include "Tools/nqtoken/AtomicFile.h"
 #include "Tools/nqtoken/Check.h"
 #include "Tools/nqtoken/Compare.h"
+#include "Tools/nqtoken/Connection.h"
 #include "Tools/nqtoken/EachFile.h"
 #include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/Guard.h"
@@ -59,6 +60,7 @@ struct Arguments
     int32 fJobs = 1;
     uint64 fLimit = 100;
     real64 fTolerance = kTextTolerance;
+    ConnectionOptions fConnection;
 };
 
 int Import(const Arguments& inArguments)
@@ -127,6 +129,18 @@ int Formats()
 {
     Output output;
     return Finish(ListFormats(output), output);
+}
+
+int Send(const Arguments& inArguments)
+{
+    Output output;
+    return Finish(SendScene(inArguments.fInputs[0], inArguments.fConnection), output);
+}
+
+int Receive(const Arguments& inArguments)
+{
+    Output output;
+    return Finish(ReceiveScene(inArguments.fTarget, inArguments.fConnection, output), output);
 }
 
 // --- command line
@@ -233,9 +247,62 @@ void DescribeFormats(CLI::App& ioApp)
                     std::string(kStatusText));
 }
 
+constexpr const char* kTransferStatusText = "Exit status: 0 done, 1 the other side or the file is at fault, 2 wrong "
+                                            "usage, no connection, or a file that could\n"
+                                            "not be read or written.";
+
+void DescribeTimeout(CLI::App& ioCommand, Arguments& outArguments)
+{
+    constexpr real64 kDay = 86400;
+    ioCommand
+        .add_option("--timeout", outArguments.fConnection.fTimeout,
+                    "give up after so many seconds in which nothing moves; 0: never")
+        ->check(CLI::Range(0.0, kDay))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+}
+
+void DescribeSend(CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand("send", "Send a scene to another process that receives it");
+    command
+        ->add_option("ADDRESS", outArguments.fConnection.fAddress,
+                     "where it is received: HOST:PORT, [IPV6]:PORT or unix:PATH")
+        ->required();
+    command->add_option("SCENE", outArguments.fInputs, "token file to send; \"-\" is standard input")
+        ->required()
+        ->expected(1);
+    DescribeTimeout(*command, outArguments);
+    command->footer(
+        "Any token file can be sent. Ends well only when the receiver has confirmed that it has all of it.\n"
+        "Example: nqtoken send localhost:4711 duck.nq\n" +
+        std::string(kTransferStatusText));
+}
+
+void DescribeReceive(CLI::App& ioApp, Arguments& outArguments)
+{
+    CLI::App* command = ioApp.add_subcommand("receive", "Receive one scene that another process sends");
+    command
+        ->add_option("ADDRESS", outArguments.fConnection.fAddress,
+                     "PORT of this machine (0: a free one), HOST:PORT, [IPV6]:PORT or unix:PATH")
+        ->required();
+    command->add_option("-o,--output", outArguments.fTarget, "scene to write")->required()->type_name("SCENE");
+    command->add_flag("--any", outArguments.fConnection.fAny,
+                      "take connections from other machines too; there is no password");
+    command->add_option("--max-size", outArguments.fConnection.fMaxSize, "refuse scenes of more bytes, such as 64MB")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("BYTES")
+        ->default_str("1GB");
+    DescribeTimeout(*command, outArguments);
+    command->footer("Prints \"listening on ADDRESS\" as soon as a scene can be sent there. The target is written when\n"
+                    "everything has come, and stays as it was otherwise.\n"
+                    "Example: nqtoken receive 4711 -o duck.nq\n" +
+                    std::string(kTransferStatusText));
+}
+
 int Run(int inCount, char** inArguments)
 {
-    CLI::App app("Looks at token files, checks them, and turns 3D models into scenes and back.", "nqtoken");
+    CLI::App app("Looks at token files, checks them, sends them, and turns 3D models into scenes and back.", "nqtoken");
     app.set_version_flag("--version", "nqtoken " NQTOKEN_VERSION);
     app.require_subcommand(1);
     app.footer("\"nqtoken COMMAND --help\" tells more about each, with an example.");
@@ -246,6 +313,8 @@ int Run(int inCount, char** inArguments)
     DescribeCheck(app, arguments);
     DescribeCompare(app, arguments);
     DescribeFormats(app);
+    DescribeSend(app, arguments);
+    DescribeReceive(app, arguments);
     try
     {
         app.parse(inCount, inArguments);
@@ -264,9 +333,9 @@ int Run(int inCount, char** inArguments)
             status == 0 ? Outcome() : Trouble(fmt::format("{}; see \"nqtoken {}--help\"", error.what(), command));
         return Finish(wrong, output);
     }
-    if (std::isnan(arguments.fTolerance))
+    if (std::isnan(arguments.fTolerance) || std::isnan(arguments.fConnection.fTimeout))
     {
-        PutNote("--tolerance must be a number");
+        PutNote("--tolerance and --timeout must be numbers");
         return kTrouble;
     }
     if (app.got_subcommand("import"))
@@ -279,6 +348,10 @@ int Run(int inCount, char** inArguments)
         return Show(arguments);
     if (app.got_subcommand("formats"))
         return Formats();
+    if (app.got_subcommand("send"))
+        return Send(arguments);
+    if (app.got_subcommand("receive"))
+        return Receive(arguments);
     const Command command = app.got_subcommand("export") ? Export : Compare;
     return RunGuarded(arguments.fInputs[0], [&] { return command(arguments); });
 }

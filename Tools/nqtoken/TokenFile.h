@@ -28,6 +28,8 @@ public:
     const std::string& ShownName() const { return fFile.ShownName(); }
     // Bytes behind the byte-order mark: the position of the end, as the stream counts.
     int32 Size() const { return fFile.Size() - fMarkSize; }
+    // Bytes of the mark, 0 without one.
+    int32 MarkSize() const { return fMarkSize; }
 
     // Where a position of the stream is. A line ends with CR, LF or CR LF. Positions that come in rising order cost one
     // pass over the file in all.
