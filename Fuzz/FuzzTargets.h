@@ -24,15 +24,22 @@ void Writers(const uint8* data, size_t size);     // every writer, on every kind
 void Strings(const uint8* data, size_t size);     // editing, searching, converting
 void Transcoders(const uint8* data, size_t size); // bytes to characters and back
 void Resources(const uint8* data, size_t size);   // resource files, there and back
+#ifdef NQCORE_HAS_TOOLS
+void Transfers(const uint8* data, size_t size); // files over a connection, and what may come instead
+#endif
 
 struct TTarget
 {
     const char* fName;
     void (*fRun)(const uint8* data, size_t size);
 };
-constexpr TTarget kTargets[] = {{"tokens", Tokens},           {"payloads", Payloads},  {"extraction", Extraction},
-                                {"numbers", Numbers},         {"writers", Writers},    {"strings", Strings},
-                                {"transcoders", Transcoders}, {"resources", Resources}};
+constexpr TTarget kTargets[] = {
+    {"tokens", Tokens},       {"payloads", Payloads}, {"extraction", Extraction},   {"numbers", Numbers},
+    {"writers", Writers},     {"strings", Strings},   {"transcoders", Transcoders}, {"resources", Resources},
+#ifdef NQCORE_HAS_TOOLS
+    {"transfers", Transfers},
+#endif
+};
 
 inline void Require(bool holds, const std::string& promise)
 {

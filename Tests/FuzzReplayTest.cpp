@@ -22,6 +22,7 @@ const std::vector<std::string>& Seeds()
         "{{{{{{{{}}}}{}}}}}}}{ # only \"braces\" {\r}",
         "\xEF\xBB\xBFtext \xE2\x82\xAC \xF0\x9F\x98\x80 \xC0\x80 \xFF\xFE \x80 \xE2\x82",
         "a\0b\0\0\"c\0d\" \x01 \x7F\x1B \f@x@Mhello@y"s,
+        "A $FFFFFFFF\r0000000C`03<`03<`<C304P0$ B 1\r\rDONE {\rSIZE 9\rCRCS 1\r}\r",
         std::string(300, 'w') + " \"" + std::string(300, 'q') + "\" #" + std::string(300, 'c') + "\r}",
         NqFuzz::TwoResources(),
         std::string(1, 2) + NqFuzz::TwoResources().substr(20), // with another header
