@@ -1,6 +1,5 @@
 // The host's sockets against real peers on this machine.
 
-#include "NqCore/PublicAPI/NqNetStream.h"
 #include "NqHost/PublicAPI/NqHostSockets.h"
 #include "Tests/TestHost.h"
 
@@ -136,27 +135,6 @@ TEST_F(SocketTest, CarriesEveryByteBothWays)
         EXPECT_TRUE(came[0] == bytes[1] && came[1] == bytes[0]);
         EXPECT_EQ(ends[0]->Error() + ends[1]->Error(), "");
     }
-}
-
-TEST_F(SocketTest, TextStreamsTalk)
-{
-    TSocket a;
-    TSocket b;
-    Pair("0", a, b);
-    TNqNetStream question(a);
-    TNqNetStream answer(b);
-    int32 value = 0;
-    question << int32(20) << ' ' << int32(22) << endl;
-    question.Flush();
-    int32 sum = 0;
-    answer >> value >> sum;
-    answer << value + sum << endl;
-    answer.Close();
-    question >> value;
-    EXPECT_EQ(value, 42);
-    int8 c = 'x';
-    question.get(c);
-    EXPECT_TRUE(question.eof());
 }
 
 TEST_F(SocketTest, NothingWaitsLongerThanItsTimeOut)
