@@ -20,6 +20,7 @@
 NqErr NqHostLoadFile(const char* path, int8*& outBytes, uint32& outSize, TNqString& outReason);
 
 // Puts these bytes in place of what the file holds, or makes the file: all of them at once, on the disk, under the
-// permissions that the file had; or the file stays as it is and nothing is left beside it. A symbolic link is followed.
+// permissions that the file had, and its owner where the system allows it; or the file stays as it is and nothing is
+// left beside it. A symbolic link to a file is followed.
 // Errors: kNqErrFileNotFound for a folder that is missing, kNqErrOutOfMemory, else kNqErrInvalidData.
 NqErr NqHostReplaceFile(const char* path, const int8* bytes, uint32 size, TNqString& outReason);

@@ -7,6 +7,7 @@
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -32,7 +33,7 @@ std::string TargetOf(const char* inPath)
 std::string FolderOf(const std::string& inPath)
 {
     const size_t slash = inPath.rfind('/');
-    return slash == std::string::npos ? "." : inPath.substr(0, slash + 1);
+    return slash == std::string::npos ? "./" : inPath.substr(0, slash + 1);
 }
 
 bool WriteAll(int inDescriptor, const int8* inData, size_t inSize)
@@ -50,27 +51,42 @@ bool WriteAll(int inDescriptor, const int8* inData, size_t inSize)
     return true;
 }
 
-// The permissions that the new file gets: those of the old one, or what the process gives to new files.
-bool PermissionsFor(const std::string& inTarget, mode_t& outMode)
+// False, with errno, for what is no file that may be written.
+bool MayReplace(const std::string& inTarget, const struct stat& inOld)
 {
-    struct stat status = {};
-    if (stat(inTarget.c_str(), &status) == 0)
-    {
-        outMode = status.st_mode & kPermissionBits;
-        errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-        return S_ISREG(status.st_mode) && access(inTarget.c_str(), W_OK) == 0;
-    }
-    const mode_t mask = umask(0);
-    umask(mask);
-    outMode = 0666 & ~mask;
-    return errno == ENOENT;
+    errno = S_ISDIR(inOld.st_mode) ? EISDIR : EINVAL;
+    return S_ISREG(inOld.st_mode) && access(inTarget.c_str(), W_OK) == 0;
 }
 
-// Everything up to the moment in which the new file takes the name of the old one.
-bool WriteBeside(int inDescriptor, mode_t inMode, const int8* inData, size_t inSize)
+// A new file beside the target, under a name of its own. The system applies the mask of the process: asking for the
+// mask would change it under other threads.
+int MakeBeside(const std::string& inTarget, mode_t inMode, std::string& outPath)
 {
-    const bool written =
-        WriteAll(inDescriptor, inData, inSize) && fchmod(inDescriptor, inMode) == 0 && fsync(inDescriptor) == 0;
+    static std::atomic<uint32> sCount{0};
+    int descriptor = -1;
+    do
+    {
+        outPath = FolderOf(inTarget) + ".nq" + std::to_string(getpid()) + "-" + std::to_string(sCount++);
+        descriptor = open(outPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, inMode);
+    } while (descriptor < 0 && errno == EEXIST);
+    return descriptor;
+}
+
+// Owner and permissions of the old file. Without its owner, no bits that would then mean something else.
+bool TakeOver(int inDescriptor, const struct stat& inOld)
+{
+    mode_t mode = inOld.st_mode & kPermissionBits;
+    if ((inOld.st_uid != geteuid() || inOld.st_gid != getegid()) &&
+        fchown(inDescriptor, inOld.st_uid, inOld.st_gid) != 0)
+        mode &= 0777;
+    return fchmod(inDescriptor, mode) == 0;
+}
+
+// Everything up to the moment in which the new file takes the name of the old one, if there is one.
+bool WriteBeside(int inDescriptor, const struct stat* inOld, const int8* inData, size_t inSize)
+{
+    const bool written = WriteAll(inDescriptor, inData, inSize) &&
+                         (inOld == nullptr || TakeOver(inDescriptor, *inOld)) && fsync(inDescriptor) == 0;
     const int error = errno;
     const bool closed = close(inDescriptor) == 0;
     if (!written)
@@ -82,14 +98,16 @@ bool WriteBeside(int inDescriptor, mode_t inMode, const int8* inData, size_t inS
 int Replace(const char* inPath, const int8* inData, uint32 inSize)
 {
     const std::string target = TargetOf(inPath);
-    mode_t mode = 0;
-    if (!PermissionsFor(target, mode))
+    struct stat old = {};
+    const bool exists = stat(target.c_str(), &old) == 0;
+    if (exists ? !MayReplace(target, old) : errno != ENOENT)
         return errno;
-    std::string temporary = FolderOf(target) + ".nqXXXXXX";
-    const int descriptor = mkostemp(temporary.data(), O_CLOEXEC);
+    std::string temporary;
+    const int descriptor = MakeBeside(target, exists ? 0600 : 0666, temporary);
     if (descriptor < 0)
         return errno;
-    if (!WriteBeside(descriptor, mode, inData, inSize) || rename(temporary.c_str(), target.c_str()) != 0)
+    if (!WriteBeside(descriptor, exists ? &old : nullptr, inData, inSize) ||
+        rename(temporary.c_str(), target.c_str()) != 0)
     {
         const int error = errno;
         unlink(temporary.c_str());
