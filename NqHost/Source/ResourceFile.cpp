@@ -407,10 +407,11 @@ NqErr TNqHostResourceFile::WriteBytes(TNqByteSwapStream& out, TNqString& outReas
     if (written != size - kCheckedFrom)
         return NoMemory(outReason);
     int8* const bytes = content.str();
+    const int32 start = out.pcount();
     out << kMagic << kVersion << static_cast<uint32>(size) << ChecksumOf(bytes, static_cast<size_t>(written));
     out.write(bytes, written);
     Nqfree(bytes);
-    return out.good() ? kNqNoErr : NoMemory(outReason);
+    return out.pcount() - start == size ? kNqNoErr : NoMemory(outReason);
 }
 
 NqErr TNqHostResourceFile::Write(const char* path, TNqString& outReason) const
