@@ -79,7 +79,8 @@ public:
     uint32 GetSize() const { return fSize; }
     int8* GetData() const { return fResData; } // null when there is none
 
-    // Replace the data. A stream over the data before must be gone.
+    // Replace the data. A stream over the data before must be gone. A block of the resource's own may be taken again,
+    // with another size.
     boolean SetData(const int8* data, uint32 size); // by a copy; false, and nothing changes, without memory
     void TakeData(int8* data, uint32 size);         // by a block from Nqmalloc, which passes to the resource
     void LendData(int8* data, uint32 size);         // by memory that stays the caller's and outlives the resource

@@ -19,7 +19,8 @@
 //
 // Texts go out as the bytes they have, which are UTF-8; of those that come in only Pascal fields are taken as they are,
 // the others pass through the stream's transcoder. Use kUTF8Transcoder where both directions must agree beyond ASCII:
-// the streams with a buffer of their own start with kMacTranscoder, as the oldest resources were written.
+// the streams with a buffer of their own start with kMacTranscoder, as the oldest resources were written. Transcoders
+// know characters up to U+FFFF; texts with others belong into a string table, which keeps their bytes.
 //
 // Operators on C strings, 64-bit integers and manipulators write and read text as in every stream.
 //
@@ -72,8 +73,8 @@ public:
     TNqiostream& operator<<(real64 value) override;
     TNqiostream& operator<<(const TNqString& text) override;
 
-    // A Pascal field: a length byte and `size` bytes, zeros behind the text, which is cut at the field. A size above
-    // 255 is reported and nothing is done. What is read loses the tags of old resources (TranslateAfterRead).
+    // A Pascal field: a length byte and `size` bytes, zeros behind the text, which is cut at the field. A size below 0
+    // or above 255 is reported and nothing is done. What is read loses the tags of old resources (TranslateAfterRead).
     virtual void ReadTNqString(int32 sizeToRead, TNqString& text);
     virtual void WriteTNqString(int32 sizeToWrite, const TNqString& text);
 

@@ -104,7 +104,7 @@ uint32 TNqResource::Release()
 
 void TNqResource::ReplaceData(int8* data, uint32 size, boolean canDelete)
 {
-    if (fCanDelete)
+    if (fCanDelete && data != fResData)
         Nqfree(fResData);
     fResData = data;
     fSize = data != nullptr ? size : 0;
