@@ -70,14 +70,14 @@ TEST_F(ResourceTool, SaysWhatIsWrongWhere)
 {
     static const std::pair<std::string, const char*> kCases[] = {
         {"RSRX {", "t:1:1: expected RSRC, with which each resource begins"},
-        {"RSRC\n TYPE", "t:2:2: expected { behind RSRC, found TYPE"},
+        {"RSRC\n TYPE", "t:2:2: expected { behind RSRC, found \"TYPE\""},
         {"\r\n\rRSRC { NMBR 1 }", "t:3:1: a resource without TYPE; add one, such as TYPE ICON"},
         {"RSRC { TYPE ICON }", "t:1:1: a resource without NMBR; add one, such as NMBR 128"},
         {"RSRC { TYPE ABC", "t:1:13: expected four characters, such as ICON, \"JPG \" or 0x4A504720"},
         {"RSRC { NMBR 32768", "t:1:13: expected a whole number from -32768 to 32767, found \"32768\""},
         {"RSRC { NMBR", "t:1:12: the text ends where a number should stand"},
         {"RSRC { FOO 1", "t:1:8: \"FOO\" is not known here; expected TYPE, NMBR, NAME, ATTR, DATA, STRS or }"},
-        {"RSRC { STRS { TEXT 1", "t:1:20: expected a text in quotes, found 1"},
+        {"RSRC { STRS { TEXT a\x1B", "t:1:20: expected a text in quotes, found \"a\\x1B\""},
         {"RSRC { STRS { TEXT \"a\nb", "t:1:20: a string without its closing quote"},
         {"RSRC { STRS { TEXT \"a\0\""s, "t:1:20: a zero byte; no text of a resource can hold one"},
         {"RSRC { STRS {", "t:1:14: the text ends inside of a block; close it with }"},
@@ -181,8 +181,8 @@ TEST_F(ResourceTool, StringsThatAreWrong)
         {"DLOG.1.0 = \"\\x00\"", "s:2: a zero byte, which no string can hold; remove \\x00"},
         {"DLOG.1.0 = \"\xFC\"", "s:2: this line is not in UTF-8; save the file as UTF-8"},
         {"DLOG.1.0 = \"\xED\xA0\x80\"", "s:2: this line is not in UTF-8; save the file as UTF-8"},
-        {"DLOG.1.2=\"\xF0\x9F\x98\x80\"\r\nDLOG.1.2 = \"\" # twice",
-         "s:3: DLOG.1.2 stands in line 2 already; remove one of them"},
+        {"\rDLOG.1.2=\"\xF0\x9F\x98\x80\"\r\nDLOG.1.2 = \"\" # twice",
+         "s:4: DLOG.1.2 stands in line 3 already; remove one of them"},
     };
     for (const auto& [line, fault] : kLines)
     {

@@ -14,7 +14,7 @@ namespace
 {
 
 constexpr std::string_view kMark = "\xEF\xBB\xBF";
-constexpr std::string_view kBlanks = " \t\r";
+constexpr std::string_view kBlanks = " \t";
 
 constexpr std::string_view kHead =
     "# One string a line. Translate what stands between the quotes; leave the rest as it is.\n"
@@ -61,8 +61,7 @@ std::string ParseLine(std::string_view inLine, StringKey& outKey, std::string& o
         return "this line is not in UTF-8; save the file as UTF-8";
     const size_t keyLength = inLine.find_first_of(" \t=");
     if (!ParseKey(inLine.substr(0, keyLength), outKey))
-        return fmt::format("\"{}\" is no key; expected TYPE.NUMBER.INDEX = \"text\"",
-                           inLine.substr(0, std::min<size_t>(keyLength, 40)));
+        return fmt::format("{} is no key; expected TYPE.NUMBER.INDEX = \"text\"", Excerpt(inLine.substr(0, keyLength)));
     inLine.remove_prefix(std::min(keyLength, inLine.size()));
     SkipBlanks(inLine);
     if (inLine.empty() || inLine[0] != '=')
@@ -79,12 +78,12 @@ std::string ParseLine(std::string_view inLine, StringKey& outKey, std::string& o
     return {};
 }
 
-// Takes a line off the text, which ends with LF or CR LF.
+// Takes a line off the text, which ends with LF, CR or CR LF.
 std::string_view NextLine(std::string_view& ioText)
 {
-    const size_t end = std::min(ioText.find('\n'), ioText.size());
-    const std::string_view line = ioText.substr(0, end);
-    ioText.remove_prefix(std::min(end + 1, ioText.size()));
+    const std::string_view line = ioText.substr(0, ioText.find_first_of("\r\n"));
+    ioText.remove_prefix(line.size());
+    ioText.remove_prefix(ioText.substr(0, 2) == "\r\n" ? 2 : std::min<size_t>(1, ioText.size()));
     return line;
 }
 

@@ -112,6 +112,12 @@ std::string Quoted(std::string_view inText)
     return out + '"';
 }
 
+std::string Excerpt(std::string_view inText)
+{
+    constexpr size_t kMost = 40;
+    return Quoted(inText.substr(0, kMost));
+}
+
 bool Unquote(std::string_view& ioLine, std::string& outText)
 {
     outText.clear();

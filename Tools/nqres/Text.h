@@ -27,7 +27,9 @@ Place PlaceOf(std::string_view inText, size_t inOffset);
 // A text on one line between quotes: \n, \r, \t, \", \\, and \xHH for other control characters and for bytes that are
 // no UTF-8, so that every editor can show it.
 std::string Quoted(std::string_view inText);
-// The way back. Starts at the opening quote and removes the string from ioLine; false when there is no such string.
+// The start of a text for a message, quoted.
+std::string Excerpt(std::string_view inText);
+// The way back from Quoted. Starts at the opening quote and removes the string from ioLine; false when there is none.
 bool Unquote(std::string_view& ioLine, std::string& outText);
 
 // Bytes at the front that are well-formed UTF-8.

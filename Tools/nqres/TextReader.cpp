@@ -34,6 +34,14 @@ std::string WithoutQuotesAndEscapes(std::string_view inRaw)
     return text;
 }
 
+// A token as messages show it.
+std::string Shown(const Token& inToken)
+{
+    if (inToken.fKind == NqToken::kBeginToken || inToken.fKind == NqToken::kEndToken)
+        return inToken.fKind == NqToken::kBeginToken ? "{" : "}";
+    return (inToken.fKind == NqToken::kStringToken ? "the text " : "") + Excerpt(inToken.fText);
+}
+
 } // namespace
 
 TextReader::TextReader(std::string inName, std::string_view inText)
@@ -69,11 +77,9 @@ Outcome TextReader::Expect(NqToken::ETokenKind inKind, std::string_view inWhat, 
 {
     Outcome outcome = Next(outToken);
     if (outcome.Ok() && outToken.fKind != inKind)
-        outcome = Fault(outToken.fOffset,
-                        outToken.fKind == NqToken::kNoToken
-                            ? fmt::format("the text ends where {} should stand", inWhat)
-                            : fmt::format("expected {}{}{}", inWhat, outToken.fText.empty() ? "" : ", found ",
-                                          outToken.fText.substr(0, 40)));
+        outcome = Fault(outToken.fOffset, outToken.fKind == NqToken::kNoToken
+                                              ? fmt::format("the text ends where {} should stand", inWhat)
+                                              : fmt::format("expected {}, found {}", inWhat, Shown(outToken)));
     return outcome;
 }
 
