@@ -83,10 +83,19 @@ TEST_F(ResourceTool, SaysWhatIsWrongWhere)
         {"RSRC { STRS {", "t:1:14: the text ends inside of a block; close it with }"},
         {"RSRC { DATA { BYTE 1,256", "t:1:22: expected a whole number from -128 to 255, found \"256\""},
         {"RSRC { DATA { LONG 0x-1", "t:1:20: expected a whole number from -2147483648 to 4294967295, found \"0x-1\""},
-        {"RSRC { DATA { RL64 1,,2", "t:1:22: expected a number, found \"\""},
+        {"RSRC { DATA { RL64 1,,2",
+         "t:1:22: expected a number, found nothing; write numbers without blanks between them, such "
+         "as 1,2,3"},
         {"RSRC { DATA { HEXA 0G", "t:1:20: expected hexadecimal digits, 0 to 9 and A to F"},
         {"RSRC { DATA { HEXA 000", "t:1:20: an odd number of hexadecimal digits; a byte has two"},
         {"RSRC { DATA { P002 \"abc\"", "t:1:20: 3 bytes of text where at most 2 fit; shorten it"},
+        {"RSRC { DATA { STR4 \"" + std::string(4096, 'x') + "\"",
+         "t:1:20: 4096 bytes of text where at most 4095 fit; shorten it"},
+        {"RSRC { DATA { P0x1 {",
+         "t:1:15: \"P0x1\" is not known here; expected BYTE, SHRT, LONG, RL32, RL64, FOUR, HEXA, "
+         "STR1, STR4, CSTR, LOCS, P000, L003 or }"},
+        {"RSRC { TYPE ICON TYPE", "t:1:18: a second TYPE; remove one of them"},
+        {"RSRC { {", "t:1:8: { is not known here; expected TYPE, NMBR, NAME, ATTR, DATA, STRS or }"},
         {"RSRC { DATA { P256 \"\"", "t:1:15: a Pascal field has room for at most 255 bytes: P000 to P255"},
         {"RSRC { DATA { L004 \"\"", "t:1:15: the bytes of a localized field, one more than its number says, are a "
                                     "multiple of 4: L003, L007, L031 and so on"},

@@ -13,6 +13,7 @@
 #include <limits>
 #include <map>
 #include <new>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -23,6 +24,7 @@ namespace
 
 constexpr size_t kLongestName = 255;
 constexpr size_t kLongestPascal = 255;
+constexpr size_t kLongestCounted = 4095; // behind four bytes of length: streams read no more
 constexpr size_t kHexBytesOnLine = 32;
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
@@ -35,6 +37,11 @@ bool ParseWhole(std::string_view inText, int64& outValue)
     const char* const end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, outValue, hex ? 16 : 10);
     return error == std::errc() && stop == end && !(hex && outValue < 0);
+}
+
+std::string FoundNumber(std::string_view inText)
+{
+    return inText.empty() ? "nothing; write numbers without blanks between them, such as 1,2,3" : Excerpt(inText);
 }
 
 template <class Real>
@@ -64,9 +71,9 @@ public:
                 break;
             outcome = ReadAttribute(token);
         }
-        if (outcome.Ok() && !fHasType)
+        if (outcome.Ok() && fSeen.count("TYPE") == 0)
             return fReader.Fault(inOffset, "a resource without TYPE; add one, such as TYPE ICON");
-        if (outcome.Ok() && !fHasNumber)
+        if (outcome.Ok() && fSeen.count("NMBR") == 0)
             return fReader.Fault(inOffset, "a resource without NMBR; add one, such as NMBR 128");
         return outcome;
     }
@@ -99,17 +106,6 @@ private:
 
     Outcome ReadAttribute(const Token& inName)
     {
-        if (inName.IsName("TYPE"))
-            return ReadType();
-        if (inName.IsName("NMBR"))
-        {
-            fHasNumber = true;
-            return ReadWhole<int16, -32768, 32767>(fNumber);
-        }
-        if (inName.IsName("ATTR"))
-            return ReadWhole<int32, std::numeric_limits<int32>::min(), std::numeric_limits<uint32>::max()>(fAttributes);
-        if (inName.IsName("NAME"))
-            return ReadText(kLongestName, fName);
         if (inName.IsName("DATA"))
             return ReadBlock("DATA", [this](const Token& name) { return ReadField(name); });
         if (inName.IsName("STRS"))
@@ -117,15 +113,25 @@ private:
             fHasTable = true;
             return ReadBlock("STRS", [this](const Token& name) { return ReadString(name); });
         }
+        if (inName.fKind == NqToken::kWordToken && !fSeen.insert(inName.fText).second)
+            return fReader.Fault(inName.fOffset, fmt::format("a second {}; remove one of them", inName.fText));
+        if (inName.IsName("TYPE"))
+            return ReadCode(fType);
+        if (inName.IsName("NMBR"))
+            return ReadWhole<int16, -32768, 32767>(fNumber);
+        if (inName.IsName("ATTR"))
+            return ReadWhole<int32, std::numeric_limits<int32>::min(), std::numeric_limits<uint32>::max()>(fAttributes);
+        if (inName.IsName("NAME"))
+            return ReadText(kLongestName, fName);
         return Unknown(inName, "TYPE, NMBR, NAME, ATTR, DATA, STRS or }");
     }
 
     Outcome Unknown(const Token& inToken, std::string_view inExpected) const
     {
-        return fReader.Fault(inToken.fOffset, inToken.fKind == NqToken::kNoToken
-                                                  ? fmt::format("the text ends inside of a block; close it with }}")
-                                                  : fmt::format("\"{}\" is not known here; expected {}",
-                                                                inToken.fText.substr(0, 40), inExpected));
+        return fReader.Fault(inToken.fOffset,
+                             inToken.fKind == NqToken::kNoToken
+                                 ? fmt::format("the text ends inside of a block; close it with }}")
+                                 : fmt::format("{} is not known here; expected {}", Shown(inToken), inExpected));
     }
 
     template <class Each>
@@ -181,19 +187,13 @@ private:
         return fReader.Fault(token.fOffset, "expected four characters, such as ICON, \"JPG \" or 0x4A504720");
     }
 
-    Outcome ReadType()
-    {
-        fHasType = true;
-        return ReadCode(fType);
-    }
-
     // A value outside of the range is a fault; unsigned ones of the same width are taken, too.
     Outcome ParseInRange(std::string_view inText, size_t inOffset, int64 inLowest, int64 inHighest, int64& outValue)
     {
         if (ParseWhole(inText, outValue) && outValue >= inLowest && outValue <= inHighest)
             return {};
-        return fReader.Fault(inOffset, fmt::format("expected a whole number from {} to {}, found \"{}\"", inLowest,
-                                                   inHighest, inText.substr(0, 40)));
+        return fReader.Fault(inOffset, fmt::format("expected a whole number from {} to {}, found {}", inLowest,
+                                                   inHighest, FoundNumber(inText)));
     }
 
     template <class Number, int64 Lowest, int64 Highest>
@@ -256,7 +256,7 @@ private:
             {
                 Field value = 0;
                 if (!ParseReal(text, value))
-                    return fReader.Fault(offset, fmt::format("expected a number, found \"{}\"", text.substr(0, 40)));
+                    return fReader.Fault(offset, fmt::format("expected a number, found {}", FoundNumber(text)));
                 Put([&] { fData << value; });
                 return Outcome();
             });
@@ -302,12 +302,11 @@ private:
     // P031 and L031: three digits behind a letter.
     static bool IsSizedField(const Token& inName, char inLetter, int32& outSize)
     {
-        int64 size = 0;
         const std::string& text = inName.fText;
-        if (inName.fKind != NqToken::kWordToken || text.size() != 4 || text[0] != inLetter || text[1] == '-' ||
-            !ParseWhole(std::string_view(text).substr(1), size))
+        if (inName.fKind != NqToken::kWordToken || text.size() != 4 || text[0] != inLetter ||
+            text.find_first_not_of("0123456789", 1) != std::string::npos)
             return false;
-        outSize = static_cast<int32>(size);
+        outSize = (text[1] - '0') * 100 + (text[2] - '0') * 10 + (text[3] - '0');
         return true;
     }
 
@@ -345,7 +344,7 @@ private:
             {"STR1", [](ResourceBuilder& b)
              { return b.TextField(kLongestPascal, [&](const TNqString& text) { b.fData << TNqString255(text); }); }},
             {"STR4", [](ResourceBuilder& b)
-             { return b.TextField(kAnyLength, [&](const TNqString& text) { b.fData << text; }); }},
+             { return b.TextField(kLongestCounted, [&](const TNqString& text) { b.fData << text; }); }},
             {"CSTR", [](ResourceBuilder& b)
              { return b.TextField(kAnyLength, [&](const TNqString& text) { b.fData.WriteCString(text); }); }},
             {"LOCS",
@@ -381,10 +380,9 @@ private:
     FourCharT fType = 0;
     int16 fNumber = 0;
     int32 fAttributes = 0;
-    bool fHasType = false;
-    bool fHasNumber = false;
     bool fHasTable = false;
     std::string fName;
+    std::set<std::string> fSeen; // attributes that stand only once
     TNqCountedPtr<TResourceStrings> fStrings;
     TNqResourceStream fData;
 };
@@ -442,25 +440,31 @@ void ShowStrings(const TResourceStrings& inStrings, std::string& ioText)
 Outcome BuildResources(const std::string& inName, std::string_view inText, TNqHostResourceFile& outFile)
 {
     TextReader reader(inName, inText);
+    std::map<std::pair<FourCharT, int16>, TNqCountedPtr<TNqResource>> resources;
     for (;;)
     {
         Token token;
         Outcome outcome = reader.Next(token);
-        if (!outcome.Ok() || token.fKind == NqToken::kNoToken)
+        if (!outcome.Ok())
             return outcome;
+        if (token.fKind == NqToken::kNoToken)
+            break;
         if (!token.IsName("RSRC"))
             return reader.Fault(token.fOffset, "expected RSRC, with which each resource begins");
         ResourceBuilder builder(reader);
         outcome = builder.Read(token.fOffset);
         if (!outcome.Ok())
             return outcome;
-        if (outFile.FindResource(builder.Type(), builder.Number()) != nullptr)
+        const auto [there, added] = resources.try_emplace({builder.Type(), builder.Number()}, nullptr);
+        if (!added || outFile.FindResource(builder.Type(), builder.Number()) != nullptr)
             return reader.Fault(token.fOffset, fmt::format("a second resource {} {}; give it another number",
                                                            TypeWord(builder.Type()), builder.Number()));
-        const TNqCountedPtr<TNqResource> resource = builder.Make();
+        there->second = builder.Make();
+    }
+    for (const auto& [key, resource] : resources) // in ascending order, in which adding moves none
         if (outFile.AddResource(*resource) != kNqNoErr)
             throw std::bad_alloc();
-    }
+    return {};
 }
 
 std::string ShowResources(const TNqHostResourceFile& inFile)

@@ -14,8 +14,8 @@ namespace nqres
 
 using nqtoken::Outcome;
 
-// Adds what the text describes. inName is how messages call the text: "NAME:LINE:COLUMN: what is wrong". At the first
-// fault, outFile holds what came before it.
+// Adds what the text describes. inName is how messages call the text: "NAME:LINE:COLUMN: what is wrong". A fault
+// leaves outFile as it was.
 Outcome BuildResources(const std::string& inName, std::string_view inText, TNqHostResourceFile& outFile);
 
 // The text that builds exactly these resources. Data is shown as hexadecimal digits: what its fields are is known only

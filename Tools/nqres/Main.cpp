@@ -306,7 +306,9 @@ int main(int inCount, char** inArguments)
     }
     catch (const TNqException& error)
     {
-        PutNote(fmt::format("error 0x{:08X}", static_cast<uint32>(error.GetError())));
+        PutNote(error.GetError() == kNqErrOutOfMemory
+                    ? "out of memory"
+                    : fmt::format("error 0x{:08X}", static_cast<uint32>(error.GetError())));
     }
     return nqtoken::kTrouble;
 }

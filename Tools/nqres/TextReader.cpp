@@ -34,15 +34,14 @@ std::string WithoutQuotesAndEscapes(std::string_view inRaw)
     return text;
 }
 
-// A token as messages show it.
+} // namespace
+
 std::string Shown(const Token& inToken)
 {
     if (inToken.fKind == NqToken::kBeginToken || inToken.fKind == NqToken::kEndToken)
         return inToken.fKind == NqToken::kBeginToken ? "{" : "}";
     return (inToken.fKind == NqToken::kStringToken ? "the text " : "") + Excerpt(inToken.fText);
 }
-
-} // namespace
 
 TextReader::TextReader(std::string inName, std::string_view inText)
     : fName(std::move(inName)),

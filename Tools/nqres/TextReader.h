@@ -24,6 +24,9 @@ struct Token
     bool IsName(std::string_view inName) const { return fKind == NqToken::kWordToken && fText == inName; }
 };
 
+// A token as messages show it.
+std::string Shown(const Token& inToken);
+
 class TextReader
 {
 public:
