@@ -43,7 +43,7 @@ int CallsMade()
         return -1;                                \
     }
 
-FAILING(mkostemp, (char* path, int flags), (path, flags), )
+FAILING(open, (const char* path, int flags, mode_t mode), (path, flags, mode), )
 FAILING(fchmod, (int file, mode_t mode), (file, mode), )
 FAILING(fsync, (int file), (file), )
 FAILING(close, (int file), (file), __real_close(file))

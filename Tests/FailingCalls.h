@@ -2,7 +2,7 @@
 
 #pragma once
 
-// Makes the call with this number, from 1 on, fail with EIO, of those that put a file in place: mkostemp, write (which
+// Makes the call with this number, from 1 on, fail with EIO, of those that put a file in place: open, write (which
 // moves half of its bytes first), fchmod, fsync, close and rename. Calls before and after it work. 0 for none.
 void FailCall(int inCall);
 int CallsMade();

@@ -153,10 +153,10 @@ TEST_F(ResourceFile, RandomOperations)
                 ASSERT_TRUE(n < file.CountResources(type) && elem != model.end() &&
                             TKey(resource->GetType(), resource->GetID()) == elem->first);
         ASSERT_EQ(elem, model.end());
-        const bool named =
-            std::any_of(model.begin(), model.end(),
-                        [&](const auto& e) { return e.first.first == key.first && std::get<0>(e.second) == name; });
-        ASSERT_EQ(file.FindResource(key.first, TNqString31(name.c_str())) != nullptr, named);
+        const auto named = [&key, &wanted = name](const auto& e)
+        { return e.first.first == key.first && std::get<0>(e.second) == wanted; };
+        ASSERT_EQ(file.FindResource(key.first, TNqString31(name.c_str())) != nullptr,
+                  std::any_of(model.begin(), model.end(), named));
     }
 }
 

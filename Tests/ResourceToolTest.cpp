@@ -224,6 +224,11 @@ TEST_F(ResourceTool, FromTheCommandLine)
     EXPECT_EQ(Run("export-strings de.nqr -o de") + Run("check small.nqr --against de"), 0);
     EXPECT_NE(ReadAll(Path("de")).find("\n# \"About\"\nDLOG.1.0 = \"Eins\"\nDLOG.1.1 = \"\"\n"), std::string::npos);
 
+    Put("latin.txt", "RSRC { TYPE DLOG NMBR 1 STRS { TEXT \"\xFC\" } }");
+    EXPECT_EQ(Run("build latin.txt -o latin.nqr"), 0);
+    EXPECT_EQ(Run("check latin.nqr"), 1);
+    EXPECT_EQ(ReadAll(Path("out")), "latin.nqr: DLOG.1.0 is not in UTF-8: \"\\xFC\"\n");
+
     // A fault writes nothing, trouble with files is another status.
     Put("small.txt", "RSRC {");
     Put("cut.nqr", ReadAll(Path("small.nqr")).substr(0, 40));

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <memory>
 #include <new>
+#include <vector>
 
 using namespace nqres;
 using nqtoken::AtFault;
@@ -183,19 +184,25 @@ Outcome Check(const Arguments& inArguments)
     if (!outcome.Ok())
         return outcome;
     const StringMap original = StringsOf(file);
+    std::vector<std::string> faults;
+    std::string good =
+        fmt::format("{}: {} resources, {} strings\n", inArguments.fInput, file.CountAllResources(), original.size());
     if (inArguments.fStrings.empty())
-        return Print(fmt::format("{}: {} resources, {} strings\n", inArguments.fInput, file.CountAllResources(),
-                                 original.size()));
-    StringMap translation;
-    outcome = LoadStrings(inArguments.fStrings, translation);
-    if (!outcome.Ok())
-        return outcome;
-    std::string text;
-    for (const std::string& fault : CompareStrings(original, translation, inArguments.fStrings))
-        text += fault + "\n";
-    if (text.empty())
-        return Print(fmt::format("{}: all {} strings are there\n", inArguments.fStrings, original.size()));
-    outcome = Print(text);
+        faults = CheckStrings(original, inArguments.fInput);
+    else
+    {
+        StringMap translation;
+        outcome = LoadStrings(inArguments.fStrings, translation);
+        if (!outcome.Ok())
+            return outcome;
+        faults = CompareStrings(original, translation, inArguments.fStrings);
+        const std::vector<std::string> malformed = CheckStrings(translation, inArguments.fStrings);
+        faults.insert(faults.end(), malformed.begin(), malformed.end());
+        good = fmt::format("{}: all {} strings are there\n", inArguments.fStrings, original.size());
+    }
+    if (faults.empty())
+        return Print(good);
+    outcome = Print(fmt::format("{}\n", fmt::join(faults, "\n")));
     return outcome.Ok() ? AtFault({}) : outcome;
 }
 

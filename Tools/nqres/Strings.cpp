@@ -179,6 +179,16 @@ Outcome ImportStrings(const std::string& inName, const StringMap& inStrings, TNq
     return {};
 }
 
+std::vector<std::string> CheckStrings(const StringMap& inStrings, const std::string& inName)
+{
+    std::vector<std::string> faults;
+    for (const auto& [key, text] : inStrings)
+        if (WellFormedLength(text.fText) != text.fText.size())
+            faults.push_back(fmt::format("{}: {} is not in UTF-8: {}", Located(inName, text.fLine), KeyText(key),
+                                         Quoted(text.fText)));
+    return faults;
+}
+
 std::vector<std::string> CompareStrings(const StringMap& inOriginal, const StringMap& inTranslation,
                                         const std::string& inName)
 {

@@ -39,6 +39,9 @@ std::string ExportStrings(const TNqHostResourceFile& inFile);
 Outcome ImportStrings(const std::string& inName, const StringMap& inStrings, TNqHostResourceFile& ioFile,
                       size_t& outKept);
 
+// Those that are no UTF-8, a line for each.
+std::vector<std::string> CheckStrings(const StringMap& inStrings, const std::string& inName);
+
 // What is wrong with a translation, a line for each fault: strings that are missing, surplus, or empty where those of
 // the original are not.
 std::vector<std::string> CompareStrings(const StringMap& inOriginal, const StringMap& inTranslation,
