@@ -39,7 +39,7 @@ struct WorstStatus
 
 int32 JobCount(int32 inJobs, size_t inFileCount)
 {
-    const int32 wanted = inJobs == 0 ? ProcessorCount() : inJobs;
+    const int32 wanted = std::min(inJobs == 0 ? ProcessorCount() : inJobs, kMostJobs);
     return static_cast<int32>(std::min(static_cast<size_t>(wanted), inFileCount));
 }
 

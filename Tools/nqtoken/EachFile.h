@@ -11,8 +11,10 @@
 namespace nqtoken
 {
 
+constexpr int32 kMostJobs = 256;
+
 // How many files to work on at a time when the user asks for inJobs: one per processor for 0, and never more than there
-// are files.
+// are files or kMostJobs.
 int32 JobCount(int32 inJobs, size_t inFileCount);
 
 // What it prints goes to ioOutput; the text of its outcome is printed behind it, as a note.

@@ -1,6 +1,7 @@
 #include "Tools/nqtoken/Guard.h"
 
 #include "Tools/nqtoken/AtomicFile.h"
+#include "Tools/nqtoken/EachFile.h"
 #include "Tools/nqtoken/Reports.h"
 
 #include "NqCore/PublicAPI/NqCompiler.h"
@@ -32,7 +33,7 @@ namespace
 // --- signals
 
 constexpr int kPassedOn[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
-constexpr int kMostProcesses = 256;
+constexpr int kMostProcesses = kMostJobs;
 
 std::atomic<pid_t> gProcesses[kMostProcesses]; // 0 where there is none
 std::atomic<int> gSignal{0};                   // that was passed on
@@ -308,11 +309,14 @@ GuardProcesses::GuardProcesses(int32 inCount, const Work& inWork)
     while (Count() < std::min(inCount, kMostProcesses) && Start(inWork, blocking, fProcesses))
     {
     }
-    PassSignalsOn(fBefore);
+    if (Count() > 0)
+        PassSignalsOn(fBefore);
 }
 
 GuardProcesses::~GuardProcesses()
 {
+    if (Count() == 0)
+        return;
     for (Process& process : fProcesses)
         Close({process.fControl});
     for (size_t i = 0; i < fProcesses.size(); ++i)
