@@ -405,10 +405,25 @@ TEST_F(ToolTest, HelpAndUsage)
         Succeeds({command, "--help"}, "Example: nqtoken "s + command);
         EXPECT_EQ(Run({command, "--nonsense"}).fStatus, 2);
     }
-    EXPECT_EQ(Run({}).fStatus, 2);
     Succeeds({"--help"});
-    EXPECT_EQ(Run({"show", "x", "--depth", "-1"}).fStatus, 2);
-    EXPECT_EQ(Run({"import", "x", "-o", "y", "--payload", "wax"}).fStatus, 2);
+    Succeeds({"help", "check"}, "Example: nqtoken check");
+    const std::pair<TTexts, const char*> wrong[] = {
+        {{}, "give a command: import, "},
+        {{"chekc", "x"}, "\"check\" is meant"},
+        {{"BOGUS"}, "there is no command \"BOGUS\", only import, "},
+        {{"--bogus"}, "no option --bogus"},
+        {{"show", "x", "--depth", "-1"}, "\"-1\" is not a whole number of 0 or more"},
+        {{"check", "x", "--limit", "99999999999999999999"}, "is not a whole number"},
+        {{"check", "x", "-j", "257"}, "from 0 to 256"},
+        {{"compare", "x", "y", "--tolerance", "nan"}, "\"nan\" is not a number"},
+        {{"import", "x", "-o", "y", "--payload", "wax"}, "wax"},
+    };
+    for (const auto& [arguments, message] : wrong)
+    {
+        const TRun run = Run(arguments);
+        EXPECT_EQ(run.fStatus, 2) << message;
+        EXPECT_TRUE(Contains(run.fErr, message)) << run.fErr;
+    }
 }
 
 void FullOutput()
@@ -429,6 +444,7 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
 {
     Put("scene.nq", kSmallScene);
     Put("target.obj", "kept");
+    mkfifo(Path("pipe").c_str(), 0600);
     const std::vector<std::string> before = Names();
     struct TCase
     {
@@ -452,7 +468,8 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
         {{"show", "scene.nq"}, "", BrokenOutput},
         {{"check", "scene.nq", "scene.nq", "missing", "-j2"}, "", BrokenOutput},
         {{"check", "-", "scene.nq", "-"}, "can be read only once"},
-        {{"check", "scene.nq", "--jobs", "257"}, "--jobs"},
+        {{"import", "pipe", "-o", "target.obj"}, "pipe: is not a file"}, // nobody writes to it
+        {{"show", ""}, "name of a file is empty"},
     };
     for (const TCase& one : cases)
     {

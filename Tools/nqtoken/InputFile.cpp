@@ -44,7 +44,11 @@ Outcome InputFile::Open(const std::string& inPath, bool inAllowCopy)
     const bool standardInput = inAllowCopy && inPath == "-";
     fShownName = standardInput ? "standard input" : inPath;
     fPath = inPath;
-    fDescriptor = standardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3) : open(inPath.c_str(), O_RDONLY | O_CLOEXEC);
+    if (inPath.empty())
+        return Trouble("the name of a file is empty");
+    // A pipe that is going to be refused is not waited for.
+    fDescriptor = standardInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
+                                : open(inPath.c_str(), O_RDONLY | O_CLOEXEC | (inAllowCopy ? 0 : O_NONBLOCK));
     struct stat status = {};
     if (fDescriptor < 0 || fstat(fDescriptor, &status) != 0)
         return SystemTrouble(fShownName);

@@ -2,6 +2,7 @@
 
 #include "Tools/nqtoken/AtomicFile.h"
 #include "Tools/nqtoken/Check.h"
+#include "Tools/nqtoken/CommandLine.h"
 #include "Tools/nqtoken/Compare.h"
 #include "Tools/nqtoken/Connection.h"
 #include "Tools/nqtoken/EachFile.h"
@@ -23,7 +24,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <cmath>
+#include <limits>
 
 using namespace nqtoken;
 
@@ -155,7 +156,7 @@ void DescribeJobs(CLI::App& ioCommand, Arguments& outArguments)
     ioCommand
         .add_option("-j,--jobs", outArguments.fJobs,
                     "files to work on at a time; 0: one per processor. What is printed stays the same")
-        ->check(CLI::Range(0, 256))
+        ->check(WholeNumber(kMostJobs, fmt::format("from 0 to {}", kMostJobs)))
         ->type_name("N")
         ->capture_default_str();
 }
@@ -200,10 +201,10 @@ void DescribeShow(CLI::App& ioApp, Arguments& outArguments)
         ->required()
         ->expected(1);
     command->add_option("--depth", outArguments.fShow.fDepth, "show deeper blocks as one line")
-        ->check(CLI::NonNegativeNumber)
+        ->check(AnyCount())
         ->type_name("N");
     command->add_option("--values", outArguments.fShow.fValues, "show so many values of an array")
-        ->check(CLI::NonNegativeNumber)
+        ->check(AnyCount())
         ->type_name("N")
         ->capture_default_str();
     command->footer("Example: nqtoken show duck.nq --depth 2 --values 6\n" + std::string(kStatusText));
@@ -214,6 +215,7 @@ void DescribeCheck(CLI::App& ioApp, Arguments& outArguments)
     CLI::App* command = ioApp.add_subcommand("check", "Find what is wrong in token files");
     command->add_option("FILE", outArguments.fInputs, "token files to read; \"-\" is standard input")->required();
     command->add_option("--limit", outArguments.fLimit, "stop after so many faults of a file; 0: never")
+        ->check(AnyCount())
         ->type_name("N")
         ->capture_default_str();
     DescribeJobs(*command, outArguments);
@@ -228,7 +230,7 @@ void DescribeCompare(CLI::App& ioApp, Arguments& outArguments)
     CLI::App* command = ioApp.add_subcommand("compare", "Tell whether two scenes or models are the same");
     command->add_option("FILES", outArguments.fInputs, "two files, each a scene or a model")->required()->expected(2);
     command->add_option("--tolerance", outArguments.fTolerance, "how far real numbers may be apart")
-        ->check(CLI::NonNegativeNumber)
+        ->check(PositiveReal(std::numeric_limits<real64>::max(), "of 0 or more"))
         ->type_name("T")
         ->capture_default_str();
     command->footer(
@@ -257,7 +259,7 @@ void DescribeTimeout(CLI::App& ioCommand, Arguments& outArguments)
     ioCommand
         .add_option("--timeout", outArguments.fConnection.fTimeout,
                     "give up after so many seconds in which nothing moves; 0: never")
-        ->check(CLI::Range(0.0, kDay))
+        ->check(PositiveReal(kDay, fmt::format("from 0 to {}", kDay)))
         ->type_name("SECONDS")
         ->capture_default_str();
 }
@@ -300,6 +302,22 @@ void DescribeReceive(CLI::App& ioApp, Arguments& outArguments)
                     std::string(kTransferStatusText));
 }
 
+int FinishUnparsed(const CLI::App& inApp, const CLI::ParseError& inError, const std::string& inFirstWord)
+{
+    Output output;
+    std::ostringstream out;
+    std::ostringstream err;
+    const int status = inApp.exit(inError, out, err);
+    output.Put(out.str());
+    if (status == 0)
+        return Finish(Outcome(), output);
+    const std::vector<CLI::App*> chosen = inApp.get_subcommands();
+    const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
+    return Finish(Trouble(fmt::format("{}; see \"nqtoken {}--help\"",
+                                      chosen.empty() ? NoCommandText(inApp, inFirstWord) : inError.what(), command)),
+                  output);
+}
+
 int Run(int inCount, char** inArguments)
 {
     CLI::App app("Looks at token files, checks them, sends them, and turns 3D models into scenes and back.", "nqtoken");
@@ -315,28 +333,14 @@ int Run(int inCount, char** inArguments)
     DescribeFormats(app);
     DescribeSend(app, arguments);
     DescribeReceive(app, arguments);
+    const std::vector<std::string> words = Words(inCount, inArguments);
     try
     {
-        app.parse(inCount, inArguments);
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     }
     catch (const CLI::ParseError& error)
     {
-        Output output;
-        std::ostringstream out;
-        std::ostringstream err;
-        const int status = app.exit(error, out, err);
-        output.Put(out.str());
-        std::string command;
-        for (const CLI::App* chosen : app.get_subcommands())
-            command = chosen->get_name() + " ";
-        const Outcome wrong =
-            status == 0 ? Outcome() : Trouble(fmt::format("{}; see \"nqtoken {}--help\"", error.what(), command));
-        return Finish(wrong, output);
-    }
-    if (std::isnan(arguments.fTolerance) || std::isnan(arguments.fConnection.fTimeout))
-    {
-        PutNote("--tolerance and --timeout must be numbers");
-        return kTrouble;
+        return FinishUnparsed(app, error, words.empty() ? "" : words[0]);
     }
     if (app.got_subcommand("import"))
         return Import(arguments);

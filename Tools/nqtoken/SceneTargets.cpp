@@ -60,6 +60,8 @@ Outcome ChooseTargets(const std::vector<std::string>& inModels, const std::strin
     std::error_code error;
     const bool isFolder = fs::is_directory(inTarget, error);
     outTargets.fAreNamedAfterModels = isFolder || inTarget.empty();
+    if (!isFolder && !inTarget.empty() && inTarget.back() == '/')
+        return Trouble(fmt::format("{}: there is no such folder", inTarget));
     if (inModels.size() > 1 && !outTargets.fAreNamedAfterModels)
         return Trouble(fmt::format("{}: is not a folder, which several models need", inTarget));
     for (const fs::path model : inModels)
