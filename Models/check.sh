@@ -62,6 +62,12 @@ check goes-on "safe critical section: 3 threads outside the pool, 1 inside"     
 check goes-on "safe critical section: 2 threads outside the pool, 2 inside"       SafeCriticalSection -DOUTSIDE=2 -DPOOL=2
 check forgets "safe critical section: the owner first, 3 threads outside"         SafeCriticalSection -DOWNER_FIRST
 
+check holds   "semaphore: 4 threads"                                              Semaphore
+check holds   "semaphore: 4 threads, 2 units"                                     Semaphore -DMAXUNITS=2
+check forgets "semaphore: no look once it can be seen sleeping, 4 threads"        Semaphore -DLOOKS_FIRST
+check holds   "semaphore: deleted when 2 waits have taken 2 units"                Semaphore -DMAXUNITS=2 -DDELETES
+check outlives "semaphore: and without waiting for the signals"                   Semaphore -DMAXUNITS=2 -DDELETES -DNO_LAST_LOCK
+
 single=SingleSection
 check holds   "single section: 2 workers, 1 thread outside, a nested body"        $single
 check goes-on "single section: 2 workers, 1 thread outside"                       $single -DBODIES=0 -DPROGRESS

@@ -2,6 +2,9 @@
 //
 // Units and sleepers share one atomic word, so the step that adds a unit also tells whether anybody has to be woken.
 // Without sleepers a signal touches nothing but that word and makes no system call.
+//
+// Models/Semaphore.pml shows, for every order in which threads can take their steps, that nobody sleeps while there is
+// a unit. A change here is a change there.
 
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
