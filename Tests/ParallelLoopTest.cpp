@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <random>
 #include <stdexcept>
@@ -511,8 +512,11 @@ TEST_P(SMPJob, TheFirstExceptionIsThrownAndTheRestIsDropped)
                 AddSMPJobTask(TCallTask::Make(
                     [&](ISMPJobTask**)
                     {
-                        if (++runs == 20)
+                        const int number = ++runs;
+                        if (number == 20)
                             throw 20;
+                        if (number > 20) // others run on until it is noticed
+                            std::this_thread::sleep_for(std::chrono::milliseconds(1));
                     }));
             }
         }));
