@@ -111,7 +111,7 @@ private:
         return fEntries.front().fFormat;
     }
 
-    std::array<TEntry, 8> fEntries; // the last used first
+    std::array<TEntry, 8> fEntries{}; // the last used first
 };
 
 // The instant in milliseconds since 1970, in the range in which calendars count.

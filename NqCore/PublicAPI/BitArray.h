@@ -50,7 +50,7 @@ public:
     {
         if (!NqCheck(elemNum < fSize) && !HasWordOf(elemNum))
             return false;
-        return (fBits.BaseAddress()[elemNum / kWordBits] >> (elemNum % kWordBits)) & 1;
+        return (fBits.BaseAddress()[elemNum / kWordBits] & BitOf(elemNum)) != 0;
     }
 
     // Sets a bit. An index past the size is reported; then only a stale bit can still be set.
@@ -58,7 +58,7 @@ public:
     {
         if (!NqCheck(elemNum < fSize) && !HasWordOf(elemNum))
             return;
-        fBits.BaseAddress()[elemNum / kWordBits] |= IDType{1} << (elemNum % kWordBits);
+        fBits.BaseAddress()[elemNum / kWordBits] |= BitOf(elemNum);
     }
 
     // Equal sizes and equal words, stale bits included.
@@ -85,6 +85,7 @@ private:
     static constexpr uint32 kWordBits = 32;
 
     static uint32 WordsOf(uint32 size) { return size / kWordBits + (size % kWordBits != 0); }
+    static IDType BitOf(uint32 elemNum) { return IDType{1} << (elemNum % kWordBits); }
     static IDType LowBits(uint32 count) { return (IDType{1} << count) - 1; } // fewer than a word's
 
     bool HasWordOf(uint32 elemNum) const { return elemNum / kWordBits < fBits.GetElemCount(); }

@@ -11,7 +11,10 @@
 // Interpolating beyond 0..1 is reported, "interpolant >= 0.0 && interpolant <= 1.0", and extrapolates. The result may
 // be one of the arguments. A component that is not a number is never clamped and never equal; as an integer it is 0.
 // Reals are truncated to integers; those out of the range of an int32 become its nearest, and bytes keep the low 8
-// bits. Threads: one at a time. Cost: conversion and interpolation are inline and have no branch but that of the check.
+// bits.
+//
+// Cost: conversion and interpolation are inline and have no branch but that of the check.
+// Threads: one at a time.
 
 #pragma once
 
