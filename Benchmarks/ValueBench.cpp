@@ -459,7 +459,7 @@ TNqUserTimeRecord MakeRecord(int i)
     record.fMonth = static_cast<int16>(1 + i % 12);
     record.fDay = static_cast<int16>(i * 37 % 20000 - 10000);
     record.fHour = static_cast<int16>(i % 100 - 50);
-    record.fMinute = static_cast<int16>(i * 7 % 300 - 100);
+    record.fMinute = static_cast<int16>(i * 7 % 200 - 100);
     return record;
 }
 
