@@ -20,6 +20,7 @@ namespace
 constexpr uint32 kVersion = 1;
 constexpr uint64 kFrameSize = 4096; // what all but the text may take up at most
 constexpr int32 kPieceSize = 3 << 13;
+constexpr size_t kSendSize = 1 << 14;
 constexpr std::string_view kMark = "\xEF\xBB\xBF";
 constexpr int32 kUnknownCount = -1; // 0xFFFFFFFF: readers look for the closing '$'
 constexpr size_t kMaxShown = 200;   // bytes of what a peer says
@@ -68,6 +69,7 @@ private:
 // --- the connection
 
 // Stands before a socket: bounds what is received, remembers that it broke off, and does not try it again then.
+// What is sent goes out with Flush.
 class Link final : public INqSocket
 {
 public:
@@ -98,13 +100,22 @@ public:
         fAllowed -= static_cast<uint64>(std::max(count, 0));
         return count;
     }
+    // Collects what is sent: the stream's blocks are small, and each call wakes the peer.
     int32 Send(const int8* inBuffer, int32 inSize) override
     {
         if (fBroken)
             return 0;
-        const int32 count = fSocket.Send(inBuffer, inSize);
-        fBroken = count != inSize;
-        return count;
+        fPending.append(inBuffer, static_cast<size_t>(inSize));
+        if (fPending.size() >= kSendSize)
+            Flush();
+        return inSize;
+    }
+    void Flush()
+    {
+        const int32 size = static_cast<int32>(fPending.size());
+        if (size > 0 && !fBroken)
+            fBroken = fSocket.Send(fPending.data(), size) != size;
+        fPending.clear();
     }
     void Close() override {}
 
@@ -112,6 +123,7 @@ private:
     INqSocket& fSocket;
     uint64 fAllowed;
     uint32 fReferences = 1;
+    std::string fPending;
     bool fBroken = false;
     bool fExceeded = false;
 };
@@ -266,6 +278,7 @@ Outcome FileSender::Send(INqSocket& ioSocket)
     NqToken::PutUInt32Attribute(stream, kChecksumToken, copy.fChecksum.Value());
     NqToken::PutEndToken(stream);
     stream.Flush();
+    link.Flush();
     return link.IsBroken() ? AtFault("the connection broke off before everything was sent") : Outcome();
 }
 
@@ -509,17 +522,16 @@ void PutReply(INqSocket& ioSocket, const Outcome& inOutcome)
     Link link(ioSocket, 0);
     TNqNetStream stream(&link);
     NqToken::InitTokenMgr(stream);
-    if (inOutcome.Ok())
+    NqToken::PutBeginToken(stream, inOutcome.Ok() ? kDoneToken : kRefusedToken, false);
+    if (!inOutcome.Ok())
     {
-        NqToken::PutBeginToken(stream, kDoneToken, false);
-        NqToken::PutEndToken(stream);
-        return;
+        TNqDynamicString text;
+        ToLibrary(inOutcome.Status() == kAtFault ? inOutcome.Text() : "it could not be stored", text);
+        NqToken::PutNonLocalizedStringAttribute(stream, kTextToken, text, false);
     }
-    TNqDynamicString text;
-    ToLibrary(inOutcome.Status() == kAtFault ? inOutcome.Text() : "it could not be stored", text);
-    NqToken::PutBeginToken(stream, kRefusedToken, false);
-    NqToken::PutNonLocalizedStringAttribute(stream, kTextToken, text, false);
     NqToken::PutEndToken(stream);
+    stream.Flush();
+    link.Flush();
 }
 
 Outcome GetReply(INqSocket& ioSocket, bool& outReplied)
