@@ -10,44 +10,32 @@ namespace
 
 constexpr uint32 kLongestCompared = 1023; // bytes that the case-blind comparison looks at
 
-// The length of a text up to its first NUL when it is plain ASCII, and short enough to be compared whole; else
-// kNqNotFound.
-uint32 GetPlainLength(const TNqString& inText)
-{
-    if (inText.ByteLength() == 0)
-        return 0;
-    if (inText.ByteLength() > kLongestCompared)
-        return kNqNotFound;
-    const int8* const bytes = inText.GetString();
-    uint32 length = 0;
-    for (; length < inText.ByteLength() && bytes[length] != 0; ++length)
-    {
-        if ((static_cast<uint8>(bytes[length]) & 0x80) != 0)
-            return kNqNotFound;
-    }
-    return length;
-}
-
 int8 InCapitals(int8 inChar)
 {
     return inChar >= 'a' && inChar <= 'z' ? static_cast<int8>(inChar - ('a' - 'A')) : inChar;
 }
 
-// As IsEqualNotCaseSensitive, which copies and maps both texts; for plain ones none of that is needed. inPlainLength is
-// that of inText.
-bool IsSameExtension(const TNqString& inText, uint32 inPlainLength, const TNqString& inExtension)
+bool IsAscii(int8 inChar)
 {
-    const uint32 length = GetPlainLength(inExtension);
-    if (inPlainLength == kNqNotFound || length == kNqNotFound)
-        return inText.IsEqualNotCaseSensitive(inExtension);
-    if (length != inPlainLength)
-        return false;
-    for (uint32 i = 0; i < length; ++i)
+    return (static_cast<uint8>(inChar) & 0x80) == 0;
+}
+
+// As IsEqualNotCaseSensitive, which copies and maps both texts. Mapping leaves every ASCII letter one letter, so up to
+// the first byte that is not ASCII the bytes tell by themselves.
+bool IsSameExtension(const TNqString& inA, const TNqString& inB)
+{
+    if (inA.ByteLength() > kLongestCompared || inB.ByteLength() > kLongestCompared)
+        return inA.IsEqualNotCaseSensitive(inB);
+    const int8* a = inA.ByteLength() != 0 ? inA.GetString() : "";
+    const int8* b = inB.ByteLength() != 0 ? inB.GetString() : "";
+    for (; IsAscii(*a) && IsAscii(*b); ++a, ++b)
     {
-        if (InCapitals(inText.GetString()[i]) != InCapitals(inExtension.GetString()[i]))
+        if (InCapitals(*a) != InCapitals(*b))
             return false;
+        if (*a == 0)
+            return true;
     }
-    return true;
+    return inA.IsEqualNotCaseSensitive(inB);
 }
 
 template <class T, class Test>
@@ -106,9 +94,8 @@ void TNqFileType::AddType(const TNqFileID& inType)
 
 boolean TNqFileType::ContainsExt(const TNqString& inExtension) const
 {
-    const uint32 plainLength = GetPlainLength(inExtension);
-    return FindFirst(fExtensions, [&](const TNqDynamicString& own)
-                     { return IsSameExtension(inExtension, plainLength, own); }) != nullptr;
+    return FindFirst(fExtensions, [&inExtension](const TNqDynamicString& own)
+                     { return IsSameExtension(inExtension, own); }) != nullptr;
 }
 
 boolean TNqFileType::ContainsType(const TNqFileID& inType) const
