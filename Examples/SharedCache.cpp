@@ -24,6 +24,31 @@ int32 ComputeRed(int32 inKelvin)
     return static_cast<int32>(std::lround(255 * sum / (sum + 1)));
 }
 
+// Inside for as long as they live, also when what they guard throws.
+class CWhileReading
+{
+public:
+    explicit CWhileReading(TNqSharedCriticalSection& inLock) : fLock(inLock) { fLock.EnterShared(); }
+    ~CWhileReading() { fLock.LeaveShared(); }
+    CWhileReading(const CWhileReading&) = delete;
+    CWhileReading& operator=(const CWhileReading&) = delete;
+
+private:
+    TNqSharedCriticalSection& fLock;
+};
+
+class CWhileWriting
+{
+public:
+    explicit CWhileWriting(TNqSharedCriticalSection& inLock) : fLock(inLock) { fLock.EnterExclusive(); }
+    ~CWhileWriting() { fLock.LeaveExclusive(); }
+    CWhileWriting(const CWhileWriting&) = delete;
+    CWhileWriting& operator=(const CWhileWriting&) = delete;
+
+private:
+    TNqSharedCriticalSection& fLock;
+};
+
 // Any thread may ask.
 class TColourCache
 {
@@ -42,21 +67,19 @@ public:
 private:
     bool Find(int32 inKelvin, int32& outRed)
     {
-        fLock.EnterShared();
+        const CWhileReading reading(fLock);
         const int32* const found = fColours.FindElem(inKelvin, true);
         if (found != nullptr)
             outRed = *found;
-        fLock.LeaveShared();
         return found != nullptr;
     }
 
     int32 Add(int32 inKelvin, int32 inRed)
     {
         boolean alreadyThere;
-        fLock.EnterExclusive();
-        fColours.AddElem(inKelvin, inRed, alreadyThere, true);
-        fCount += alreadyThere ? 0 : 1;
-        fLock.LeaveExclusive();
+        const CWhileWriting writing(fLock);
+        const bool isThere = fColours.AddElem(inKelvin, inRed, alreadyThere, true) != kNqHashNotFound;
+        fCount += isThere && !alreadyThere ? 1 : 0;
         return inRed;
     }
 
