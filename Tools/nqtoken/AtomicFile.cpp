@@ -122,11 +122,16 @@ std::string Resolve(const std::string& inPath)
     return path;
 }
 
+// Asked once: the mask can only be read by setting it, which another thread would notice.
 mode_t NewFileMode()
 {
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
+    static const mode_t sMask = []
+    {
+        const mode_t mask = umask(0);
+        umask(mask);
+        return mask;
+    }();
+    return 0666 & ~sMask;
 }
 
 } // namespace
