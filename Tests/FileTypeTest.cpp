@@ -283,6 +283,22 @@ TEST_F(FileTypeTest, ReadsWhatIsWholeOfACutOrDamagedResource)
     }
 }
 
+TEST_F(FileTypeTest, WithoutMemoryWhatIsAddedIsThereWholeOrNotAtAll)
+{
+    const TNqFileType sample = SampleType(1);
+    ForEachFailingAllocation(
+        [&sample](int64)
+        {
+            const TNqFileType type = SampleType(2);
+            EXPECT_FALSE(type.ContainsExt(TNqString15("")));
+            TNqFileTypeList list;
+            list.AddElem(sample);
+            EXPECT_TRUE(list.GetElemCount() == 0 || (list.GetElem(0).GetTypesCount() == sample.GetTypesCount() &&
+                                                     list.GetElem(0).GetExtension(0) == sample.GetExtension(0) &&
+                                                     list.GetElem(0).GetExtension(1) == sample.GetExtension(1)));
+        });
+}
+
 TEST_F(FileTypeTest, TheRegistryIsForgottenAtShutDown)
 {
     for (int round = 0; round < 2; ++round)

@@ -15,7 +15,8 @@
 // As a resource, big-endian: id (4 bytes), name (NUL-terminated, or the 4-byte index of a string table), count (2) and
 // codes (4 each), count (2) and extensions (NUL-terminated). A list is a count (2) and its types.
 //
-// Cost: adding and finding walk the list, and the extensions of a type. Threads: one at a time.
+// Cost: adding and finding walk the list, and the extensions of a type. Failure: reported; a type, extension or code
+// for which there is no memory is not added. Threads: one at a time.
 
 #pragma once
 
@@ -66,7 +67,11 @@ public:
     }
 
 private:
+    friend class TNqFileTypeList;
     friend struct TNqFileTypeLayout;
+
+    // False when there was no memory for all of the copy.
+    bool IsWholeCopyOf(const TNqFileType& inType) const;
 
     NqFileTypeID fID = 0;
     TNqString31 fName;

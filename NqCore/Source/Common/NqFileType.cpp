@@ -82,8 +82,13 @@ const TNqFileID& TNqFileType::GetType(int32 inIndex) const
 
 void TNqFileType::AddExtension(const TNqString& inExtension)
 {
-    if (!ContainsExt(inExtension))
-        fExtensions.AddElem(TNqDynamicString(inExtension));
+    if (ContainsExt(inExtension))
+        return;
+    const bool isEmpty = inExtension.ByteLength() == 0;
+    const uint32 count = fExtensions.GetElemCount();
+    // A copy for which there was no memory is empty, and as an extension that of every file without one.
+    if (fExtensions.AddElem(TNqDynamicString(inExtension)) && !isEmpty && fExtensions[count].ByteLength() == 0)
+        fExtensions.SetElemCount(count);
 }
 
 void TNqFileType::AddType(const TNqFileID& inType)
@@ -105,6 +110,15 @@ boolean TNqFileType::ContainsType(const TNqFileID& inType) const
                        [&inType](const TNqFileID& own) { return own.fID == inType.fID; });
 }
 
+bool TNqFileType::IsWholeCopyOf(const TNqFileType& inType) const
+{
+    const TNqDynamicString* const own = fExtensions.BaseAddress();
+    return GetTypesCount() == inType.GetTypesCount() && GetExtensionsCount() == inType.GetExtensionsCount() &&
+           std::equal(own, own + fExtensions.GetElemCount(), inType.fExtensions.BaseAddress(),
+                      [](const TNqDynamicString& a, const TNqDynamicString& b)
+                      { return a.ByteLength() == b.ByteLength(); });
+}
+
 // ---- The list -------------------------------------------------------------------------------------------------------
 
 const TNqFileType& TNqFileTypeList::GetElem(int32 inIndex) const
@@ -122,7 +136,9 @@ void TNqFileTypeList::AddElem(const TNqFileType& fileType)
     auto* const listed = const_cast<TNqFileType*>(FindNqFileTypeByID(fileType.GetID()));
     if (listed == nullptr)
     {
-        fList.AddElem(fileType);
+        const uint32 count = fList.GetElemCount();
+        if (fList.AddElem(fileType) && !fList[count].IsWholeCopyOf(fileType))
+            fList.SetElemCount(count);
         return;
     }
     for (int32 i = 0; i < fileType.GetExtensionsCount(); ++i)
