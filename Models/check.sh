@@ -31,7 +31,7 @@ check goes-on "sections: 2 slots, 3 threads, 1 round, semaphore without maximum"
 check goes-on "sections: 2 slots, 4 threads, 1 round, semaphore without maximum"  $sections -DTHREADS=4 -DROUNDS=1 -DFIFO $unbounded
 check holds   "sections: 2 slots, 3 threads, nested"                              $sections -DCHOOSE -DNESTED
 check holds   "sections: 2 slots, 3 threads, any count of waiting threads read"   $sections -DCHOOSE -DSTALE
-check holds   "sections: 3 slots, 3 threads"                                      $sections -DSLOTS=3 -DCHOOSE -DANY_FORWARD
+check holds   "sections: 3 slots, 3 threads, nested"                              $sections -DSLOTS=3 -DCHOOSE -DNESTED -DANY_FORWARD
 check goes-on "sections: 1 slot, 3 threads"                                       $sections -DSLOTS=1
 check holds   "sections: 1 slot, 4 threads"                                       $sections -DSLOTS=1 -DTHREADS=4 -DANY_FORWARD
 check holds   "sections: 1 slot, 3 threads, 2 rounds, semaphore without maximum"  $sections -DSLOTS=1 -DROUNDS=2 $unbounded
@@ -86,7 +86,7 @@ if [ "${1:-}" = --deep ]; then
   check holds   "sections: 2 slots, 3 threads, 2 rounds, nested, no maximum"      $sections -DCHOOSE -DROUNDS=2 -DNESTED $unbounded
   check goes-on "sections: 2 slots, 3 threads, 1 round, nested"                   $sections -DCHOOSE -DROUNDS=1 -DNESTED -DFIFO
   check goes-on "sections: 2 slots, 3 threads that choose"                        $sections -DCHOOSE -DFIFO
-  check holds   "sections: 3 slots, 3 threads, nested"                            $sections -DSLOTS=3 -DCHOOSE -DNESTED
+  check holds   "sections: 3 slots, 3 threads, nested, forwarding as coded"       $sections -DSLOTS=3 -DCHOOSE -DNESTED
   check goes-on "shared array: 2 slots, 3 threads, nested"                        $shared -DNESTED -DFIFO
   check holds   "shared array: 3 slots, 3 threads, nested"                        $shared -DSLOTS=3 -DNESTED
   check holds   "shared array: 2 slots, 4 threads that choose"                    $shared -DTHREADS=4
