@@ -416,6 +416,8 @@ TEST_F(ToolTest, HelpAndUsage)
         {{"check", "x", "--limit", "99999999999999999999"}, "is not a whole number"},
         {{"check", "x", "-j", "257"}, "from 0 to 256"},
         {{"compare", "x", "y", "--tolerance", "nan"}, "\"nan\" is not a number"},
+        {{"receive", "0", "-o", "x", "--max-size", "-5"}, "\"-5\" is not a number of bytes"},
+        {{"receive", "0", "-o", "x", "--max-size", "99999999999G"}, "is not a number of bytes"},
         {{"import", "x", "-o", "y", "--payload", "wax"}, "wax"},
     };
     for (const auto& [arguments, message] : wrong)

@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <cstdlib>
 #include <limits>
 
@@ -65,6 +67,29 @@ CLI::Validator PositiveReal(real64 inMost, const std::string& inRange)
         return isNumber ? std::string() : fmt::format("\"{}\" is not a number {}", Printable(text, 40), inRange);
     };
     return {fault, ""};
+}
+
+CLI::Validator ByteCount()
+{
+    const auto read = [](std::string& text)
+    {
+        constexpr std::pair<std::string_view, int> kUnits[] = {{"", 0},     {"b", 0},   {"k", 10},  {"kb", 10},
+                                                               {"kib", 10}, {"m", 20},  {"mb", 20}, {"mib", 20},
+                                                               {"g", 30},   {"gb", 30}, {"gib", 30}};
+        std::string unit = text.substr(std::min(text.find_first_not_of("0123456789"), text.size()));
+        std::transform(unit.begin(), unit.end(), unit.begin(), [](unsigned char c) { return std::tolower(c); });
+        uint64 count = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size() - unit.size(), count);
+        for (const auto& [name, shift] : kUnits)
+        {
+            if (unit != name || error != std::errc() || count > std::numeric_limits<uint64>::max() >> shift)
+                continue;
+            text = std::to_string(count << shift);
+            return std::string();
+        }
+        return fmt::format("\"{}\" is not a number of bytes, such as 5000, 64KB, 64MB or 1GB", Printable(text, 40));
+    };
+    return {read, ""};
 }
 
 std::vector<std::string> Words(int inCount, char** inArguments)

@@ -18,6 +18,9 @@ CLI::Validator AnyCount();
 // The same for any number.
 CLI::Validator PositiveReal(real64 inMost, const std::string& inRange);
 
+// For numbers of bytes, with a unit or without one: puts the number alone into its place.
+CLI::Validator ByteCount();
+
 // The words behind the program's name. "help check" is taken for "check --help".
 std::vector<std::string> Words(int inCount, char** inArguments);
 

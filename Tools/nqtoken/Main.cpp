@@ -292,7 +292,7 @@ void DescribeReceive(CLI::App& ioApp, Arguments& outArguments)
     command->add_flag("--any", outArguments.fConnection.fAny,
                       "take connections from other machines too; there is no password");
     command->add_option("--max-size", outArguments.fConnection.fMaxSize, "refuse scenes of more bytes, such as 64MB")
-        ->transform(CLI::AsSizeValue(false))
+        ->transform(ByteCount())
         ->type_name("BYTES")
         ->default_str("1GB");
     DescribeTimeout(*command, outArguments);
