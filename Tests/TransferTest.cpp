@@ -93,7 +93,7 @@ TEST_F(TransferTest, TellsWhatIsWrong)
 {
     const std::string head = "XFER {\rVERS 1\rSIZE 20\rMARK 0\r}\r";
     const std::pair<std::string, std::string> cases[] = {
-        {"", "what came is no transfer of a scene"},
+        {"XFER", "the connection ended before a scene was announced"},
         {"GET / HTTP/1.1\r\n\r\n", "what came is no transfer of a scene"},
         {std::string(100000, 'x'), "far more data came than was announced"},
         {std::string(100000, ' '), "far more data came than was announced"},
@@ -234,7 +234,7 @@ TEST_F(TransferTest, APeerThatMisbehavesLeavesTheTargetAlone)
         {send(half), "the connection ended after"},
         {send(std::string(100, '\0')), "no transfer"},
         {send(std::string(8 << 20, ' ')), "far more data"},
-        {send(""), "no transfer"},
+        {send(""), "before a scene was announced"},
     };
     for (const auto& [behave, part] : cases)
     {
@@ -245,7 +245,7 @@ TEST_F(TransferTest, APeerThatMisbehavesLeavesTheTargetAlone)
         std::string error;
         ASSERT_TRUE(TNqHostSocket::Connect(receiver.Address(), 5000, peer, error)) << error;
         behave(peer);
-        if (part != "0" && part != "after")
+        if (part != "after")
             peer->Close();
         const std::string end = receiver.End();
         EXPECT_NE(end.find(part), std::string::npos) << end;
@@ -253,15 +253,20 @@ TEST_F(TransferTest, APeerThatMisbehavesLeavesTheTargetAlone)
         EXPECT_TRUE(ReadAll(Path("come.nq")) == (part == "0" ? kScene : "kept"));
         EXPECT_EQ(std::distance(fs::directory_iterator(fFolder), {}), 2);
     }
-    // And the other way round: a receiver that takes all and says nothing, and one that goes.
+    // And the other way round: a receiver that takes all and says nothing, one that goes, and one that confirms what it
+    // has not read.
     TNqHostListener listener;
     std::string error;
-    for (const bool stays : {true, false})
+    const std::string small = Path("sent.nq");
+    const std::string large = Put("large.nq", std::string(20 << 20, ' '));
+    for (const auto& [file, reply, stays] :
+         {std::tuple(small, "", true), {small, "", false}, {large, "DONE {}", false}})
     {
         ASSERT_TRUE(listener.Listen("0", error));
-        TTool sender({"send", listener.Address(), Path("sent.nq"), "--timeout", "0.2"});
+        TTool sender({"send", listener.Address(), file, "--timeout", "0.2"});
         TSocket peer;
         ASSERT_TRUE(listener.Accept(5000, peer, error));
+        send(reply)(peer);
         if (!stays)
             peer->Close();
         const std::string end = sender.End();

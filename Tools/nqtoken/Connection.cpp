@@ -36,7 +36,7 @@ Outcome Explained(const Outcome& inOutcome, const TNqHostSocket& inSocket)
     return AtFault(fmt::format("{} ({})", inOutcome.Text(), inSocket.Error()));
 }
 
-// What a peer still sends when it has been refused: left unread, it would take the refusal with it.
+// What a peer still sends when it has been answered: left unread, it would take the answer with it.
 void Drain(TNqHostSocket& ioSocket, int32 inTime)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(inTime);
@@ -111,7 +111,7 @@ Outcome SendScene(const std::string& inPath, const ConnectionOptions& inOptions)
         socket->SetTimeout(ShortTime(timeout)); // it may have said why
     bool replied = false;
     const Outcome reply = GetReply(*socket, replied);
-    if (replied)
+    if (replied && (outcome.Ok() || !reply.Ok())) // nobody has everything before it was sent
         return reply;
     return Explained(outcome.Ok() ? reply : outcome, *socket);
 }
@@ -132,8 +132,6 @@ Outcome ReceiveScene(const std::string& inTarget, const ConnectionOptions& inOpt
     if (outcome.Ok())
         outcome = file.Replace();
     PutReply(*socket, outcome);
-    if (outcome.Ok())
-        return outcome;
     const Outcome told = Explained(outcome, *socket);
     Drain(*socket, ShortTime(Milliseconds(inOptions.fTimeout)));
     return told;

@@ -359,17 +359,18 @@ private:
         return false;
     }
 
+    bool HasEnded() const { return fLink.IsBroken() || (fStream.eof() && fStream.gcount() == 0); }
+
     // Why there is no next byte, or why what came makes no sense.
     std::string WhyItEnded() const
     {
         if (fLink.IsExceeded())
             return "far more data came than was announced";
-        if (fLink.IsBroken())
-            return fmt::format("the connection broke off after {} of {} bytes", fCount, fSize);
-        if (fStream.eof() && fStream.gcount() == 0 && fCount == fSize)
-            return "the connection ended without the closing marker";
-        if (fStream.eof() && fStream.gcount() == 0)
-            return fmt::format("the connection ended after {} of {} bytes", fCount, fSize);
+        if (HasEnded())
+            return fmt::format("the connection {} {}", fLink.IsBroken() ? "broke off" : "ended",
+                               !fAnnounced       ? "before a scene was announced"
+                               : fCount == fSize ? "without the closing marker"
+                                                 : fmt::format("after {} of {} bytes", fCount, fSize));
         return "what came is damaged: " +
                std::string(fStream.eof() ? "there is a zero byte in it" : "a payload in it is malformed");
     }
@@ -411,12 +412,13 @@ private:
         uint64 version = 0;
         uint64 mark = 0;
         if (!Expect("XFER") || !Expect("{") || !ReadNumber("VERS", version))
-            return Fail("what came is no transfer of a scene");
+            return Fail(HasEnded() ? WhyItEnded() : "what came is no transfer of a scene");
         if (version != kVersion)
             return Fail(fmt::format("the transfer has version {}, and only {} is known here", version, kVersion));
         if (!ReadNumber("SIZE", fSize) || !ReadNumber("MARK", mark) || !Expect("}") || !ReadByte('\r') || mark > 1 ||
             fSize < mark * kMark.size())
-            return Fail("the header of the transfer is damaged");
+            return Fail(HasEnded() ? WhyItEnded() : "the header of the transfer is damaged");
+        fAnnounced = true;
         if (fSize > fMaxSize)
             return Fail(fmt::format("the scene has {} bytes, more than the {} allowed", fSize, fMaxSize));
         fLink.Allow(3 * fSize); // of all bytes, an empty payload takes up most
@@ -501,6 +503,7 @@ private:
     Link fLink;
     TNqNetStream fStream;
     int8 fToken[NqToken::kTokenBufferSize] = {};
+    bool fAnnounced = false;
     uint64 fSize = 0;  // what was announced
     uint64 fCount = 0; // bytes of the file that have come
     std::string fPending;
