@@ -258,34 +258,24 @@ TEST_F(SmartPointer, DeadPointersAreReportedAndLeftAlone)
     TTracked* const dead = static_cast<TTracked*>(kDead);
     void* deadObject[8] = {kDead};
     TTracked* const zombie = reinterpret_cast<TTracked*>(deadObject);
+    TTracked object;
     {
         TNqCountedPtr<TTracked> pointer(dead);
         TNqCountedPtr<TTracked> copy(pointer);
         (void)static_cast<TTracked*>(pointer);
         (void)pointer.operator->();
-        TTracked object;
         pointer = &object; // the dead one is not released
         pointer = nullptr;
-    }
-    const char* const start = "!NqCheckDeceased(*(void**)fObject)";
-    EXPECT_EQ(TakeReports(), (TTexts{"!NqCheckDeceased(lp)", "!NqCheckDeceased(lp.fObject)",
-                                     "!NqCheckDeceased(fObject)", "Bad Pointer", "!NqCheckDeceased(*pp)",
-                                     "!NqCheckDeceased(fObject)"})); // the last at the copy's end
+    } // the last report comes at the copy's end
     TNqCountedPtr<TTracked> pointer;
-    pointer = dead;
-    *pointer.GetAddress() = nullptr;
-    pointer = zombie;
-    *pointer.GetAddress() = nullptr;
-    (void)pointer.operator->();
-    TTracked object;
-    EXPECT_EQ(TNqCountedPtr<TTracked>::Assign(nullptr, &object), &object);
+    for (TTracked* const bad : {dead, zombie})
     {
-        TNqCountedPtr<TTracked> holder;
-        *holder.GetAddress() = zombie;
+        pointer = bad;
+        *pointer.GetAddress() = nullptr;
     }
-    EXPECT_EQ(TakeReports(),
-              (TTexts{"(lp == NULL) || !NqCheckDeceased(lp)", "(lp == NULL) || !NqCheckDeceased(*(void**)lp)",
-                      "Bad Pointer", "Bad Pointer", start}));
+    (void)pointer.operator->();
+    EXPECT_EQ(TNqCountedPtr<TTracked>::Assign(nullptr, &object), &object);
+    *TNqCountedPtr<TTracked>().GetAddress() = zombie;
     TNqPtr<TTracked> plain;
     (void)plain.operator->();
     plain = zombie;
@@ -293,9 +283,24 @@ TEST_F(SmartPointer, DeadPointersAreReportedAndLeftAlone)
     (void)static_cast<TTracked*>(plain);
     plain = dead;
     (void)static_cast<TTracked*>(plain);
-    const std::string wanted = std::string("fObject && ") + start;
-    EXPECT_EQ(TakeReports(), (TTexts{"Bad Pointer", wanted, wanted, std::string("(fObject == NULL) || ") + start,
-                                     "!NqCheckDeceased(fObject)"}));
+    const std::string start = "!NqCheckDeceased(*(void**)fObject)", both = "fObject && " + start;
+    const TTexts expected = {"!NqCheckDeceased(lp)",
+                             "!NqCheckDeceased(lp.fObject)",
+                             "!NqCheckDeceased(fObject)",
+                             "Bad Pointer",
+                             "!NqCheckDeceased(*pp)",
+                             "!NqCheckDeceased(fObject)",
+                             "(lp == NULL) || !NqCheckDeceased(lp)",
+                             "(lp == NULL) || !NqCheckDeceased(*(void**)lp)",
+                             "Bad Pointer",
+                             "Bad Pointer",
+                             start,
+                             "Bad Pointer",
+                             both,
+                             both,
+                             "(fObject == NULL) || " + start,
+                             "!NqCheckDeceased(fObject)"};
+    EXPECT_EQ(TakeReports(), expected);
 }
 
 TEST_F(ExceptionTest, EachCodeHasItsReport)

@@ -89,25 +89,6 @@ TEST_F(HostServices, NoUnitIsLostBetweenThreads)
     EXPECT_LT(semaphore.Wait(0), 0);
 }
 
-// A saturating semaphore of one unit as a lock, and two of them as a hand-over: one lost wake-up stops the game.
-TEST_F(HostServices, HandingOverNeverStalls)
-{
-    TSemaphore ping(1, 0);
-    TSemaphore pong(1, 0);
-    const auto play = [&](int index)
-    {
-        for (int i = 0; i < 5000; ++i)
-        {
-            if (index == 0)
-                ping.Signal();
-            ASSERT_EQ((index == 0 ? pong : ping).Wait(kLongWait), kNqNoErr);
-            if (index == 1)
-                pong.Signal();
-        }
-    };
-    OnThreads(2, play);
-}
-
 // The one that takes the last unit may delete the semaphore while the signaller is still on its way out.
 TEST_F(HostServices, AWokenThreadMayDeleteItsSemaphore)
 {

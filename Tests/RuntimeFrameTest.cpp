@@ -40,44 +40,6 @@ struct TRecordingMemory : IShMemoryUtilities
     TTexts fCalls;
 };
 
-// The pattern fills, told once more byte by byte from their described order of stores.
-struct TFillModel
-{
-    static void Fill16(int16 value, std::vector<uint8>& block, size_t start, unsigned long count)
-    {
-        const uint8 low = static_cast<uint8>(value);
-        const uint8 high = static_cast<uint8>(static_cast<uint16>(value) >> 8);
-        uint32 word = static_cast<uint32>(static_cast<uint16>(value)) |
-                      (value < 0 ? 0xFFFF0000U : static_cast<uint32>(value) << 16);
-        size_t at = start;
-        size_t k = start & 3;
-        const bool odd = (k & 1) != 0;
-        long left = static_cast<long>(count);
-        if (odd)
-        {
-            block[at++] = low;
-            word = (word << 24) | (word >> 8) | (word >> 31 != 0 ? 0xFF000000U : 0U);
-            --left;
-        }
-        if ((k & 2) != 0 && left > 0)
-        {
-            block[at++] = low;
-            block[at++] = high;
-            --left;
-        }
-        for (long i = 0; i < left / 2 * 4; ++i)
-            block[at + static_cast<size_t>(i)] = static_cast<uint8>(word >> (i % 4 * 8));
-        at += static_cast<size_t>(left / 2 * 2);
-        if (left % 2 != 0)
-        {
-            block[at++] = low;
-            block[at++] = high;
-        }
-        if (odd)
-            block[at] = high;
-    }
-};
-
 } // namespace
 
 using RuntimeFrame = NqTest;
@@ -150,34 +112,47 @@ TEST_F(RuntimeFrame, TimesWrapInsteadOfBeingUndefined)
 
 TEST_F(RuntimeFrame, FillsAtEveryAlignmentWriteTheirExactBytes)
 {
+    struct TCase
+    {
+        bool fIsWide; // 32 bits
+        int32 fValue;
+        size_t fStart; // behind a boundary of four bytes
+        unsigned long fCount;
+        std::vector<uint8> fWanted; // to the first byte that stays
+    };
+    // Misaligned runs cut the pattern, an odd count stores its last element in the middle, a negative value of 16 bits
+    // fills the upper half of each word with ones.
+    const TCase cases[] = {
+        {false, 0x1234, 0, 0, {}},
+        {false, 0x1234, 0, 1, {0x34, 0x12}},
+        {false, 0x1234, 0, 5, {0x34, 0x12, 0x34, 0x12, 0x34, 0x12, 0x34, 0x12}},
+        {false, -2, 0, 3, {0xFE, 0xFF, 0xFE, 0xFF}},
+        {false, -0x1235, 0, 4, {0xCB, 0xED, 0xFF, 0xFF, 0xCB, 0xED, 0xFF, 0xFF}},
+        {false, 0x1234, 1, 1, {0x34, 0x12}},
+        {false, 0x1234, 1, 3, {0x34, 0x12, 0x34, 0x12, 0x34}},
+        {false, -0x1235, 1, 3, {0xCB, 0xED, 0xFF, 0xED, 0xFF}},
+        {false, -2, 2, 1, {0xFE, 0xFF}},
+        {false, 0x1234, 2, 4, {0x34, 0x12, 0x34, 0x12, 0x34, 0x12}},
+        {false, 0x1234, 3, 1, {0x34, 0x12}},
+        {false, 0x1234, 3, 2, {0x34, 0x34, 0x12, 0x12}},
+        {false, 0x1234, 3, 5, {0x34, 0x34, 0x12, 0x12, 0x34, 0x34, 0x12, 0x12}},
+        {true, 0x04030201, 1, 1, {1, 2, 3, 4}},
+        {true, 0x04030201, 1, 2, {1, 2, 3, 4, 3, 4, 1}},
+        {true, 0x04030201, 2, 1, {1, 2, 3, 4}},
+        {true, 0x04030201, 3, 1, {1, 2, 3, 4}},
+    };
     alignas(8) uint8 block[64];
-    for (const int16 value : {int16(0x1234), int16(-2), int16(5), int16(-0x1235)})
-        for (size_t start = 16; start < 20; ++start)
-            for (unsigned long count = 0; count < 9; ++count)
-            {
-                std::memset(block, 0xEE, sizeof block);
-                std::vector<uint8> wanted(block, block + sizeof block);
-                if (count > 0)
-                    TFillModel::Fill16(value, wanted, start, count);
-                Nqmemfill16(value, block + start, count);
-                EXPECT_EQ(std::vector<uint8>(block, block + sizeof block), wanted)
-                    << value << " at " << start << " x " << count;
-            }
-    TakeReports(); // misaligned runs are reported
-
-    // By hand: 0x04030201 one byte past a boundary, twice: three head bytes, then the word rotated to 2 3 4 1 with the
-    // 4 over its first byte.
-    std::memset(block, 0xEE, sizeof block);
-    Nqmemfill32(0x04030201, block + 17, 2);
-    const uint8 wanted32[] = {0xEE, 1, 2, 3, 4, 3, 4, 1, 0xEE};
-    EXPECT_EQ(std::memcmp(block + 16, wanted32, sizeof wanted32), 0);
-    for (size_t k = 1; k < 4; ++k)
+    for (const TCase& c : cases)
     {
         std::memset(block, 0xEE, sizeof block);
-        Nqmemfill32(0x04030201, block + 16 + k, 1);
-        const uint8 word[] = {1, 2, 3, 4, 0xEE};
-        EXPECT_EQ(std::memcmp(block + 16 + k, word, sizeof word), 0) << k;
+        std::vector<uint8> wanted(block, block + sizeof block);
+        std::copy(c.fWanted.begin(), c.fWanted.end(), wanted.begin() + 16 + static_cast<long>(c.fStart));
+        c.fIsWide ? Nqmemfill32(c.fValue, block + 16 + c.fStart, c.fCount)
+                  : Nqmemfill16(static_cast<int16>(c.fValue), block + 16 + c.fStart, c.fCount);
+        EXPECT_EQ(std::vector<uint8>(block, block + sizeof block), wanted)
+            << c.fValue << " at " << c.fStart << " x " << c.fCount;
     }
+    TakeReports(); // misaligned runs are reported
     Nqmemfill32(-1, block, 0);
     Nqmemfill32align(-1, block + 2, 1);
     EXPECT_EQ(TakeReports(), TTexts{"(uintpointer(dst) & 3) == 0"});
@@ -190,19 +165,11 @@ TEST_F(RuntimeFrame, CopiesBehaveAtOverlaps)
     EXPECT_STREQ(text, "aaaaaagh"); // ascending, byte by byte
     Nqmemmove(moved + 1, moved, 5);
     EXPECT_STREQ(moved, "aabcdegh");
-    for (unsigned long count = 0; count < 10; ++count)
+    for (int count = -1; count < 10; ++count)
     {
-        std::vector<uint32> from{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-        std::vector<uint32> to(10, 0);
-        memcpyl(from.data(), to.data(), count);
-        from.resize(count);
-        from.resize(10, 0);
+        std::vector<uint32> from{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, to(10, 0);
+        Nqmemcpy_uint32(to.data(), from.data(), count);
+        std::fill(from.begin() + std::max(count, 0), from.end(), 0);
         EXPECT_EQ(to, from);
     }
-    uint32 word = 3;
-    const uint32 source = 4;
-    Nqmemcpy_uint32(&word, &source, -1);
-    EXPECT_EQ(word, 3U);
-    Nqmemcpy_uint32(&word, &source, 1);
-    EXPECT_EQ(word, 4U);
 }
