@@ -3,8 +3,7 @@
 #include "NqCore/PublicAPI/NqSMP.h"
 #include "NqCore/PublicAPI/NqSMPParallel.h"
 #include "NqCore/PublicAPI/NqString.h"
-#include "Tests/CallTask.h"
-#include "Tests/TestHost.h"
+#include "Tests/PoolTest.h"
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -20,40 +19,11 @@
 namespace
 {
 
-constexpr int kNoPool = 0;
-
-// The parameter is the number of workers.
-class ParallelLoop : public NqTest, public ::testing::WithParamInterface<int>
+class ParallelLoop : public PoolTest
 {
-protected:
-    void SetUp() override
-    {
-        StartTestHost(GetParam());
-        if (GetParam() == kNoPool)
-        {
-            TerminateSMP();
-            InitSMP(false);
-        }
-        NqTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TerminateSMP();
-        EXPECT_EQ(GetAtomicCounterValue(*gCurrentCountedObjects), 0) << "counted objects are left";
-        NqTest::TearDown();
-        StartTestHost(0);
-    }
-
-    // The reports of loops that were cancelled or whose bodies threw, any number of them.
-    static void ExpectReports(const std::string& inText)
-    {
-        for (const std::string& text : TakeReports())
-            EXPECT_EQ(text, inText);
-    }
 };
 
 constexpr char kCancelText[] = "A cancel exception is being thrown";
-constexpr char kThrowText[] = "An exception is being thrown";
 
 // Counts how often each index of a range is in a body call.
 class TVisits
@@ -122,40 +92,24 @@ void AddUp(const TRange& inRange, TSum& ioSum)
     ioSum.Update(sum);
 }
 
-int64 SumTo(int32 inEnd, int32 inGrain)
+template <class P>
+int64 SumOf(const P& inRange)
 {
     TBasicEstimator always;
     int64 sum = -1;
-    SMPParallelReduce<SMPReduce::TAdd<int64>>(TSimplePartitioner(0, inEnd, inGrain), always, AddUp, sum);
+    SMPParallelReduce<SMPReduce::TAdd<int64>>(inRange, always, AddUp, sum);
     return sum;
 }
 
-std::string WhatIsThrown(const std::function<void()>& inCall)
+int64 SumTo(int32 inEnd, int32 inGrain)
 {
-    try
-    {
-        inCall();
-    }
-    catch (const TNqException& error)
-    {
-        return error.GetErrorString() != nullptr ? "message" : std::to_string(static_cast<uint32>(error.GetError()));
-    }
-    catch (const std::exception& error)
-    {
-        return error.what();
-    }
-    catch (int number)
-    {
-        return "int " + std::to_string(number);
-    }
-    return "";
+    return SumOf(TSimplePartitioner(0, inEnd, inGrain));
 }
 
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(Workers, ParallelLoop, ::testing::Values(kNoPool, 1, 2, 5),
-                         [](const auto& inInfo)
-                         { return inInfo.param == kNoPool ? std::string("None") : std::to_string(inInfo.param); });
+                         ::testing::PrintToStringParamName());
 
 TEST_P(ParallelLoop, EachIndexIsInExactlyOneBodyCall)
 {
@@ -217,20 +171,14 @@ TEST_P(ParallelLoop, ReducesAndNestsWithoutLosingAnything)
 
 TEST_P(ParallelLoop, OutsideThreadsRunLoopsSideBySide)
 {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 3; ++t)
+    const auto run = [](int thread)
     {
-        threads.emplace_back(
-            [t]
-            {
-                if (t != 0) // one of them has no storage
-                    SetupSmpThreadLocalStorage();
-                for (int32 i = 0; i < 50; ++i)
-                    EXPECT_EQ(SumTo(1000 + i, 3 + t), static_cast<int64>(1000 + i) * (999 + i) / 2);
-            });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+        if (thread != 0) // one of them has no storage
+            SetupSmpThreadLocalStorage();
+        for (int32 i = 0; i < 50; ++i)
+            EXPECT_EQ(SumTo(1000 + i, 3 + thread), static_cast<int64>(1000 + i) * (999 + i) / 2);
+    };
+    OnThreads(3, run);
 }
 
 TEST_P(ParallelLoop, ACancelStopsTheLoopAndOnlyThat)
@@ -319,7 +267,7 @@ TEST_P(ParallelLoop, WhatABodyThrowsReachesTheCaller)
             ExpectUsable();
         }
     }
-    ExpectReports(kThrowText);
+    ExpectReports();
 }
 
 // Cuts off the last index: a thread has far more pieces in its queue than with halves.
@@ -343,8 +291,7 @@ TEST_P(ParallelLoop, WithoutMemoryItThrowsOrSucceeds)
             const auto loop = [&sum]
             {
                 EXPECT_EQ(SumTo(300, 4), 44850);
-                TBasicEstimator always;
-                SMPParallelReduce<SMPReduce::TAdd<int64>>(TEndPartitioner(0, 300, 1), always, AddUp, sum);
+                sum = SumOf(TEndPartitioner(0, 300, 1));
             };
             const std::string thrown = WhatIsThrown(loop);
             EXPECT_TRUE(thrown == "" || thrown == std::to_string(0x80010002U)) << thrown;
@@ -408,21 +355,13 @@ TEST(ParallelLoopDeathTest, AForkedProcessRunsLoopsAndEnds)
 namespace
 {
 
-class SMPJob : public ParallelLoop
+class SMPJob : public PoolTest
 {
-protected:
-    static TNqCountedPtr<ISMPJob> NewJob()
-    {
-        TNqCountedPtr<ISMPJob> job;
-        GetSMPWorkers()->CreateJob(&job);
-        return job;
-    }
 };
 
 } // namespace
 
-INSTANTIATE_TEST_SUITE_P(Workers, SMPJob, ::testing::Values(1, 2, 5),
-                         [](const auto& inInfo) { return std::to_string(inInfo.param); });
+INSTANTIATE_TEST_SUITE_P(Workers, SMPJob, ::testing::Values(1, 2, 5), ::testing::PrintToStringParamName());
 
 TEST_P(SMPJob, TasksAddTasksAndHandOverTheNextOne)
 {
@@ -486,10 +425,7 @@ TEST_P(SMPJob, ATaskThatCannotSpawnRunsNothingElseButItsOwnJobs)
                 tRunning += spawns ? 0 : 1;
                 const boolean ran = job->RunPendingWork();
                 EXPECT_TRUE(spawns || !ran);
-                int64 sum = 0;
-                TBasicEstimator always;
-                SMPParallelReduce<SMPReduce::TAdd<int64>>(TSimplePartitioner(0, 50, 3), always, AddUp, sum);
-                EXPECT_EQ(sum, 1225);
+                EXPECT_EQ(SumTo(50, 3), 1225);
                 tRunning -= spawns ? 0 : 1;
             };
             job->AddTask(TCallTask::Make(body, spawns));

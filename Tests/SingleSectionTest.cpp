@@ -1,7 +1,4 @@
-#include "NqCore/PublicAPI/NqSMP.h"
-#include "NqCore/PublicAPI/NqSMPParallel.h"
-#include "Tests/CallTask.h"
-#include "Tests/TestHost.h"
+#include "Tests/PoolTest.h"
 #include "Tests/YieldingHost.h"
 
 #include <atomic>
@@ -34,17 +31,9 @@ private:
     const std::function<void()> fRun;
 };
 
-NqErr ErrorOf(const std::function<void()>& inCall)
+std::string Code(NqErr inError)
 {
-    try
-    {
-        inCall();
-    }
-    catch (const TNqException& error)
-    {
-        return error.GetError();
-    }
-    return kNqNoErr;
+    return std::to_string(static_cast<uint32>(inError));
 }
 
 void WaitUntil(const std::atomic<bool>& inFlag, std::chrono::milliseconds inAtMost = std::chrono::minutes(1))
@@ -70,23 +59,9 @@ private:
     const int32 fID;
 };
 
-// The parameter is the number of workers.
-class SingleSection : public NqTest, public ::testing::WithParamInterface<int>
+class SingleSection : public PoolTest
 {
 protected:
-    void SetUp() override
-    {
-        StartTestHost(GetParam());
-        NqTest::SetUp();
-    }
-    void TearDown() override
-    {
-        TerminateSMP();
-        EXPECT_EQ(GetAtomicCounterValue(*gCurrentCountedObjects), 0) << "counted objects are left";
-        NqTest::TearDown();
-        StartTestHost(0);
-    }
-
     // Runs inBody(i) for 0 to inCount - 1, one task each.
     template <class B>
     static void ForEach(int32 inCount, B&& inBody)
@@ -103,8 +78,7 @@ protected:
 
 } // namespace
 
-INSTANTIATE_TEST_SUITE_P(Workers, SingleSection, ::testing::Values(1, 2, 5),
-                         [](const auto& inInfo) { return std::to_string(inInfo.param); });
+INSTANTIATE_TEST_SUITE_P(Workers, SingleSection, ::testing::Values(1, 2, 5), ::testing::PrintToStringParamName());
 
 using SingleSectionOfThree = SingleSection; // with one worker of each kind that a test needs
 INSTANTIATE_TEST_SUITE_P(Workers, SingleSectionOfThree, ::testing::Values(3));
@@ -160,18 +134,17 @@ TEST_P(SingleSection, WhatTheWorkThrowsReachesWhoAsked)
     const std::function<void()> loops[] = {[&] { section.InternalExecute(ours); },
                                            [&] { section.InternalExecute(another); },
                                            [&] { section.InternalExecute(again); }};
-    const NqErr codes[] = {kNqErrFormat, kNqErrUnknown, kNqErrSection};
+    const std::string codes[] = {Code(kNqErrFormat), Code(kNqErrUnknown), Code(kNqErrSection)};
     for (int i = 0; i < 3; ++i)
     {
-        EXPECT_EQ(ErrorOf(loops[i]), codes[i]);
-        EXPECT_EQ(ErrorOf([&] { ForEach(20, [&](int32) { loops[i](); }); }), codes[i]);
+        EXPECT_EQ(WhatIsThrown(loops[i]), codes[i]);
+        EXPECT_EQ(WhatIsThrown([&] { ForEach(20, [&](int32) { loops[i](); }); }), codes[i]);
         int runs = 0;
         TWork fine(1, [&runs] { ++runs; });
         section.InternalExecute(fine);
         EXPECT_EQ(runs, 1);
     }
-    for (const std::string& text : TakeReports())
-        EXPECT_EQ(text, "An exception is being thrown");
+    ExpectReports();
 }
 
 // The job drops what has not started, the tasks of the section among it.
@@ -191,10 +164,9 @@ TEST_P(SingleSection, SurvivesAJobThatFails)
                             throw TNqException(kNqErrInvalidData, nullptr, 0);
                     });
         };
-        EXPECT_EQ(ErrorOf(loop), kNqErrInvalidData);
+        EXPECT_EQ(WhatIsThrown(loop), Code(kNqErrInvalidData));
     }
-    for (const std::string& text : TakeReports())
-        EXPECT_EQ(text, "An exception is being thrown");
+    ExpectReports();
 }
 
 // A plain task cannot spawn others: its thread must not run tasks of the job while it waits, nor wait for ever.
@@ -203,8 +175,7 @@ TEST_P(SingleSection, ServesTasksThatCannotSpawn)
     TSMPSingleSection section;
     static thread_local int tRunning;
     std::atomic<int> runs{0};
-    TNqCountedPtr<ISMPJob> job;
-    GetSMPWorkers()->CreateJob(&job);
+    const TNqCountedPtr<ISMPJob> job = NewJob();
     for (int i = 0; i < 200; ++i)
     {
         job->AddTask(TCallTask::Make(
@@ -227,8 +198,7 @@ TEST_P(SingleSectionOfThree, ALoopNeverWaitsForARequestBelowIt)
     for (unsigned round = 0; round < 20; ++round)
     {
         TSMPSingleSection section;
-        TNqCountedPtr<ISMPJob> job;
-        GetSMPWorkers()->CreateJob(&job);
+        const TNqCountedPtr<ISMPJob> job = NewJob();
         std::atomic<int> askers{0};
         std::atomic<bool> asked{false}, ended{false}, loopRuns{false}, otherCame{false};
         const auto loop = [&](ISMPJobTask**)
@@ -283,27 +253,24 @@ TEST_P(SingleSection, WithoutMemoryItThrowsAndStaysUsable)
         [](int64)
         {
             int runs = 0;
-            const NqErr error = ErrorOf(
-                [&]
+            const std::string outOfMemory = Code(kNqErrOutOfMemory);
+            const auto use = [&]
+            {
+                TSMPSingleSection section;
+                const auto ask = [&](int32 i)
                 {
-                    TSMPSingleSection section;
-                    const NqErr inner = ErrorOf(
-                        [&]
-                        {
-                            ForEach(6,
-                                    [&](int32 i)
-                                    {
-                                        TWork work(i, [] {});
-                                        section.InternalExecute(work);
-                                    });
-                        });
-                    TestHost().FailAllocations(0);
-                    TWork work(1, [&runs] { ++runs; });
+                    TWork work(i);
                     section.InternalExecute(work);
-                    EXPECT_TRUE(inner == kNqNoErr || inner == kNqErrOutOfMemory);
-                });
-            EXPECT_EQ(runs, error == kNqNoErr ? 1 : 0);
-            EXPECT_TRUE(error == kNqNoErr || error == kNqErrOutOfMemory);
+                };
+                const std::string inner = WhatIsThrown([&] { ForEach(6, ask); });
+                EXPECT_TRUE(inner == "" || inner == outOfMemory) << inner;
+                TestHost().FailAllocations(0);
+                TWork work(1, [&runs] { ++runs; });
+                section.InternalExecute(work);
+            };
+            const std::string thrown = WhatIsThrown(use);
+            EXPECT_TRUE(thrown == "" || thrown == outOfMemory) << thrown;
+            EXPECT_EQ(runs, thrown == "" ? 1 : 0);
         });
 }
 

@@ -1,0 +1,95 @@
+// The fixture of tests that run tasks on real pools, and tasks that call a function.
+
+#pragma once
+
+#include "NqCore/PublicAPI/NqSMP.h"
+#include "NqCore/PublicAPI/NqSMPParallel.h"
+#include "NqCore/PublicAPI/NqString.h"
+#include "Tests/TestHost.h"
+
+#include <functional>
+#include <utility>
+
+// A task that calls a function.
+class TCallTask : public TBasicSMPTask
+{
+public:
+    using TCall = std::function<void(ISMPJobTask**)>;
+
+    static TNqCountedPtr<ISMPJobTask> Make(TCall inCall, bool inSpawns = false)
+    {
+        TNqCountedPtr<ISMPJobTask> task;
+        TNqCountedCreateHelper<ISMPJobTask>{& task} = new TCallTask(std::move(inCall), inSpawns);
+        return task;
+    }
+
+    void Execute(ISMPJobTask** outNext) override { fCall(outNext); }
+    boolean CanSpawnTasks() override { return fSpawns; }
+
+private:
+    TCallTask(TCall inCall, bool inSpawns) : fCall(std::move(inCall)), fSpawns(inSpawns) {}
+
+    const TCall fCall;
+    const bool fSpawns;
+};
+
+constexpr int kNoPool = 0;
+
+// The parameter is the number of workers.
+class PoolTest : public NqTest, public ::testing::WithParamInterface<int>
+{
+protected:
+    void SetUp() override
+    {
+        StartTestHost(GetParam());
+        if (GetParam() == kNoPool)
+        {
+            TerminateSMP();
+            InitSMP(false);
+        }
+        NqTest::SetUp();
+    }
+    void TearDown() override
+    {
+        TerminateSMP();
+        EXPECT_EQ(GetAtomicCounterValue(*gCurrentCountedObjects), 0) << "counted objects are left";
+        NqTest::TearDown();
+        StartTestHost(0);
+    }
+
+    // The reports of loops that were cancelled or whose bodies threw, any number of them.
+    static void ExpectReports(const std::string& inText = "An exception is being thrown")
+    {
+        for (const std::string& text : TakeReports())
+            EXPECT_EQ(text, inText);
+    }
+
+    static TNqCountedPtr<ISMPJob> NewJob()
+    {
+        TNqCountedPtr<ISMPJob> job;
+        GetSMPWorkers()->CreateJob(&job);
+        return job;
+    }
+};
+
+// What a call throws, as text: a code as the number it is, "" when it throws nothing.
+inline std::string WhatIsThrown(const std::function<void()>& inCall)
+{
+    try
+    {
+        inCall();
+    }
+    catch (const TNqException& error)
+    {
+        return error.GetErrorString() != nullptr ? "message" : std::to_string(static_cast<uint32>(error.GetError()));
+    }
+    catch (const std::exception& error)
+    {
+        return error.what();
+    }
+    catch (int number)
+    {
+        return "int " + std::to_string(number);
+    }
+    return "";
+}
