@@ -173,6 +173,26 @@ public:
     std::string fCalls;
 };
 
+// What an operation on these bytes, or on fresh ones to write, calls.
+struct TCallsCase
+{
+    std::string fBytes;
+    std::function<void(TNqiostream&)> fOperate;
+    std::string fCalls;
+};
+
+inline void CheckCalls(const std::vector<TCallsCase>& cases)
+{
+    for (const TCallsCase& c : cases)
+    {
+        std::string buffer = c.fBytes + std::string(50, 0);
+        const int32 size = static_cast<int32>(c.fBytes.empty() ? buffer.size() : c.fBytes.size());
+        TWatched stream(buffer.data(), size, kUTF8Transcoder, eReadWrite);
+        c.fOperate(stream);
+        EXPECT_EQ(stream.fCalls, c.fCalls) << c.fBytes;
+    }
+}
+
 // A fixture with a disk.
 class StreamTest : public NqTest
 {

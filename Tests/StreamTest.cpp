@@ -245,7 +245,7 @@ TEST_F(StreamTest, DerivedStreamsSeeEachCall)
     real64 real = 0;
     int8 word[16];
     TNqString255 text;
-    const std::tuple<std::string, std::function<void(TNqiostream&)>, std::string> cases[] = {
+    CheckCalls({
         {" -42,", [&](TNqiostream& s) { s >> number; }, ">gggggp"},
         {"42 ", [&](TNqiostream& s) { s >> number; }, ">ggg"},
         {"1.5e3:x", [&](TNqiostream& s) { s >> real; }, "gggggggp"},
@@ -258,15 +258,7 @@ TEST_F(StreamTest, DerivedStreamsSeeEachCall)
         {"", [&](TNqiostream& s) { s << TNqString255("a\"\xC3\xA9") << "text" << 'c' << endl; }, "111111141e1"},
         {"abc", [](TNqiostream& s) { s.GetStreamSize(); }, "tsts"},
         {"abc", [](TNqiostream& s) { s.CheckIdentifier(); }, "rs"},
-    };
-    for (const auto& [bytes, call, calls] : cases)
-    {
-        std::string buffer = bytes + std::string(50, 0);
-        TWatched stream(buffer.data(), static_cast<int32>(bytes.empty() ? 50 : bytes.size()), kUTF8Transcoder,
-                        eReadWrite);
-        call(stream);
-        EXPECT_EQ(stream.fCalls, calls) << bytes;
-    }
+    });
 }
 
 // A stream that cannot be read, and one whose separators end at nothing, do not hang a scanner.
