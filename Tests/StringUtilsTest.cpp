@@ -1,11 +1,8 @@
-#include "NqCore/PublicAPI/NqStringUtils.h"
-
 #include "NqCore/Include/CFMacPtr.h"
 #include "NqCore/PublicAPI/NqAsciiTranslationTable.h"
 #include "NqCore/PublicAPI/NqPtrArray.h"
-#include "NqCore/PublicAPI/NqString.h"
 #include "NqPlatform/CFString.h"
-#include "Tests/TestHost.h"
+#include "Tests/StringFixture.h"
 
 #include <QLocale>
 #include <QString>
@@ -29,25 +26,15 @@ namespace
 
 const char* const kStub = "Still must be implemented.";
 
-class StringUtilsTest : public NqTest
+class StringUtilsTest : public StringFixture
 {
 protected:
-    void SetUp() override
-    {
-        NqIsWesternLanguage(); // its first call of the process is reported
-        NqTest::SetUp();
-    }
     void TearDown() override
     {
         TestHost().SetAsciiTranslationTable(nullptr);
-        NqTest::TearDown();
+        StringFixture::TearDown();
     }
 };
-
-std::string Bytes(const TNqString& s)
-{
-    return std::string(s.GetString(), s.ByteLength());
-}
 
 // A resource: both tables hold `entryOf` each byte in their order, the lists follow as they stand.
 template <class Entry>
@@ -77,33 +64,24 @@ struct TTranslateModel
         {
             const uint8 byte = static_cast<uint8>(fBytes[i]);
             const uint8 t = table.Translate(byte, 0);
-            if (t == 0)
+            const uint8* const escape = t == 27 ? table.FindEscapeChar(byte, 0) : &t;
+            const std::string text = escape == nullptr ? ""
+                                     : t == 27         ? reinterpret_cast<const char*>(escape)
+                                                       : std::string(1, static_cast<char>(t));
+            const size_t extra = std::max(text.size(), i - j + 1) - (i - j) - 1;
+            if (extra != 0 && fBytes.size() + extra > fMax && fGrows)
+                fMax = fBytes.size() + extra + static_cast<size_t>(0.01 * static_cast<double>(fMax));
+            const bool fits = extra == 0 || fBytes.size() + extra <= fMax;
+            if (t == 0 || escape == nullptr || !fits)
             {
-                fReports.push_back("Untranslatable character");
+                fReports.push_back(t == 0              ? "Untranslatable character"
+                                   : escape == nullptr ? "Missing escape string"
+                                                       : "Skipping char in TranslateAscii");
                 continue;
             }
-            const uint8* const escape = t == 27 ? table.FindEscapeChar(byte, 0) : nullptr;
-            if (t == 27 && escape == nullptr)
-            {
-                fReports.push_back("Missing escape string");
-                continue;
-            }
-            const std::string text =
-                t == 27 ? reinterpret_cast<const char*>(escape) : std::string(1, static_cast<char>(t));
-            if (i - j + 1 < text.size())
-            {
-                const size_t extra = text.size() - (i - j) - 1;
-                if (fBytes.size() + extra > fMax && fGrows)
-                    fMax = fBytes.size() + extra + static_cast<size_t>(0.01 * static_cast<double>(fMax));
-                if (fBytes.size() + extra > fMax)
-                {
-                    fReports.push_back("Skipping char in TranslateAscii");
-                    continue;
-                }
-                fBytes.insert(i, extra, '?');
-                i += extra;
-                fLength += static_cast<uint32>(extra);
-            }
+            fBytes.insert(i, extra, '?');
+            i += extra;
+            fLength += static_cast<uint32>(extra);
             fBytes.replace(j, text.size(), text);
             j += text.size();
         }
