@@ -151,28 +151,6 @@ TModel<A> Copied(TModel<A>& model)
     return copied;
 }
 
-// What not every kind of array can do.
-template <class A>
-void AddCountIfThere(A& array, TModel<A>& model, uint32 n, bool& got, bool& wanted)
-{
-    if constexpr (!TModel<A>::kIsClass)
-        got = array.AddElemCount(n), wanted = model.AddCount(n);
-}
-template <class A>
-void SetZeroIfThere(A& array, TModel<A>& model, bool zero)
-{
-    if constexpr (TModel<A>::kHasZero)
-        array.SetZeroMem(model.fZero = zero);
-}
-template <class A>
-void SetCell(A& array, uint32 at, int value)
-{
-    if constexpr (TModel<A>::kIsClass)
-        array[at] = TBox(value);
-    else
-        array.SetElem(at, FromInt<TElem<A>>(value));
-}
-
 // Two arrays, so that they can be assigned to each other, each beside its model.
 template <class A>
 void RunRandomOperations(unsigned seed)
@@ -199,17 +177,20 @@ void RunRandomOperations(unsigned seed)
         const std::function<void()> operations[] = {
             [&] { got = array.SetElemCount(n); wanted = model.SetCount(n); },
             [&] { got = array.SetElemSpace(n); wanted = model.SetSpace(n); },
-            [&] { AddCountIfThere(array, model, n, got, wanted); },
+            [&] { if constexpr (!TThis::kIsClass) got = array.AddElemCount(n), wanted = model.AddCount(n); },
             [&] { array.SetGrowSize(n / 2); model.SetGrow(n / 2, false); },
-            [&] { array.SetSmartGrow(); model.SetGrow(TThis::kLargestStep, true); SetZeroIfThere(array, model, n & 1); },
+            [&] { array.SetSmartGrow(); model.SetGrow(TThis::kLargestStep, true); },
+            [&] { if constexpr (TThis::kHasZero) array.SetZeroMem(model.fZero = n & 1); },
             [&] { array = arrays[1 - which]; model.Assign(models[1 - which]); },
             [&] { ExpectSame(A(array), Copied(model)); },
-            [&] { if (at < model.fCount) SetCell(array, at, value), model.fCells[at] = value; },
+            [&] { if constexpr (TThis::kIsClass) if (at < model.fCount) array[at] = TBox(model.fCells[at] = value); },
+            [&] { if constexpr (!TThis::kIsClass)
+                      if (at < model.fCount) array.SetElem(at, FromInt<TElem<A>>(model.fCells[at] = value)); },
             [&] { if (known) got = array.AddElem(array[at]), wanted = model.Add(int(model.fCells[at])); },
             [&] { got = array.AddElem(FromInt<TElem<A>>(value)); wanted = model.Add(value); },
         };
         // clang-format on
-        operations[upTo(9)]();
+        operations[upTo(std::size(operations) - 1)]();
         TestHost().FailAllocations(0);
         ASSERT_EQ(got, wanted);
         ASSERT_EQ(TakeReports(), model.fReports);

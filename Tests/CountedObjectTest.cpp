@@ -157,12 +157,12 @@ TEST_F(CountedObject, QueriesKeepTheCountsRight)
 
 TEST_F(CountedObject, SlotsStandWherePlugInsCallThem)
 {
-    for (int kind = 0; kind < 2; ++kind)
+    TNqCountedObject* plain = nullptr;
+    TNqSMPCountedObject* shared = nullptr;
+    TNqCountedObject::Create(&plain);
+    TNqSMPCountedObject::Create(&shared);
+    for (void* const object : {static_cast<void*>(plain), static_cast<void*>(shared)})
     {
-        TNqCountedObject* plain = nullptr;
-        TNqSMPCountedObject* shared = nullptr;
-        kind == 0 ? TNqCountedObject::Create(&plain) : TNqSMPCountedObject::Create(&shared);
-        void* object = kind == 0 ? static_cast<void*>(plain) : static_cast<void*>(shared);
         using TCount = uint32 (*)(void*);
         EXPECT_EQ(Slot<TCount>(object, 1)(object), 2U);
         EXPECT_EQ(Slot<TCount>(object, 2)(object), 1U);

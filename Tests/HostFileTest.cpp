@@ -61,7 +61,7 @@ using HostFile = FolderTest;
 TEST_F(HostFile, BehavesLikeAStringWithAPosition)
 {
     const std::vector<int> before = OpenDescriptors();
-    std::mt19937 random(42);
+    TRandom random(42);
     const auto upTo = [&](uint32 limit) { return static_cast<uint32>(random() % (limit + 1)); };
     std::string model = "first content";
     const std::string path = Put("model", model);
@@ -94,7 +94,7 @@ TEST_F(HostFile, BehavesLikeAStringWithAPosition)
         else if (kind < 6)
         {
             const auto from = static_cast<TNqiostream::seek_dir>(upTo(2));
-            const int32 offset = static_cast<int32>(upTo(400)) - 200;
+            const int32 offset = random.Below(401) - 200;
             const int64 start = from == TNqiostream::beg ? 0 : from == TNqiostream::cur ? position : model.size();
             ASSERT_EQ(file->SetPosition(offset, from), start + offset < 0 ? kNqErrInvalidData : kNqNoErr);
             position = start + offset < 0 ? position : static_cast<uint32>(start + offset);

@@ -14,7 +14,6 @@
 #include <atomic>
 #include <chrono>
 #include <set>
-#include <thread>
 
 namespace
 {

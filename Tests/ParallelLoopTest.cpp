@@ -8,13 +8,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <fstream>
-#include <random>
 #include <stdexcept>
-#include <thread>
 
 namespace
 {

@@ -4,8 +4,6 @@
 #include "Tests/TestHost.h"
 
 #include <chrono>
-#include <random>
-#include <thread>
 
 struct TSMPJobLayout
 {
@@ -130,10 +128,10 @@ void ExpectTiles(const P& inWhole)
 
 TEST_F(Partitioner, PiecesTileTheRangeWhateverTheSettings)
 {
-    std::mt19937 random(7);
+    TRandom random(7);
     const auto pick = [&random](std::initializer_list<int32> inSpecial, int32 inLow, int32 inHigh)
     {
-        if (random() % 4 == 0)
+        if (random.OneIn(4))
             return *(inSpecial.begin() + random() % inSpecial.size());
         return std::uniform_int_distribution<int32>(inLow, inHigh)(random);
     };
@@ -142,10 +140,8 @@ TEST_F(Partitioner, PiecesTileTheRangeWhateverTheSettings)
     for (int step = 0; step < 4000; ++step)
     {
         SetWorkerCount(pick({0, 1, 256}, 1, 9));
-        int32 start = pick({lowest, 0, highest}, -3000, 3000);
-        int32 end = pick({lowest, 0, highest}, -3000, 3000);
-        if (start > end)
-            std::swap(start, end);
+        const auto [start, end] =
+            std::minmax({pick({lowest, 0, highest}, -3000, 3000), pick({lowest, 0, highest}, -3000, 3000)});
         if (start == end)
             continue;
         const bool isHuge = static_cast<int64>(end) - start > 6000;
@@ -280,11 +276,8 @@ TEST_F(Estimator, WorkerArraysAreAsLargeAsThePoolAndKeepApart)
 
     TSMPJobReduce<SMPReduce::TAdd<int32>> sum;
     sum.Update(4);
-    sum.Update(5);
-    int32 total = 100;
-    sum.Reduce(total);
-    EXPECT_EQ(total, 9);
     sum.Reset();
+    int32 total = 100;
     sum.Reduce(total);
     EXPECT_EQ(total, 0);
 }

@@ -7,9 +7,6 @@
 #include "NqCore/PublicAPI/NqString.h"
 #include "Tests/TestHost.h"
 
-#include <functional>
-#include <utility>
-
 // A task that calls a function.
 class TCallTask : public TBasicSMPTask
 {

@@ -3,8 +3,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
-#include <thread>
 
 namespace
 {

@@ -3,8 +3,6 @@
 
 #include "Tests/StreamDoubles.h"
 
-#include <sstream>
-
 namespace
 {
 
@@ -16,12 +14,6 @@ std::string RandomText(TRandom& random, int32 limit)
     for (int32 i = random.Below(limit); i > 0; --i)
         text += random.OneIn(80) ? '\0' : kBytes[random.Below(sizeof kBytes - 1)];
     return text;
-}
-
-std::string RandomText(uint32 seed, int32 limit)
-{
-    TRandom random(seed);
-    return RandomText(random, limit);
 }
 
 real64 RandomReal(TRandom& random)
@@ -57,53 +49,59 @@ void Extract(TCall& call)
     call.fSeen << +value;
 }
 
+void AppendToFile(TCall& call)
+{
+    if (TNqfstream* const file = dynamic_cast<TNqfstream*>(&call.fStream))
+        file->append(call.fSize - 10);
+}
+
 using TOperation = void (*)(TCall&);
 
-const TOperation kReads[] = {Extract<int8>,
-                             Extract<uint8>,
-                             Extract<int16>,
-                             Extract<uint16>,
-                             Extract<int32>,
-                             Extract<uint32>,
-                             Extract<real32>,
-                             Extract<real64>,
-                             Extract<real64>,
-                             [](TCall& c) { c.fStream >> c.fData; },
-                             [](TCall& c) { c.fSeen << int32(c.fStream.ReadString(c.fData, c.fSize)); },
-                             [](TCall& c) { c.fStream.readQuotedString(c.fString); },
-                             [](TCall& c)
-                             { c.fSeen << int32(c.fStream.ReadSingleLineQuotedString(c.fString, uint32(c.fSize))); },
-                             [](TCall& c) { c.fSeen << int32(c.fStream.getline(c.fData, c.fSize, c.fByte)); },
-                             [](TCall& c) { c.fSeen << int32(c.fStream.get(c.fData, c.fSize, c.fByte)); },
-                             [](TCall& c) { c.fSeen << int32(c.fStream.getLine(c.fString, c.fByte)); },
-                             [](TCall& c) { c.fStream.read(c.fData, c.fSize); },
-                             [](TCall& c) { c.fStream.get(*c.fData); },
-                             [](TCall& c) { c.fSeen << int32(c.fStream.myipfx()); }};
+const TOperation kReads[] = {
+    Extract<int8>,
+    Extract<uint8>,
+    Extract<int16>,
+    Extract<uint16>,
+    Extract<int32>,
+    Extract<uint32>,
+    Extract<real32>,
+    Extract<real64>,
+    Extract<real64>,
+    [](TCall& c) { c.fStream >> c.fData; },
+    [](TCall& c) { c.fSeen << int32(c.fStream.ReadString(c.fData, c.fSize)); },
+    [](TCall& c) { c.fStream.readQuotedString(c.fString); },
+    [](TCall& c) { c.fSeen << int32(c.fStream.ReadSingleLineQuotedString(c.fString, uint32(c.fSize))); },
+    [](TCall& c) { c.fSeen << int32(c.fStream.getline(c.fData, c.fSize, c.fByte)); },
+    [](TCall& c) { c.fSeen << int32(c.fStream.get(c.fData, c.fSize, c.fByte)); },
+    [](TCall& c) { c.fSeen << int32(c.fStream.getLine(c.fString, c.fByte)); },
+    [](TCall& c) { c.fStream.read(c.fData, c.fSize); },
+    [](TCall& c) { c.fStream.get(*c.fData); },
+    [](TCall& c) { c.fSeen << int32(c.fStream.myipfx()); },
+};
 
-const TOperation kWrites[] = {[](TCall& c) { c.fStream << (c.fSize % 2 ? -c.fNumber : c.fNumber); },
-                              [](TCall& c) { c.fStream << static_cast<uint32>(c.fNumber); },
-                              [](TCall& c) { c.fStream << RandomReal(c.fRandom); },
-                              [](TCall& c) { c.fStream << static_cast<real32>(RandomReal(c.fRandom)); },
-                              [](TCall& c)
-                              { c.fStream << static_cast<int16>(c.fNumber) << ' ' << static_cast<uint16>(c.fNumber); },
-                              [](TCall& c) { c.fStream << c.fString; },
-                              [](TCall& c) { c.fStream << c.fString << c.fString; },
-                              [](TCall& c) { c.fStream << c.fText.c_str(); },
-                              [](TCall& c) { c.fStream.write(c.fText.data(), static_cast<int32>(c.fText.size())); },
-                              [](TCall& c) { c.fStream << endl; }};
+const TOperation kWrites[] = {
+    [](TCall& c) { c.fStream << (c.fSize % 2 ? -c.fNumber : c.fNumber); },
+    [](TCall& c) { c.fStream << static_cast<uint32>(c.fNumber); },
+    [](TCall& c) { c.fStream << RandomReal(c.fRandom); },
+    [](TCall& c) { c.fStream << static_cast<real32>(RandomReal(c.fRandom)); },
+    [](TCall& c) { c.fStream << static_cast<int16>(c.fNumber) << ' ' << static_cast<uint16>(c.fNumber); },
+    [](TCall& c) { c.fStream << c.fString; },
+    [](TCall& c) { c.fStream << c.fString << c.fString; },
+    [](TCall& c) { c.fStream << c.fText.c_str(); },
+    [](TCall& c) { c.fStream.write(c.fText.data(), static_cast<int32>(c.fText.size())); },
+    [](TCall& c) { c.fStream << endl; },
+};
 
-const TOperation kMoves[] = {[](TCall& c) { c.fStream.seek(c.fNumber % 60 - 2, TNqiostream::beg); },
-                             [](TCall& c) { c.fStream.seek(c.fSize - 10, TNqiostream::cur); },
-                             [](TCall& c) { c.fStream.seek(c.fSize - 2, TNqiostream::end); },
-                             [](TCall& c) { c.fStream.putback(c.fByte); },
-                             [](TCall& c) { c.fSeen << c.fStream.GetStreamSize(); },
-                             [](TCall& c) { c.fStream.precision(c.fSize); },
-                             [](TCall& c)
-                             {
-                                 if (TNqfstream* const file = dynamic_cast<TNqfstream*>(&c.fStream))
-                                     file->append(c.fSize - 10);
-                             },
-                             [](TCall& c) { c.fStream.SetTranscoder(static_cast<TranscoderType>(c.fNumber % 3)); }};
+const TOperation kMoves[] = {
+    [](TCall& c) { c.fStream.seek(c.fNumber % 60 - 2, TNqiostream::beg); },
+    [](TCall& c) { c.fStream.seek(c.fSize - 10, TNqiostream::cur); },
+    [](TCall& c) { c.fStream.seek(c.fSize - 2, TNqiostream::end); },
+    [](TCall& c) { c.fStream.putback(c.fByte); },
+    [](TCall& c) { c.fSeen << c.fStream.GetStreamSize(); },
+    [](TCall& c) { c.fStream.precision(c.fSize); },
+    AppendToFile,
+    [](TCall& c) { c.fStream.SetTranscoder(static_cast<TranscoderType>(c.fNumber % 3)); },
+};
 
 template <size_t kCount>
 void DoOneOf(const TOperation (&operations)[kCount], TCall& call)
@@ -170,7 +168,8 @@ TEST_F(StreamTwinTest, MemoryOfTheCaller)
 {
     for (uint32 seed = 0; seed < 3000 && !HasFailure(); ++seed)
     {
-        std::string text = RandomText(seed, 200);
+        TRandom random(seed);
+        std::string text = RandomText(random, 200);
         std::string copy = text;
         const int32 mode = seed % 3 == 0 ? eRead : eReadWrite;
         const int32 size = static_cast<int32>(text.size());
@@ -207,7 +206,8 @@ TEST_F(StreamTwinTest, Files)
     for (uint32 seed = 0; seed < 3000 && !HasFailure(); ++seed)
     {
         fDisk = TTestDisk();
-        fDisk.fFiles["/f"] = RandomText(seed, 150);
+        TRandom random(seed);
+        fDisk.fFiles["/f"] = RandomText(random, 150);
         fDisk.fBadCall = seed % 5 == 0 ? 8 + static_cast<int32>(seed % 40) : 0; // one host call goes wrong
         fDisk.fShort = seed % 2;
         otherDisk = fDisk;

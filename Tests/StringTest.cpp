@@ -541,10 +541,7 @@ TEST_F(StringTest, NumbersAreWrittenInFull)
 {
     TNqDynamicString s;
     for (const int32 value : {0, 7, -1, 1234567890, INT_MAX, INT_MIN})
-    {
-        s.FromInt32(value);
-        EXPECT_EQ(Bytes(s), std::to_string(value));
-    }
+        EXPECT_EQ((s.FromInt32(value), Bytes(s)), std::to_string(value));
     const auto real32 = [&s](float value, uint8 decimals) { return s.FromReal32(value, decimals), Bytes(s); };
     const auto real64 = [&s](double value, uint8 digits) { return s.FromReal64(value, digits), Bytes(s); };
     EXPECT_EQ(real32(2.5f, 0) + real32(-0.1f, 3), "2-0.100");

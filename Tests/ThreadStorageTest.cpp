@@ -1,13 +1,10 @@
 #include "NqCore/PublicAPI/NqSMP.h"
 #include "Tests/TestHost.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <random>
 #include <set>
-#include <thread>
 
 struct TNqExtensibleArrayLayout
 {
@@ -269,21 +266,19 @@ TEST_F(ThreadStorage, WithoutMemoryNothingIsStoredAndLaterAllWorks)
     ForEachFailingAllocation(
         [](int64)
         {
-            std::thread(
-                []
-                {
-                    SetupSmpThreadLocalStorage();
-                    TNqLocalStorage* storage = NewTLS();
-                    void* const stored = SetTLS(storage, &storage);
-                    TestHost().FailAllocations(0);
-                    SetupSmpThreadLocalStorage();
-                    if (storage == nullptr)
-                        storage = NewTLS();
-                    EXPECT_EQ(GetTLS(storage), stored);
-                    EXPECT_EQ(SetTLS(storage, MakeValue(1)), MakeValue(1));
-                    DeleteTLS(storage);
-                })
-                .join();
+            const auto use = [](int)
+            {
+                SetupSmpThreadLocalStorage();
+                TNqLocalStorage* storage = NewTLS();
+                void* const stored = SetTLS(storage, &storage);
+                TestHost().FailAllocations(0);
+                SetupSmpThreadLocalStorage();
+                storage = storage == nullptr ? NewTLS() : storage;
+                EXPECT_EQ(GetTLS(storage), stored);
+                EXPECT_EQ(SetTLS(storage, MakeValue(1)), MakeValue(1));
+                DeleteTLS(storage);
+            };
+            OnThreads(1, use);
         });
 }
 

@@ -7,8 +7,6 @@
 #include "NqCore/PublicAPI/NqToken.h"
 
 #include <iomanip>
-#include <memory>
-#include <sstream>
 
 namespace
 {
