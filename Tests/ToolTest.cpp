@@ -824,7 +824,7 @@ TEST_F(ToolTest, ImportRefusesTargetsThatClashBeforeItWrites)
         {{"b/x.obj", "b/y.obj"}, "b/x.obj and b/y.obj would both become b/y.nq"}, // a link from one to the other
         {{"a/x.obj", "a/z.nq"}, "the scene of a/z.nq would replace the model a/z.nq"},
         {{"a/x.obj", "-o", "link/x.obj"}, "the scene of a/x.obj would replace the model a/x.obj"},
-        {{"a/x.obj", "b/y.obj", "-o", "new"}, "new: is not a folder"},
+        {{"a/x.obj", "b/y.obj", "-o", "new"}, "new: there is no such folder"},
     };
     for (const auto& [arguments, message] : cases)
     {

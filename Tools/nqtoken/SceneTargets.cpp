@@ -63,7 +63,8 @@ Outcome ChooseTargets(const std::vector<std::string>& inModels, const std::strin
     if (!isFolder && !inTarget.empty() && inTarget.back() == '/')
         return Trouble(fmt::format("{}: there is no such folder", inTarget));
     if (inModels.size() > 1 && !outTargets.fAreNamedAfterModels)
-        return Trouble(fmt::format("{}: is not a folder, which several models need", inTarget));
+        return Trouble(fmt::format("{}: {}, and several models need one", inTarget,
+                                   fs::exists(inTarget, error) ? "is not a folder" : "there is no such folder"));
     for (const fs::path model : inModels)
     {
         const fs::path folder = inTarget.empty() ? model.parent_path() : fs::path(inTarget);
