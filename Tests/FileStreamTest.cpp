@@ -348,6 +348,7 @@ TEST_F(FileStreamTest, SynchTakesUpWhatAnotherWrote)
         stream.synch();
         EXPECT_EQ(stream.tell(), 7);
         stream << "!";
+        EXPECT_EQ(stream.GetFileSize(), 8u);
         stream.flush();
         EXPECT_EQ(Disk(), "one two!");
         stream.append(-20);

@@ -88,18 +88,12 @@ void AddUp(const TRange& inRange, TSum& ioSum)
     ioSum.Update(sum);
 }
 
-template <class P>
-int64 SumOf(const P& inRange)
+int64 SumTo(int32 inEnd, int32 inGrain)
 {
     TBasicEstimator always;
     int64 sum = -1;
-    SMPParallelReduce<SMPReduce::TAdd<int64>>(inRange, always, AddUp, sum);
+    SMPParallelReduce<SMPReduce::TAdd<int64>>(TSimplePartitioner(0, inEnd, inGrain), always, AddUp, sum);
     return sum;
-}
-
-int64 SumTo(int32 inEnd, int32 inGrain)
-{
-    return SumOf(TSimplePartitioner(0, inEnd, inGrain));
 }
 
 } // namespace
@@ -287,7 +281,8 @@ TEST_P(ParallelLoop, WithoutMemoryItThrowsOrSucceeds)
             const auto loop = [&sum]
             {
                 EXPECT_EQ(SumTo(300, 4), 44850);
-                sum = SumOf(TEndPartitioner(0, 300, 1));
+                TBasicEstimator always;
+                SMPParallelReduce<SMPReduce::TAdd<int64>>(TEndPartitioner(0, 300, 1), always, AddUp, sum);
             };
             const std::string thrown = WhatIsThrown(loop);
             EXPECT_TRUE(thrown == "" || thrown == std::to_string(0x80010002U)) << thrown;

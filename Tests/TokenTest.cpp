@@ -355,6 +355,7 @@ TEST_F(Token, ReadsThisAndLeavesThat)
         escapes += "\\\"";
     CheckReads({
         {" A}", byte, "A", "}"},
+        {" \r", byte, "!39", ""},
         {"12", number, "12", ""},
         {" \r\n", number, "!39", "", failed},
         {"abc", number, "0", "bc", failed},
@@ -365,11 +366,13 @@ TEST_F(Token, ReadsThisAndLeavesThat)
         {"--2.5 ", inf, "2.5", ""},
         {"-0 ", inf, "-0", ""},
         {"in5 ", inf, "5", ""}, // what was taken of an incomplete "inf" is lost
+        {"  ", inf, "!39", ""},
         {"AB,", name, Show(0x41422020), ","},
         {"  A'B' x", name, Show(0x41004200), " x"},
         {"ABCDEF", name, Show(0x41424344), "EF"},
         {",B ", name, Show(0x2C422020), "", {"c != tCOMMA"}},
         {" \r", name, "!39", ""},
+        {"A", name, Show(0x41202020), ""},
         {"10,  -20}", point, "10;-20", "}"},
         {"10 ,20", point, "!36", ",20"},
         {"10,", point, "!39", "", failed},
@@ -388,6 +391,7 @@ TEST_F(Token, ReadsThisAndLeavesThat)
         {"\"" + tagged + "\"", Dynamic, "hello", ""},
         {"{\"" + tall + "\\\"\xC3\xA9\" ", Dynamic, tall + "\"\xC3\xA9", " "},
         {"\"open\\\"", Dynamic, "!39", ""},
+        {"none", Dynamic, "!39", ""},
         {" # { \r{x", begin, "read", "x"},
         {"\"{\" x", begin, "!36", " x"},
         {" }", end, "read", ""},
