@@ -225,8 +225,16 @@ TEST_F(TransferTest, APeerThatMisbehavesLeavesTheTargetAlone)
     { return [bytes](TSocket& peer) { peer->Send(bytes.data(), static_cast<int32>(bytes.size())); }; };
     const auto slowly = [&wire](TSocket& peer)
     {
-        for (const char c : wire)
+        for (const char c : wire.substr(0, wire.size() - 3))
             peer->Send(&c, 1);
+        const std::string rest = wire.substr(wire.size() - 3) + std::string(300, ' ');
+        peer->Send(rest.data(), static_cast<int32>(rest.size()));
+        peer->FinishSending();
+        int8 answer[100];
+        int32 count = 1;
+        while (count > 0)
+            count = peer->Receive(answer, 100);
+        EXPECT_EQ(count, 0) << peer->Error(); // what nobody reads does not reset the connection
     };
     const std::pair<std::function<void(TSocket&)>, std::string> cases[] = {
         {slowly, "0"},
