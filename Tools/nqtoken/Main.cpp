@@ -100,14 +100,14 @@ int Check(const Arguments& inArguments)
     return Finish(Outcome(CheckFiles(inArguments.fInputs, inArguments.fLimit, output), {}), output);
 }
 
-// A file that is no scene is taken for a model.
+// A file that is no scene is taken for a model, of which standard input has no name.
 Outcome ReadEither(const std::string& inPath, Scene& outScene)
 {
     TokenFile file;
     Outcome outcome = file.Open(inPath);
     if (!outcome.Ok())
         return outcome;
-    if (HoldsScene(file))
+    if (inPath == "-" || HoldsScene(file))
         return ReadScene(file, outScene);
     std::vector<std::string> notes;
     return ImportModel(inPath, outScene, notes);
