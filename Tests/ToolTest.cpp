@@ -399,7 +399,7 @@ TEST_F(ToolTest, ShowPrintsTheTree)
 
 TEST_F(ToolTest, HelpAndUsage)
 {
-    for (const char* command : {"import", "export", "show", "check", "compare"})
+    for (const char* command : {"import", "export", "show", "check", "compare", "formats", "send", "receive"})
     {
         Succeeds({command, "--help"}, "Example: nqtoken "s + command);
         EXPECT_EQ(Run({command, "--nonsense"}).fStatus, 2);
@@ -410,6 +410,7 @@ TEST_F(ToolTest, HelpAndUsage)
         {{}, "give a command: import, "},
         {{"chekc", "x"}, "\"check\" is meant"},
         {{"BOGUS"}, "there is no command \"BOGUS\", only import, "},
+        {{"help", "bogus"}, "there is no command \"bogus\""},
         {{"--bogus"}, "no option --bogus"},
         {{"show", "x", "--depth", "-1"}, "\"-1\" is not a whole number of 0 or more"},
         {{"check", "x", "--limit", "99999999999999999999"}, "is not a whole number"},

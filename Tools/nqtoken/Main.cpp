@@ -308,10 +308,13 @@ int FinishUnparsed(const CLI::App& inApp, const CLI::ParseError& inError, const 
     std::ostringstream out;
     std::ostringstream err;
     const int status = inApp.exit(inError, out, err);
-    output.Put(out.str());
-    if (status == 0)
-        return Finish(Outcome(), output);
     const std::vector<CLI::App*> chosen = inApp.get_subcommands();
+    const bool isUnknown = chosen.empty() && !inFirstWord.empty() && inFirstWord[0] != '-'; // help cannot be had of it
+    if (status == 0 && !isUnknown)
+    {
+        output.Put(out.str());
+        return Finish(Outcome(), output);
+    }
     const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
     return Finish(Trouble(fmt::format("{}; see \"nqtoken {}--help\"",
                                       chosen.empty() ? NoCommandText(inApp, inFirstWord) : inError.what(), command)),
