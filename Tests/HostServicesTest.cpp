@@ -29,6 +29,27 @@ struct TSemaphore
     TNqSemaphore* fHost;
 };
 
+// A handler's context that notices when it is used after it was given up.
+struct TContext
+{
+    static void Receive(void* context, const char*, unsigned int, const char*)
+    {
+        TContext& self = *static_cast<TContext*>(context);
+        ++self.fReports;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+        self.fLate += self.fRetired ? 1 : 0;
+    }
+    static void ReceiveOnce(void* context, const char*, unsigned int, const char*)
+    {
+        ++static_cast<TContext*>(context)->fReports;
+        TestHost().SetReportHandler(nullptr, nullptr);
+    }
+
+    std::atomic<int> fReports{0};
+    std::atomic<bool> fRetired{false};
+    std::atomic<int> fLate{0};
+};
+
 } // namespace
 
 using HostServices = NqTest;
@@ -197,32 +218,6 @@ TEST_F(HostServices, ChosenAllocationsFailWhateverTheirKind)
     gMemoryUtilities->FreeBlock(object);
     Nqfree(grown);
 }
-
-namespace
-{
-
-// A handler's context that notices when it is used after it was given up.
-struct TContext
-{
-    static void Receive(void* context, const char*, unsigned int, const char*)
-    {
-        TContext& self = *static_cast<TContext*>(context);
-        ++self.fReports;
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
-        self.fLate += self.fRetired ? 1 : 0;
-    }
-    static void ReceiveOnce(void* context, const char*, unsigned int, const char*)
-    {
-        ++static_cast<TContext*>(context)->fReports;
-        TestHost().SetReportHandler(nullptr, nullptr);
-    }
-
-    std::atomic<int> fReports{0};
-    std::atomic<bool> fRetired{false};
-    std::atomic<int> fLate{0};
-};
-
-} // namespace
 
 TEST_F(HostServices, NoThreadIsInAHandlerThatWasReplaced)
 {

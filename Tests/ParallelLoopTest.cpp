@@ -18,6 +18,9 @@ namespace
 class ParallelLoop : public PoolTest
 {
 };
+class SMPJob : public PoolTest
+{
+};
 
 constexpr char kCancelText[] = "A cancel exception is being thrown";
 
@@ -342,15 +345,6 @@ TEST(ParallelLoopDeathTest, AForkedProcessRunsLoopsAndEnds)
 #endif
 
 // ---- Jobs -----------------------------------------------------------------------------------------------------------
-
-namespace
-{
-
-class SMPJob : public PoolTest
-{
-};
-
-} // namespace
 
 INSTANTIATE_TEST_SUITE_P(Workers, SMPJob, ::testing::Values(1, 2, 5), ::testing::PrintToStringParamName());
 

@@ -24,7 +24,7 @@ struct TSMPJobLayout
 namespace
 {
 
-class TFakeWorkers final : public ISMPJobWorkers
+class TFakePool final : public ISMPJobWorkers, public IShSMPUtilities
 {
 public:
     NqErr QueryInterface(const NqIID&, void**) override { return kNqNoInterface; }
@@ -36,18 +36,12 @@ public:
     ISMPJob* GetCurrentJob() override { return nullptr; }
     void CreateJob(ISMPJob**) override {}
 
-    int32 fCount = 4;
-};
-
-class TFakeSMP final : public IShSMPUtilities
-{
-public:
-    ISMPJobWorkers* GetSMPWorkers() override { return fWorkers.fCount != 0 ? &fWorkers : nullptr; }
+    ISMPJobWorkers* GetSMPWorkers() override { return fCount != 0 ? this : nullptr; }
     TNqLocalStorage* NewTLS(void (*)(void**)) override { return nullptr; }
     void DeleteTLS(TNqLocalStorage*) override {}
     void SetupThreadLocalStorage() override {}
 
-    TFakeWorkers fWorkers;
+    int32 fCount = 4;
 };
 
 // W = 4 to begin with; 0 stands for no pool.
@@ -57,18 +51,18 @@ protected:
     void SetUp() override
     {
         NqTest::SetUp();
-        gShellSMPUtilities = &fSMP;
+        gShellSMPUtilities = &fPool;
     }
     void TearDown() override
     {
         gShellSMPUtilities = fRealSMP;
         NqTest::TearDown();
     }
-    void SetWorkerCount(int32 inCount) { fSMP.fWorkers.fCount = inCount; }
+    void SetWorkerCount(int32 inCount) { fPool.fCount = inCount; }
 
 private:
     IShSMPUtilities* const fRealSMP = gShellSMPUtilities;
-    TFakeSMP fSMP;
+    TFakePool fPool;
 };
 
 using Partitioner = FakePool;

@@ -145,6 +145,16 @@ public:
     using Stream::Stream;
 };
 
+// The bytes that inWrite puts into a memory stream.
+template <class Stream = TNqstrstream, class Write>
+std::string WrittenBy(Write&& inWrite, TranscoderType type = kUTF8Transcoder)
+{
+    Stream stream(type);
+    inWrite(stream);
+    const std::unique_ptr<int8, void (*)(void*)> block(stream.str(), Nqfree);
+    return std::string(block.get(), static_cast<size_t>(stream.pcount()));
+}
+
 // Notes the calls of its virtual operations: those that the plain path must make, one by one.
 class TWatched : public TNqstrstream
 {

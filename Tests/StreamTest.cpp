@@ -12,11 +12,7 @@ const TTexts kFailed = {"Stream throw TNqException"};
 template <class T>
 std::string Written(const T& value, int32 precision = 8, TranscoderType type = kUTF8Transcoder)
 {
-    TNqstrstream out(type);
-    out.precision(precision);
-    out << value;
-    const std::unique_ptr<int8, void (*)(void*)> block(out.str(), Nqfree);
-    return std::string(block.get(), static_cast<size_t>(out.pcount()));
+    return WrittenBy([&](TNqiostream& out) { out.precision(precision), out << value; }, type);
 }
 
 // A text to read, kept alive beside its stream.

@@ -499,23 +499,12 @@ TEST_F(Token, DerivedStreamsSeeTheCallsOfTheirOperations)
 constexpr int32 kName = 0x4E414D45; // NAME
 constexpr int32 kLowest = -2147483647 - 1;
 
-template <class Stream, class Write>
-std::string Written(Write&& inWrite)
-{
-    Stream stream(kUTF8Transcoder);
-    inWrite(stream);
-    const size_t size = static_cast<size_t>(stream.pcount());
-    int8* const block = stream.str();
-    const std::string bytes(block, size);
-    return Nqfree(block), bytes;
-}
-
 // What inWrite puts into a memory stream, the same on one that somebody derived.
 template <class Write>
 std::string Bytes(Write&& inWrite)
 {
-    const std::string bytes = Written<TNqstrstream>(inWrite);
-    EXPECT_EQ(bytes, Written<TDerived<TNqstrstream>>(inWrite));
+    const std::string bytes = WrittenBy(inWrite);
+    EXPECT_EQ(bytes, WrittenBy<TDerived<TNqstrstream>>(inWrite));
     return bytes;
 }
 
