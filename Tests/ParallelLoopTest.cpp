@@ -116,24 +116,9 @@ TEST_P(ParallelLoop, EachIndexIsInExactlyOneBodyCall)
         ExpectEachIndexOnce(TSimplePartitioner(start, end, grain));
         ExpectEachIndexOnce(TAutoPartitioner(start, end, grain, 1 + static_cast<int32>(random() % 9)));
         ExpectEachIndexOnce(TGuidedPartitioner(start, end, grain, ratio, 1 + static_cast<int32>(random() % 9)));
-    }
-}
-
-TEST_P(ParallelLoop, TheLongestRangesAreCoveredOnce)
-{
-    constexpr int32 lowest = std::numeric_limits<int32>::min();
-    constexpr int32 highest = std::numeric_limits<int32>::max();
-    for (const TRange& whole : {TRange(0, highest), TRange(lowest, highest), TRange(highest - 1, highest)})
-    {
-        TSum sum;
-        TBasicEstimator always;
-        const auto count = [&sum](const TRange& range) { sum.Update(range.Size()); };
-        SMPParallelFor(TSimplePartitioner(whole.fStart, whole.fEnd, 1 << 22), always, count);
-        SMPParallelFor(TGuidedPartitioner(whole.fStart, whole.fEnd, 1, 0.3f, 5), always, count);
-        SMPParallelFor(whole.fStart, whole.fEnd, count);
-        int64 counted;
-        sum.Reduce(counted);
-        EXPECT_EQ(counted, 3 * whole.Size());
+        TVisits visits(TRange(start, end));
+        SMPParallelFor(start, end, [&visits](const TRange& range) { visits.Visit(range); });
+        EXPECT_TRUE(visits.AreAll(1));
     }
 }
 

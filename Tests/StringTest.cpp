@@ -1,6 +1,5 @@
 #include "NqCore/Include/NqNumberText.h"
 #include "NqCore/Include/UTF8Transcoder.h"
-#include "NqCore/PublicAPI/ITranscoder.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "Tests/StringFixture.h"
 
@@ -475,20 +474,6 @@ TEST_F(StringTest, TextsGoInAndOutAsTheyAre)
     EXPECT_EQ(Bytes(s), "xbc");
     EXPECT_EQ(TakeReports(), (TTexts{"Bad size in TNqString::ToUnicode", "transcoder", "nIndex >= 0", "c==0",
                                      "nIndex <= int32(fByteLength)"}));
-}
-
-TEST_F(StringTest, EncodedTextComesInThroughATranscoder)
-{
-    TNqDynamicString s;
-    const std::pair<TranscoderType, const char*> cases[] = {
-        {kUTF8Transcoder, "\xC3\xA9\xFF\xE2\x82x"}, {kAnsiTranscoder, "\xE9x"}, {kMacTranscoder, "\x8Ex"}};
-    for (const auto& [type, text] : cases)
-    {
-        TNqCountedPtr<ITranscoder> transcoder;
-        NqCreateTranscoder(transcoder, type);
-        s.FromEncodedPtr(reinterpret_cast<const uint8*>(text), transcoder);
-        EXPECT_STREQ(s.GetString(), "\xC3\xA9x") << type;
-    }
 }
 
 TEST_F(StringTest, FourCharacterCodesBecomeTextAndBack)
