@@ -381,6 +381,7 @@ TEST_F(Token, ReadsThisAndLeavesThat)
          { return r = GetRectToken(s), Show(r.top * 1000 + r.left * 100 + r.bottom * 10 + r.right); },
          "1234", ""},
         {"7,8 ", list(-2147483647 - 1), "7;77;77", ",8 "},
+        {"7;8,", list(2), "!36", "8,"},
         {"7,x,9,", list(3), "7;0;9", ",", failed},
         {"1,2,3 ", none, "discarded", ",3 "},
         {" \"a\\\"b\\\\c\\x\"}", string, "a\"b\\cx", "}"},
