@@ -301,6 +301,7 @@ TEST_F(StreamTest, StateFormatAndInfo)
 
     int32 data[2] = {1, 2};
     stream.SetInfo(5, data, 4);
+    ASSERT_NE(stream.GetInfo(5), nullptr);
     stream.SetInfo(6, data + 1, 4);
     stream.SetInfo(5, stream.GetInfo(6), 4); // from the stream's own block
     EXPECT_EQ(*static_cast<int32*>(stream.GetInfo(5)), 2);
