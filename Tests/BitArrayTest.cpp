@@ -113,12 +113,14 @@ TEST_F(BitArrayTest, WithoutMemoryAnArrayStaysAsItIs)
         [&longer](int64)
         {
             TBitArray array;
-            EXPECT_EQ(array.GetSize(), array.SetSize(40, true) ? 40U : 0U);
+            const uint32 made = array.SetSize(40, true) ? 40 : 0;
+            EXPECT_EQ(array.GetSize(), made);
             const TBitArray before(array);
             array |= longer;
             EXPECT_TRUE(array == longer || array == before || before.GetSize() == 0);
             TNqArray<int32> indices;
-            EXPECT_EQ(indices.GetElemCount(), array.GetIndicesSet(indices) ? array.GetSize() : 0);
+            const uint32 listed = array.GetIndicesSet(indices) ? array.GetSize() : 0;
+            EXPECT_EQ(indices.GetElemCount(), listed);
         });
     TestHost().FailAllocations(1);
     EXPECT_FALSE(longer.SetSize(0xFFFFFFFF, true));
