@@ -467,6 +467,13 @@ private:
     bool BelongsTo(ISMPJobWorkerThread* inWorkerThread) const;
     bool TryStart() { return fStarted.exchange(true) == 0; }
 
+    // Under the section's lock, with the error in place: requesters go on at once.
+    void MarkExecuted()
+    {
+        fJob = nullptr;
+        fExecuted = true;
+    }
+
     TNqPtr<TSMPSingleSection::ISectionJob> fJob; // the first requester's; null once executed
     TNqCountedPtr<ISMPJobWorkerThread> fWorkerThread;
     int32 fThreadId; // 0 in the pool

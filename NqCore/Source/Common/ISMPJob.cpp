@@ -575,8 +575,7 @@ void TSMPSingleSection::RunHere(TSMPSingleSectionJob& inEntry)
 
     const CWhileInSafeCS lock(fCS);
     inEntry.fError = code;
-    inEntry.fJob = nullptr;
-    inEntry.fExecuted = true;
+    inEntry.MarkExecuted();
     fMainThreadInside = false;
 }
 
@@ -613,8 +612,7 @@ void TSMPSingleSection::Finish(TSMPSingleSectionJob& inEntry, int32 inCode)
     {
         const CWhileInSafeCS lock(fCS);
         inEntry.fError = inCode;
-        inEntry.fJob = nullptr;
-        inEntry.fExecuted = true;
+        inEntry.MarkExecuted();
         fRunningJob = nullptr;
     }
     SignalSemaphore(fWait);
@@ -631,8 +629,7 @@ void TSMPSingleSection::Abandon(TSMPSingleSectionJob& inEntry, const ISectionJob
             return;
         if (inEntry.TryStart())
         {
-            inEntry.fJob = nullptr;
-            inEntry.fExecuted = true;
+            inEntry.MarkExecuted();
             if (fRunningJob == &inEntry)
                 fRunningJob = nullptr;
             return;
