@@ -17,6 +17,7 @@
 //   the direct ones work in the buffer of a TNqstrstream or TNqfstream, and only of exactly these classes. After each
 //   call the stream's fields (position, state, count, buffer) are what the virtual call would have left: nothing is
 //   kept outside of the stream, so any other call may be made on Stream() at any time, and an exception may pass.
+// What the buffer cannot give is a virtual call again: of the two classes this file needs nothing but fields and types.
 // Random tests run the same operations over both kinds and compare everything.
 
 #pragma once
@@ -133,7 +134,7 @@ public:
         void Read(int8* data, int32 count)
         {
             if (count <= 0 || count > Self().Left())
-                return fStream.StreamClass::read(data, count);
+                return fStream.read(data, count);
             std::memcpy(data, Self().At(), static_cast<size_t>(count));
             Self().Take(count);
             fStream.fgcount = count;
@@ -144,7 +145,7 @@ public:
             if (Self().CanStepBackOver(c))
                 Self().StepBack();
             else
-                fStream.StreamClass::putback(c);
+                fStream.putback(c);
         }
 
         template <class TakeByte>
@@ -288,7 +289,7 @@ public:
 
         int64 Left() const { return fStream.fBufferSize - (fStream.fCur - fStream.fBuffer); }
         const int8* At() const { return fStream.fCur; }
-        void GetFromStream(int8& c) { fStream.TNqstrstream::get(c); }
+        void GetFromStream(int8& c) { fStream.get(c); }
         void StepBack() { --fStream.fCur; }
         bool MustWriteFirst() const { return false; }
 
@@ -320,7 +321,7 @@ public:
             return std::min<int64>(fStream.fActualBufSize, inFile) - fStream.fBufferPos;
         }
         const int8* At() const { return fStream.fBuffer + fStream.fBufferPos; }
-        void GetFromStream(int8& c) { fStream.TNqfstream::read(&c, 1); }
+        void GetFromStream(int8& c) { fStream.read(&c, 1); }
         void StepBack() { --fStream.fBufferPos; }
         bool MustWriteFirst() const { return fStream.fBufferModified; } // before the position goes backwards
 
@@ -427,7 +428,7 @@ public:
             fStream.fState = 0;
         }
 
-        void WriteToStream(const int8* data, int32 count) { fStream.TNqstrstream::write(data, count); }
+        void WriteToStream(const int8* data, int32 count) { fStream.write(data, count); }
 
     private:
         TNqstrstream& fStream;
@@ -453,11 +454,11 @@ public:
         void Store(const int8* data, int64 count)
         {
             std::memcpy(fStream.fBuffer + fStream.fBufferPos, data, static_cast<size_t>(count));
-            fStream.NoteBytesWritten(static_cast<uint32>(count));
+            NoteBytesWritten(fStream, static_cast<uint32>(count));
             fStream.fState = 0;
         }
 
-        void WriteToStream(const int8* data, int32 count) { fStream.TNqfstream::write(data, count); }
+        void WriteToStream(const int8* data, int32 count) { fStream.write(data, count); }
 
     private:
         TNqfstream& fStream;
@@ -468,6 +469,15 @@ public:
     // ---- Single fields ---------------------------------------------------------------------------------------------
 
     static uint8& NumberEnd(TNqiostream& stream) { return stream.fNumberEnd; }
+
+    // Moves the position over bytes that have just been put into the buffer of a file.
+    static void NoteBytesWritten(TNqfstream& stream, uint32 count)
+    {
+        stream.fBufferPos += count;
+        stream.fActualBufSize = std::max(stream.fActualBufSize, stream.fBufferPos);
+        stream.fBufferModified = true;
+        stream.fFileSize = std::max(stream.fFileSize, stream.fBufferOffset + stream.fBufferPos);
+    }
 
     // The bytes of a memory stream; none once the block has been handed out.
     static int32 MemorySize(const TNqstrstream& stream) { return std::max(stream.fBufferSize, 0); }

@@ -472,7 +472,6 @@ private:
     boolean LoadPrevBuffer();
     void ReadBuffered(int8* data, uint32 count);
     void ReadUnbuffered(int8* data, uint32 count);
-    void NoteBytesWritten(uint32 count);
     void WriteUnbuffered(const int8* data, uint32 count);
     void SeekUnbuffered(int64 distance, seek_dir dir);
 };

@@ -381,7 +381,7 @@ void TNqfstream::write(const int8* data, int32 count)
         if (run > 0)
         {
             std::memcpy(fBuffer + fBufferPos, data, run);
-            NoteBytesWritten(run);
+            NqStreamAccess::NoteBytesWritten(*this, run);
         }
         data += run;
         left -= run;
@@ -390,15 +390,6 @@ void TNqfstream::write(const int8* data, int32 count)
         if (!DumpBuffer())
             return;
     }
-}
-
-// Moves the position over bytes that have just been put into the buffer.
-void TNqfstream::NoteBytesWritten(uint32 count)
-{
-    fBufferPos += count;
-    fActualBufSize = std::max(fActualBufSize, fBufferPos);
-    fBufferModified = true;
-    fFileSize = std::max(fFileSize, fBufferOffset + fBufferPos);
 }
 
 void TNqfstream::WriteUnbuffered(const int8* data, uint32 count)
