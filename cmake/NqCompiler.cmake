@@ -10,6 +10,9 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_VISIBILITY_PRESET default)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+# Installed, shared libraries find each other beside them, and programs find them from where they lie.
+file(RELATIVE_PATH nqcore_lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(CMAKE_INSTALL_RPATH "$ORIGIN" "$ORIGIN/${nqcore_lib_from_bin}")
 
 find_program(NQCORE_CCACHE ccache)
 if(NQCORE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
