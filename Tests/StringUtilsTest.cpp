@@ -239,7 +239,7 @@ TEST_F(StringUtilsTest, ParametersAreFilledInAsOneByOne)
     {
         std::string text;
         for (size_t left = random() % limit; left != 0; --left)
-            text += static_cast<char>("^^01x"[random() % 5]);
+            text += random() % 9 == 0 ? "^4294967295" : std::string(1, "^^01x"[random() % 5]);
         return text;
     };
     for (int round = 0; round < 20000; ++round)
@@ -248,14 +248,15 @@ TEST_F(StringUtilsTest, ParametersAreFilledInAsOneByOne)
         // A long text or parameter takes another way than short ones.
         const std::string longTail(random() % 4 ? 0 : 256, '-');
         const TNqDynamicString parameter((randomText(random() % 2 ? 4 : 9) + longTail).c_str());
-        const uint32 index = random() % 3 ? random() % 2 : 10;
+        const uint32 indices[] = {0, 1, 0, 1, 10, 0xFFFFFFFF};
+        const uint32 index = indices[random() % 6];
         const TNqString15 placeholder(("^" + std::to_string(index)).c_str());
         TNqDynamicString dynamic((text + std::string(random() % 4 ? 1024 : 0, '-')).c_str()), expectedDynamic(dynamic);
         FillOneByOne(expectedDynamic, placeholder, parameter);
         NqParameterText(dynamic, parameter, index);
         ASSERT_EQ(Bytes(dynamic), Bytes(expectedDynamic)) << text << " " << Bytes(parameter);
         ASSERT_EQ(dynamic.MaxLength(), expectedDynamic.MaxLength());
-        TNqString15 fixed(text.c_str()), expectedFixed(fixed);
+        TNqString15 fixed(text.substr(0, 15).c_str()), expectedFixed(fixed);
         FillOneByOne(expectedFixed, placeholder, parameter);
         const TTexts reports = TakeReports();
         NqParameterText(fixed, parameter, index);
@@ -273,6 +274,25 @@ TEST_F(StringUtilsTest, ParametersAreFilledInAsOneByOne)
     TestHost().FailAllocations(0);
     EXPECT_STREQ(message.GetString(), "Saved 3 of 7, ^2");
     EXPECT_EQ(TakeReports(), (TTexts{"arg"}));
+    // A long parameter, which may be the text itself, is filled in whole or not at all.
+    TNqString1023 text;
+    const TNqString1023 before(("<^0>" + std::string(300, '-')).c_str());
+    for (const bool isOwn : {false, true})
+    {
+        const auto fill = [&](int64)
+        {
+            text = before;
+            NqParameterText(text, isOwn ? text : before, 0);
+        };
+        const auto check = [&]
+        { EXPECT_TRUE(text == before || Bytes(text) == "<" + Bytes(before) + ">" + std::string(300, '-')); };
+        ForEachFailingAllocation(fill, check);
+    }
+    TNqString1023 cut(("^0" + std::string(900, '-')).c_str()), expectedCut(cut), source(cut);
+    FillOneByOne(expectedCut, TNqString15("^0"), source);
+    NqParameterText(cut, cut);
+    EXPECT_TRUE(cut == expectedCut);
+    TakeReports();
     TNqDynamicString own("<^0>");
     NqParameterText(own, own);
     EXPECT_STREQ(own.GetString(), "<<^0>>");

@@ -38,8 +38,9 @@ char NqGetDecimalPt();
 // ---- Messages ----
 
 // Replaces "^" and inIndex, wherever it stands, by inSubString. "^1" is also found in "^10". What was inserted is
-// searched again together with what is before it, unless inSubString has a '^' itself. Short texts are filled in
-// without further memory; a long one stays as it is when there is none.
+// searched again together with what is before it, unless inSubString has a '^' itself. A short text is filled in
+// without further memory when the parameter is short too; where memory is missing, no placeholder goes without its
+// parameter: the text stays as it is, or is lost when it is the one that could not grow.
 void NqParameterText(TNqString& inoutString, const TNqString& inSubString, uint32 inIndex);
 void NqParameterText(TNqString& inoutString, const TNqString& inSubString);
 

@@ -11,7 +11,9 @@
 #include <QString>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
+#include <iterator>
 
 // ---- Qt -------------------------------------------------------------------------------------------------------------
 
@@ -249,9 +251,9 @@ void ReplacePlaceholdersInPlace(TNqString& text, const TNqString& placeholder, c
 
 void NqParameterText(TNqString& inoutString, const TNqString& inSubString, uint32 inIndex)
 {
-    TNqString15 number;
-    number.FromInt32(static_cast<int32>(inIndex));
-    const TNqString15 placeholder(TNqString15("^") + number);
+    char name[11] = {kParameterMark};
+    const char* const nameEnd = std::to_chars(name + 1, std::end(name), inIndex).ptr;
+    const TNqString15 placeholder(name, static_cast<uint32>(nameEnd - name));
     if (inoutString.SearchSBStr(placeholder, 0) == kNqNotFound)
         return;
     constexpr uint32 kShortText = 1023;
@@ -267,9 +269,20 @@ void NqParameterText(TNqString& inoutString, const TNqString& inSubString, uint3
     if (pass.GetPeakByteLength() > inoutString.MaxLength())
         inoutString.SetMaxLength(static_cast<uint32>(std::min<uint64>(pass.GetPeakByteLength(), kNqNotFound)));
     if (pass.GetPeakByteLength() <= inoutString.MaxLength())
+    {
         inoutString.FromText(pass.GetBytes(), pass.GetByteLength());
-    else if (inoutString.MaxLength() != 0)
-        ReplacePlaceholdersInPlace(inoutString, placeholder, TNqDynamicString(inSubString));
+        return;
+    }
+    if (inoutString.MaxLength() == 0)
+        return; // it could not grow
+    if (&inSubString != &inoutString)
+    {
+        ReplacePlaceholdersInPlace(inoutString, placeholder, inSubString);
+        return;
+    }
+    const TNqDynamicString copy(inSubString);
+    if (copy.ByteLength() == inSubString.ByteLength())
+        ReplacePlaceholdersInPlace(inoutString, placeholder, copy);
 }
 
 void NqParameterText(TNqString& inoutString, const TNqString& inSubString)
