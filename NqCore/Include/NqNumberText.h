@@ -9,6 +9,6 @@ class TNqString;
 void StripTrailingZeros(TNqString& ioText);
 
 // Adds one unit in the last digit place, carrying over '.' and ','. Any other character is reported ("Unknown
-// character!!") and ends the carry, as the start of the text does: a new digit comes before the last one that was
-// changed.
+// character!!") and ends the carry, as the start of the text does: a new digit comes before all that was carried over,
+// so that .9 becomes 1.0.
 void RoundUp(TNqString& ioText);

@@ -1212,7 +1212,11 @@ void RoundUp(TNqString& ioText)
     {
         int8& c = text[--at];
         if (IsSeparator(c))
+        {
+            if (carryTo != ioText.ByteLength())
+                carryTo = at; // a new digit comes before a separator: .9 becomes 1.0
             continue;
+        }
         if (!NqCheckText(c >= '0' && c <= '9', "Unknown character!!"))
             break;
         carryTo = at;
