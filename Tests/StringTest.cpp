@@ -54,16 +54,19 @@ struct TModel
     uint32 fLength = 0;
     size_t fMax = 0;
     bool fGrows = false;
+    bool fDynamic = false; // of the library's own growing class
     TTexts fReports;
 
     void Report(const char* text) { fReports.push_back(text); }
 
     size_t Width(size_t at) const // of the character at a byte, as far as it is there
     {
+        if (fBytes[at] == 0)
+            return 0;
         const size_t end = std::min(at + UTF8NumBytes(static_cast<uint8>(fBytes[at])), fBytes.size());
         return std::min(end, fBytes.find('\0', std::min(at + 1, fBytes.size()))) - at;
     }
-    size_t At(uint32 charIndex) const { return UTF8CharIndex(AsBytes(fBytes), charIndex & 0x7FFFFFFF, fBytes.size()); }
+    size_t At(uint32 charIndex) const { return UTF8CharIndex(AsBytes(fBytes), charIndex, fBytes.size()); }
     uint16 Decode(size_t at) const { return UTF8CharToUnicode(AsBytes(fBytes) + at, fBytes.size() - at); }
     size_t End() const { return std::min(fBytes.find('\0'), fBytes.size()); }
 
@@ -85,7 +88,7 @@ struct TModel
     void Append(const std::string& bytes) { Set(fBytes + bytes); }
     void AppendCode(uint16 c)
     {
-        if (fGrows)
+        if (fDynamic)
             Report("Still must be implemented.");
         if (Fit(fBytes.size() + 1) == fBytes.size())
             return Report("fByteLength > oldByteLength");
@@ -97,7 +100,7 @@ struct TModel
         if (bytes.empty() || index > 0x7FFFFFFF || index > fLength)
             return;
         const std::string result = std::string(fBytes).insert(At(index), bytes);
-        if (fGrows)
+        if (fDynamic)
             return Set(result);
         if (result.size() > fMax)
             Report("newByteLength <= fMaxLength");
@@ -112,10 +115,10 @@ struct TModel
         count = std::min(count, fLength - index);
         const size_t start = At(index);
         size_t end = start, width = 0;
-        for (uint32 i = 0; i < count && end < fBytes.size() && fBytes[end] != 0; ++i)
+        for (uint32 i = 0; i < count && end < End(); ++i)
         {
             width = Starts(fBytes[end]) ? Width(end) : width;
-            end = std::min(end + width, fBytes.size());
+            end = std::min(end + width, End());
         }
         if (end == start)
             return false;
@@ -133,7 +136,7 @@ struct TModel
         if (index >= fBytes.size() || count == 0 || count > 0x7FFFFFFF)
             return false;
         count = std::min(count, static_cast<uint32>(fBytes.size() - index));
-        std::copy(fBytes.begin() + index + count, fBytes.end(), fBytes.begin() + index);
+        fBytes.erase(index, count);
         SetLength(fLength > count ? fLength - count : 0);
         return true;
     }
@@ -173,7 +176,7 @@ struct TModel
     {
         index = index > 0x7FFFFFFF ? 0 : index;
         const size_t at = At(index);
-        if (index >= fLength || at >= fBytes.size())
+        if (index >= fLength || at >= End())
             return;
         const std::string encoded = Encode(c);
         std::string result = fBytes;
@@ -207,12 +210,13 @@ struct TModel
             fitting += Encode(units[i]);
         fBytes = fitting;
     }
-    size_t Search(const std::string& pattern, size_t from) const // at the start of a character
+    size_t Search(const std::string& pattern, size_t from) const // at the start of a character, before the first NUL
     {
-        size_t at = fBytes.find(pattern, from);
-        while (at < End() && !Starts(fBytes[at]))
-            at = fBytes.find(pattern, at + 1);
-        return at < End() ? at : std::string::npos;
+        const std::string text = fBytes.substr(0, End());
+        size_t at = text.find(pattern, from);
+        while (at < text.size() && !Starts(text[at]))
+            at = text.find(pattern, at + 1);
+        return at < text.size() ? at : std::string::npos;
     }
     uint32 SearchStr(const std::string& what, uint32 whatLength, uint32 from) const
     {
@@ -316,6 +320,41 @@ uint32 RandomIndex(uint32 count)
     return kind == 0 ? 0xFFFFFFFF - Below(3) : kind == 1 ? 0x80000000 : kind < 4 ? count + Below(3) : Below(count + 1);
 }
 
+// A client's string: it grows through the hooks alone, each time into another block, and nobody may read the old one.
+class TMovingString : public TNqString
+{
+public:
+    TMovingString() { Move(0); }
+    using TNqString::operator=;
+    int8* GetString() const override { return fBlock.get(); }
+    void SetByteLength(uint32 byteLength) override
+    {
+        if (byteLength > fMaxLength)
+            Move(byteLength);
+        fByteLength = byteLength;
+    }
+    void Claim(uint32 length, uint32 byteLength)
+    {
+        fLength = length;
+        fByteLength = byteLength;
+    }
+
+private:
+    void Move(uint32 maxLength)
+    {
+        std::unique_ptr<int8[]> block(new int8[maxLength + 1]());
+        if (fBlock != nullptr)
+        {
+            std::copy_n(fBlock.get(), fMaxLength + 1, block.get());
+            std::fill_n(fBlock.get(), fMaxLength + 1, '#');
+        }
+        fBlock = std::move(block);
+        fMaxLength = maxLength;
+    }
+
+    std::unique_ptr<int8[]> fBlock;
+};
+
 template <class TString>
 void EditRandomly(TString& s, TModel& m)
 {
@@ -325,6 +364,10 @@ void EditRandomly(TString& s, TModel& m)
     const uint32 i = RandomIndex(m.fLength);
     const uint32 n = Below(4) == 0 ? RandomIndex(m.fLength) : Below(4);
     const uint16 c = RandomChar();
+    const std::string own = m.fBytes + '\0'; // with the terminator
+    const uint32 at = Below(static_cast<uint32>(own.size()));
+    const uint32 ownCount =
+        Below(3) == 0 ? static_cast<uint32>(own.size()) - at : Below(static_cast<uint32>(own.size()) - at);
     std::u16string units;
     while (Below(8) != 0)
         units += static_cast<char16_t>(RandomChar());
@@ -337,6 +380,11 @@ void EditRandomly(TString& s, TModel& m)
         [&] { s.InsertStr(other, i); m.Insert(bytes, other.Length(), i); },
         [&] { s += s; m.fBytes.empty() ? void() : m.Append(m.fBytes); },
         [&] { s.InsertStr(s, i); m.Insert(std::string(m.fBytes), m.fLength, i); },
+        [&] { s.FromText(s.GetString() + at, ownCount); m.Set(own.substr(at, ownCount)); },
+        [&] { s.FromCPtr(s.GetString() + at); m.Set(own.c_str() + at); },
+        [&] { EXPECT_EQ(s.ReplaceStr(what, s, i), m.Replace(Bytes(what), what.Length(), own.substr(0, own.size() - 1), i)); },
+        [&] { EXPECT_EQ(s.ReplaceStr(s, other, i), m.Replace(own.substr(0, own.size() - 1), m.fLength, bytes, i)); },
+        [&] { s.SetSBCharAt(0, static_cast<int32>(at)); m.fBytes = (own.substr(0, at) + '\0' + own.substr(at + 1)).substr(0, m.fBytes.size()); },
         [&] { EXPECT_EQ(s.EraseStr(i, n), m.Erase(i, n)); },
         [&] { EXPECT_EQ(s.EraseSBStr(i, n), m.EraseSB(i, n)); },
         [&] { s.SetLength(i); m.SetLength(i); },
@@ -387,7 +435,8 @@ void CheckRandomEdits(uint32 seed)
     TString s;
     TModel m;
     m.fMax = s.MaxLength();
-    m.fGrows = std::is_same_v<TString, TNqDynamicString>;
+    m.fDynamic = std::is_same_v<TString, TNqDynamicString>;
+    m.fGrows = m.fDynamic || std::is_same_v<TString, TMovingString>;
     for (int step = 0; step < 20000 && !::testing::Test::HasFailure(); ++step)
     {
         if (s.ByteLength() > 300)
@@ -411,6 +460,41 @@ TEST_F(StringTest, RandomEditsFollowAModelOfBytes)
     CheckRandomEdits<TNqString15>(1);
     CheckRandomEdits<TNqString63>(2);
     CheckRandomEdits<TNqDynamicString>(3);
+    CheckRandomEdits<TMovingString>(4);
+}
+
+TEST_F(StringTest, ErasingByteByByteEmptiesEveryText)
+{
+    // Cut characters at the end, no character at all, and characters that are no longer there.
+    for (const char* const text : {"abcdefghijklmn\xC3\xA9", "abc\xF0\x9F", "\x80\x80\x80", "a\xE2\xE2", "\xFFz\xFF"})
+    {
+        TNqString15 s(text);
+        for (uint32 added = 2; s.ByteLength() < 14 && added != 0; --added)
+            s += uint16{0x80}; // counted, but no character
+        for (uint32 left = s.ByteLength(); left != 0; left = s.ByteLength())
+        {
+            ASSERT_TRUE(s.EraseSBStr(0, 1));
+            ASSERT_LT(s.ByteLength(), left) << text;
+            ASSERT_EQ(s.GetString()[s.ByteLength()], 0);
+        }
+        EXPECT_FALSE(s.EraseSBStr(0, 1));
+        EXPECT_EQ(s.Length(), 0U);
+    }
+    TakeReports();
+}
+
+TEST_F(StringTest, CountsFrom2To31OnAreNotNegative)
+{
+    TMovingString s;
+    s = TNqString15("a\xC3\xA9z");
+    s.Claim(0xF0000000, s.ByteLength());
+    EXPECT_EQ(s.GetSubStringByteLength(0, 0xE0000000), 4U);
+    s.SetLength(0xE0000000);
+    EXPECT_EQ(Bytes(s), "a\xC3\xA9z");
+    s.Claim(4, 0x80000001);
+    s.SetSBCharAt('b', 0);
+    EXPECT_EQ(s.GetString()[0], 'b');
+    s.Claim(0, 0);
 }
 
 TEST_F(StringTest, FieldsAndSlotsStandWhereOtherModulesExpectThem)
@@ -462,6 +546,9 @@ TEST_F(StringTest, TextsGoInAndOutAsTheyAre)
     EXPECT_EQ(std::string(out, out + 4), "\3abc");
     EXPECT_EQ(s.ToUTF8Ptr(out), out + 3);
     EXPECT_STREQ(reinterpret_cast<char*>(out), "abc");
+    TNqString15 inPlace("abc");
+    inPlace.ToPPtr(reinterpret_cast<uint8*>(inPlace.GetString()));
+    EXPECT_EQ(std::string(inPlace.GetString(), 4), "\3abc");
     EXPECT_EQ(Bytes(TNqDynamicString("ab\0c", 4) + s), std::string("ab\0cabc", 7));
     uint16 unit = 7;
     EXPECT_EQ(s.ToUnicode(&unit, 0), &unit);
@@ -596,6 +683,13 @@ TEST_F(StringTest, WideStringsHoldTheUnitsAndATerminator)
     wide.FromUnicode(units);
     EXPECT_EQ(wide.Length(), 2U);
     EXPECT_EQ(wide.StrGet()[1], 0xD800);
+    for (uint32 first = 0; first <= 6; ++first) // of its own units
+    {
+        wide = TNqString15("abcdef");
+        wide.FromUnicode(wide.StrGet() + first);
+        EXPECT_EQ(std::u16string(reinterpret_cast<char16_t*>(wide.StrGet())), std::u16string(u"abcdef" + first));
+        EXPECT_EQ(wide.Length(), 6 - first);
+    }
 }
 
 TEST_F(StringTest, WithoutMemoryADynamicStringIsEmptyAndStillUsable)
@@ -617,6 +711,13 @@ TEST_F(StringTest, WithoutMemoryADynamicStringIsEmptyAndStillUsable)
         [&](auto& s) { EXPECT_LE(TNqDynamicString(s, 1, 2).ByteLength(), 2U); },
         [&](auto& s) { EXPECT_NE(NqCompareStrings(s, longText), 0); },
         [&](auto& s) { EXPECT_LE(TNqWideString(s).Length(), s.Length()); },
+        [&](auto& s)
+        {
+            TNqWideString wide(s);
+            wide.FromUnicode(units);
+            EXPECT_TRUE(wide.StrGet() == nullptr || wide.StrGet()[wide.Length()] == 0);
+            EXPECT_TRUE(wide.Length() == 0 || wide.StrGet()[0] == units[0]) << "what was held before is no result";
+        },
     };
     for (size_t i = 0; i < std::size(edits); ++i)
     {

@@ -124,7 +124,8 @@ TEST_F(TranscoderTest, CountingAndIndexingAgreeWithAPlainWalkAtEveryLengthAndSta
             ASSERT_EQ(UTF8CharIndex(bytes.data(), i, size), wanted) << "character " << i;
             ASSERT_EQ(UTF8CharIndex(terminated.data(), i), wanted) << "character " << i;
         }
-        ASSERT_EQ(UTF8CharIndex(bytes.data(), 0x80000000, size), 0U);
+        ASSERT_EQ(UTF8CharIndex(terminated.data(), 0x80000000), 0U);
+        ASSERT_EQ(UTF8CharIndex(bytes.data(), 0x80000000, size), end);
     }
 }
 

@@ -4,10 +4,11 @@
 
 #include "NqCore/Include/UTF8Transcoder.h"
 
-// Bytes of the character that starts at `at`: what its lead byte asks for, as far as it is there. 0 where none starts.
+// Bytes of the character that starts at `at`: what its lead byte asks for, as far as it is there. 0 where none starts,
+// as at a NUL.
 inline uint32 NqCharWidth(const uint8* bytes, uint32 byteLength, uint32 at)
 {
-    const uint32 wanted = UTF8NumBytes(bytes[at]);
+    const uint32 wanted = bytes[at] != 0 ? UTF8NumBytes(bytes[at]) : 0;
     uint32 width = wanted != 0;
     while (width < wanted && at + width < byteLength && bytes[at + width] != 0)
         ++width;

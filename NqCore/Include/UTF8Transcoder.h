@@ -24,8 +24,8 @@ inline boolean UTF8IsCharStart(uint8 byte)
 uint32 UTF8StrLen(const uint8* text);
 uint32 UTF8StrLen(const uint8* text, NqSize byteLength);
 
-// The byte index of the character with this index; 0 when it is negative as int32, the end of the text when there is
-// none.
+// The byte index of the character with this index, the end of the text when there is none. The form without a number of
+// bytes gives 0 for an index that is negative as int32.
 uint32 UTF8CharIndex(const uint8* text, uint32 charIndex);
 uint32 UTF8CharIndex(const uint8* text, uint32 charIndex, NqSize byteLength);
 

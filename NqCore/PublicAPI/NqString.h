@@ -106,8 +106,8 @@ public:
 
     // ---- Conversion in ----
 
-    // The core of every assignment: takes `length` bytes. With null data the bytes held before stay under the new
-    // length, and further ones are 0.
+    // The core of every assignment: takes `length` bytes, which may be the string's own. With null data the bytes held
+    // before stay under the new length, and further ones are 0.
     void FromText(const char* data, uint32 length);
 
     // A NUL-terminated text of UTF-8 bytes, unchanged. Null does nothing.
@@ -177,7 +177,8 @@ public:
     // Removes nCount characters from nIndex on, as many as there are. False when there is nothing to remove.
     boolean EraseStr(uint32 nIndex, uint32 nCount);
 
-    // The same in bytes, for single-byte text only: nCount is also taken off the number of characters kept.
+    // The same in bytes, for single-byte text only: nCount is also taken off the number of characters kept. What is
+    // left is always shorter than before.
     boolean EraseSBStr(uint32 nIndex, uint32 nCount);
 
     // Keeps only nCount characters from nIndex on. A start at or past the end is reported ("nIndex < Length()") and
@@ -277,8 +278,9 @@ private:
     friend struct TNqStringLayout;
 
     static uint32 GetPatternLength(TByteRun inPattern, uint32 inLength); // bytes that SearchStr compares; 0: no match
-    void CorrectLength();           // malformed text may leave fewer bytes than characters were counted
-    boolean MakeRoom(uint32 extra); // for TranslateAscii: raises both lengths, false without the room
+    void RemoveBytes(uint32 start, uint32 end); // terminates the rest, whose characters the caller counts
+    void CorrectLength();                       // malformed text may leave fewer bytes than characters were counted
+    boolean MakeRoom(uint32 extra);             // for TranslateAscii: raises both lengths, false without the room
     void ChangeLineBreaks(char lineBreak);
     void ChangeLineBreaksToWin();
 };
@@ -402,12 +404,12 @@ public:
     TNqWideString& operator=(const TNqString& inString);
 
     void FromString(const TNqString& inString);
-    void FromUnicode(const uint16* text); // null does nothing
+    void FromUnicode(const uint16* text); // its own units too; null does nothing
 
     // Units without the terminator.
     uint32 Length() const;
 
-    // The units; null before any text was assigned.
+    // The units; null before any text was assigned. Without memory for a text the string is empty.
     uint16* StrGet() const;
 
 private:

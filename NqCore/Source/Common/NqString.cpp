@@ -230,6 +230,8 @@ TNqString& TNqString::operator=(const TNqString& inString)
 void TNqString::FromText(const char* data, uint32 length)
 {
     const uint32 oldByteLength = fByteLength;
+    // The string's own bytes grow only by their terminator, and are in place when they have moved.
+    const bool isWholeBuffer = fMaxLength != 0 && length == fMaxLength + 1 && data == GetString();
     SetByteLength(length);
     int8* const buffer = GetString();
     if (buffer == nullptr)
@@ -237,6 +239,8 @@ void TNqString::FromText(const char* data, uint32 length)
         fLength = 0;
         return;
     }
+    if (isWholeBuffer)
+        data = buffer;
     if (data != nullptr)
         std::memmove(buffer, data, fByteLength);
     else if (fByteLength > oldByteLength)
@@ -356,15 +360,15 @@ void TNqString::ToCPtr(char* out) const
 
 uint8* TNqString::ToUTF8Ptr(uint8* out) const
 {
-    std::memcpy(out, GetText(*this).fBytes, fByteLength);
+    std::memmove(out, GetText(*this).fBytes, fByteLength);
     out[fByteLength] = 0;
     return out + fByteLength;
 }
 
 void TNqString::ToPPtr(uint8* out) const
 {
+    std::memmove(out + 1, GetText(*this).fBytes, fByteLength);
     out[0] = static_cast<uint8>(fByteLength);
-    std::memcpy(out + 1, GetText(*this).fBytes, fByteLength);
 }
 
 uint16* TNqString::ToUnicode(uint16* data, int32 dataSize) const
@@ -461,12 +465,16 @@ boolean TNqString::IsNumericString() const
 
 TNqString& TNqString::operator+=(const TNqString& inString)
 {
-    const TByteRun text = GetText(inString);
+    TByteRun text = GetText(inString);
     if (text.fByteLength == 0)
         return *this;
     const uint32 oldByteLength = fByteLength;
     SetByteLength(ClampByteLength(static_cast<uint64>(oldByteLength) + text.fByteLength));
     int8* const buffer = GetString();
+    if (buffer == nullptr)
+        return *this;
+    if (this == &inString)
+        text.fBytes = buffer; // it may have moved
     SpliceBytes(buffer, oldByteLength, text);
     TerminateAndCount(buffer);
     return *this;
@@ -503,6 +511,8 @@ void TNqString::InsertStr(const TNqString& inString, uint32 nIndex)
     if (text.fByteLength == 0 || !CanInsertAt(nIndex))
         return;
     int8* const buffer = GetString();
+    if (buffer == nullptr)
+        return;
     const uint32 byteIndex = UTF8CharIndex(AsBytes(buffer), nIndex, fByteLength);
     const uint64 newByteLength = static_cast<uint64>(fByteLength) + text.fByteLength;
     if (NqCheck(newByteLength <= fMaxLength))
@@ -512,27 +522,34 @@ void TNqString::InsertStr(const TNqString& inString, uint32 nIndex)
     buffer[fByteLength] = 0;
 }
 
+void TNqString::RemoveBytes(uint32 start, uint32 end)
+{
+    int8* const buffer = GetString();
+    std::memmove(buffer + start, buffer + end, fByteLength - end);
+    SetByteLength(fByteLength - (end - start));
+    buffer[fByteLength] = 0;
+}
+
 boolean TNqString::EraseStr(uint32 nIndex, uint32 nCount)
 {
     if (IsNegative(nIndex) || IsNegative(nCount) || nCount == 0 || nIndex >= fLength)
         return false;
-    int8* const buffer = GetString();
-    const uint8* const bytes = AsBytes(buffer);
+    const TByteRun text = GetText(*this);
+    const uint8* const bytes = AsBytes(text.fBytes);
     const uint32 count = Nq_Min(nCount, fLength - nIndex);
-    const uint32 start = UTF8CharIndex(bytes, nIndex, fByteLength);
+    const uint32 start = UTF8CharIndex(bytes, nIndex, text.fByteLength);
+    const uint32 textEnd = start + GetCharBytes(text.fBytes + start, text.fByteLength - start);
     uint32 end = start;
     uint32 width = 0; // of the last character; a stray byte is taken to be as wide
-    for (uint32 left = count; left != 0 && end < fByteLength && bytes[end] != 0; --left)
+    for (uint32 left = count; left != 0 && end < textEnd; --left)
     {
         if (UTF8IsCharStart(bytes[end]))
-            width = NqCharWidth(bytes, fByteLength, end);
-        end += Nq_Min(width, fByteLength - end);
+            width = NqCharWidth(bytes, textEnd, end);
+        end += Nq_Min(width, textEnd - end);
     }
     if (end == start)
         return false;
-    std::memmove(buffer + start, buffer + end, fByteLength - end);
-    SetByteLength(fByteLength - (end - start));
-    buffer[fByteLength] = 0;
+    RemoveBytes(start, end);
     fLength -= count;
     CorrectLength();
     return true;
@@ -542,10 +559,8 @@ boolean TNqString::EraseSBStr(uint32 nIndex, uint32 nCount)
 {
     if (IsNegative(nIndex) || IsNegative(nCount) || nCount == 0 || nIndex >= fByteLength)
         return false;
-    int8* const buffer = GetString();
     const uint32 count = Nq_Min(nCount, fByteLength - nIndex);
-    const uint32 end = nIndex + count;
-    std::memmove(buffer + nIndex, buffer + end, fByteLength - end);
+    RemoveBytes(nIndex, nIndex + count);
     SetLength(fLength > count ? fLength - count : 0);
     return true;
 }
@@ -568,12 +583,13 @@ void TNqString::SetCharAt(uint16 c, uint32 nIndex)
         return;
     const uint8* bytes = AsBytes(GetString());
     const uint32 at = UTF8CharIndex(bytes, charIndex, fByteLength);
-    if (at >= fByteLength)
-        return;
+    const uint32 oldWidth = at < fByteLength ? NqCharWidth(bytes, fByteLength, at) : 0;
+    if (oldWidth == 0)
+        return; // fewer characters than were counted
     uint8 encoded[3];
     const uint32 newWidth = UnicodeToUTF8Char(c, encoded);
     const uint32 oldByteLength = fByteLength;
-    const uint32 tail = at + NqCharWidth(bytes, fByteLength, at);
+    const uint32 tail = at + oldWidth;
     SetByteLength(ClampByteLength(static_cast<uint64>(at) + newWidth + (oldByteLength - tail)));
 
     int8* const buffer = GetString();
@@ -601,7 +617,7 @@ void TNqString::SetSBCharAt(char c, int32 nIndex)
 {
     if (!NqCheck(nIndex >= 0))
         nIndex = 0;
-    if (!NqCheck(nIndex <= int32(fByteLength)))
+    if (!NqCheckText(static_cast<uint32>(nIndex) <= fByteLength, "nIndex <= int32(fByteLength)"))
         return;
     if (static_cast<uint32>(nIndex) == fByteLength && !NqCheckText(c == 0, "c==0"))
         return;
@@ -1085,7 +1101,7 @@ void TNqDynamicString::Append(const char* ss, uint32 byteCount)
     if (ss == nullptr || byteCount == 0)
         return;
     const uintpointer offset = reinterpret_cast<uintpointer>(ss) - reinterpret_cast<uintpointer>(fStringBuffer);
-    const bool ownBytes = fStringBuffer != nullptr && offset <= fByteLength;
+    const bool ownBytes = fStringBuffer != nullptr && offset <= fMaxLength;
     const uint32 oldByteLength = fByteLength;
     SetByteLength(ClampByteLength(static_cast<uint64>(oldByteLength) + byteCount));
     int8* const buffer = GetString();
@@ -1164,6 +1180,13 @@ void TNqWideString::FromUnicode(const uint16* text)
     NqSize count = 1;
     while (text[count - 1] != 0)
         ++count;
+    if (fStringBuffer.IsInArray(text)) // its own units, of which it drops the first ones
+    {
+        std::memmove(fStringBuffer.ArrayData(), text, count * sizeof(uint16));
+        fStringBuffer.SetElemCount(count);
+        return;
+    }
+    fStringBuffer.SetElemCount(0); // zeroes the units held before
     if (fStringBuffer.SetElemCount(count))
         std::memcpy(fStringBuffer.ArrayData(), text, count * sizeof(uint16));
 }

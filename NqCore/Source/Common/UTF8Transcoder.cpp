@@ -87,8 +87,6 @@ uint32 UTF8CharIndex(const uint8* text, uint32 charIndex)
 
 uint32 UTF8CharIndex(const uint8* text, uint32 charIndex, NqSize byteLength)
 {
-    if (static_cast<int32>(charIndex) < 0)
-        return 0;
     NqSize i = 0;
     uint32 left = charIndex;
     for (; i + 8 <= byteLength; i += 8)
