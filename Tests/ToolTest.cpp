@@ -633,6 +633,100 @@ TEST_F(ToolTest, ACrashInAModelLibraryIsAStatus)
               "2nqtoken: a.obj: the library that reads and writes models crashed (Aborted); nothing was written\n");
 }
 
+// What reads models cannot take all of the machine: a limit that is met is named, and its option.
+TEST_F(ToolTest, MemoryAndTimeAreLimited)
+{
+    const auto guarded = [](const nqtoken::Limits& limits, const std::function<int()>& work)
+    {
+        ::testing::internal::CaptureStderr();
+        const int status = nqtoken::RunGuarded("a.obj", work, limits);
+        return std::to_string(status) + ::testing::internal::GetCapturedStderr();
+    };
+    const auto forever = []() -> int
+    {
+        for (volatile int turn = 0;; turn = 1 - turn)
+        {
+        }
+    };
+    EXPECT_EQ(guarded({0, 0.05}, forever), "2nqtoken: a.obj: takes longer than the limit of 0.05 seconds; "
+                                           "--time-limit raises it; nothing was written\n");
+    EXPECT_EQ(guarded({0, 0}, [] { return usleep(100000); }), "0");
+    EXPECT_EQ(guarded({0, 0.3}, [] { return nqtoken::EndTimeLimit(), usleep(500000); }), "0");
+
+    std::string model;
+    for (int i = 0; i < 60000; ++i)
+        model += "v 0.25 1 " + std::to_string(i) + "\n";
+    Put("slow.obj", model + "f 1 2 3\n");
+    Put("kept.nq", "kept");
+    TRun run = Run({"import", "slow.obj", "-o", "kept.nq", "--time-limit", "0.001"});
+    if (Contains(run.fErr, "built without assimp"))
+        GTEST_SKIP();
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_TRUE(Contains(run.fErr, "slow.obj: takes longer than the limit of 0.001 seconds; --time-limit")) << run.fErr;
+    EXPECT_EQ(Run({"import", "slow.obj", "--time-limit", "99999999"}).fStatus, 2);
+
+    if (!nqtoken::LimitsMemory())
+        GTEST_SKIP() << "a sanitizer takes more address space than can be limited";
+    static constexpr uint64 kMegabyte = 1 << 20;
+    const auto take = [](size_t megabytes)
+    {
+        std::vector<std::string> taken;
+        for (size_t i = 0; i < megabytes; ++i)
+            taken.emplace_back().reserve(kMegabyte);
+        return static_cast<int>(taken.size());
+    };
+    const std::string refused = "2nqtoken: a.obj: takes more memory than the limit of 100 MB; --memory-limit raises it";
+    EXPECT_EQ(guarded({100 * kMegabyte}, [&] { return take(60); }), "60");
+    EXPECT_EQ(guarded({100 * kMegabyte}, [&] { return take(110); }), refused + "\n");
+    const std::string crashed = guarded({100 * kMegabyte}, [&]() noexcept { return take(110); });
+    EXPECT_TRUE(Contains(crashed, refused.substr(1) + "; nothing was written\n")) << crashed;
+    EXPECT_EQ(guarded({uint64{0}}, [&] { return take(200); }), "200");
+    // A scene may take a multiple of its size: for a second one as much again, and no more for a time without one.
+    const auto scenes = [&](size_t first, size_t second)
+    {
+        {
+            const nqtoken::SceneLimit limit(kMegabyte);
+            take(first);
+        }
+        take(400);
+        const nqtoken::SceneLimit limit(kMegabyte);
+        return take(second) / 10;
+    };
+    EXPECT_EQ(guarded({}, [&] { return scenes(300, 300); }), "30");
+    const std::string more =
+        "2nqtoken: a.obj: takes more than 320 MB of memory, which are 256 MB and 64 times the size "
+        "of the scene; --memory-limit allows more\n";
+    EXPECT_EQ(guarded({}, [&] { return scenes(330, 0); }), more);
+    EXPECT_EQ(guarded({}, [&] { return scenes(0, 330); }), more);
+    EXPECT_EQ(guarded({2000 * kMegabyte}, [&] { return scenes(330, 330); }), "33");
+    EXPECT_GE(nqtoken::DefaultMemoryLimit(1), nqtoken::DefaultMemoryLimit(4));
+    EXPECT_LE(nqtoken::DefaultMemoryLimit(1), static_cast<uint64>(sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE) / 2));
+
+    // Vertices that a model only says it has, and scenes of blocks with nothing in them.
+    run = Run({"import", Put("hungry.off", "OFF\n3535352353 6 0\n0 0 0\n"), "--memory-limit", "1g"});
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_TRUE(Contains(run.fErr, "takes more memory than the limit of 1 GB; --memory-limit raises it\n")) << run.fErr;
+    EXPECT_LT(run.fMemory, 1 << 20);
+    std::string nodes;
+    for (int i = 0; i < 330000; ++i)
+        nodes += "NODE{}";
+    Put("empty.nq",
+        "SCEN{MESH{NVTX 3 POSN 0,0,0,1,0,0,0,1,0 NFAC 1 NCRN 3 FSIZ 3 CRNR 0,1,2 }NODE{NMSH 1 MSHS 0 }" + nodes + "} ");
+    for (const char* target : {"kept.obj", "kept.glb"})
+    {
+        Put(target, "kept");
+        run = Run({"export", "empty.nq", "-o", target});
+        EXPECT_LT(run.fMemory, 400 << 10) << target;
+        EXPECT_TRUE(run.fStatus == 0 || Contains(run.fErr, "takes more than 376.9 MB of memory, which are"))
+            << run.fErr;
+        EXPECT_TRUE(run.fStatus == 0 || ReadAll(Path(target)) == "kept");
+    }
+    run = Run({"compare", "empty.nq", "slow.obj", "--memory-limit", "20MB"});
+    EXPECT_EQ(run.fStatus, 2);
+    EXPECT_TRUE(Contains(run.fErr, "empty.nq: takes more memory than the limit of 20 MB")) << run.fErr;
+    EXPECT_EQ(ReadAll(Path("kept.nq")), "kept");
+}
+
 // A scene cut at every byte, and scenes with a few bytes changed: read and checked in this process, thousands of them.
 TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
 {

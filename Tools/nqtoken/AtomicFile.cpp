@@ -146,7 +146,7 @@ void PrepareProcess()
     struct sigaction action = {};
     action.sa_handler = RemoveAndDie;
     sigfillset(&action.sa_mask);
-    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGXCPU})
     {
         struct sigaction current = {};
         sigaction(number, nullptr, &current);

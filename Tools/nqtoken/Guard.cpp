@@ -17,6 +17,7 @@
 #include <fcntl.h>
 #include <iterator>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -128,9 +129,35 @@ bool WaitFor(pid_t inProcess, int& outStatus)
     return true;
 }
 
-// No exception leaves the process that does the work.
-int Finished(const std::string& inFile, const std::function<int()>& inWork)
+// What a process leaves behind, in memory that it has in common with this one.
+class SharedState
 {
+public:
+    SharedState()
+    {
+        void* const shared =
+            mmap(nullptr, sizeof(LimitState), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        fState = shared != MAP_FAILED ? static_cast<LimitState*>(shared) : &fOwn;
+    }
+    ~SharedState()
+    {
+        if (fState != &fOwn)
+            munmap(fState, sizeof(LimitState));
+    }
+    SharedState(const SharedState&) = delete;
+    SharedState& operator=(const SharedState&) = delete;
+
+    LimitState& Get() { return *fState; }
+
+private:
+    LimitState fOwn = {};
+    LimitState* fState;
+};
+
+// No exception leaves the process that does the work.
+int Finished(const std::string& inFile, const std::function<int()>& inWork, const Limits& inLimits, LimitState& ioState)
+{
+    const LimitsInForce limits(inLimits, ioState);
     int status = kTrouble;
     const Outcome outcome = CatchExceptions(inFile,
                                             [&]
@@ -141,6 +168,17 @@ int Finished(const std::string& inFile, const std::function<int()>& inWork)
     if (!outcome.Ok())
         PutNote(outcome.Text());
     return status;
+}
+
+// Why a process ended that a signal has ended.
+std::string EndText(int inSignal, const Limits& inLimits, const LimitState& inState)
+{
+    if (inSignal == SIGALRM || inSignal == SIGXCPU)
+        return OutOfTimeText(inLimits);
+    if (inState.fMemoryRefused)
+        return inState.fMemoryText;
+    return fmt::format("the library that reads and writes models {} ({})",
+                       inSignal == SIGKILL ? "was ended" : "crashed", strsignal(inSignal));
 }
 
 // --- what a GuardProcesses and its processes say to each other: a number, and the status of the work
@@ -266,8 +304,9 @@ bool Start(const GuardProcesses::Work& inWork, BlockingSignals& ioBlocking,
 
 } // namespace
 
-int RunGuarded(const std::string& inFile, const std::function<int()>& inWork)
+int RunGuarded(const std::string& inFile, const std::function<int()>& inWork, const Limits& inLimits)
 {
+    SharedState state;
     BlockingSignals blocking; // no signal may arrive before it is known whom to pass it on to
     const pid_t parent = getpid();
     const pid_t worker = fork();
@@ -275,12 +314,12 @@ int RunGuarded(const std::string& inFile, const std::function<int()>& inWork)
     {
         BecomeChild(parent);
         blocking.End();
-        exit(Finished(inFile, inWork));
+        exit(Finished(inFile, inWork, inLimits, state.Get()));
     }
     if (worker < 0)
     {
         blocking.End();
-        return Finished(inFile, inWork);
+        return Finished(inFile, inWork, inLimits, state.Get());
     }
     gProcesses[0] = worker;
     SignalActions before;
@@ -298,8 +337,7 @@ int RunGuarded(const std::string& inFile, const std::function<int()>& inWork)
     const int number = WTERMSIG(status);
     if (EndsPrograms(number))
         DieOf(number);
-    PutNote(fmt::format("{}: the library that reads and writes models {} ({}); nothing was written", inFile,
-                        number == SIGKILL ? "was ended" : "crashed", strsignal(number)));
+    PutNote(fmt::format("{}: {}; nothing was written", inFile, EndText(number, inLimits, state.Get())));
     return kTrouble;
 }
 

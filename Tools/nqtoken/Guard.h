@@ -1,8 +1,9 @@
 // Runs work in a process of its own, because the libraries that read models are not built for files that mean harm: a
-// crash in them must become a message and an exit status.
+// crash in them must become a message and an exit status, and so must a hunger for memory or time.
 
 #pragma once
 
+#include "Tools/nqtoken/Limits.h"
 #include "Tools/nqtoken/Outcome.h"
 #include "Tools/nqtoken/Output.h"
 
@@ -17,8 +18,8 @@ namespace nqtoken
 {
 
 // The status of inWork, which may print and ends its process; kTrouble, and a message about inFile, when it ended in a
-// crash. Signals that end the program end the work as well. Only for a process with a single thread.
-int RunGuarded(const std::string& inFile, const std::function<int()>& inWork);
+// crash or at a limit. Signals that end the program end the work as well. Only for a process with a single thread.
+int RunGuarded(const std::string& inFile, const std::function<int()>& inWork, const Limits& inLimits = {});
 
 // Processes for work of which several pieces are to be guarded at the same time. They are made while this process has
 // no threads yet, since what a thread has locked at a fork stays locked in the new process; then each waits to be told

@@ -53,15 +53,17 @@ ExitStatus ImportModels(const ImportOptions& inOptions, Output& ioOutput)
         ioOutput.PutNote(chosen.Text());
         return chosen.Status();
     }
+    const int32 jobs = JobCount(inOptions.fJobs, models.size());
+    Limits limits = inOptions.fLimits;
+    limits.fMemory = limits.fMemory.value_or(DefaultMemoryLimit(jobs));
     const auto import = [&](uint32 index)
     {
-        return RunGuarded(models[index],
-                          [&] { return ImportOne(models[index], targets.fPaths[index], inOptions.fPayload); });
+        return RunGuarded(
+            models[index], [&] { return ImportOne(models[index], targets.fPaths[index], inOptions.fPayload); }, limits);
     };
     ExitStatus status = kTrouble;
     {
         // One at a time needs no thread here, and so no process that forks in its place.
-        const int32 jobs = JobCount(inOptions.fJobs, models.size());
         GuardProcesses processes(jobs > 1 ? jobs : 0, import);
         const TNqHost host(HostOptions(processes.Count()));
         TNqHost::SetThreadAbortFlag(&GuardProcesses::Cancelled());

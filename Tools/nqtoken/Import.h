@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "Tools/nqtoken/Limits.h"
 #include "Tools/nqtoken/Outcome.h"
 #include "Tools/nqtoken/SceneWriter.h"
 
@@ -21,6 +22,7 @@ struct ImportOptions
     std::string fTarget; // a file, a folder, or empty: beside the models
     Payload fPayload = Payload::kText;
     int32 fJobs = 1; // models to read at a time; 0: one per processor
+    Limits fLimits;  // for each model
 };
 
 // The name of each scene is printed, unless it was given. The status is the worst of all. To be called before there is

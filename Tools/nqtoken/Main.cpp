@@ -9,6 +9,7 @@
 #include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/Guard.h"
 #include "Tools/nqtoken/Import.h"
+#include "Tools/nqtoken/Limits.h"
 #include "Tools/nqtoken/ModelExport.h"
 #include "Tools/nqtoken/ModelImport.h"
 #include "Tools/nqtoken/Output.h"
@@ -61,6 +62,7 @@ struct Arguments
     int32 fJobs = 1;
     uint64 fLimit = 100;
     real64 fTolerance = kTextTolerance;
+    Limits fLimits;
     ConnectionOptions fConnection;
 };
 
@@ -71,6 +73,7 @@ int Import(const Arguments& inArguments)
     options.fTarget = inArguments.fTarget;
     options.fPayload = inArguments.fPayload == "raw" ? Payload::kRaw : Payload::kText;
     options.fJobs = inArguments.fJobs;
+    options.fLimits = inArguments.fLimits;
     Output output;
     return Finish(Outcome(ImportModels(options, output), {}), output);
 }
@@ -78,8 +81,12 @@ int Import(const Arguments& inArguments)
 int Export(const Arguments& inArguments)
 {
     Output output;
+    TokenFile file;
+    Outcome outcome = file.Open(inArguments.fInputs[0]);
+    const SceneLimit limit(outcome.Ok() ? file.Size() : 0);
     Scene scene;
-    Outcome outcome = ReadScene(inArguments.fInputs[0], scene);
+    if (outcome.Ok())
+        outcome = ReadScene(file, scene);
     std::vector<std::string> notes;
     if (outcome.Ok())
         outcome = ExportModel(scene, inArguments.fTarget, notes);
@@ -108,7 +115,10 @@ Outcome ReadEither(const std::string& inPath, Scene& outScene)
     if (!outcome.Ok())
         return outcome;
     if (inPath == "-" || HoldsScene(file))
+    {
+        const SceneLimit limit(file.Size());
         return ReadScene(file, outScene);
+    }
     std::vector<std::string> notes;
     return ImportModel(inPath, outScene, notes);
 }
@@ -118,9 +128,11 @@ int Compare(const Arguments& inArguments)
     Output output;
     Scene a;
     Scene b;
-    Outcome outcome = ReadEither(inArguments.fInputs[0], a);
+    const auto read = [](const std::string& path, Scene& scene)
+    { return CatchExceptions(path, [&] { return ReadEither(path, scene); }); };
+    Outcome outcome = read(inArguments.fInputs[0], a);
     if (outcome.Ok())
-        outcome = ReadEither(inArguments.fInputs[1], b);
+        outcome = read(inArguments.fInputs[1], b);
     if (!outcome.Ok()) // without a comparison there is no "different"
         return Finish(Trouble(outcome.Text()), output);
     return Finish(Outcome(CompareScenes(a, b, inArguments.fTolerance, output), {}), output);
@@ -161,6 +173,21 @@ void DescribeJobs(CLI::App& ioCommand, Arguments& outArguments)
         ->capture_default_str();
 }
 
+void DescribeLimits(CLI::App& ioCommand, Arguments& outArguments)
+{
+    constexpr real64 kMonth = 30 * 86400;
+    ioCommand
+        .add_option("--memory-limit", outArguments.fLimits.fMemory,
+                    "give up on what takes more memory, such as 4GB; 0: never. Otherwise half of the machine's, shared "
+                    "by what works at a time, and for a scene 64 times its size and 256 MB")
+        ->transform(ByteCount())
+        ->type_name("BYTES");
+    ioCommand.add_option("--time-limit", outArguments.fLimits.fTime, "give up on what takes more seconds; 0: never")
+        ->check(PositiveReal(kMonth, fmt::format("from 0 to {}", kMonth)))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+}
+
 void DescribeImport(CLI::App& ioApp, Arguments& outArguments)
 {
     CLI::App* command = ioApp.add_subcommand("import", "Turn 3D models into scenes");
@@ -177,6 +204,7 @@ void DescribeImport(CLI::App& ioApp, Arguments& outArguments)
         ->type_name("KIND")
         ->capture_default_str();
     DescribeJobs(*command, outArguments);
+    DescribeLimits(*command, outArguments);
     command->footer("A model that cannot be read is told, and the others are imported all the same.\n"
                     "Example: nqtoken import duck.dae -o duck.nq\n"
                     "         nqtoken import duck.dae -o duck.nq --payload raw\n"
@@ -191,6 +219,7 @@ void DescribeExport(CLI::App& ioApp, Arguments& outArguments)
     command->add_option("-o,--output", outArguments.fTarget, "model to write: .obj, .ply, .stl, .gltf or .glb")
         ->required()
         ->type_name("MODEL");
+    DescribeLimits(*command, outArguments);
     command->footer("Example: nqtoken export duck.nq -o duck.glb\n" + std::string(kStatusText));
 }
 
@@ -233,6 +262,7 @@ void DescribeCompare(CLI::App& ioApp, Arguments& outArguments)
         ->check(PositiveReal(std::numeric_limits<real64>::max(), "of 0 or more"))
         ->type_name("T")
         ->capture_default_str();
+    DescribeLimits(*command, outArguments);
     command->footer(
         "Compares nodes, meshes, materials and images. Numbers that went through decimal text differ by up to half a\n"
         "unit in the sixth decimal: that is the default tolerance.\n"
@@ -360,7 +390,9 @@ int Run(int inCount, char** inArguments)
     if (app.got_subcommand("receive"))
         return Receive(arguments);
     const Command command = app.got_subcommand("export") ? Export : Compare;
-    return RunGuarded(arguments.fInputs[0], [&] { return command(arguments); });
+    // What ends the reading of two files is not known to be the fault of one.
+    return RunGuarded(
+        fmt::format("{}", fmt::join(arguments.fInputs, " or ")), [&] { return command(arguments); }, arguments.fLimits);
 }
 
 } // namespace

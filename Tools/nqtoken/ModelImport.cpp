@@ -2,6 +2,7 @@
 
 #include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/InputFile.h"
+#include "Tools/nqtoken/Limits.h"
 #include "Tools/nqtoken/SceneNames.h"
 #include "Tools/nqtoken/Text.h"
 
@@ -372,6 +373,8 @@ Outcome ImportModel(const std::string& inPath, Scene& outScene, std::vector<std:
     if (shown != inPath)
         importer.SetIOHandler(new RenamingFiles(shown, inPath)); // taken over
     const aiScene* model = importer.ReadFile(shown, 0);
+    if (MemoryRefused())
+        return Trouble(fmt::format("{}: {}", inPath, OutOfMemoryText()));
     if (model == nullptr)
         return AtFault(fmt::format("{}: not a model that can be read: {}", inPath, importer.GetErrorString()));
     outScene = Scene();

@@ -1,5 +1,7 @@
 #include "Tools/nqtoken/Reports.h"
 
+#include "Tools/nqtoken/Limits.h"
+
 #include "NqCore/PublicAPI/NqException.h"
 
 #include <fmt/format.h>
@@ -51,12 +53,14 @@ Outcome CatchExceptions(const std::string& inFile, const std::function<Outcome()
     }
     catch (const std::bad_alloc&)
     {
-        return Trouble(start + "out of memory");
+        return Trouble(start + OutOfMemoryText());
     }
     catch (const TNqException& error)
     {
         if (error.GetError() == kNqErrCancelled)
             throw;
+        if (error.GetError() == kNqErrOutOfMemory)
+            return Trouble(start + OutOfMemoryText());
         return Trouble(
             fmt::format("{}error 0x{:08X} ({})", start, static_cast<uint32>(error.GetError()), LastReport()));
     }

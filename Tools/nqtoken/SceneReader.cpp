@@ -1,5 +1,6 @@
 #include "Tools/nqtoken/SceneReader.h"
 
+#include "Tools/nqtoken/Limits.h"
 #include "Tools/nqtoken/Reports.h"
 #include "Tools/nqtoken/SceneNames.h"
 #include "Tools/nqtoken/Text.h"
@@ -655,7 +656,7 @@ Outcome SceneReader::Read(Scene& outScene)
     {
         const NqErr code = error.GetError();
         if (code == kNqErrOutOfMemory)
-            return Trouble(fmt::format("{}: out of memory", fFile.ShownName()));
+            return Trouble(fmt::format("{}: {}", fFile.ShownName(), OutOfMemoryText()));
         const int32 position = fPosition >= 0 ? fPosition : fStream.tell();
         if (fWhat.empty())
             fWhat = code == kNqErrEndOfFile ? "the file ends" : "not what must stand here";

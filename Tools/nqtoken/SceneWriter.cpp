@@ -2,6 +2,7 @@
 
 #include "Tools/nqtoken/AtomicFile.h"
 #include "Tools/nqtoken/InputFile.h"
+#include "Tools/nqtoken/Limits.h"
 #include "Tools/nqtoken/Reports.h"
 #include "Tools/nqtoken/SceneNames.h"
 #include "Tools/nqtoken/Text.h"
@@ -420,6 +421,7 @@ Outcome WriteScene(const Scene& inScene, Payload inPayload, const std::string& i
 
     writer.Loss().Describe(outNotes);
     outcome = file.Sync();
+    EndTimeLimit();
     return outcome.Ok() ? file.Replace() : outcome;
 }
 
