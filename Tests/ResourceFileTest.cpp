@@ -202,7 +202,7 @@ TEST_F(ResourceFile, SaveReplacesTheFileOrLeavesIt)
         ASSERT_EQ(ReadAll(path), error == 0 ? BytesOf(file) : kTwo) << call;
         if (error != 0)
         {
-            ASSERT_STREQ(reason.StrGet(), "Input/output error");
+            ASSERT_NE(std::string(reason.StrGet()).find("Input/output error"), std::string::npos);
         }
         if (!reached)
         {
@@ -220,7 +220,7 @@ TEST_F(ResourceFile, SaveReplacesTheFileOrLeavesIt)
     EXPECT_STREQ(reason.StrGet(), "there is no such file");
     EXPECT_NE(back.Read(fFolder.c_str(), reason), 0);
     EXPECT_NE(file.Write(fFolder.c_str(), reason), 0);
-    EXPECT_STREQ(reason.StrGet(), "Is a directory");
+    EXPECT_STREQ(reason.StrGet(), "is a folder");
     EXPECT_EQ(file.Write(Path("none/x").c_str(), reason), kNqErrFileNotFound);
     EXPECT_EQ(back.CountAllResources(), 1u);
     TakeReports(); // the host tells of files that do not open

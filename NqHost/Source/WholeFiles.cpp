@@ -2,17 +2,14 @@
 
 #include "NqHost/PublicAPI/NqHostFiles.h"
 
-#include "NqCore/PublicAPI/INqFile.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
-#include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "NqHost/PublicAPI/NqHostAtomicFile.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
+#include <limits>
 #include <new>
 #include <string>
 #include <sys/stat.h>
@@ -21,127 +18,54 @@
 namespace
 {
 
-constexpr mode_t kPermissionBits = 07777;
+constexpr off_t kLargestFile = std::numeric_limits<int32>::max();
 
-// The file that a path leads to, through symbolic links; the path itself when there is no file yet.
-std::string TargetOf(const char* inPath)
+NqErr Fails(int inError, TNqString& outReason)
 {
-    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(inPath, nullptr), &std::free);
-    return resolved != nullptr ? resolved.get() : inPath;
+    outReason.FromCPtr(inError == ENOENT   ? "there is no such file"
+                       : inError == ENOMEM ? "out of memory"
+                                           : std::strerror(inError));
+    return inError == ENOENT ? kNqErrFileNotFound : inError == ENOMEM ? kNqErrOutOfMemory : kNqErrInvalidData;
 }
 
-std::string FolderOf(const std::string& inPath)
+NqErr Refused(const char* inWhy, TNqString& outReason)
 {
-    const size_t slash = inPath.rfind('/');
-    return slash == std::string::npos ? "./" : inPath.substr(0, slash + 1);
+    outReason.FromCPtr(inWhy);
+    return kNqErrInvalidData;
 }
 
-bool WriteAll(int inDescriptor, const int8* inData, size_t inSize)
+NqErr ReadWhole(int inFile, int8* outBytes, size_t inSize, TNqString& outReason)
 {
     while (inSize > 0)
     {
-        const ssize_t count = write(inDescriptor, inData, inSize);
+        const ssize_t count = read(inFile, outBytes, inSize);
         if (count < 0 && errno == EINTR)
             continue;
-        if (count <= 0)
-            return false;
-        inData += count;
+        if (count < 0)
+            return Fails(errno, outReason);
+        if (count == 0)
+            return Refused("became shorter while it was read", outReason);
+        outBytes += count;
         inSize -= static_cast<size_t>(count);
     }
-    return true;
+    return kNqNoErr;
 }
 
-// False, with errno, for what is no file that may be written.
-bool MayReplace(const std::string& inTarget, const struct stat& inOld)
+NqErr Load(int inFile, int8*& outBytes, uint32& outSize, TNqString& outReason)
 {
-    errno = S_ISDIR(inOld.st_mode) ? EISDIR : EINVAL;
-    return S_ISREG(inOld.st_mode) && access(inTarget.c_str(), W_OK) == 0;
-}
-
-// A new file beside the target, under a name of its own. The system applies the mask of the process: asking for the
-// mask would change it under other threads.
-int MakeBeside(const std::string& inTarget, mode_t inMode, std::string& outPath)
-{
-    static std::atomic<uint32> sCount{0};
-    int descriptor = -1;
-    do
-    {
-        outPath = FolderOf(inTarget) + ".nq" + std::to_string(getpid()) + "-" + std::to_string(sCount++);
-        descriptor = open(outPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, inMode);
-    } while (descriptor < 0 && errno == EEXIST);
-    return descriptor;
-}
-
-// Owner and permissions of the old file. Without its owner, no bits that would then mean something else.
-bool TakeOver(int inDescriptor, const struct stat& inOld)
-{
-    mode_t mode = inOld.st_mode & kPermissionBits;
-    if ((inOld.st_uid != geteuid() || inOld.st_gid != getegid()) &&
-        fchown(inDescriptor, inOld.st_uid, inOld.st_gid) != 0)
-        mode &= 0777;
-    return fchmod(inDescriptor, mode) == 0;
-}
-
-// Everything up to the moment in which the new file takes the name of the old one, if there is one.
-bool WriteBeside(int inDescriptor, const struct stat* inOld, const int8* inData, size_t inSize)
-{
-    const bool written = WriteAll(inDescriptor, inData, inSize) &&
-                         (inOld == nullptr || TakeOver(inDescriptor, *inOld)) && fsync(inDescriptor) == 0;
-    const int error = errno;
-    const bool closed = close(inDescriptor) == 0;
-    if (!written)
-        errno = error;
-    return written && closed;
-}
-
-// Returns 0 or the system's error.
-int Replace(const char* inPath, const int8* inData, uint32 inSize)
-{
-    const std::string target = TargetOf(inPath);
-    struct stat old = {};
-    const bool exists = stat(target.c_str(), &old) == 0;
-    if (exists ? !MayReplace(target, old) : errno != ENOENT)
-        return errno;
-    std::string temporary;
-    const int descriptor = MakeBeside(target, exists ? 0600 : 0666, temporary);
-    if (descriptor < 0)
-        return errno;
-    if (!WriteBeside(descriptor, exists ? &old : nullptr, inData, inSize) ||
-        rename(temporary.c_str(), target.c_str()) != 0)
-    {
-        const int error = errno;
-        unlink(temporary.c_str());
-        return error;
-    }
-    // The new name reaches the disk with its folder; a file system that cannot do so is no reason to call it failed.
-    const int folder = open(FolderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder >= 0)
-    {
-        fsync(folder);
-        close(folder);
-    }
-    return 0;
-}
-
-NqErr Load(INqFile& file, const char* inPath, int8*& outBytes, uint32& outSize)
-{
-    NqErr error = file.SetFileName(TNqDynamicString(inPath), 0);
-    if (error == kNqNoErr)
-        error = file.SetPermission(eRead);
-    if (error == kNqNoErr)
-        error = file.Open();
-    if (error != kNqNoErr)
-        return error;
-    error = file.GetSize(&outSize);
-    if (error == kNqNoErr && (outBytes = static_cast<int8*>(Nqmalloc(std::max<uint32>(outSize, 1)))) == nullptr)
-        error = kNqErrOutOfMemory;
-    uint32 done = 0;
-    if (error == kNqNoErr)
-        error = file.Read(outBytes, outSize, &done);
-    if (error == kNqNoErr && done != outSize)
-        error = kNqErrInvalidData;
-    file.Close();
-    return error;
+    struct stat status = {};
+    if (inFile < 0 || fstat(inFile, &status) != 0)
+        return Fails(errno, outReason);
+    if (!S_ISREG(status.st_mode))
+        return Refused(S_ISDIR(status.st_mode) ? "is a folder" : "is not a file", outReason);
+    if (status.st_size > kLargestFile)
+        return Refused("has more than the 2147483647 bytes that can be read", outReason);
+    const auto size = static_cast<uint32>(status.st_size);
+    outBytes = static_cast<int8*>(Nqmalloc(std::max<uint32>(size, 1)));
+    if (outBytes == nullptr)
+        return Fails(ENOMEM, outReason);
+    outSize = size;
+    return ReadWhole(inFile, outBytes, size, outReason);
 }
 
 } // namespace
@@ -150,35 +74,38 @@ NqErr NqHostLoadFile(const char* path, int8*& outBytes, uint32& outSize, TNqStri
 {
     outBytes = nullptr;
     outSize = 0;
-    TNqCountedPtr<INqUnknown> object;
-    gFileUtilities->CreateFileObject(&object);
-    TNqCountedPtr<INqFile> file;
-    NqErr error = kNqErrOutOfMemory;
-    if (object != nullptr && object->QueryInterface(IID_INqFile, reinterpret_cast<void**>(&file)) == kNqNoErr)
-        error = Load(*file, path, outBytes, outSize);
+    if (path[0] == 0)
+        return Refused("the name of a file is empty", outReason);
+    // A pipe that is going to be refused is not waited for.
+    const int file = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const NqErr error = Load(file, outBytes, outSize, outReason);
+    if (file >= 0)
+        close(file);
     if (error == kNqNoErr)
         return kNqNoErr;
     Nqfree(outBytes);
     outBytes = nullptr;
     outSize = 0;
-    outReason.FromCPtr(error == kNqErrFileNotFound  ? "there is no such file"
-                       : error == kNqErrOutOfMemory ? "out of memory"
-                                                    : "is not a file of less than 2^31 bytes that may be read");
-    return error == kNqErrFileNotFound || error == kNqErrOutOfMemory ? error : kNqErrInvalidData;
+    return error;
 }
 
 NqErr NqHostReplaceFile(const char* path, const int8* bytes, uint32 size, TNqString& outReason)
 {
-    int error = ENOMEM;
     try
     {
-        error = Replace(path, bytes, size);
+        std::string reason;
+        TNqHostAtomicFile file;
+        NqErr error = file.Create(path, reason);
+        if (error == kNqNoErr)
+            error = file.Write(bytes, size, reason);
+        if (error == kNqNoErr)
+            error = file.Replace(reason);
+        if (error != kNqNoErr)
+            outReason.FromCPtr(reason.c_str());
+        return error;
     }
     catch (const std::bad_alloc&) // a path
     {
+        return Fails(ENOMEM, outReason);
     }
-    if (error == 0)
-        return kNqNoErr;
-    outReason.FromCPtr(std::strerror(error));
-    return error == ENOENT ? kNqErrFileNotFound : error == ENOMEM ? kNqErrOutOfMemory : kNqErrInvalidData;
 }

@@ -1,60 +1,20 @@
 #include "Tools/nqtoken/AtomicFile.h"
 
+#include "NqHost/PublicAPI/NqHostTemporaryFiles.h"
+
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
-#include <mutex>
-#include <new>
-#include <sched.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace nqtoken
 {
 namespace
 {
-
-// --- what a signal handler must remove
-
-// A slot holds a path of its own, so that the handler never sees one that is being changed. Each file that is worked on
-// has one temporary file at most, and all fit; one that did not would only stay behind after a signal.
-constexpr int kSlots = 512;
-std::atomic<char*> gTemporaries[kSlots];
-std::atomic<int> gBeingMade{0}; // temporary files that may exist and are in no slot yet
-std::mutex gForgetMutex;        // a path may be freed only while nobody else compares it
-
-// Takes inPath over, which comes from malloc. Allocates nothing and waits for nobody: a handler may wait for it.
-void Remember(char* inPath)
-{
-    for (std::atomic<char*>& slot : gTemporaries)
-    {
-        char* empty = nullptr;
-        if (slot.compare_exchange_strong(empty, inPath))
-            return;
-    }
-}
-
-void Forget(const std::string& inPath)
-{
-    const std::lock_guard<std::mutex> lock(gForgetMutex);
-    for (std::atomic<char*>& slot : gTemporaries)
-    {
-        char* path = slot.load();
-        if (path != nullptr && inPath == path && slot.compare_exchange_strong(path, nullptr))
-        {
-            free(path);
-            return;
-        }
-    }
-}
 
 // Other threads run on meanwhile. Another signal, here or there, does not come in between: the first one ends the
 // program.
@@ -63,75 +23,15 @@ extern "C" void RemoveAndDie(int inSignal)
     static std::atomic<bool> sDying{false};
     if (sDying.exchange(true))
         return;
-    while (gBeingMade > 0)
-        sched_yield();
-    for (std::atomic<char*>& slot : gTemporaries)
-    {
-        const char* path = slot.exchange(nullptr);
-        if (path != nullptr)
-            unlink(path);
-    }
+    NqHostRemoveTemporaryFiles();
     signal(inSignal, SIG_DFL);
     raise(inSignal); // is held back until the handler returns
 }
 
-// While it exists, no signal is handled on this thread, and handlers on other threads wait.
-class MakingTemporary
+Outcome OutcomeOf(NqErr inError, const std::string& inName, const std::string& inReason)
 {
-public:
-    MakingTemporary()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_BLOCK, &all, &fBefore);
-        ++gBeingMade;
-    }
-    ~MakingTemporary()
-    {
-        --gBeingMade;
-        pthread_sigmask(SIG_SETMASK, &fBefore, nullptr);
-    }
-    MakingTemporary(const MakingTemporary&) = delete;
-    MakingTemporary& operator=(const MakingTemporary&) = delete;
-
-private:
-    sigset_t fBefore;
-};
-
-// --- system calls
-
-Outcome SystemTrouble(const std::string& inName)
-{
-    return Trouble(fmt::format("{}: {}", inName, strerror(errno)));
-}
-
-std::string FolderOf(const std::string& inPath)
-{
-    const size_t slash = inPath.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : inPath.substr(0, slash);
-}
-
-// The file that a path leads to, through symbolic links; the path itself when there is no file yet.
-std::string Resolve(const std::string& inPath)
-{
-    char* resolved = realpath(inPath.c_str(), nullptr);
-    if (resolved == nullptr)
-        return inPath;
-    std::string path = resolved;
-    free(resolved);
-    return path;
-}
-
-// Asked once: the mask can only be read by setting it, which another thread would notice.
-mode_t NewFileMode()
-{
-    static const mode_t sMask = []
-    {
-        const mode_t mask = umask(0);
-        umask(mask);
-        return mask;
-    }();
-    return 0666 & ~sMask;
+    return inError == kNqNoErr ? Outcome()
+                               : Trouble(fmt::format("{}{}{}", inName, inName.empty() ? "" : ": ", inReason));
 }
 
 } // namespace
@@ -157,42 +57,26 @@ void PrepareProcess()
     signal(SIGXFSZ, SIG_IGN);
 }
 
-Outcome MakeTemporary(const std::string& inPrefix, std::string& outPath, int& outDescriptor)
+Outcome MakeTemporary(const std::string& inFolder, std::string& outPath, int& outDescriptor)
 {
-    const std::string pattern = inPrefix + "XXXXXX";
-    char* const path = strdup(pattern.c_str());
-    if (path == nullptr)
-        throw std::bad_alloc();
-    {
-        const MakingTemporary making;
-        outDescriptor = mkostemp(path, O_CLOEXEC);
-        if (outDescriptor >= 0)
-            Remember(path);
-    }
-    if (outDescriptor < 0)
-    {
-        Outcome outcome = SystemTrouble(FolderOf(pattern));
-        free(path);
-        return outcome;
-    }
-    outPath = path;
-    return {};
+    const int error = NqHostMakeTemporaryFile(inFolder, 0600, outPath, outDescriptor);
+    return error == 0 ? Outcome()
+                      : Trouble(fmt::format("{}: no temporary file can be made there: {}", inFolder, strerror(error)));
 }
 
 void RemoveTemporary(const std::string& inPath)
 {
-    unlink(inPath.c_str());
-    Forget(inPath);
+    NqHostRemoveTemporaryFile(inPath);
 }
 
 void RemoveOnSignal(const std::string& inPath)
 {
-    Remember(strdup(inPath.c_str()));
+    NqHostAddTemporaryFile(inPath);
 }
 
 void KeepOnSignal(const std::string& inPath)
 {
-    Forget(inPath);
+    NqHostKeepTemporaryFile(inPath);
 }
 
 Outcome WriteAll(int inDescriptor, std::string_view inBytes, const std::string& inName)
@@ -203,89 +87,39 @@ Outcome WriteAll(int inDescriptor, std::string_view inBytes, const std::string& 
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            return SystemTrouble(inName);
+            return Trouble(fmt::format("{}: {}", inName, strerror(errno)));
         inBytes.remove_prefix(static_cast<size_t>(count));
     }
     return {};
 }
 
-AtomicFile::AtomicFile(AtomicFile&& ioOther) noexcept
-    : fTarget(std::move(ioOther.fTarget)),
-      fTemporary(std::move(ioOther.fTemporary)),
-      fDescriptor(std::exchange(ioOther.fDescriptor, -1))
-{
-    ioOther.fTemporary.clear();
-}
-
-AtomicFile::~AtomicFile()
-{
-    if (fDescriptor >= 0)
-        close(fDescriptor);
-    if (!fTemporary.empty())
-        RemoveTemporary(fTemporary);
-}
-
 Outcome AtomicFile::Create(const std::string& inTarget)
 {
-    fTarget = Resolve(inTarget);
-    mode_t mode = NewFileMode();
-    struct stat status = {};
-    if (stat(fTarget.c_str(), &status) == 0)
-    {
-        if (S_ISDIR(status.st_mode))
-            return Trouble(fmt::format("{}: is a folder", inTarget));
-        if (!S_ISREG(status.st_mode))
-            return Trouble(fmt::format("{}: is not a file", inTarget));
-        if (access(fTarget.c_str(), W_OK) != 0)
-            return SystemTrouble(inTarget);
-        mode = status.st_mode & 07777;
-    }
-    else if (errno != ENOENT)
-        return SystemTrouble(inTarget);
-    if (fTarget.empty() || fTarget.back() == '/')
-        return Trouble(fmt::format("\"{}\": is not the name of a file", inTarget));
-
-    // The folder's limit on the length of a name holds for the temporary name too.
-    const std::string name = fTarget.substr(fTarget.rfind('/') + 1, NAME_MAX - 16);
-    Outcome outcome = MakeTemporary(fmt::format("{}/.{}.", FolderOf(fTarget), name), fTemporary, fDescriptor);
-    if (!outcome.Ok())
-        return Trouble(fmt::format("{}: {}", inTarget, outcome.Text()));
-    // The owner is kept where the system allows it, and never at the price of bits that then mean something else.
-    if (status.st_nlink > 0 && (status.st_uid != geteuid() || status.st_gid != getegid()) &&
-        fchown(fDescriptor, status.st_uid, status.st_gid) != 0)
-        mode &= 0777;
-    if (fchmod(fDescriptor, mode) != 0)
-        return SystemTrouble(inTarget);
-    return {};
+    fTarget = inTarget;
+    std::string reason;
+    const NqErr error = fFile.Create(inTarget, reason);
+    return OutcomeOf(error, fTarget, reason);
 }
 
 Outcome AtomicFile::Write(std::string_view inBytes)
 {
-    return WriteAll(fDescriptor, inBytes, fTarget);
+    std::string reason;
+    const NqErr error = fFile.Write(inBytes.data(), inBytes.size(), reason);
+    return OutcomeOf(error, fTarget, reason);
 }
 
 Outcome AtomicFile::Sync()
 {
-    if (fsync(fDescriptor) != 0)
-        return SystemTrouble(fTarget);
-    return {};
+    std::string reason;
+    const NqErr error = fFile.Sync(reason);
+    return OutcomeOf(error, fTarget, reason);
 }
 
 Outcome AtomicFile::Replace()
 {
-    if (rename(fTemporary.c_str(), fTarget.c_str()) != 0)
-        return SystemTrouble(fTarget);
-    Forget(fTemporary);
-    fTemporary.clear();
-    // The new name reaches the disk with its folder; a file system that cannot do so is no reason to call the write
-    // failed.
-    const int folder = open(FolderOf(fTarget).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder >= 0)
-    {
-        fsync(folder);
-        close(folder);
-    }
-    return {};
+    std::string reason;
+    const NqErr error = fFile.Replace(reason);
+    return OutcomeOf(error, fTarget, reason);
 }
 
 } // namespace nqtoken

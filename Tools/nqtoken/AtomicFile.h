@@ -1,6 +1,4 @@
-// Replaces a file as a whole or not at all: the new content goes to a temporary file in the same folder, reaches the
-// disk, and then takes the name of the old one. A failure, or a signal that ends the program, leaves the old file and
-// no other.
+// TNqHostAtomicFile with outcomes for the user, and how both tools meet signals that end them.
 //
 //     AtomicFile file;
 //     Outcome outcome = file.Create(target);
@@ -12,6 +10,8 @@
 
 #include "Tools/nqtoken/Outcome.h"
 
+#include "NqHost/PublicAPI/NqHostAtomicFile.h"
+
 #include <string>
 #include <string_view>
 
@@ -21,29 +21,20 @@ namespace nqtoken
 class AtomicFile
 {
 public:
-    AtomicFile() = default;
-    AtomicFile(const AtomicFile&) = delete;
-    AtomicFile& operator=(const AtomicFile&) = delete;
-    AtomicFile(AtomicFile&& ioOther) noexcept;
-    ~AtomicFile(); // removes the temporary file, unless Replace succeeded
-
-    // Makes the temporary file for inTarget, with the permissions of the target if it exists. A symbolic link is
-    // followed. A target that is not a plain file, or that may not be written, is refused.
     Outcome Create(const std::string& inTarget);
-    const std::string& TemporaryPath() const { return fTemporary; }
+    const std::string& TemporaryPath() const { return fFile.TemporaryPath(); }
 
     Outcome Write(std::string_view inBytes);
     Outcome Sync();
     Outcome Replace();
 
 private:
-    std::string fTarget;
-    std::string fTemporary; // empty when there is none
-    int fDescriptor = -1;
+    std::string fTarget; // as the user has it
+    TNqHostAtomicFile fFile;
 };
 
-// Temporary files by hand, on any thread. Those that exist are removed when a signal ends the program.
-Outcome MakeTemporary(const std::string& inPrefix, std::string& outPath, int& outDescriptor);
+// A temporary file by hand, on any thread. Those that exist are removed when a signal ends the program.
+Outcome MakeTemporary(const std::string& inFolder, std::string& outPath, int& outDescriptor);
 void RemoveTemporary(const std::string& inPath);
 Outcome WriteAll(int inDescriptor, std::string_view inBytes, const std::string& inName);
 

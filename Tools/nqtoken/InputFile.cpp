@@ -74,8 +74,7 @@ Outcome InputFile::Open(const std::string& inPath, bool inAllowCopy)
 Outcome InputFile::CopyToTemporary(int inSource)
 {
     const char* folder = getenv("TMPDIR");
-    Outcome outcome = MakeTemporary(fmt::format("{}/nqtoken.", folder != nullptr && folder[0] != 0 ? folder : "/tmp"),
-                                    fPath, fDescriptor);
+    Outcome outcome = MakeTemporary(folder != nullptr && folder[0] != 0 ? folder : "/tmp", fPath, fDescriptor);
     if (!outcome.Ok())
         return outcome;
     fTemporary = true;

@@ -1,0 +1,335 @@
+// Files that are replaced whole or not at all, and what becomes of temporary files when a program is killed.
+
+#include "Tests/FailingCalls.h"
+#include "Tests/TestHost.h"
+
+#include "NqHost/PublicAPI/NqHostAtomicFile.h"
+#include "NqHost/PublicAPI/NqHostFiles.h"
+#include "NqHost/PublicAPI/NqHostTemporaryFiles.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+namespace
+{
+
+class AtomicFile : public FolderTest
+{
+protected:
+    // Each process is a program of its own: it looks for what others left.
+    static pid_t Start(const std::function<void()>& work)
+    {
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            work();
+            _exit(0);
+        }
+        return child;
+    }
+    static int End(pid_t child)
+    {
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+    }
+
+    static bool Replaces(const std::string& path, const std::string& bytes)
+    {
+        TNqDynamicString reason;
+        return NqHostReplaceFile(path.c_str(), bytes.data(), static_cast<uint32>(bytes.size()), reason) == kNqNoErr;
+    }
+    // In a process of its own.
+    void ReplaceIn(const fs::path& folder) const
+    {
+        const std::string path = (folder / "made").string();
+        ASSERT_EQ(End(Start([&] { _exit(Replaces(path, "x") ? 0 : 1); })), 0);
+        fs::remove(path);
+    }
+
+    TTexts Names() const
+    {
+        TTexts names;
+        for (const auto& entry : fs::directory_iterator(fFolder))
+            names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+};
+
+} // namespace
+
+// A program that does nothing but replace a file is killed again and again. The file is always whole, and each next
+// program removes what the one before left.
+TEST_F(AtomicFile, IsWholeHoweverOftenItsWriterIsKilled)
+{
+    TRandom random(7);
+    const std::string path = Put("kept", std::string(200000, 'a'));
+    int left = 0;
+    for (int round = 0; round < 80; ++round)
+    {
+        const pid_t child = Start(
+            [&]
+            {
+                for (char c = 'a';; c = c == 'z' ? 'a' : static_cast<char>(c + 1))
+                    if (!Replaces(path, std::string(200000, c)))
+                        _exit(1);
+            });
+        usleep(static_cast<useconds_t>(500 + random.Below(4000)));
+        kill(child, SIGKILL);
+        ASSERT_EQ(End(child), 1000 + SIGKILL);
+        const std::string now = ReadAll(path);
+        ASSERT_TRUE(now.size() == 200000 && now.find_first_not_of(now[0]) == std::string::npos) << round;
+        const size_t count = Names().size() - 1;
+        ASSERT_LE(count, 1u) << round;
+        left += static_cast<int>(count);
+    }
+    EXPECT_GT(left, 0) << "no kill met the time at which there is a temporary file";
+    EXPECT_TRUE(Replaces(path, "end"));
+    EXPECT_EQ(Names(), TTexts{"kept"});
+}
+
+// A temporary file is there until its writer is dead, whoever works in the same folder; and nothing else is removed
+// that has such a name.
+TEST_F(AtomicFile, OnlyWhatTheDeadLeftIsRemoved)
+{
+    std::string name;
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t living = Start(
+        [&]
+        {
+            int file = -1;
+            if (NqHostMakeTemporaryFile(fFolder, 0600, name, file) != 0 ||
+                write(ends[1], name.data(), name.size()) != static_cast<ssize_t>(name.size()))
+                _exit(1);
+            pause();
+        });
+    char read[1000];
+    const ssize_t length = ::read(ends[0], read, sizeof(read));
+    ASSERT_GT(length, 0);
+    name = fs::path(std::string(read, static_cast<size_t>(length))).filename();
+    for (const int end : ends)
+        close(end);
+    const size_t digits = 8;
+    const std::string start = name.substr(0, name.size() - digits);
+
+    Put("file", "x");
+    fs::create_symlink("file", Path(start + "00000001"));
+    fs::create_directory(Path(start + "00000002"));
+    mkfifo(Path(start + "00000003").c_str(), 0600);
+    TTexts others = {start + "00000001", start + "00000002", start + "00000003"};
+    for (const std::string& other :
+         {start + "0000000", start + "000000001", start + "0000000G", "x" + start + "00000001",
+          ".nq-temporary-" + std::string(digits, '0') + "-00000001"}) // of another machine
+        others.push_back(fs::path(Put(other, "")).filename());
+    const bool isRoot = geteuid() == 0;
+    if (isRoot)
+    {
+        others.push_back(start + "00000004");
+        ASSERT_EQ(chown(Put(others.back(), "").c_str(), 65534, 65534), 0);
+    }
+    Put(start + "0000000a", "left");
+
+    others.push_back("file");
+    TTexts withLiving = others;
+    withLiving.push_back(name);
+    for (TTexts* names : {&others, &withLiving})
+        std::sort(names->begin(), names->end());
+    ReplaceIn(fFolder);
+    EXPECT_EQ(Names(), withLiving);
+    kill(living, SIGKILL);
+    End(living);
+    EXPECT_EQ(Names(), withLiving);
+    ReplaceIn(fFolder);
+    EXPECT_EQ(Names(), others);
+}
+
+// Programs that start and write in one folder at the same time: none takes the file of another one for left.
+TEST_F(AtomicFile, WritersInOneFolderLeaveEachOtherAlone)
+{
+    std::vector<pid_t> writers;
+    for (int i = 0; i < 4; ++i)
+        writers.push_back(Start(
+            [&]
+            {
+                for (int round = 0; round < 25; ++round)
+                {
+                    const std::string path = Path("f" + std::to_string(i));
+                    if (End(Start([&] { _exit(Replaces(path, std::to_string(round)) ? 0 : 1); })) != 0)
+                        _exit(1);
+                }
+            }));
+    for (const pid_t writer : writers)
+        EXPECT_EQ(End(writer), 0);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(ReadAll(Path("f" + std::to_string(i))), "24");
+    EXPECT_EQ(Names().size(), 4u);
+}
+
+// What a signal's handler calls removes the files of this process, and none that are its parent's or were given a name.
+TEST_F(AtomicFile, HandlersRemoveWhatExists)
+{
+    std::string parents;
+    int file = -1;
+    ASSERT_EQ(NqHostMakeTemporaryFile(fFolder, 0600, parents, file), 0);
+    const int status = End(Start(
+        [&]
+        {
+            std::string ours;
+            int another = -1;
+            std::string reason;
+            TNqHostAtomicFile done, begun;
+            if (NqHostMakeTemporaryFile(fFolder, 0600, ours, another) != 0 || done.Create(Path("done"), reason) != 0 ||
+                done.Write("done", 4, reason) != 0 || done.Replace(reason) != 0 ||
+                begun.Create(Path("no"), reason) != 0)
+                _exit(1);
+            NqHostAddTemporaryFile(Put("added", ""));
+            NqHostAddTemporaryFile(Put("kept", ""));
+            NqHostKeepTemporaryFile(Path("kept"));
+            NqHostRemoveTemporaryFiles();
+            _exit(0);
+        }));
+    EXPECT_EQ(status, 0);
+    TTexts expected = {fs::path(parents).filename(), "done", "kept"};
+    EXPECT_EQ(Names(), expected);
+    NqHostRemoveTemporaryFile(parents);
+    close(file);
+    EXPECT_EQ(ReadAll(Path("done")), "done");
+    EXPECT_EQ(Names().size(), 2u);
+}
+
+TEST_F(AtomicFile, FollowsLinksAndRefusesWhatIsNoFile)
+{
+    Put("file", "old");
+    fs::create_directory(Path("sub"));
+    fs::create_symlink("../file", Path("sub/link"));
+    fs::create_symlink("sub/new", Path("dangling"));
+    fs::create_symlink("dangling", Path("far"));
+    fs::create_symlink("loop", Path("loop"));
+    mkfifo(Path("pipe").c_str(), 0600);
+    const auto all = [&]
+    { return std::distance(fs::recursive_directory_iterator(fFolder), fs::recursive_directory_iterator()); };
+    const auto before = all();
+    const std::pair<const char*, const char*> refused[] = {
+        {"sub", "is a folder"},
+        {"sub/", "is a folder"},
+        {"new/", "is not the name of a file"},
+        {"pipe", "is not a file"},
+        {"loop", "Too many levels of symbolic links"},
+        {"file/x", "Not a directory"},
+        {"none/x", "no new file can be made in its folder: No such file or directory"},
+    };
+    for (const auto& [name, why] : refused)
+    {
+        TNqHostAtomicFile file;
+        std::string reason;
+        EXPECT_EQ(file.Create(Path(name), reason), name == "none/x"s ? kNqErrFileNotFound : kNqErrInvalidData);
+        EXPECT_EQ(reason, why) << name;
+    }
+    EXPECT_FALSE(Replaces("", "x"));
+    EXPECT_EQ(all(), before);
+    EXPECT_TRUE(Replaces(Path("sub/link"), "through a link"));
+    EXPECT_EQ(all(), before);
+    EXPECT_TRUE(Replaces(Path("far"), "through two"));
+    EXPECT_EQ(ReadAll(Path("file")) + "," + ReadAll(Path("sub/new")), "through a link,through two");
+    EXPECT_TRUE(fs::is_symlink(Path("sub/link")) && fs::is_symlink(Path("far")) && fs::is_symlink(Path("dangling")));
+    EXPECT_EQ(all(), before + 1);
+}
+
+// The mask counts for a new file, and the old file's permissions and owner for another one.
+TEST_F(AtomicFile, KeepsOwnerAndPermissions)
+{
+    const mode_t mask = umask(027);
+    EXPECT_TRUE(Replaces(Path("new"), "x"));
+    umask(mask);
+    const auto status = [this](const char* name)
+    {
+        struct stat now = {};
+        stat(Path(name).c_str(), &now);
+        return now;
+    };
+    EXPECT_EQ(status("new").st_mode & 07777, 0640u);
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root may give files away";
+    ASSERT_EQ(chown(Path("new").c_str(), 65534, 65533), 0);
+    ASSERT_EQ(chmod(Path("new").c_str(), 04751), 0);
+    EXPECT_TRUE(Replaces(Path("new"), "y"));
+    EXPECT_EQ(status("new").st_mode & 07777, 04751u);
+    EXPECT_EQ(status("new").st_uid, 65534u);
+    EXPECT_EQ(status("new").st_gid, 65533u);
+
+    chmod(fFolder.c_str(), 0755);
+    // Who may write the file, but not its folder, is told what is missing; nobody else sees a private file meanwhile.
+    const int ended = End(Start(
+        [&]
+        {
+            if (setgid(65533) != 0 || setuid(65534) != 0)
+                _exit(2);
+            TNqHostAtomicFile file;
+            std::string reason;
+            _exit(file.Create(Path("new"), reason) == kNqErrInvalidData &&
+                          reason == "no new file can be made in its folder: Permission denied"
+                      ? 0
+                      : 1);
+        }));
+    EXPECT_NE(ended, 1);
+    TNqHostAtomicFile file;
+    std::string reason;
+    ASSERT_EQ(file.Create(Path("new"), reason), kNqNoErr);
+    struct stat temporary = {};
+    ASSERT_EQ(stat(file.TemporaryPath().c_str(), &temporary), 0);
+    EXPECT_EQ(temporary.st_mode & 07777, 0600u);
+}
+
+// Every call of the system fails in turn: each is told up to the moment in which the new name stands.
+TEST_F(AtomicFile, TellsEveryFailureBeforeTheNewNameStands)
+{
+    const std::string path = Put("kept", "old");
+    FailCall(1000);
+    ASSERT_TRUE(Replaces(path, "new"));
+    const int all = CallsMade();
+    FailCall(0);
+    const int behind = 4; // opening, syncing and closing the folder, and closing the file
+    for (int call = 1; call <= all; ++call)
+    {
+        Put("kept", "old");
+        FailCall(call);
+        const bool replaced = Replaces(path, "new");
+        FailCall(0);
+        EXPECT_EQ(replaced, call > all - behind) << call;
+        EXPECT_EQ(ReadAll(path), replaced ? "new" : "old") << call;
+        EXPECT_EQ(Names(), TTexts{"kept"}) << call;
+    }
+}
+
+TEST_F(AtomicFile, LoadingTellsWhyNot)
+{
+    fs::create_directory(Path("sub"));
+    mkfifo(Path("pipe").c_str(), 0600); // nobody writes to it
+    Put("file", "x");
+    truncate(Put("large", "").c_str(), 0x80000000);
+    const std::tuple<std::string, NqErr, const char*> cases[] = {
+        {"", kNqErrInvalidData, "the name of a file is empty"},
+        {Path("none"), kNqErrFileNotFound, "there is no such file"},
+        {Path("sub"), kNqErrInvalidData, "is a folder"},
+        {Path("pipe"), kNqErrInvalidData, "is not a file"},
+        {Path("file/x"), kNqErrInvalidData, "Not a directory"},
+        {Path("large"), kNqErrInvalidData, "has more than the 2147483647 bytes that can be read"},
+    };
+    for (const auto& [path, wanted, why] : cases)
+    {
+        int8* bytes = nullptr;
+        uint32 size = 1;
+        TNqDynamicString reason;
+        EXPECT_EQ(NqHostLoadFile(path.c_str(), bytes, size, reason), wanted) << path;
+        EXPECT_STREQ(reason.StrGet(), why);
+        EXPECT_TRUE(bytes == nullptr && size == 0);
+    }
+}
