@@ -3,6 +3,7 @@
 #include "NqCore/PublicAPI/NqCountedPtrHelper.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "NqHost/PublicAPI/NqHostFiles.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -34,8 +35,11 @@ auto UntilDone(Call&& inCall)
     }
 }
 
+thread_local int tFileError = 0; // the last one
+
 NqErr ErrorOf(int inSystemError)
 {
+    tFileError = inSystemError;
     switch (inSystemError)
     {
     case ENOENT:
@@ -96,6 +100,16 @@ void StoreWhole(TNqString& outText, const TNqString& inPath)
 
 } // namespace
 
+int NqHostFileError()
+{
+    return tFileError;
+}
+
+void NqHostForgetFileError()
+{
+    tFileError = 0;
+}
+
 TNqHostFile::~TNqHostFile()
 {
     Close();
@@ -142,7 +156,7 @@ NqErr TNqHostFile::SetPermission(int32 inMode)
 boolean TNqHostFile::Exists()
 {
     struct stat info;
-    return ::stat(fPath.StrGet(), &info) == 0 || ErrorOf(errno) != kNqErrFileNotFound;
+    return ::stat(fPath.StrGet(), &info) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
 NqErr TNqHostFile::GetSize(uint32* outSize)
@@ -230,7 +244,10 @@ NqErr TNqHostFile::Read(int8* outData, uint32 inCount, uint32* outDone)
     if (outDone != nullptr)
         *outDone = done;
     if (!success)
+    {
+        ErrorOf(errno);
         return kNqErrFormat;
+    }
     return done == inCount ? kNqNoErr : kNqErrEndOfFile;
 }
 
