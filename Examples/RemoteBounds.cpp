@@ -29,8 +29,12 @@ void Serve(TNqNetStream& ioStream)
         TNqRect bounds;
         bounds.SetInvalid();
         NqToken::GetBeginToken(ioStream);
-        while (NqToken::GetNextToken(ioStream, token, false) == kNqNoErr && !NqToken::IsEndToken(token))
+        for (;;)
         {
+            if (NqToken::GetNextToken(ioStream, token, false) != kNqNoErr)
+                NqToken::FailEOFFile();
+            if (NqToken::IsEndToken(token))
+                break;
             const TNqPoint point = NqToken::GetPointToken(ioStream);
             bounds.left = std::min(bounds.left, point.x);
             bounds.top = std::min(bounds.top, point.y);
@@ -40,6 +44,8 @@ void Serve(TNqNetStream& ioStream)
         NqToken::PutRectAttribute(ioStream, kBounds, bounds);
         ioStream.Flush(); // the client waits for it
     }
+    if (!ioStream.eof() || ioStream.fail())
+        NqToken::FailEOFFile(); // not the end of the questions: the connection has failed
 }
 
 void RunServer(TNqHostListener& ioListener)

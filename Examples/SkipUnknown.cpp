@@ -1,7 +1,7 @@
 // Reads the names of the layers out of a document that holds much else, without knowing the rest.
 //
 // An unknown value, a whole unknown block and a binary payload are each passed over with one call. A cut document ends
-// in the exception for the end of the file, never in a wrong answer.
+// in the exception for the end of the file, never in a wrong answer; so does a file that cannot be read on.
 
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqStream.h"
@@ -48,13 +48,16 @@ void ReadLayer(TNqiostream& inStream)
 void ReadLayers(TNqiostream& inStream)
 {
     int8 token[NqToken::kTokenBufferSize];
-    while (NqToken::GetNextToken(inStream, token, false) == 0)
+    NqErr error = kNqNoErr;
+    while ((error = NqToken::GetNextToken(inStream, token, false)) == kNqNoErr)
     {
         if (NqToken::CompactAttribute(token) == kLayer)
             ReadLayer(inStream);
         else
             NqToken::SkipTokenData(inStream);
     }
+    if (error != kNqErrEndOfFile || !inStream.eof() || inStream.fail())
+        throw TNqException(error, __FILE__, __LINE__); // this is not where the document ends
 }
 
 void IgnoreReport(void*, const char*, unsigned int, const char*) {}

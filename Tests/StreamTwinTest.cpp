@@ -3,6 +3,8 @@
 
 #include "Tests/StreamDoubles.h"
 
+#include "NqCore/PublicAPI/NqToken.h"
+
 namespace
 {
 
@@ -13,6 +15,8 @@ std::string RandomText(TRandom& random, int32 limit)
     std::string text;
     for (int32 i = random.Below(limit); i > 0; --i)
         text += random.OneIn(80) ? '\0' : kBytes[random.Below(sizeof kBytes - 1)];
+    if (random.OneIn(3))
+        text.insert(random() % (text.size() + 1), "$0000000" + std::string(1, "0139B"[random.Below(5)]) + "\r$$ab$");
     return text;
 }
 
@@ -79,6 +83,48 @@ const TOperation kReads[] = {
     [](TCall& c) { c.fSeen << int32(c.fStream.myipfx()); },
 };
 
+// A reader of tokens; what it throws is its result.
+template <class Read>
+void NoteTokens(TCall& call, Read&& inRead)
+{
+    try
+    {
+        inRead(call.fStream);
+    }
+    catch (const TNqException& error)
+    {
+        call.fSeen << "!" << error.GetError();
+    }
+}
+
+template <class Stream>
+void NoteInfo(TCall& call, Stream& stream)
+{
+    NqToken::TNqTokenInfo info;
+    call.fSeen << NqToken::GetNextTokenInfo(stream, call.fData, info, call.fSize % 2 != 0) << " " << info.fKind << " "
+               << info.fOffset << " " << info.fFullLength << " " << info.fDataOffset << " " << info.fDataSize;
+}
+
+const TOperation kTokens[] = {
+    [](TCall& c) { c.fSeen << NqToken::GetNextToken(c.fStream, c.fData, c.fSize % 2 != 0); },
+    [](TCall& c) { c.fSeen << NqToken::GetNextToken(c.fStream, c.fData, c.fSize % 2 != 0); },
+    [](TCall& c) { NoteInfo(c, c.fStream); },
+    [](TCall& c) { NoteTokens(c, [](auto& s) { NqToken::SkipTokenData(s); }); },
+    [](TCall& c) { NoteTokens(c, [&](auto& s) { NqToken::GetNonLocalizedDynamicStringToken(s, c.fString, true); }); },
+    [](TCall& c) { NoteTokens(c, [&](auto& s) { c.fString = NqToken::GetPathRefToken(s); }); },
+    [](TCall& c) { NoteTokens(c, [&](auto& s) { c.fSeen << NqToken::GetReal32InfToken(s); }); },
+    [](TCall& c) { NoteTokens(c, [&](auto& s) { c.fSeen << NqToken::GetFourCharConstToken(s); }); },
+    [](TCall& c) { NoteTokens(c, [&](auto& s) { c.fSeen << NqToken::GetPointToken(s).y; }); },
+    [](TCall& c) { NoteTokens(c, [&](auto& s) { NqToken::GetHexaBinaryToken(s, c.fSize, c.fData); }); },
+    [](TCall& c) { NoteTokens(c, [&](auto& s) { NqToken::GetBufferAsHexa(s, c.fData, c.fSize, c.fSize % 2 != 0); }); },
+    [](TCall& c)
+    {
+        uint32 size = 0;
+        NoteTokens(c, [&](auto& s) { NqToken::GetBinaryStartToken(s, size); });
+        c.fSeen << size;
+    },
+};
+
 const TOperation kWrites[] = {
     [](TCall& c) { c.fStream << (c.fSize % 2 ? -c.fNumber : c.fNumber); },
     [](TCall& c) { c.fStream << static_cast<uint32>(c.fNumber); },
@@ -115,8 +161,11 @@ std::string DoSomething(TNqiostream& stream, TRandom& random)
     std::ostringstream seen;
     {
         TCall call{stream, random, seen};
-        const int32 kind = random.Below(10);
-        kind < 5 ? DoOneOf(kReads, call) : kind < 8 ? DoOneOf(kWrites, call) : DoOneOf(kMoves, call);
+        const int32 kind = random.Below(14);
+        kind < 5    ? DoOneOf(kReads, call)
+        : kind < 8  ? DoOneOf(kWrites, call)
+        : kind < 10 ? DoOneOf(kMoves, call)
+                    : DoOneOf(kTokens, call);
     }
     seen << " good " << int32(stream.good()) << " eof " << int32(stream.eof()) << " count " << stream.gcount() << " at "
          << stream.tell() << " reports " << TakeReports().size();

@@ -36,6 +36,7 @@ enum ENqNumberEnd : uint8
     kNqNumberBad,      // something else stood there
     kNqNumberClosed,   // what stands behind the number was left in the stream, or the stream ended
     kNqNumberAndBlank, // the separator behind the number was consumed
+    kNqNumberCut,      // the stream failed before the end of the number could be seen, or left in it
 };
 
 // The one class that the streams let at their fields.
@@ -47,6 +48,7 @@ public:
     // Get(c)           one byte; at the end of the stream c stays and Eof() holds
     // GetWhile(c, f)   gets bytes as long as f(c) is true, which must not touch the stream. True when it stopped at a
     //                  byte, consumed and in c; false when the stream was not good any more.
+    // ReadWhile(c, f)  the same, each byte by a read of one: Count() tells
     // Putback(c)       steps back over the byte c
     // Read(data, n)    as the stream's read; Count() says how many bytes came
     // IsWhite(c)       whether c is one of the stream's separators
@@ -70,6 +72,18 @@ public:
             do
             {
                 fStream.get(c);
+                if (!fStream.good())
+                    return false;
+            } while (take(c));
+            return true;
+        }
+
+        template <class Take>
+        bool ReadWhile(int8& c, Take&& take)
+        {
+            do
+            {
+                fStream.read(&c, 1);
                 if (!fStream.good())
                     return false;
             } while (take(c));
@@ -151,28 +165,20 @@ public:
         template <class TakeByte>
         bool GetWhile(int8& c, TakeByte&& take)
         {
-            for (;;)
-            {
-                if (const int64 left = Self().Left(); left > 0)
-                {
-                    const int8* const first = Self().At();
-                    const int8* const last = first + left;
-                    const int8* p = first;
-                    bool stopped = false;
-                    while (p != last && !stopped)
-                        stopped = !take(*p++);
-                    c = p[-1];
-                    Self().Take(p - first);
-                    if (stopped)
-                        return true;
-                }
-                Self().GetFromStream(c); // loads the next buffer, or meets the end
-                if (!fStream.good())
-                    return false;
-                if (!take(c))
-                    return true;
-            }
+            return TakeWhile(c, take, [this](int8& next) { Self().GetFromStream(next); });
         }
+
+        template <class TakeByte>
+        bool ReadWhile(int8& c, TakeByte&& take)
+        {
+            const bool stopped = TakeWhile(c, take, [this](int8& next) { fStream.StreamClass::read(&next, 1); });
+            if (stopped)
+                fStream.fgcount = 1;
+            return stopped;
+        }
+
+        // Bytes in the buffer behind the position.
+        int64 AtHand() { return Self().Left(); }
 
         bool Eof() const { return fStream.eof(); }
         bool Good() const { return fStream.good(); }
@@ -276,6 +282,33 @@ public:
         StreamClass& fStream;
 
     private:
+        // inNext(c) has the stream itself give a byte: it loads the next buffer, or meets the end.
+        template <class TakeByte, class NextByte>
+        bool TakeWhile(int8& c, TakeByte&& take, NextByte&& inNext)
+        {
+            for (;;)
+            {
+                if (const int64 left = Self().Left(); left > 0)
+                {
+                    const int8* const first = Self().At();
+                    const int8* const last = first + left;
+                    const int8* p = first;
+                    bool stopped = false;
+                    while (p != last && !stopped)
+                        stopped = !take(*p++);
+                    c = p[-1];
+                    Self().Take(p - first);
+                    if (stopped)
+                        return true;
+                }
+                inNext(c);
+                if (!fStream.good())
+                    return false;
+                if (!take(c))
+                    return true;
+            }
+        }
+
         Derived& Self() { return static_cast<Derived&>(*this); }
     };
 

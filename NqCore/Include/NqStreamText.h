@@ -254,7 +254,7 @@ bool NqScanNumber(Source& source, Scan&& inScan)
         typename Source::Cursor cursor(source);
         ending = inScan(cursor);
     }
-    NqStreamAccess::NumberEnd(source.Stream()) = ending;
+    NqStreamAccess::NumberEnd(source.Stream()) = source.Stream().fail() ? kNqNumberCut : ending;
     if (ending != kNqNumberMissing && ending != kNqNumberBad)
         return true;
     source.Stream().streamfail(kNqStreamBadNumber);

@@ -8,8 +8,8 @@
 //     NqToken::ETokenKind kind;
 //     NqErr error = NqTokenScan::ScanToken(source, nothing, kind);
 //
-// Failure: nothing is thrown or reported; a scanner returns 0, kNqErrFormat or kNqErrEndOfFile. A source that is not
-// good counts as ended.
+// Failure: nothing is thrown or reported, except by the stream's own operations; a scanner returns 0, kNqErrFormat or
+// kNqErrEndOfFile. A source that is not good counts as ended; the stream's state tells whether it has failed.
 //
 // Cost: every byte is looked at once, and nothing recurses.
 
@@ -21,6 +21,7 @@
 #include "NqCore/PublicAPI/NqToken.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace NqTokenScan
 {
@@ -119,19 +120,9 @@ bool ReadInPieces(Source& source, uint64 count, Take&& inTake)
     return true;
 }
 
-// Moves `count` bytes ahead with one absolute seek; false, with the stream at its end, when it holds fewer.
-bool SeekAhead(TNqiostream& stream, uint64 count);
-
-// A seek makes a file stream load its buffer again, so that a file of many small payloads would be read many times
-// over. Where nobody watches the calls, little is read instead.
-template <class Source>
-bool SkipBytes(Source& source, uint64 count)
-{
-    constexpr uint64 kWorthSeeking = 65536;
-    if (Source::kIsDirect && count < kWorthSeeking)
-        return ReadInPieces(source, count, [](const int8*, int32) {});
-    return SeekAhead(source.Stream(), count);
-}
+// Passes over `count` bytes, at least one: with one absolute seek where the stream's positions can be believed, else by
+// reading. False, with the stream at its end, when it holds fewer; false and failed when it cannot be read.
+bool SkipAhead(TNqiostream& stream, uint64 count);
 
 // ---- Texts ---------------------------------------------------------------------------------------------------------
 
@@ -161,7 +152,7 @@ public:
     template <class Source>
     bool TakeData(Source& source, uint64 count) // the data, with the byte before it
     {
-        return SkipBytes(source, count);
+        return SkipAhead(source.Stream(), count);
     }
     template <class Source>
     void EndData(Source&) // the closing '$' was taken
@@ -268,7 +259,7 @@ public:
     template <class Source>
     void Begin(Source& source, ETokenKind)
     {
-        fInfo.fOffset = source.Stream().tell() - 1;
+        fInfo.fOffset = PositionFrom(source, -1);
     }
 
     void Comment(int8 c)
@@ -290,33 +281,43 @@ public:
     template <class Source>
     void BeginData(Source& source, uint32 count)
     {
-        fInfo.fDataOffset = source.Stream().tell() + 1;
+        fInfo.fDataOffset = PositionFrom(source, 1);
         fInfo.fDataSize = count;
     }
 
     template <class Source>
     void EndData(Source& source)
     {
-        const int32 closing = source.Stream().tell() - 1;
+        const int32 closing = PositionFrom(source, -1);
         fInfo.fDataOffset = std::min(fInfo.fDataOffset, closing);
-        const uint32 found = static_cast<uint32>(closing - fInfo.fDataOffset);
+        const uint32 found = static_cast<uint32>(int64{closing} - fInfo.fDataOffset);
         if (fInfo.fDataSize == kUnknownSize)
             fInfo.fDataSize = found;
         fInfo.fExcess = found - fInfo.fDataSize;
     }
 
 private:
+    // The position `distance` bytes on, as far as positions go.
+    template <class Source>
+    static int32 PositionFrom(Source& source, int64 distance)
+    {
+        using TLimits = std::numeric_limits<int32>;
+        return static_cast<int32>(std::clamp<int64>(source.Stream().tell() + distance, TLimits::min(), TLimits::max()));
+    }
+
     NqToken::TNqTokenInfo& fInfo;
     bool fKeepComments;
 };
 
 // Copies everything but braces to a sink, as it stands. Stops writing when a write has failed, since each would be
-// reported.
+// reported, and knows that it has.
 template <class Sink>
 class TCopyText : public TNoText
 {
 public:
     explicit TCopyText(Sink& sink) : fSink(sink) {}
+
+    bool Failed() const { return fFailed; }
 
     void Put(int8 c) { Write(&c, 1); }
 
@@ -344,7 +345,7 @@ private:
         if (fFailed)
             return;
         fSink.Write(bytes, size);
-        fFailed = !fSink.Stream().good() && !fSink.Stream().eof();
+        fFailed = fSink.Stream().fail();
     }
 
     Sink& fSink;
@@ -401,7 +402,8 @@ NqErr ScanQuoted(Source& source, Text& text)
     return kNqNoErr;
 }
 
-// A word of which `first` was taken. What ends it is put back.
+// A word of which `first` was taken. What ends it is put back; where that fails the word is not whole either, since the
+// byte behind it is lost.
 template <class Source, class Text>
 NqErr ScanWord(Source& source, Text& text, int8 first)
 {
@@ -418,7 +420,7 @@ NqErr ScanWord(Source& source, Text& text, int8 first)
     if (!ended)
         return kNqErrEndOfFile;
     source.Putback(c);
-    return kNqNoErr;
+    return source.Stream().fail() ? kNqErrEndOfFile : kNqNoErr;
 }
 
 // Eight hexadecimal digits; what stands between them is skipped, except a '$', which is put back.

@@ -19,9 +19,10 @@
 //     real64 scale = 0;
 //     out >> width >> scale;                    // no separator is written between values: write them yourself
 //
-// State: eof() says that a read met the end, good() that neither that nor a failure happened. A failure is reported to
-// the host, "Stream throw TNqException", and never thrown. Every read, write and seek of memory or of a file begins by
-// clearing the state, so look at good() before the next one.
+// State: eof() says that a read met the end, fail() that an operation failed, good() that neither happened. A failure
+// is reported to the host, "Stream throw TNqException", and never thrown. Every read, write and seek of memory or of a
+// file begins by clearing the state, so look at it before the next one. Whoever reads to the end looks at fail() there:
+// a disk that cannot be read ends the loop as the end does.
 //
 // Ownership: a stream owns its buffer and its info records and holds references to its file, transcoder and context.
 //
@@ -231,6 +232,7 @@ public:
 
     boolean good() const { return fState == 0; }
     boolean eof() const { return fState & eofbit; }
+    boolean fail() const { return (fState & failbit) != 0; }
     void clear(int32 state) { fState = state; }
     void changestate(int32 bits) { fState |= bits; }
     // Sets the failure bit and tells the host. The code is for the reader of the source; nothing keeps it.

@@ -9,17 +9,24 @@
 //
 //     int8 token[NqToken::kTokenBufferSize];
 //     NqToken::GetBeginToken(stream);                       // after the block's name was read
-//     while (NqToken::GetNextToken(stream, token, false) == 0 && !NqToken::IsEndToken(token))
+//     NqErr error;
+//     while ((error = NqToken::GetNextToken(stream, token, false)) == 0 && !NqToken::IsEndToken(token))
 //         switch (NqToken::CompactAttribute(token))
 //         {
 //         case 0x53495A45: size = NqToken::GetPointToken(stream); break;
 //         default:         NqToken::SkipTokenData(stream); break;   // an unknown value or block
 //         }
+//     if (error != 0)
+//         NqToken::FailEOFFile();                           // the block has no end
 //
 // Failure: readers throw TNqException with kNqErrFormat or kNqErrEndOfFile and leave the stream behind the byte that
-// was wrong; GetNextToken returns these codes and never throws. Readers of text without a limit throw
-// kNqErrOutOfMemory when it does not fit. Writers throw nothing: a failed write shows in the state of the stream. A
-// malformed number is reported by the stream and reads as 0.
+// was wrong; GetNextToken returns these codes and never throws: what an operation of the stream throws is a code too.
+// Readers of strings and of whole blocks throw kNqErrOutOfMemory when they do not fit. Writers throw nothing: a failed
+// write shows in the state of the stream. A malformed number is reported by the stream and reads as 0.
+//
+// The end: kNqErrEndOfFile also comes of a stream that cannot be read on, as a disk with a bad sector or a connection
+// that broke off; what was read of a value is none then. The document has ended where the stream then says eof() and
+// not fail(). docs/reading-tokens.md has more.
 //
 // Cost: time is linear in the bytes passed and nothing recurses, whatever the input. On TNqstrstream and TNqfstream
 // themselves the bytes are taken from the stream's own buffer; classes derived from them see each call of the stream's
@@ -75,8 +82,8 @@ int32 GetTokenAsciiFormat(TNqiostream& stream);
 // Reads one token into the 256 bytes of `token`: a brace, the text of a quoted string, or a word, which ends before a
 // blank, a "#", a brace or a quote. What exceeds 255 bytes is passed over. Comments (from "#" to the end of the line)
 // are skipped, and so is a "$" payload, which gives an empty token. Returns 0; kNqErrEndOfFile when the stream ends
-// first, also within a word; kNqErrFormat when the count of a payload is malformed. The buffer is terminated in every
-// case.
+// first, also within a word, or fails; kNqErrFormat when the count of a payload is malformed; the code of an exception
+// of the stream's own. The buffer is terminated in every case.
 //
 // With `keepDelimiters` quotes, escapes and the comments before a word or string are kept as they stand. A string too
 // long for the buffer keeps its closing quote, a comment its line end; before a brace comments are dropped.
@@ -245,7 +252,7 @@ void GetBufferAsBinHex(TNqiostream& stream, int8* buffer, int32 size, uint32& st
 // for that block (reported).
 void ExtractTokenData(TNqiostream& stream, void*& data, uint32& size);
 // Reads a block and appends its content to `out`, comments and payloads included; `size` is the position in `out`
-// afterwards.
+// afterwards. Throws kNqErrOutOfMemory, behind the block, when `out` could not take all of it.
 void GetStreamToken(TNqiostream& stream, TNqstrstream& out, int32& size);
 
 } // namespace NqToken
@@ -263,5 +270,5 @@ void BinHexToBinary(const uint8& c0, const uint8& c1, const uint8& c2, const uin
 void GetInt8TokenHexa(TNqiostream& stream, uint8& character);
 
 // Copies tokens to `out`, each with a blank behind it, up to the brace that closes the block that is open; that brace
-// is copied, without a blank, when `nested` is set.
+// is copied, without a blank, when `nested` is set. Throws as GetStreamToken does.
 void ReadStream(TNqiostream& stream, TNqstrstream& out, boolean nested);

@@ -359,7 +359,10 @@ private:
         return false;
     }
 
-    bool HasEnded() const { return fLink.IsBroken() || (fStream.eof() && fStream.gcount() == 0); }
+    bool HasEnded() const
+    {
+        return fLink.IsExceeded() || fLink.IsBroken() || (fStream.eof() && fStream.gcount() == 0);
+    }
 
     // Why there is no next byte, or why what came makes no sense.
     std::string WhyItEnded() const
@@ -433,7 +436,7 @@ private:
             return false;
         if (!ReadByte('\r') || !Expect("DONE") || !Expect("{") || !ReadNumber("SIZE", size) ||
             !ReadNumber("CRCS", checksum) || !Expect("}") || size != fSize)
-            return Fail(fStream.eof() ? WhyItEnded() : "more came than was announced");
+            return Fail(HasEnded() || fStream.eof() ? WhyItEnded() : "more came than was announced");
         return checksum == fChecksum.Value() || Fail("what came is damaged: the checksum differs");
     }
 

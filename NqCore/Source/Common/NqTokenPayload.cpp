@@ -333,7 +333,8 @@ NqErr ExtractToken(Source& source, TExtractedText& text, int64& depth)
     return err != kNqNoErr ? kExtractedToEnd : kNqNoErr;
 }
 
-// The tokens of a block up to the brace that closes it.
+// The tokens of a block up to the brace that closes it. Without room for all of them the block is still read to its
+// end.
 template <class Source, class Sink>
 NqErr CopyBlock(Source& source, Sink& sink, bool withClosingBrace)
 {
@@ -350,7 +351,7 @@ NqErr CopyBlock(Source& source, Sink& sink, bool withClosingBrace)
             if (depth > 0 || withClosingBrace)
                 text.Put('}');
             if (--depth < 0)
-                return kNqNoErr;
+                return text.Failed() ? kNqErrOutOfMemory : kNqNoErr;
             continue;
         }
         if (kind == NqToken::kBeginToken)
@@ -461,14 +462,14 @@ void GetBinaryEndToken(TNqiostream& stream)
 
 void PutBufferAsHexa(TNqiostream& stream, const int8* buffer, int32 count, boolean binary)
 {
-    if (binary)
+    if (binary && count > 0)
         return stream.write(buffer, count);
     NqWithSink(stream, [=](auto& sink) { PutHexBytes(sink, buffer, count); });
 }
 
 void GetBufferAsHexa(TNqiostream& stream, int8* buffer, int32 count, boolean binary)
 {
-    if (binary)
+    if (binary && count > 0)
     {
         stream.read(buffer, count);
         if (!stream.good())

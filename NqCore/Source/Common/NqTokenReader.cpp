@@ -2,7 +2,8 @@
 #include "NqCore/Include/NqStreamText.h"
 #include "NqCore/Include/NqTokenScan.h"
 
-#include <limits>
+#include <exception>
+#include <new>
 #include <type_traits>
 
 using namespace NqTokenScan;
@@ -21,14 +22,28 @@ namespace
 
 constexpr int64 kUnknownEnd = -1;
 
-// Where the stream ends, as tell() counts, if that can be known without a call of its operations.
-int64 EndOfStream(TNqiostream& stream)
+// What is known about a stream at a position without a call of its operations.
+struct TExtent
 {
-    if (const TNqfstream* file = dynamic_cast<const TNqfstream*>(&stream))
-        return file->GetFileSize();
-    if (const TNqstrstream* memory = dynamic_cast<const TNqstrstream*>(&stream))
-        return NqStreamAccess::MemorySize(*memory);
-    return kUnknownEnd;
+    int64 fEnd;    // as tell() counts
+    int64 fAtHand; // bytes that its buffer holds behind the position
+};
+
+// The fields of a file and of memory tell it, but not where a class derived from them counts positions of its own.
+TExtent ExtentOf(TNqiostream& stream, int64 position)
+{
+    if (TNqfstream* const file = dynamic_cast<TNqfstream*>(&stream))
+        if (file->TNqfstream::tell() == position)
+            return {file->GetFileSize(), NqStreamAccess::FileSource(*file).AtHand()};
+    if (TNqstrstream* const memory = dynamic_cast<TNqstrstream*>(&stream))
+        if (memory->TNqstrstream::tell() == position)
+            return {NqStreamAccess::MemorySize(*memory), 0};
+    return {kUnknownEnd, 0};
+}
+
+bool IsAt(TNqiostream& stream, int64 position)
+{
+    return stream.tell() == position && stream.good();
 }
 
 // Takes the bytes one by one: a connection must not be asked for more than there is. Zero bytes are data here, so `get`
@@ -44,30 +59,61 @@ bool ReadAhead(TNqiostream& stream, uint64 count)
     return true;
 }
 
-} // namespace
-
-bool NqTokenScan::SeekAhead(TNqiostream& stream, uint64 count)
+// The same from the position `here`, when that is where the stream still is after an attempt to move it. Otherwise it
+// may be anywhere, and reading on could be endless.
+bool ReadAheadFrom(TNqiostream& stream, int64 here, uint64 count)
 {
-    if (!stream.CanSeek())
+    if (IsAt(stream, here))
         return ReadAhead(stream, count);
-    const int64 target = stream.tell() + static_cast<int64>(count);
-    const bool found = stream.good(); // a host that fails gives a position that would lead back
-    const int64 end = EndOfStream(stream);
-    if (found && end != kUnknownEnd && target > end)
+    stream.changestate(TNqiostream::failbit);
+    return false;
+}
+
+// From the position `here`, which can be believed.
+bool MoveAhead(TNqiostream& stream, int64 here, uint64 count)
+{
+    const int64 target = here + static_cast<int64>(count);
+    const TExtent extent = ExtentOf(stream, here);
+    if (target - here <= extent.fAtHand) // a seek would load the buffer again for each of many small payloads
     {
-        stream.seek(static_cast<int32>(end), TNqiostream::beg);
+        NqPlainSource source(stream);
+        return ReadInPieces(source, count, [](const int8*, int32) {});
+    }
+    if (extent.fEnd == kUnknownEnd)
+    {
+        const int64 end = stream.GetStreamSize();
+        stream.clear(0);
+        if (target > end || !IsAt(stream, here)) // such an end need not be exact: it only says what a seek may try
+            return ReadAheadFrom(stream, here, count);
+    }
+    else if (target > extent.fEnd)
+    {
+        stream.seek(static_cast<int32>(extent.fEnd), TNqiostream::beg);
         stream.changestate(TNqiostream::eofbit); // as if the bytes had been read
         return false;
     }
-    if (found && target <= std::numeric_limits<int32>::max())
-    {
-        stream.seek(static_cast<int32>(target), TNqiostream::beg);
-        stream.clear(0);
-        const bool reached = stream.tell() == target;
-        if (reached || !stream.good())
-            return reached && stream.good(); // it may have moved anywhere: reading on could be endless
-    }
-    return ReadAhead(stream, count);
+    stream.seek(static_cast<int32>(target), TNqiostream::beg);
+    stream.clear(0);
+    return IsAt(stream, target) || ReadAheadFrom(stream, here, count);
+}
+
+} // namespace
+
+// Positions are believed when the host gives them and one byte read moves them by one: a class that decodes what it
+// reads may leave tell and seek to a base that knows only of the encoded bytes.
+bool NqTokenScan::SkipAhead(TNqiostream& stream, uint64 count)
+{
+    if (!stream.CanSeek())
+        return ReadAhead(stream, count);
+    const int64 before = stream.tell();
+    const bool isTold = stream.good();
+    if (!ReadAhead(stream, 1))
+        return false;
+    if (count == 1)
+        return true;
+    if (isTold && IsAt(stream, before + 1))
+        return MoveAhead(stream, before + 1, count - 1);
+    return ReadAhead(stream, count - 1);
 }
 
 namespace
@@ -77,6 +123,31 @@ namespace
 
 constexpr IDType kTokenDataKey = 0x546F6B6E; // 'Tokn'
 constexpr int32 kPathBytes = 1024;           // what readFileRef may fill
+
+// What inScan() returns, or the code of what an operation of the stream throws, which makes it a failed one.
+template <class Scan>
+NqErr CodeOf(TNqiostream& stream, Scan&& inScan)
+{
+    NqErr code = kNqErrEndOfFile;
+    try
+    {
+        return inScan();
+    }
+    catch (const TNqException& error)
+    {
+        if (error.GetError() != kNqNoErr)
+            code = error.GetError();
+    }
+    catch (const std::bad_alloc&)
+    {
+        code = kNqErrOutOfMemory;
+    }
+    catch (const std::exception&)
+    {
+    }
+    stream.changestate(TNqiostream::failbit);
+    return code;
+}
 
 void ExpectToken(TNqiostream& stream, ETokenKind expected)
 {
@@ -89,6 +160,13 @@ void ExpectToken(TNqiostream& stream, ETokenKind expected)
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
 
+// What came of a value before the stream failed is none.
+void ThrowIfFailed(const TNqiostream& stream)
+{
+    if (stream.fail())
+        NqToken::FailEOFFile();
+}
+
 // stream >> value, 0 when that is no number. How it ended is in NumberEnd() of the stream.
 template <class T, class Source>
 T ReadNumber(Source& source)
@@ -96,15 +174,19 @@ T ReadNumber(Source& source)
     T value = 0;
     NqStreamAccess::NumberEnd(source.Stream()) = kNqNumberUnknown;
     NqExtract(source, value);
+    if (NqStreamAccess::NumberEnd(source.Stream()) == kNqNumberCut)
+        NqToken::FailEOFFile();
     return value;
 }
 
-// The same where something must come: only blanks before the end of the stream are a failure.
+// The same where something must come: only blanks before the end of the stream are the end.
 template <class T, class Source>
 T ReadValue(Source& source)
 {
     const T value = ReadNumber<T>(source);
     const uint8 end = NqStreamAccess::NumberEnd(source.Stream());
+    if (end == kNqNumberMissing)
+        source.Stream().clear(TNqiostream::eofbit); // the number is missing; the stream has not failed
     if (end == kNqNumberMissing || (end == kNqNumberUnknown && !source.Good()))
         NqToken::FailEOFFile();
     return value;
@@ -123,7 +205,9 @@ void ReadComma(Source& source)
     int8 c = 0;
     if (NqStreamAccess::NumberEnd(source.Stream()) == kNqNumberAndBlank)
         NqToken::FailReadFile();
+    source.Stream().clear(0); // a number that was none: a connection does not forget it by reading
     source.Read(&c, 1);
+    ThrowIfFailed(source.Stream());
     if (!source.Good() || c != ',')
         NqToken::FailReadFile();
 }
@@ -165,6 +249,7 @@ real32 ReadRealOrInf(Source& source)
     {
         if (more)
             source.Putback(c); // only this one: what was taken of an incomplete "inf" is lost
+        ThrowIfFailed(source.Stream());
         value = ReadNumber<real32>(source);
     }
     return negative ? -value : value;
@@ -194,7 +279,29 @@ bool ReadFourChars(Source& source, int8* name)
     return true;
 }
 
-// Takes its single bytes with read: on a stream that somebody derived, long strings are read this way.
+bool HoldsCharacters(const int8* bytes, ITranscoder* encoding)
+{
+    if (encoding == nullptr)
+        return *bytes > 0;
+    bool found = false;
+    do
+    {
+        const uint16 character = encoding->Encode(static_cast<uint8>(*bytes));
+        found = found || (character != 0 && character != kNqNoCharacter);
+    } while (*bytes++ != 0);
+    return found;
+}
+
+// The text of a token. Without memory for it a string is left empty, which is not what stands in the file.
+void SetText(TNqString& out, const int8* bytes, ITranscoder* encoding)
+{
+    out.FromText("", 0);
+    NqTextFromEncoded(out, bytes, encoding);
+    if (out.ByteLength() == 0 && HoldsCharacters(bytes, encoding))
+        throw TNqException(kNqErrOutOfMemory, NqSourcePath(__FILE__), __LINE__);
+}
+
+// Takes its single bytes with read: long strings are read this way.
 template <class Source>
 class TByteReader
 {
@@ -204,15 +311,7 @@ public:
     template <class Take>
     bool GetWhile(int8& c, Take&& take)
     {
-        if constexpr (Source::kIsDirect)
-            return fSource.GetWhile(c, take);
-        do
-        {
-            fSource.Read(&c, 1);
-            if (!fSource.Good())
-                return false;
-        } while (take(c));
-        return true;
+        return fSource.ReadWhile(c, take);
     }
 
 private:
@@ -283,17 +382,22 @@ NqErr GetNextToken(TNqiostream& stream, int8* token, boolean keepDelimiters)
 {
     TTokenBuffer text(token, keepDelimiters != 0);
     ETokenKind kind;
-    return NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, kind); });
+    return CodeOf(stream,
+                  [&] { return NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, kind); }); });
 }
 
 NqErr GetNextTokenInfo(TNqiostream& stream, int8* token, TNqTokenInfo& info, boolean keepComments)
 {
     info = TNqTokenInfo();
     TInfoText text(token, info, keepComments != 0);
-    const NqErr err = NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, info.fKind); });
-    if (info.fKind == kNoToken)
-        info.fOffset = stream.tell();
-    return err;
+    const auto scan = [&](auto& source)
+    {
+        const NqErr err = ScanToken(source, text, info.fKind);
+        if (info.fKind == kNoToken)
+            info.fOffset = stream.tell();
+        return err;
+    };
+    return CodeOf(stream, [&] { return NqWithSource(stream, scan); });
 }
 
 boolean IsBeginToken(const int8* token)
@@ -424,6 +528,7 @@ int32 GetFourCharConstToken(TNqiostream& stream)
     int8 name[5] = {};
     if (!NqWithSource(stream, [&](auto& source) { return ReadFourChars(source, name); }))
         FailEOFFile();
+    ThrowIfFailed(stream);
     return CompactAttribute(name);
 }
 
@@ -471,7 +576,7 @@ TNqString& GetLongStringToken(TNqiostream& stream, TNqString& out)
 {
     int8 token[kTokenBufferSize];
     ThrowUnlessNoErr(GetNextToken(stream, token, false));
-    NqTextFromEncoded(out, token, stream.GetTranscoder());
+    SetText(out, token, stream.GetTranscoder());
     out.TranslateAfterRead();
     return out;
 }
@@ -481,7 +586,7 @@ TNqDynamicString& GetNonLocalizedDynamicStringToken(TNqiostream& stream, TNqDyna
     TStringText text;
     if (NqWithSource(stream, [&](auto& source) { return ReadLongString(source, text); }) != kNqNoErr)
         FailEOFFile();
-    NqTextFromEncoded(out, text.GetText(), stream.GetTranscoder());
+    SetText(out, text.GetText(), stream.GetTranscoder());
     if (translate)
         out.TranslateAfterRead();
     return out;
@@ -504,8 +609,9 @@ TNqString255 GetPathRefToken(TNqiostream& stream)
 {
     int8 path[kPathBytes] = {};
     stream.readFileRef(path);
+    ThrowIfFailed(stream);
     TNqString255 text;
-    NqTextFromEncoded(text, path, stream.GetTranscoder());
+    SetText(text, path, stream.GetTranscoder());
     text.TranslateAfterRead();
     return text;
 }
