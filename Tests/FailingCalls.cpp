@@ -1,5 +1,7 @@
 #include "Tests/FailingCalls.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <sys/types.h>
 
@@ -8,6 +10,9 @@ namespace
 
 thread_local int tBadCall = 0;
 thread_local int tCalls = 0;
+std::atomic<int> gBadRead{0};
+std::atomic<int> gReads{0};
+std::atomic<long> gBadPosition{-1};
 
 bool Fails()
 {
@@ -29,6 +34,22 @@ void FailCall(int inCall)
 int CallsMade()
 {
     return tCalls;
+}
+
+void FailRead(int inCall)
+{
+    gReads = 0;
+    gBadRead = inCall;
+}
+
+int ReadsMade()
+{
+    return gReads;
+}
+
+void FailReadAt(long inPosition)
+{
+    gBadPosition = inPosition;
 }
 
 // The linker sends calls of f to __wrap_f and those of __real_f to f (--wrap in CMakeLists.txt).
@@ -58,4 +79,29 @@ ssize_t __wrap_write(int file, const void* bytes, size_t count)
     __real_write(file, bytes, count / 2);
     errno = EIO;
     return -1;
+}
+
+extern "C" ssize_t __real_read(int file, void* bytes, size_t count);
+extern "C" ssize_t __wrap_read(int file, void* bytes, size_t count);
+ssize_t __wrap_read(int file, void* bytes, size_t count)
+{
+    if (gBadRead == 0 || ++gReads != gBadRead)
+        return __real_read(file, bytes, count);
+    errno = EIO;
+    return -1;
+}
+
+extern "C" ssize_t __real_pread(int file, void* bytes, size_t count, off_t position);
+extern "C" ssize_t __wrap_pread(int file, void* bytes, size_t count, off_t position);
+ssize_t __wrap_pread(int file, void* bytes, size_t count, off_t position)
+{
+    const bool isBad = gBadRead != 0 && ++gReads == gBadRead;
+    const long before = gBadPosition - position; // bytes that can be read
+    const ssize_t done = isBad || before == 0 ? -1
+                         : before > 0
+                             ? __real_pread(file, bytes, std::min(count, static_cast<size_t>(before)), position)
+                             : __real_pread(file, bytes, count, position);
+    if (isBad || before == 0)
+        errno = EIO;
+    return done;
 }

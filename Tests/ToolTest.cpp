@@ -1,6 +1,7 @@
 // The command-line tool from end to end: the built program over real models and over files that mean harm.
 
-#include "Tests/TestHost.h"
+#include "Tests/FailingCalls.h"
+#include "Tests/NetDoubles.h"
 
 #ifdef NQTOKEN_PATH
 
@@ -10,6 +11,10 @@
 #include "Tools/nqtoken/Reports.h"
 #include "Tools/nqtoken/SceneReader.h"
 #include "Tools/nqtoken/SceneWriter.h"
+#include "Tools/nqtoken/Show.h"
+#include "Tools/nqtoken/Transfer.h"
+
+#include "NqHost/PublicAPI/NqHostFiles.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -460,6 +465,8 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
         {{"import", "missing", "-o", "target.obj"}, "missing: No such file"},
         {{"compare", "scene.nq", "target.obj"}, "target.obj: "},
         {{"show", "io"}, "io: is a folder"},
+        {{"check", "/proc/self/mem"}, "/proc/self/mem: Input/output error"}, // "0 bytes" long
+        {{"compare", "/proc/self/mem", "scene.nq"}, "/proc/self/mem: Input/output error"},
         {{"import", "io", "-o", "target.obj"}, "io: is a folder"},
         {{"export", "scene.nq", "-o", "target.xyz"}, "must end with"},
         {{"export", "scene.nq", "-o", "no/such/folder/x.obj"}, "No such file"},
@@ -483,6 +490,102 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
     }
     EXPECT_EQ(ReadAll(Path("target.obj")), "kept");
     EXPECT_EQ(Names(), before);
+}
+
+// The calls of the system that read fail: always at one byte, or once. Each command says so, and never that the file is
+// at an end there, or that what it holds is wrong.
+TEST_F(ToolTest, AReadErrorIsNeitherAnEndNorAFault)
+{
+    const CountedReports reports;
+    const int null = open("/dev/null", O_WRONLY);
+    nqtoken::Output nowhere(null);
+    std::string file;
+    const auto reading = [&file](nqtoken::Scene& scene)
+    {
+        nqtoken::TokenFile token;
+        const nqtoken::Outcome opened = token.Open(file);
+        if (opened.Ok() && !nqtoken::HoldsScene(token)) // as compare, which looks for a model then
+            return token.ReadOutcome();
+        return opened.Ok() ? nqtoken::ReadScene(token, scene) : opened;
+    };
+    const auto sending = [&file]
+    {
+        TScriptedSocket socket;
+        nqtoken::FileSender sender;
+        const nqtoken::Outcome opened = sender.Open(file);
+        return opened.Ok() ? sender.Send(socket) : opened;
+    };
+    const auto loading = [&file]
+    {
+        int8* bytes = nullptr;
+        uint32 size = 0;
+        TNqDynamicString reason;
+        const bool isLoaded = NqHostLoadFile(file.c_str(), bytes, size, reason) == 0;
+        Nqfree(bytes);
+        return isLoaded ? nqtoken::Outcome() : nqtoken::Trouble(file + ": could not be read: " + reason.StrGet());
+    };
+    nqtoken::Scene scene;
+    const std::function<nqtoken::Outcome()> commands[] = {
+        [&]
+        {
+            ::testing::internal::CaptureStderr();
+            const nqtoken::ExitStatus status = nqtoken::CheckFiles({file}, 0, nowhere);
+            std::string note = ::testing::internal::GetCapturedStderr();
+            return nqtoken::Outcome(status, note.empty() ? "" : note.substr(9, note.size() - 10)); // "nqtoken: "
+        },
+        [&] { return nqtoken::ShowFile(file, {}, nowhere); },
+        [&] {
+            return nqtoken::ShowFile(file, {1, 5}, nowhere);
+        },
+        [&] { return nqtoken::ReadScene(file, scene); },
+        [&] { return reading(scene); },
+        sending,
+        loading,
+    };
+    int done = 0;
+    const auto run = [&](bool mayBeRight)
+    {
+        for (const auto& command : commands)
+        {
+            const nqtoken::Outcome outcome = command();
+            done += outcome.Ok();
+            ASSERT_TRUE(outcome.Ok() ? mayBeRight : outcome.Status() == nqtoken::kTrouble) << outcome.Text();
+            ASSERT_EQ(outcome.Text(), outcome.Ok() ? "" : file + ": could not be read: Input/output error");
+        }
+    };
+    file = Put("small.nq", kSmallScene);
+    for (size_t position = 0; position < kSmallScene.size() && !HasFatalFailure(); ++position)
+    {
+        FailReadAt(static_cast<long>(position));
+        run(false);
+    }
+    FailReadAt(-1);
+    // Parts that different buffers hold, and a payload that no buffer does: nobody looks into it who only passes by.
+    std::string large = kSmallScene;
+    const size_t begin = large.find("{}$\"#");
+    large.replace(large.find("$00000005"), 9, "$00020005").insert(begin, 0x20000, '$');
+    for (const char* part : {"MATL", "MESH", "NODE"})
+        large.insert(large.find(part), "#" + std::string(70000, ' ') + "\r");
+    file = Put("large.nq", large);
+    for (size_t position = 0; position < large.size() && !HasFatalFailure(); position += 15000)
+    {
+        FailReadAt(static_cast<long>(position));
+        run(position > begin && position < begin + 0x20000);
+    }
+    EXPECT_GT(done, 5);
+    FailReadAt(-1);
+    for (const auto& command : commands)
+        for (int call = 1; !HasFatalFailure(); ++call)
+        {
+            FailRead(call);
+            const nqtoken::Outcome outcome = command();
+            const bool reached = ReadsMade() >= call;
+            FailRead(0);
+            ASSERT_EQ(outcome.Status(), reached ? nqtoken::kTrouble : nqtoken::kDone) << call << outcome.Text();
+            if (!reached)
+                break;
+        }
+    close(null);
 }
 
 // A file size limit stands in for a full disk. The old target stays, and nothing else does.

@@ -31,6 +31,9 @@ Outcome CheckFile(const std::string& inPath, uint64 inLimit, Output& ioOutput)
         if (faults == inLimit)
             return AtFault(fmt::format("{}: {} faults, and the rest was not read (--limit)", file.ShownName(), faults));
     }
+    const Outcome read = file.ReadOutcome();
+    if (!read.Ok())
+        return read;
     if (faults > 0)
         return AtFault({});
     ioOutput.Put(fmt::format("{}: no faults", file.ShownName()), Colour::kGood);

@@ -60,7 +60,12 @@ Outcome InputFile::Open(const std::string& inPath, bool inAllowCopy)
     if (S_ISREG(status.st_mode) && !standardInput)
     {
         fSize = static_cast<int32>(status.st_size);
-        return {};
+        char byte = 0;
+        const bool isMadeOnReading = fSize == 0 && ReadAt(0, &byte, 1) > 0; // by the system, as those in /proc
+        if (fError != 0)
+            return SystemTrouble(fShownName);
+        if (!isMadeOnReading || !inAllowCopy)
+            return {};
     }
     if (S_ISBLK(status.st_mode) || !inAllowCopy)
         return Trouble(fmt::format("{}: is not a file", fShownName));
@@ -101,15 +106,17 @@ Outcome InputFile::CopyToTemporary(int inSource)
     return {};
 }
 
-size_t InputFile::ReadAt(int32 inPosition, char* outBytes, size_t inSize) const
+size_t InputFile::ReadAt(int32 inPosition, char* outBytes, size_t inSize)
 {
     for (;;)
     {
         const ssize_t count = pread(fDescriptor, outBytes, inSize, inPosition);
         if (count >= 0)
             return static_cast<size_t>(count);
-        if (errno != EINTR)
-            return 0;
+        if (errno == EINTR)
+            continue;
+        fError = errno;
+        return 0;
     }
 }
 

@@ -35,7 +35,9 @@ public:
 
     int32 Size() const { return fSize; }
     // Reads at most inSize bytes at a position; the number read, 0 at the end or on an error.
-    size_t ReadAt(int32 inPosition, char* outBytes, size_t inSize) const;
+    size_t ReadAt(int32 inPosition, char* outBytes, size_t inSize);
+    // The system's error of the last ReadAt that failed; 0 when none has.
+    int Error() const { return fError; }
 
 private:
     Outcome CopyToTemporary(int inSource);
@@ -44,6 +46,7 @@ private:
     std::string fPath;
     int fDescriptor = -1;
     int32 fSize = 0;
+    int fError = 0;
     bool fTemporary = false; // fPath is to be removed
 };
 

@@ -119,6 +119,8 @@ Outcome ReadEither(const std::string& inPath, Scene& outScene)
         const SceneLimit limit(file.Size());
         return ReadScene(file, outScene);
     }
+    if (file.Failed())
+        return file.ReadOutcome();
     std::vector<std::string> notes;
     return ImportModel(inPath, outScene, notes);
 }

@@ -650,10 +650,12 @@ Outcome SceneReader::Read(Scene& outScene)
         found = true;
         GetScene(outScene);
         CheckReferences(outScene);
-        return {};
+        return fFile.ReadOutcome();
     }
     catch (const TNqException& error)
     {
+        if (fFile.Failed())
+            return fFile.ReadOutcome();
         const NqErr code = error.GetError();
         if (code == kNqErrOutOfMemory)
             return Trouble(fmt::format("{}: {}", fFile.ShownName(), OutOfMemoryText()));

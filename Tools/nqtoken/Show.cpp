@@ -6,6 +6,8 @@
 #include "Tools/nqtoken/TokenFile.h"
 #include "Tools/nqtoken/Walker.h"
 
+#include "NqCore/PublicAPI/NqException.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -234,7 +236,8 @@ Outcome Shower::Show()
             PutFault();
         }
     }
-    return fFaults > 0 ? AtFault({}) : Outcome();
+    const Outcome read = fFile.ReadOutcome();
+    return read.Ok() && fFaults > 0 ? AtFault({}) : read;
 }
 
 } // namespace
@@ -245,7 +248,16 @@ Outcome ShowFile(const std::string& inPath, const ShowOptions& inOptions, Output
     Outcome outcome = file.Open(inPath);
     if (!outcome.Ok())
         return outcome;
-    return Shower(file, inOptions, ioOutput).Show();
+    try
+    {
+        return Shower(file, inOptions, ioOutput).Show();
+    }
+    catch (const TNqException&)
+    {
+        if (!file.Failed())
+            throw;
+        return file.ReadOutcome();
+    }
 }
 
 } // namespace nqtoken

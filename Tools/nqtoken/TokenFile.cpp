@@ -1,6 +1,7 @@
 #include "Tools/nqtoken/TokenFile.h"
 
 #include "NqCore/PublicAPI/ITranscoder.h"
+#include "NqHost/PublicAPI/NqHostFiles.h"
 
 #include <fmt/format.h>
 
@@ -22,14 +23,29 @@ Outcome TokenFile::Open(const std::string& inPath)
     Outcome outcome = fFile.Open(inPath, true);
     if (!outcome.Ok())
         return outcome;
+    NqHostForgetFileError();
     fStream = std::make_unique<TNqfstream>();
     const NqErr error = fStream->Init(fFile.Path().c_str(), kUTF8Transcoder, eRead, kStreamBufferSize, nullptr);
     fFile.ForgetPath();
+    if (error != 0 && Failed())
+        return ReadOutcome();
     if (error != 0)
         return Trouble(fmt::format("{}: could not be opened (0x{:08X})", ShownName(), static_cast<uint32>(error)));
     fStream->CheckIdentifier();
     fMarkSize = fFile.Size() - static_cast<int32>(fStream->GetFileSize());
-    return {};
+    return ReadOutcome();
+}
+
+int TokenFile::Reason() const
+{
+    return fFile.Error() != 0 ? fFile.Error() : NqHostFileError();
+}
+
+Outcome TokenFile::ReadOutcome() const
+{
+    if (!Failed())
+        return {};
+    return Trouble(fmt::format("{}: could not be read: {}", ShownName(), strerror(Reason())));
 }
 
 LineColumn TokenFile::Locate(int32 inPosition)
@@ -85,7 +101,7 @@ int32 TokenFile::FindZeroByte(int32 inFrom, int32 inTo)
     return fScanHit && fScanTo < inTo ? fScanTo : inTo;
 }
 
-char TokenFile::ByteAt(int32 inPosition) const
+char TokenFile::ByteAt(int32 inPosition)
 {
     char byte = 0;
     fFile.ReadAt(inPosition + fMarkSize, &byte, 1);

@@ -37,12 +37,19 @@ public:
     // The first position from inFrom on, before inTo, of a zero byte; inTo when there is none.
     int32 FindZeroByte(int32 inFrom, int32 inTo);
     // One byte at a position; 0 beyond the end.
-    char ByteAt(int32 inPosition) const;
+    char ByteAt(int32 inPosition);
+
+    // Whether the file, open on this thread, could not be read where somebody tried: by the stream or by the above. An
+    // end or a fault that was found then is none. ReadOutcome is Trouble with the reason.
+    bool Failed() const { return Reason() != 0; }
+    Outcome ReadOutcome() const;
 
     // "FILE:LINE:COLUMN: what is wrong (code)".
     std::string FaultText(int32 inPosition, const std::string& inWhat, NqErr inCode);
 
 private:
+    int Reason() const;
+
     InputFile fFile;
     std::unique_ptr<TNqfstream> fStream;
     int32 fMarkSize = 0;

@@ -140,7 +140,10 @@ void Put(TNqNetStream& ioStream, std::string_view inBytes)
 Outcome FileSender::Open(const std::string& inPath)
 {
     Outcome outcome = fFile.Open(inPath);
-    return outcome.Ok() ? FindPayloads() : outcome;
+    if (!outcome.Ok())
+        return outcome;
+    outcome = FindPayloads();
+    return fFile.Failed() ? fFile.ReadOutcome() : outcome;
 }
 
 Outcome FileSender::FindPayloads()
@@ -227,6 +230,8 @@ private:
         {
             size = std::min(kPieceSize, inTo - inFrom);
             file.read(fPiece, size);
+            if (fFile.Failed())
+                return fFile.ReadOutcome();
             if (file.gcount() != size)
                 return Trouble(fmt::format("{}: could not be read to its end", fFile.ShownName()));
             fChecksum.Add({fPiece, static_cast<size_t>(size)});
@@ -359,10 +364,7 @@ private:
         return false;
     }
 
-    bool HasEnded() const
-    {
-        return fLink.IsExceeded() || fLink.IsBroken() || (fStream.eof() && fStream.gcount() == 0);
-    }
+    bool HasEnded() const { return fLink.IsExceeded() || fLink.IsBroken() || (fStream.eof() && fStream.gcount() == 0); }
 
     // Why there is no next byte, or why what came makes no sense.
     std::string WhyItEnded() const

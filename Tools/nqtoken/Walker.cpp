@@ -188,8 +188,13 @@ bool Walker::Next()
     fKind = kFault;
     while (!fEnded)
     {
-        if (!ReadToken())
+        const bool isRead = ReadToken();
+        if (fFile.Failed()) // nothing that was found can be believed
+            fEnded = true;
+        else if (!isRead)
             return true;
+        if (fEnded)
+            return false;
         if (fInfo.fKind == NqToken::kNoToken)
             return FileEnded();
         if (fError != 0)

@@ -36,7 +36,7 @@ public:
 
     explicit Walker(TokenFile& ioFile);
 
-    // Goes to the next of these; false at the end.
+    // Goes to the next of these; false at the end, and where the file cannot be read on: ask it for its ReadOutcome.
     bool Next();
 
     EKind Kind() const { return fKind; }
