@@ -975,6 +975,52 @@ TEST_F(ToolTest, OrderedOutputIsThatOfOneFileAfterTheOther)
     close(descriptor);
 }
 
+// What is wrong in a scene, and where: the line of the value, and the element that it belongs to.
+TEST_F(ToolTest, FaultsOfASceneNameTheirElementAndPlace)
+{
+    const CountedReports reports;
+    const std::string mesh = "SCEN {\rMESH { NVTX 0 }\rMESH {\rNAME \"m\"\rNVTX 1\rPOSN 0,0,0\r";
+    const std::pair<std::string, std::string> cases[] = {
+        {"SCEN {\rNAME \"open\rX 1 }\r", ":2:6: a string without its closing quote (0x80010027)"},
+        {"SCEN {\rMESH {\r NAME \"open\rX 1 } }\r", ":3:7: mesh 0: a string without its closing quote (0x80010027)"},
+        {"SCEN {\rOTHR { X { Y \"open } } }", ":2:14: a string without its closing quote (0x80010027)"},
+        {"A \"open", ":1:3: no scene in this file: a string without its closing quote (0x80010027)"},
+        {"SCEN {\rIMAG { DATA\r$00000001\rxx$ } }\r",
+         ":3:1: image 0: the payload of DATA does not end where its count"},
+        {"SCEN {\rX $00000009\rxx$", ":2:3: a payload that is not all there (0x80010027)"},
+        {mesh + "NFAC 1\rFSIZ 3\rNCRN 2\rCRNR 0,0\r} }", ":8:1: mesh 1 \"m\": 1 faces of 3 corners do not make 2"},
+        {mesh + "NFAC 1\r\rNCRN 1\rCRNR 0\r} }", ":7:1: mesh 1 \"m\": NFAC, but neither"},
+        {mesh + "NFAC 1\rFSZS 2\rNCRN 1\rCRNR 0\r} }", ":8:1: mesh 1 \"m\": the faces need 2 corners, and there are 1"},
+        {mesh + "NFAC 1\rFSZS -1\r} }", ":8:1: mesh 1 \"m\": a face with less than 0"},
+        {mesh + "NCRN 1\rCRNR 0\r} }", ":8:1: mesh 1 \"m\": the faces need 0 corners, and there are 1"},
+        {mesh + "NFAC 1\rFSIZ 1\rNCRN 1\rCRNR 1\r\r} }", ":10:1: mesh 1 \"m\": a corner at vertex 1 of 1"},
+        {mesh + "TXCO {\r DIMS 4\r} } }", ":8:2: mesh 1 \"m\": DIMS must be"},
+        {mesh + "COLR {\r VALU 1,2\r} } }", ":8:7: mesh 1 \"m\": VALU holds 2 values instead of 4"},
+        {mesh + "MATI 0\r}\r }", ":7:1: mesh 1 \"m\": material 0 is referred to, of 0"},
+        {mesh + "NVTX 1\r} }", ":7:1: mesh 1 \"m\": a second NVTX"},
+        {"SCEN {\rMESH {\rNVTX 1\r} }", ":3:1: mesh 0: NVTX, but no POSN"},
+        {"SCEN {\rMATL { NAME \"\x01\"\" TXTR {\rIMGI 3 } } MATL { TXTR { } } }",
+         ":3:1: material 0 \"\"\": image 3 is referred to, of 0"},
+        {"SCEN {\rNODE { NODE {\rNAME \"n\" NMSH 1\rMSHS 0 } } }", ":4:1: node 1 \"n\": mesh 0 is referred to, of 0"},
+        {"SCEN {\rNODE { NAME \"r\" NODE { }\rNMSH x } }", ":3:6: node 0 \"r\": NMSH must be a whole"},
+        {"SCEN {\rNODE { NMSH 1\rMSHS -1 } }", ":3:1: node 0: mesh -1 is referred to, of 0"},
+        {"SCEN {\rNIMG 0\rNMSH 2\r}", ":3:1: the scene has 0 meshes, and its head says 2"},
+        {"SCEN {\rVERS 99\r}", ":2:1: a scene of a later layout"},
+    };
+    for (const auto& [content, fault] : cases)
+    {
+        const std::string file = Put("fault.nq", content);
+        nqtoken::Scene scene;
+        const nqtoken::Outcome outcome = nqtoken::ReadScene(file, scene);
+        EXPECT_EQ(outcome.Status(), nqtoken::kAtFault);
+        EXPECT_EQ(outcome.Text().substr(0, file.size() + fault.size()), file + fault);
+    }
+    Put("open.nq", "A {\rB { C \"open\r}\r}\r");
+    const TRun run = Run({"show", "--depth", "0", "open.nq"});
+    EXPECT_EQ(run.fStatus, 1);
+    EXPECT_EQ(run.fErr, "nqtoken: open.nq:2:7: a string without its closing quote (0x80010027)\n");
+}
+
 // What is done is shown while a later file keeps the tool waiting.
 TEST_F(ToolTest, ShowsEachFileAsSoonAsThoseBeforeItAreDone)
 {

@@ -271,21 +271,13 @@ bool Walker::AtValue()
 
 void Walker::SkipBlock()
 {
-    try
+    int64 depth = 1;
+    do
     {
-        NqToken::SkipTokenData(fStream, true);
-        fInfo = NqToken::TNqTokenInfo();
-        fInfo.fKind = NqToken::kEndToken;
-        fInfo.fOffset = fStream.tell() - 1;
-        fError = 0;
-    }
-    catch (const TNqException& error)
-    {
-        fInfo = NqToken::TNqTokenInfo();
-        fInfo.fKind = error.GetError() == kNqErrEndOfFile ? NqToken::kNoToken : NqToken::kRawToken;
-        fInfo.fOffset = fStream.tell();
-        fError = error.GetError();
-    }
+        fError = NqToken::GetNextTokenInfo(fStream, fToken, fInfo, false);
+        depth += fInfo.fKind == NqToken::kBeginToken ? 1 : 0;
+        depth -= fInfo.fKind == NqToken::kEndToken ? 1 : 0;
+    } while (fError == 0 && depth > 0);
     fZeroFreeTo = fStream.tell();
     fTokenState = kToLookAt;
 }
