@@ -1,5 +1,7 @@
 #include "NqPlatform/CFDateFormatter.h"
 
+#include "NqPlatform/UserZone.h"
+
 #include <unicode/ucal.h>
 #include <unicode/udat.h>
 
@@ -9,6 +11,8 @@
 #include <new>
 #include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 namespace
 {
@@ -67,14 +71,6 @@ TFormat OpenFormat(const TFormatKey& key)
     return format;
 }
 
-std::u16string GetDefaultZone()
-{
-    std::array<UChar, 128> name;
-    UErrorCode status = U_ZERO_ERROR;
-    const int32_t length = ucal_getDefaultTimeZone(name.data(), static_cast<int32_t>(name.size()), &status);
-    return U_SUCCESS(status) ? std::u16string(name.data(), static_cast<size_t>(length)) : std::u16string(u"GMT");
-}
-
 // The formatters that a thread used last: opening one takes thousands of times as long as using it, and using one
 // changes it, so that threads do not share them.
 class TFormatCache
@@ -114,12 +110,32 @@ private:
     std::array<TEntry, 8> fEntries{}; // the last used first
 };
 
-// The instant in milliseconds since 1970, in the range in which calendars count.
-UDate ToDate(CFAbsoluteTime time)
+// An instant in the range in which calendars count.
+CFAbsoluteTime ToRange(CFAbsoluteTime time)
 {
     constexpr double furthest = 1.8e14; // seconds: five million years
-    const double inRange = time != time ? 0 : std::clamp(time, -furthest, furthest);
-    return (inRange + kCFAbsoluteTimeIntervalSince1970) * 1000;
+    return time != time ? 0 : std::clamp(time, -furthest, furthest);
+}
+
+// The text with plain blanks. Of the zone, which the format may write, `ioZone` says where it stands: it is left empty
+// where the format has none. False when there is no text.
+bool WriteDate(UDateFormat* format, CFAbsoluteTime time, std::u16string& outText, UFieldPosition& ioZone)
+{
+    std::array<UChar, 512> text; // the longest of any locale have about a hundred
+    UErrorCode status = U_ZERO_ERROR;
+    const UDate milliseconds = (time + kCFAbsoluteTimeIntervalSince1970) * 1000;
+    const int32_t length =
+        udat_format(format, milliseconds, text.data(), static_cast<int32_t>(text.size()), &ioZone, &status);
+    if (U_FAILURE(status))
+        return false;
+    // Fields of a text are measured in bytes as well as in characters; with plain blanks most texts have as many of
+    // both.
+    constexpr UChar narrowNoBreakSpace = 0x202F;
+    constexpr UChar noBreakSpace = 0x00A0;
+    const auto isBlank = [](UChar unit) { return unit == narrowNoBreakSpace || unit == noBreakSpace; };
+    std::replace_if(text.begin(), text.begin() + length, isBlank, UChar{' '});
+    outText.assign(text.data(), static_cast<size_t>(length));
+    return true;
 }
 
 } // namespace
@@ -127,6 +143,7 @@ UDate ToDate(CFAbsoluteTime time)
 struct NqCFDateFormatter : NqCFObject
 {
     TFormat fFormat;
+    bool fReadsClock = false; // the format writes GMT, and is given what the C library's clock shows
 };
 
 CFDateFormatterRef CFDateFormatterCreate(CFAllocatorRef, CFLocaleRef locale, CFDateFormatterStyle dateStyle,
@@ -135,7 +152,11 @@ CFDateFormatterRef CFDateFormatterCreate(CFAllocatorRef, CFLocaleRef locale, CFD
     try
     {
         auto formatter = std::make_unique<NqCFDateFormatter>();
-        formatter->fFormat = TFormatCache::Get({dateStyle, timeStyle, locale->fName, GetDefaultZone()});
+        std::u16string zone = GetUserZone();
+        formatter->fReadsClock = zone.empty();
+        if (formatter->fReadsClock)
+            zone = u"GMT";
+        formatter->fFormat = TFormatCache::Get({dateStyle, timeStyle, locale->fName, std::move(zone)});
         return formatter->fFormat != nullptr ? formatter.release() : nullptr;
     }
     catch (const std::bad_alloc&)
@@ -147,19 +168,23 @@ CFDateFormatterRef CFDateFormatterCreate(CFAllocatorRef, CFLocaleRef locale, CFD
 CFStringRef CFDateFormatterCreateStringWithAbsoluteTime(CFAllocatorRef allocator, CFDateFormatterRef formatter,
                                                         CFAbsoluteTime time)
 {
-    std::array<UChar, 512> text; // the longest of any locale have about a hundred
-    UErrorCode status = U_ZERO_ERROR;
-    const int32_t length = udat_format(formatter->fFormat.get(), ToDate(time), text.data(),
-                                       static_cast<int32_t>(text.size()), nullptr, &status);
-    if (U_FAILURE(status))
+    try
+    {
+        TClock clock{ToRange(time), {}};
+        if (formatter->fReadsClock)
+            clock = ReadClock(clock.fShown);
+        std::u16string text;
+        UFieldPosition zone{UDAT_TIMEZONE_FIELD, 0, 0};
+        if (!WriteDate(formatter->fFormat.get(), clock.fShown, text, zone))
+            return nullptr;
+        if (formatter->fReadsClock && zone.beginIndex < zone.endIndex)
+            text.replace(static_cast<size_t>(zone.beginIndex), static_cast<size_t>(zone.endIndex - zone.beginIndex),
+                         clock.fZoneLabel);
+        const std::vector<UniChar> units(text.begin(), text.end());
+        return CFStringCreateWithCharacters(allocator, units.data(), static_cast<CFIndex>(units.size()));
+    }
+    catch (const std::bad_alloc&)
+    {
         return nullptr;
-    // Fields of a text are measured in bytes as well as in characters; with plain blanks most texts have as many of
-    // both.
-    constexpr UChar narrowNoBreakSpace = 0x202F;
-    constexpr UChar noBreakSpace = 0x00A0;
-    const auto isBlank = [](UChar unit) { return unit == narrowNoBreakSpace || unit == noBreakSpace; };
-    std::replace_if(text.begin(), text.begin() + length, isBlank, UChar{' '});
-    std::array<UniChar, 512> units;
-    std::copy(text.begin(), text.begin() + length, units.begin());
-    return CFStringCreateWithCharacters(allocator, units.data(), length);
+    }
 }

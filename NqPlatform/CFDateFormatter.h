@@ -1,4 +1,5 @@
-// Dates and times as a locale writes them, in the process's time zone: the formatters of the CoreFoundation stand-in.
+// Dates and times as a locale writes them, in the user's time zone (UserZone.h): the formatters of the CoreFoundation
+// stand-in.
 //
 //     const CFMacPtr<CFDateFormatterRef> formatter(
 //         CFDateFormatterCreate(kCFAllocatorDefault, locale, kCFDateFormatterShortStyle, kCFDateFormatterNoStyle));

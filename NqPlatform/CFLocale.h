@@ -18,5 +18,7 @@ struct NqCFLocale : NqCFObject
 
 using CFLocaleRef = const NqCFLocale*;
 
-// The process's default locale; null without memory. One reference for the caller.
+// The locale of the user's dates; null without memory. One reference for the caller. It is ICU's default, which the
+// program may have set, unless the environment asks for another one: of LC_ALL, LC_TIME and LANG counts the first that
+// is not empty. A locale that the program chose with setlocale counts before them.
 CFLocaleRef CFLocaleCopyCurrent();

@@ -8,7 +8,10 @@
 #include <unicode/uloc.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <ctime>
 #include <limits>
+#include <optional>
 
 // The linker sends calls of f to __wrap_f (--wrap in CMakeLists.txt). The call with this number fails.
 static int gFailing = 0;
@@ -210,6 +213,144 @@ TEST_F(DateTimeTest, TextsAreThoseOfTheUsersLocaleAndZone)
     EXPECT_EQ(TakeReports(), TTexts{"converted"});
     uloc_setDefault(localeBefore.c_str(), &status);
     ucal_setDefaultTimeZone(zoneBefore, &status);
+}
+
+// Variables of the environment, as they were again at the end. Null takes one away.
+class CWhileInEnvironment
+{
+public:
+    CWhileInEnvironment(std::initializer_list<std::pair<std::string, const char*>> variables)
+    {
+        for (const auto& [name, value] : variables)
+        {
+            const char* const before = std::getenv(name.c_str());
+            fBefore.emplace_back(name, before != nullptr ? std::optional<std::string>(before) : std::nullopt);
+            Set(name, value);
+        }
+    }
+    ~CWhileInEnvironment()
+    {
+        for (const auto& [name, value] : fBefore)
+            Set(name, value.has_value() ? value->c_str() : nullptr);
+    }
+
+private:
+    static void Set(const std::string& name, const char* value)
+    {
+        value != nullptr ? setenv(name.c_str(), value, 1) : unsetenv(name.c_str());
+        tzset();
+    }
+    std::vector<std::pair<std::string, std::optional<std::string>>> fBefore;
+};
+
+// The texts of an instant with the C library's letters for them.
+std::string Formatted(const TNqSystemTime& time, const char* form)
+{
+    const std::time_t instant = static_cast<std::time_t>(time.fSeconds + 978307200);
+    std::tm fields{};
+    localtime_r(&instant, &fields);
+    char text[200];
+    return std::string(text, std::strftime(text, sizeof text, form, &fields));
+}
+
+TEST_F(DateTimeTest, RulesOfTZAreReadAsTheCLibraryReadsThem)
+{
+    const char* const berlin = "CET-1CEST,M3.5.0,M10.5.0/3";
+    const std::tuple<const char*, TFields, std::string> cases[] = {
+        {berlin, {2024, 3, 31, 0, 59, 59}, "31.03.24 01:59:59 CET"},
+        {berlin, {2024, 3, 31, 1, 0, 0}, "31.03.24 03:00:00 CEST"},
+        {berlin, {2024, 10, 27, 0, 59, 59}, "27.10.24 02:59:59 CEST"},
+        {berlin, {2024, 10, 27, 1, 0, 0}, "27.10.24 02:00:00 CET"},
+        {"IST-5:30", {2024, 12, 31, 18, 30, 0}, "01.01.25 00:00:00 IST"},
+        {"<+0530>-5:30", {2024, 7, 1, 0, 0, 1}, "01.07.24 05:30:01 +0530"},
+        {"NST3:30NDT", {2024, 7, 1, 0, 0, 0}, "30.06.24 21:30:00 NDT"},                    // the rules of the USA
+        {"AEST-10AEDT,M10.1.0,M4.1.0/3", {2024, 1, 1, 0, 0, 0}, "01.01.24 11:00:00 AEDT"}, // summer in January
+        {"AEST-10AEDT,M10.1.0,M4.1.0/3", {2024, 4, 6, 16, 0, 0}, "07.04.24 02:00:00 AEST"},
+        {"AAA0BBB,J60,J300", {2024, 3, 1, 2, 0, 0}, "01.03.24 03:00:00 BBB"}, // 29 February is not counted
+        {"AAA0BBB,59,299", {2024, 2, 29, 2, 0, 0}, "29.02.24 03:00:00 BBB"},  // and here it is
+        {"AAA0BBB,59,299", {2023, 3, 1, 2, 0, 0}, "01.03.23 03:00:00 BBB"},
+        {"GMT+5", {2024, 7, 1, 0, 0, 0}, "30.06.24 19:00:00 GMT"}, // to the west
+        {"XXX-24:59:58", {2024, 7, 1, 0, 0, 0}, "02.07.24 00:59:58 XXX"},
+        {":/usr/share/zoneinfo/Asia/Tokyo", {2024, 7, 1, 0, 0, 0}, "01.07.24 09:00:00 JST"},
+        {"/usr/share/zoneinfo/Asia/Tokyo", {2024, 7, 1, 0, 0, 0}, "01.07.24 09:00:00 JST"},
+        {":Asia/Tokyo", {2024, 7, 1, 0, 0, 0}, "01.07.24 09:00:00 GMT+9"}, // the name of a zone, for ICU
+        {"America/New_York", {2024, 7, 1, 0, 0, 0}, "30.06.24 20:00:00 GMT-4"},
+        {"PST", {2024, 7, 1, 0, 0, 0}, "01.07.24 00:00:00 PST"}, // no zone, and no offset
+        {"", {2024, 7, 1, 0, 0, 0}, "01.07.24 00:00:00 UTC"},
+        {"Nowhere/At_all", {2024, 7, 1, 0, 0, 0}, "01.07.24 00:00:00 Nowhere"},
+    };
+    const CWhileInEnvironment german{{"LC_ALL", "de_DE.UTF-8"}};
+    for (const auto& [zone, fields, expected] : cases)
+    {
+        const CWhileInEnvironment environment{{"TZ", zone}};
+        EXPECT_EQ(Text(Instant(fields), 0) + " " + Text(Instant(fields), 2), expected) << zone;
+    }
+    TRandom random(76);
+    const auto name = [&random]
+    {
+        const char* const names[] = {"AAA", "Bbbb", "<+03>", "<-0330>", "CEST", "AB", ""};
+        return std::string(names[random.Below(20) < 18 ? random.Below(5) : random.Below(7)]);
+    };
+    const auto number = [&random](int32 end) { return std::to_string(random.Below(end)); };
+    const auto offset = [&](int32 hours)
+    { return std::string(random.OneIn(2) ? "-" : "") + number(hours) + (random.OneIn(2) ? ":" + number(60) : ""); };
+    const auto day = [&]
+    {
+        const std::string days[] = {"M" + number(14) + "." + number(7) + "." + number(8), "J" + number(368),
+                                    number(367)};
+        return "," + days[random.Below(3)] + (random.OneIn(2) ? "/" + offset(30) : "");
+    };
+    for (int round = 0; round < 800; ++round)
+    {
+        std::string rule = name() + offset(25);
+        if (!random.OneIn(4))
+            rule += name() + (random.OneIn(4) ? offset(25) : "") + (random.OneIn(6) ? "" : day() + day());
+        if (random.OneIn(5))
+            rule = Mutated(rule, {",", "M", "/", "<", ":", "J1", "CET"}, random);
+        const CWhileInEnvironment environment{{"TZ", rule.c_str()}};
+        for (int i = 0; i < 8; ++i)
+        {
+            TNqSystemTime time;
+            time.fSeconds = std::floor((random.Below(1000000000) - 3e8) * 16 + random.Below(100)); // 1849 to 2356
+            const std::string zone = Formatted(time, "%Z");
+            ASSERT_EQ(Text(time, 0) + " " + Text(time, 1), Formatted(time, "%d.%m.%y %H:%M")) << rule;
+            ASSERT_EQ(Text(time, 2), (Formatted(time, "%H:%M:%S ") + zone).substr(0, 63)) << rule;
+        }
+    }
+    TakeReports(); // of names that are too long
+}
+
+// The date that a process writes which finds this in its environment. It is this program, started anew.
+TEST_F(DateTimeTest, TheLanguageOfDatesIsThatOfTheEnvironment)
+{
+    const TNqSystemTime day = Instant({2024, 2, 3});
+    if (const char* const expected = std::getenv("NQTEST_EXPECTED_DATE"))
+    {
+        EXPECT_EQ(Text(day, 0), expected);
+        return;
+    }
+    const std::tuple<const char*, const char*, const char*, const char*, const char*> cases[] = {
+        // LC_ALL, LC_TIME, LC_MESSAGES, LANG
+        {nullptr, nullptr, nullptr, nullptr, "2/3/24"},
+        {nullptr, nullptr, nullptr, "de_DE.UTF-8", "03.02.24"},
+        {"", "", "", "de_DE.UTF-8", "03.02.24"}, // empty is as good as not there
+        {nullptr, "sv_SE.UTF-8", nullptr, "de_DE.UTF-8", "2024-02-03"},
+        {"en_GB.UTF-8", "sv_SE.UTF-8", "fr_CA", "de_DE.UTF-8", "03/02/2024"},
+        {nullptr, nullptr, "sv_SE", "de_DE@euro", "03.02.24"}, // messages are not dates
+        {"", "C", nullptr, "de_DE.UTF-8", "2/3/24"},
+        {"POSIX", "de_DE", "de_DE", "de_DE", "2/3/24"},
+    };
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    for (const auto& [all, time, messages, language, expected] : cases)
+    {
+        const CWhileInEnvironment environment{
+            {"LC_ALL", all}, {"LC_TIME", time}, {"LC_MESSAGES", messages}, {"LANG", language}};
+        EXPECT_EQ(Text(day, 0), expected) << "set while the program runs";
+        const CWhileInEnvironment question{{"NQTEST_EXPECTED_DATE", expected}};
+        EXPECT_EQ(std::system(("'" + program + "' --gtest_brief=1 --gtest_filter=DateTimeTest.TheLanguage*").c_str()),
+                  0)
+            << expected;
+    }
 }
 
 TEST_F(DateTimeTest, EachFailureOfTheSystemIsThrown)

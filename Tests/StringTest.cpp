@@ -7,6 +7,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <memory>
 #include <optional>
 
 // Strings cross into modules built elsewhere: their sizes and fields are fixed.

@@ -29,9 +29,10 @@ public:
     // Now.
     static TNqSystemTime GetCurrentLocalTime();
 
-    // The time of day, and the date in its short form, in the user's language and time zone. The long form of the time
-    // has seconds. A text with characters beyond ASCII is not handed out: "converted" is reported and `str` stays as it
-    // is. Throw kNqErrInvalidData when the system has no locale, no form for it, or no text.
+    // The time of day, and the date in its short form, in the user's language and time zone: those of LC_ALL, LC_TIME
+    // or LANG, and of TZ, where the system has these. The long form of the time has seconds and the zone. A text with
+    // characters beyond ASCII is not handed out: "converted" is reported and `str` stays as it is. Throw
+    // kNqErrInvalidData when the system has no locale, no form for it, or no text.
     void SysTimeString(TNqString& str, uint8 display_seconds) const;
     void SysDateString(TNqString& str) const;
 
