@@ -86,8 +86,6 @@ TEST_F(ResourceTool, SaysWhatIsWrongWhere)
          "as 1,2,3"},
         {"RSRC { DATA { HEXA 0G", "t:1:20: expected hexadecimal digits, 0 to 9 and A to F"},
         {"RSRC { DATA { P002 \"abc\"", "t:1:20: 3 bytes of text where at most 2 fit; shorten it"},
-        {"RSRC { DATA { STR4 \"" + std::string(4096, 'x') + "\"",
-         "t:1:20: 4096 bytes of text where at most 4095 fit; shorten it"},
         {"RSRC { DATA { P0x1 {",
          "t:1:15: \"P0x1\" is not known here; expected BYTE, SHRT, LONG, RL32, RL64, FOUR, HEXA, "
          "STR1, STR4, CSTR, LOCS, P000, L003 or }"},
@@ -231,10 +229,35 @@ TEST_F(ResourceTool, FromTheCommandLine)
     EXPECT_EQ(ReadAll(Path("same.nqr")), before);
     EXPECT_EQ(Run("check cut.nqr"), 1);
     EXPECT_EQ(ReadAll(Path("err")).substr(0, 26), "nqres: cut.nqr: is cut: 40");
-    EXPECT_EQ(Run("show none.nqr"), 2);
-    EXPECT_EQ(Run("export-strings small.nqr -o none/x"), 2);
-    EXPECT_EQ(Run("show small.nqr > /dev/full 2> err; exit $?; true"), 2);
-    EXPECT_EQ(Run("show"), 2);
+    static const std::pair<const char*, const char*> kTrouble[] = {
+        {"show none.nqr", "none.nqr: there is no such file"},
+        {"show .", ".: is a folder"},
+        {"check small.nqr --against ''", "the name of a file is empty"},
+        {"check small.nqr --against /dev/null", "/dev/null: is not a file"},
+        {"build small.txt/x -o y", "small.txt/x: Not a directory"},
+        {"build latin.txt -o ''", "the name of a file is empty"},
+        {"build latin.txt -o .", ".: is a folder"},
+        {"export-strings small.nqr -o none/x",
+         "none/x: no new file can be made in its folder: No such file or directory"},
+        {"show small.nqr > /dev/full 2> err; exit $?; true", "standard output: No space left on device"},
+        {"show", "FILE is missing: resource file to read; see \"nqres show --help\""},
+        {"build latin.txt", "--output TARGET is missing: resource file to write; see \"nqres build --help\""},
+        {"check small.nqr --againts x",
+         "check has no option --againts, perhaps --against is meant; see \"nqres check --help\""},
+        {"biuld x", "there is no command \"biuld\", perhaps \"build\" is meant; see \"nqres --help\""},
+    };
+    for (const auto& [arguments, message] : kTrouble)
+    {
+        EXPECT_EQ(Run(arguments), 2) << arguments;
+        EXPECT_EQ(ReadAll(Path("err")), "nqres: "s + message + "\n");
+    }
+
+    // Nobody reads what is printed, as behind "| head".
+    const std::string tool = std::filesystem::absolute(NQRES_PATH).string();
+    const std::string piped = "cd '" + fFolder.string() + "' && { sleep 0.2; '" + tool +
+                              "' show small.nqr 2> err; echo $? > status; } | true";
+    EXPECT_EQ(std::system(piped.c_str()), 0);
+    EXPECT_EQ(ReadAll(Path("status")) + ReadAll(Path("err")), "0\n");
 }
 
 #endif

@@ -382,7 +382,7 @@ TEST_F(ToolTest, ShowPrintsTheTree)
     EXPECT_EQ(run.fStatus, 0) << run.fErr;
     for (const char* line :
          {"  DATA  payload         5 bytes  7B 7D 24 22 23\n", "    POSN  integer        9 values  0, 0, ...\n",
-          "  MADE  string          9 bytes  \"by \"hand\"\"\n", "  UPAX  word                     Z\n",
+          "  MADE  string          9 bytes  \"by \\\"hand\\\"\"\n", "  UPAX  word                     Z\n",
           "  UNIT  real                     0.01\n", "    NODE {\n",
           "      MTRX  real          16 values  1, 0, ...\n"})
         EXPECT_TRUE(Contains(run.fOut, line)) << line << "in\n" << run.fOut;
@@ -390,6 +390,12 @@ TEST_F(ToolTest, ShowPrintsTheTree)
     EXPECT_TRUE(Contains(run.fOut, "  MESH { ... }  ")) << run.fOut;
     EXPECT_FALSE(Contains(run.fOut, "POSN")) << run.fOut;
     EXPECT_TRUE(Contains(run.fOut, "\n}\n")) << run.fOut;
+
+    run = Run({"show", Put("texts",
+                           "A \"x\\\\n\ty\" B \"" + std::string(60, 'z') + "\" C \"" + std::string(61, 'z') + "\"\n")});
+    EXPECT_EQ(run.fOut, "A     string          5 bytes  \"x\\\\n\\ty\"\nB     string         60 bytes  \"" +
+                            std::string(60, 'z') + "\"\nC     string         61 bytes  \"" + std::string(60, 'z') +
+                            "\"...\n");
 
     // More values than the first bytes of a word hold.
     std::string numbers = "0.5", shown = numbers;
@@ -407,7 +413,8 @@ TEST_F(ToolTest, HelpAndUsage)
     for (const char* command : {"import", "export", "show", "check", "compare", "formats", "send", "receive"})
     {
         Succeeds({command, "--help"}, "Example: nqtoken "s + command);
-        EXPECT_EQ(Run({command, "--nonsense"}).fStatus, 2);
+        EXPECT_TRUE(
+            Contains(Run({command, "x", "--nonsense", "y"}).fErr, command + " has no option --nonsense, only --help"s));
     }
     Succeeds({"--help"});
     Succeeds({"help", "check"}, "Example: nqtoken check");
@@ -423,7 +430,24 @@ TEST_F(ToolTest, HelpAndUsage)
         {{"compare", "x", "y", "--tolerance", "nan"}, "\"nan\" is not a number"},
         {{"receive", "0", "-o", "x", "--max-size", "-5"}, "\"-5\" is not a number of bytes"},
         {{"receive", "0", "-o", "x", "--max-size", "99999999999G"}, "is not a number of bytes"},
-        {{"import", "x", "-o", "y", "--payload", "wax"}, "wax"},
+        {{"import", "x", "-o", "y", "--payload", "wax"},
+         "--payload: \"wax\" is none of text, raw; see \"nqtoken import"},
+        {{"show", "x", "--dpeth", "2"},
+         "show has no option --dpeth, perhaps --depth is meant; see \"nqtoken show --help\""},
+        {{"show", "--val=2", "x"}, "show has no option --val, perhaps --values is meant"},
+        {{"show", "x", "-depth", "2"}, "show has no option -depth, perhaps --depth is meant"},
+        {{"check", "x", "-k2"}, "check has no option -k2, only --help, --limit, --jobs"},
+        {{"show", "x", "a\"b", "z"}, "show takes one FILE, and \"a\\\"b\" is one more"},
+        {{"send", "x", "y", "--", "--z"}, "send takes one ADDRESS and one SCENE, and \"--z\" is one more"},
+        {{"formats", "x"}, "formats takes no file, and \"x\" is one more"},
+        {{"compare", "x"}, "compare takes two FILES, and only one is given"},
+        {{"send", "x"}, "SCENE is missing: token file to send"},
+        {{"export", "x"}, "--output MODEL is missing: model to write: .obj"},
+        {{"export", "-o", "x"}, "SCENE is missing: scene to read"},
+        {{"export", "x", "-o"}, "--output needs a value: --output MODEL"},
+        {{"show", "--values", "--depth", "1", "x"}, "--values needs a value: --values N"},
+        {{"show", "x", "--values="}, "--values needs a value: --values N"},
+        {{"check", "-j2", "x", "--jobs=3"}, "--jobs is given twice"},
     };
     for (const auto& [arguments, message] : wrong)
     {
@@ -474,8 +498,7 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
         {{"show", "scene.nq"}, "standard output: No space", FullOutput},
         {{"check", "scene.nq"}, "standard output: No space", FullOutput},
         {{"show", "--help"}, "standard output: No space", FullOutput},
-        {{"show", "scene.nq"}, "", BrokenOutput},
-        {{"check", "scene.nq", "scene.nq", "missing", "-j2"}, "", BrokenOutput},
+        {{"check", "scene.nq", "scene.nq", "missing", "-j2"}, "missing: No such file", BrokenOutput},
         {{"check", "-", "scene.nq", "-"}, "can be read only once"},
         {{"import", "pipe", "-o", "target.obj"}, "pipe: is not a file"}, // nobody writes to it
         {{"show", ""}, "name of a file is empty"},
@@ -588,6 +611,33 @@ TEST_F(ToolTest, AReadErrorIsNeitherAnEndNorAFault)
     close(null);
 }
 
+// Behind "| head" nobody reads any more: that is no error, nothing is said of it, and what a command finds still
+// counts.
+TEST_F(ToolTest, AReaderThatHasEnoughIsNoError)
+{
+    Put("scene.nq", kSmallScene);
+    Put("wrong", "}\n");
+    std::string many;
+    for (int i = 0; i < 30000; ++i)
+        many += "A 1\n";
+    Put("many", many + "}\n");
+    const std::pair<TTexts, int> cases[] = {
+        {{"show", "many"}, 0},
+        {{"show", "--help"}, 0},
+        {{"formats"}, 0},
+        {{"check", "scene.nq"}, 0},
+        {{"check", "wrong"}, 1},
+        {{"check", "scene.nq", "many", "-j2"}, 1},
+        {{"compare", "scene.nq", "scene.nq"}, 0},
+    };
+    for (const auto& [arguments, status] : cases)
+    {
+        const TRun run = Run(arguments, {}, BrokenOutput);
+        EXPECT_EQ(run.fStatus, status) << arguments[0];
+        EXPECT_EQ(run.fErr, "") << arguments[0];
+    }
+}
+
 // A file size limit stands in for a full disk. The old target stays, and nothing else does.
 TEST_F(ToolTest, TargetsAreReplacedWholeOrNotAtAll)
 {
@@ -642,6 +692,10 @@ TEST_F(ToolTest, TargetsAreReplacedWholeOrNotAtAll)
     EXPECT_TRUE(
         Contains(Run({"import", "model.obj", "-o", "read-only.nq"}, {}, drop).fErr, "read-only.nq: Permission denied"));
     EXPECT_EQ(ReadAll(Path("read-only.nq")), "old");
+    chmod(fFolder.c_str(), 0755);
+    chmod(Path("old.nq").c_str(), 0666);
+    EXPECT_EQ(Run({"import", "model.obj", "-o", "old.nq"}, {}, drop).fErr,
+              "nqtoken: old.nq: no new file can be made in its folder: Permission denied\n");
 }
 
 TEST_F(ToolTest, SaysOnceWhatTextCannotCarry)

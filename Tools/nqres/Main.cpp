@@ -2,23 +2,28 @@
 
 #include "Tools/nqres/Build.h"
 #include "Tools/nqres/Strings.h"
+#include "Tools/nqtoken/AtomicFile.h"
+#include "Tools/nqtoken/CommandLine.h"
+#include "Tools/nqtoken/Output.h"
+#include "Tools/nqtoken/Reports.h"
+#include "Tools/nqtoken/Text.h"
 
 #include "NqCore/PublicAPI/NqHostServices.h"
-#include "NqCore/PublicAPI/NqResourceStream.h"
 #include "NqHost/PublicAPI/NqHost.h"
 #include "NqHost/PublicAPI/NqHostFiles.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <csignal>
-#include <cstdio>
 #include <memory>
-#include <new>
+#include <optional>
+#include <string>
 #include <vector>
 
 using namespace nqres;
 using nqtoken::AtFault;
+using nqtoken::Counted;
+using nqtoken::Output;
 using nqtoken::Trouble;
 
 namespace
@@ -31,6 +36,11 @@ using Bytes = std::unique_ptr<int8, decltype(&Nqfree)>;
 // A block of a text needs room for one line end more.
 constexpr uint32 kLargestText = 0x7FFFFFFE;
 
+Outcome FileTrouble(const std::string& inPath, const char* inReason)
+{
+    return Trouble(inPath + (inPath.empty() ? "" : ": ") + inReason);
+}
+
 Outcome Load(const std::string& inPath, Bytes& outBytes, std::string_view& outText)
 {
     int8* block = nullptr;
@@ -40,36 +50,17 @@ Outcome Load(const std::string& inPath, Bytes& outBytes, std::string_view& outTe
     outBytes.reset(block);
     outText = {block, size};
     if (error != kNqNoErr)
-        return Trouble(fmt::format("{}: {}", inPath, reason.StrGet()));
-    return size <= kLargestText ? Outcome() : Trouble(fmt::format("{}: is too large", inPath));
+        return FileTrouble(inPath, reason.StrGet());
+    return size <= kLargestText ? Outcome() : Trouble(fmt::format("{}: has more than {} bytes", inPath, kLargestText));
 }
-
-// A signal that ends the program would leave a temporary file beside the target: it waits for the moment it takes.
-class WithoutSignals
-{
-public:
-    WithoutSignals()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        sigprocmask(SIG_BLOCK, &all, &fBefore);
-    }
-    ~WithoutSignals() { sigprocmask(SIG_SETMASK, &fBefore, nullptr); }
-    WithoutSignals(const WithoutSignals&) = delete;
-    WithoutSignals& operator=(const WithoutSignals&) = delete;
-
-private:
-    sigset_t fBefore = {};
-};
 
 Outcome Save(const std::string& inPath, const int8* inBytes, size_t inSize)
 {
     if (inSize > kLargestText)
-        return Trouble(fmt::format("{}: would be too large", inPath));
-    const WithoutSignals quiet;
+        return Trouble(fmt::format("{}: would have more than {} bytes", inPath, kLargestText));
     TNqDynamicString reason;
     if (NqHostReplaceFile(inPath.c_str(), inBytes, static_cast<uint32>(inSize), reason) != kNqNoErr)
-        return Trouble(fmt::format("{}: {}", inPath, reason.StrGet()));
+        return FileTrouble(inPath, reason.StrGet());
     return {};
 }
 
@@ -86,10 +77,9 @@ Outcome LoadResources(const std::string& inPath, TNqHostResourceFile& outFile)
 
 Outcome SaveResources(const std::string& inPath, const TNqHostResourceFile& inFile)
 {
-    const WithoutSignals quiet;
     TNqDynamicString reason;
     if (inFile.Write(inPath.c_str(), reason) != kNqNoErr)
-        return Trouble(fmt::format("{}: {}", inPath, reason.StrGet()));
+        return FileTrouble(inPath, reason.StrGet());
     return {};
 }
 
@@ -109,28 +99,22 @@ Outcome LoadStrings(const std::string& inPath, StringMap& outStrings)
     return outcome;
 }
 
-Outcome Print(const std::string& inText)
-{
-    if (std::fwrite(inText.data(), 1, inText.size(), stdout) == inText.size() && std::fflush(stdout) == 0)
-        return {};
-    return Trouble("standard output could not be written");
-}
-
-void PutNote(const std::string& inText)
-{
-    std::fprintf(stderr, "nqres: %s\n", inText.c_str());
-}
-
 // ---- Commands ------------------------------------------------------------------------------------------------------
 
 struct Arguments
 {
     std::string fInput;
-    std::string fStrings; // of import-strings and check; empty for none
+    std::optional<std::string> fStrings; // of import-strings and check
     std::string fTarget;
 };
 
-Outcome Build(const Arguments& inArguments)
+void PutLines(const std::vector<std::string>& inLines, Output& ioOutput)
+{
+    for (const std::string& line : inLines)
+        ioOutput.Put(line + "\n");
+}
+
+Outcome Build(const Arguments& inArguments, Output&)
 {
     Bytes bytes(nullptr, &Nqfree);
     std::string_view text;
@@ -141,14 +125,16 @@ Outcome Build(const Arguments& inArguments)
     return outcome.Ok() ? SaveResources(inArguments.fTarget, file) : outcome;
 }
 
-Outcome Show(const Arguments& inArguments)
+Outcome Show(const Arguments& inArguments, Output& ioOutput)
 {
     TNqHostResourceFile file;
     Outcome outcome = LoadResources(inArguments.fInput, file);
-    return outcome.Ok() ? Print(ShowResources(file)) : outcome;
+    if (outcome.Ok())
+        ioOutput.Put(ShowResources(file));
+    return outcome;
 }
 
-Outcome Export(const Arguments& inArguments)
+Outcome Export(const Arguments& inArguments, Output&)
 {
     TNqHostResourceFile file;
     Outcome outcome = LoadResources(inArguments.fInput, file);
@@ -158,26 +144,33 @@ Outcome Export(const Arguments& inArguments)
     return Save(inArguments.fTarget, text.data(), text.size());
 }
 
-Outcome Import(const Arguments& inArguments)
+void PutImportNotes(const Arguments& inArguments, size_t inKept)
+{
+    if (inKept != 0)
+        nqtoken::PutNote(fmt::format("{}: {} of {} {} missing and {}; \"nqres check {} --against {}\" lists {}",
+                                     *inArguments.fStrings, Counted(inKept, "string"), inArguments.fInput,
+                                     inKept == 1 ? "is" : "are", inKept == 1 ? "stays as it is" : "stay as they are",
+                                     inArguments.fInput, *inArguments.fStrings, inKept == 1 ? "it" : "them"));
+}
+
+Outcome Import(const Arguments& inArguments, Output&)
 {
     TNqHostResourceFile file;
     StringMap strings;
     size_t kept = 0;
     Outcome outcome = LoadResources(inArguments.fInput, file);
     if (outcome.Ok())
-        outcome = LoadStrings(inArguments.fStrings, strings);
+        outcome = LoadStrings(*inArguments.fStrings, strings);
     if (outcome.Ok())
-        outcome = ImportStrings(inArguments.fStrings, strings, file, kept);
+        outcome = ImportStrings(*inArguments.fStrings, strings, file, kept);
     if (outcome.Ok())
         outcome = SaveResources(inArguments.fTarget, file);
-    if (outcome.Ok() && kept != 0)
-        PutNote(fmt::format("{}: {} strings of {} are missing and stay as they are; \"nqres check {} --against {}\" "
-                            "lists them",
-                            inArguments.fStrings, kept, inArguments.fInput, inArguments.fInput, inArguments.fStrings));
+    if (outcome.Ok())
+        PutImportNotes(inArguments, kept);
     return outcome;
 }
 
-Outcome Check(const Arguments& inArguments)
+Outcome Check(const Arguments& inArguments, Output& ioOutput)
 {
     TNqHostResourceFile file;
     Outcome outcome = LoadResources(inArguments.fInput, file);
@@ -185,25 +178,25 @@ Outcome Check(const Arguments& inArguments)
         return outcome;
     const StringMap original = StringsOf(file);
     std::vector<std::string> faults;
-    std::string good =
-        fmt::format("{}: {} resources, {} strings\n", inArguments.fInput, file.CountAllResources(), original.size());
-    if (inArguments.fStrings.empty())
+    std::string good = fmt::format("{}: {}, {}", inArguments.fInput, Counted(file.CountAllResources(), "resource"),
+                                   Counted(original.size(), "string"));
+    if (!inArguments.fStrings)
         faults = CheckStrings(original, inArguments.fInput);
     else
     {
         StringMap translation;
-        outcome = LoadStrings(inArguments.fStrings, translation);
+        outcome = LoadStrings(*inArguments.fStrings, translation);
         if (!outcome.Ok())
             return outcome;
-        faults = CompareStrings(original, translation, inArguments.fStrings);
-        const std::vector<std::string> malformed = CheckStrings(translation, inArguments.fStrings);
+        faults = CompareStrings(original, translation, *inArguments.fStrings);
+        const std::vector<std::string> malformed = CheckStrings(translation, *inArguments.fStrings);
         faults.insert(faults.end(), malformed.begin(), malformed.end());
-        good = fmt::format("{}: all {} strings are there\n", inArguments.fStrings, original.size());
+        good = fmt::format("{}: {}", *inArguments.fStrings,
+                           original.size() == 1 ? "the one string is there"
+                                                : fmt::format("all {} strings are there", original.size()));
     }
-    if (faults.empty())
-        return Print(good);
-    outcome = Print(fmt::format("{}\n", fmt::join(faults, "\n")));
-    return outcome.Ok() ? AtFault({}) : outcome;
+    PutLines(faults.empty() ? std::vector<std::string>{good} : faults, ioOutput);
+    return faults.empty() ? Outcome() : AtFault({});
 }
 
 // ---- Command line --------------------------------------------------------------------------------------------------
@@ -211,7 +204,7 @@ Outcome Check(const Arguments& inArguments)
 constexpr const char* kStatusText =
     "Exit status: 0 done, 1 a file is at fault, 2 wrong usage or a file that could not be read or written.";
 
-using Command = Outcome (*)(const Arguments&);
+using Command = Outcome (*)(const Arguments&, Output&);
 
 struct Description
 {
@@ -255,13 +248,6 @@ void Describe(const Description& inCommand, CLI::App& ioApp, Arguments& outArgum
     command->footer(fmt::format("Example: {}\n{}", inCommand.fExample, kStatusText));
 }
 
-int Finish(const Outcome& inOutcome)
-{
-    if (!inOutcome.Text().empty())
-        PutNote(inOutcome.Text());
-    return inOutcome.Status();
-}
-
 int Run(int inCount, char** inArguments)
 {
     CLI::App app("Makes resource files from text, shows them, and takes their strings to translators and back.",
@@ -272,50 +258,30 @@ int Run(int inCount, char** inArguments)
     Arguments arguments;
     for (const Description& command : kCommands)
         Describe(command, app, arguments);
-    try
-    {
-        app.parse(inCount, inArguments);
-    }
-    catch (const CLI::ParseError& error)
-    {
-        std::ostringstream out;
-        std::ostringstream err;
-        if (app.exit(error, out, err) == 0)
-            return Finish(Print(out.str()));
-        return Finish(Trouble(fmt::format("{}; see \"nqres --help\"", error.what())));
-    }
+    Output output;
+    if (const std::optional<int> status = nqtoken::ReadCommandLine(app, inCount, inArguments, output))
+        return *status;
     for (const Description& command : kCommands)
         if (app.got_subcommand(command.fName))
-            return Finish(command.fRun(arguments));
+            return nqtoken::Finish(command.fRun(arguments, output), output);
     return nqtoken::kTrouble;
 }
-
-// Faults are told in the tool's own words.
-void IgnoreReport(void*, const char*, unsigned int, const char*) {}
 
 } // namespace
 
 int main(int inCount, char** inArguments)
 {
-    signal(SIGPIPE, SIG_IGN);
-    signal(SIGXFSZ, SIG_IGN);
-    TNqHostOptions options;
-    options.fWorkerCount = 1;
-    options.fReportHandler = IgnoreReport;
-    const TNqHost host(options);
-    try
-    {
-        return Run(inCount, inArguments);
-    }
-    catch (const std::bad_alloc&)
-    {
-        PutNote("out of memory");
-    }
-    catch (const TNqException& error)
-    {
-        PutNote(error.GetError() == kNqErrOutOfMemory
-                    ? "out of memory"
-                    : fmt::format("error 0x{:08X}", static_cast<uint32>(error.GetError())));
-    }
-    return nqtoken::kTrouble;
+    nqtoken::NameProgram("nqres");
+    nqtoken::PrepareProcess();
+    const TNqHost host(nqtoken::HostOptions(1));
+    int status = nqtoken::kTrouble;
+    const Outcome outcome = nqtoken::CatchExceptions({},
+                                                     [&]
+                                                     {
+                                                         status = Run(inCount, inArguments);
+                                                         return Outcome();
+                                                     });
+    if (!outcome.Ok())
+        nqtoken::PutNote(outcome.Text());
+    return status;
 }

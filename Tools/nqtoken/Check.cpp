@@ -1,6 +1,7 @@
 #include "Tools/nqtoken/Check.h"
 
 #include "Tools/nqtoken/EachFile.h"
+#include "Tools/nqtoken/Text.h"
 #include "Tools/nqtoken/TokenFile.h"
 #include "Tools/nqtoken/Walker.h"
 
@@ -29,7 +30,8 @@ Outcome CheckFile(const std::string& inPath, uint64 inLimit, Output& ioOutput)
         ioOutput.Put(file.FaultText(walker.FaultPosition(), walker.Fault(), walker.FaultCode()));
         ioOutput.EndLine();
         if (faults == inLimit)
-            return AtFault(fmt::format("{}: {} faults, and the rest was not read (--limit)", file.ShownName(), faults));
+            return AtFault(
+                fmt::format("{}: {}, and the rest was not read (--limit)", file.ShownName(), Counted(faults, "fault")));
     }
     const Outcome read = file.ReadOutcome();
     if (!read.Ok())

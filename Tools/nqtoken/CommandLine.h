@@ -1,4 +1,4 @@
-// What a command line is checked with before a command runs, and what is said of one that is wrong.
+// The command lines of both tools: what they are checked with, and what is said of one that is wrong.
 
 #pragma once
 
@@ -6,11 +6,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace nqtoken
 {
+
+class Output;
 
 // For numbers from 0 on: digits only. inRange ends the message, as in "is not a whole number from 0 to 256".
 CLI::Validator WholeNumber(uint64 inMost, const std::string& inRange);
@@ -21,10 +24,11 @@ CLI::Validator PositiveReal(real64 inMost, const std::string& inRange);
 // For numbers of bytes, with a unit or without one: puts the number alone into its place.
 CLI::Validator ByteCount();
 
-// The words behind the program's name. "help check" is taken for "check --help".
-std::vector<std::string> Words(int inCount, char** inArguments);
+// One of a few words.
+CLI::Validator OneOf(const std::vector<std::string>& inWords);
 
-// What to say of a command line whose first word is no command: there may be one that it resembles.
-std::string NoCommandText(const CLI::App& inApp, const std::string& inWord);
+// Reads the command line of a program whose first word is a command. Nothing when that command is to run, else the
+// program's exit status: help was printed, or a sentence that says what is wrong.
+std::optional<int> ReadCommandLine(CLI::App& ioApp, int inCount, char** inArguments, Output& ioOutput);
 
 } // namespace nqtoken

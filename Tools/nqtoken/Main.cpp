@@ -32,19 +32,6 @@ using namespace nqtoken;
 namespace
 {
 
-// --- the end of every command
-
-// Says what went wrong and makes sure that all output was written.
-int Finish(const Outcome& inOutcome, Output& ioOutput)
-{
-    const Outcome written = ioOutput.Flush();
-    if (!inOutcome.Text().empty())
-        PutNote(inOutcome.Text());
-    if (!written.Ok() && !ioOutput.Closed()) // a reader that has had enough need not be told
-        PutNote(written.Text());
-    return written.Ok() ? inOutcome.Status() : kTrouble;
-}
-
 void PutNotes(const std::string& inFile, const std::vector<std::string>& inNotes)
 {
     for (const std::string& note : inNotes)
@@ -202,7 +189,7 @@ void DescribeImport(CLI::App& ioApp, Arguments& outArguments)
     command
         ->add_option("--payload", outArguments.fPayload,
                      "how arrays are kept: \"text\" (six decimals) or \"raw\" (exact)")
-        ->check(CLI::IsMember({"text", "raw"}))
+        ->check(OneOf({"text", "raw"}))
         ->type_name("KIND")
         ->capture_default_str();
     DescribeJobs(*command, outArguments);
@@ -334,25 +321,6 @@ void DescribeReceive(CLI::App& ioApp, Arguments& outArguments)
                     std::string(kTransferStatusText));
 }
 
-int FinishUnparsed(const CLI::App& inApp, const CLI::ParseError& inError, const std::string& inFirstWord)
-{
-    Output output;
-    std::ostringstream out;
-    std::ostringstream err;
-    const int status = inApp.exit(inError, out, err);
-    const std::vector<CLI::App*> chosen = inApp.get_subcommands();
-    const bool isUnknown = chosen.empty() && !inFirstWord.empty() && inFirstWord[0] != '-'; // help cannot be had of it
-    if (status == 0 && !isUnknown)
-    {
-        output.Put(out.str());
-        return Finish(Outcome(), output);
-    }
-    const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
-    return Finish(Trouble(fmt::format("{}; see \"nqtoken {}--help\"",
-                                      chosen.empty() ? NoCommandText(inApp, inFirstWord) : inError.what(), command)),
-                  output);
-}
-
 int Run(int inCount, char** inArguments)
 {
     CLI::App app("Looks at token files, checks them, sends them, and turns 3D models into scenes and back.", "nqtoken");
@@ -368,15 +336,9 @@ int Run(int inCount, char** inArguments)
     DescribeFormats(app);
     DescribeSend(app, arguments);
     DescribeReceive(app, arguments);
-    const std::vector<std::string> words = Words(inCount, inArguments);
-    try
-    {
-        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
-    }
-    catch (const CLI::ParseError& error)
-    {
-        return FinishUnparsed(app, error, words.empty() ? "" : words[0]);
-    }
+    Output output;
+    if (const std::optional<int> status = ReadCommandLine(app, inCount, inArguments, output))
+        return *status;
     if (app.got_subcommand("import"))
         return Import(arguments);
     const bool isCheck = app.got_subcommand("check");

@@ -14,6 +14,8 @@ namespace
 
 constexpr size_t kPieceSize = 1 << 16;
 
+const char* gProgram = "nqtoken";
+
 const char* Sequence(Colour inColour)
 {
     switch (inColour)
@@ -42,7 +44,7 @@ bool TerminalShowsColours()
 
 std::string NoteLine(const std::string& inText)
 {
-    return "nqtoken: " + inText + "\n";
+    return std::string(gProgram) + ": " + inText + "\n";
 }
 
 } // namespace
@@ -70,10 +72,13 @@ void Output::EndLine()
 
 Outcome Output::Flush()
 {
-    if (fOutcome.Ok())
+    if (Wanted())
     {
-        fOutcome = Write(fText);
-        fClosed = !fOutcome.Ok() && errno == EPIPE;
+        errno = 0;
+        Outcome written = Write(fText);
+        fClosed = !written.Ok() && errno == EPIPE;
+        if (!fClosed)
+            fOutcome = std::move(written);
     }
     fText.clear();
     return fOutcome;
@@ -103,6 +108,21 @@ void Output::WriteError(std::string_view inText)
 void PutNote(const std::string& inText)
 {
     static_cast<void>(WriteAll(STDERR_FILENO, NoteLine(inText), "standard error"));
+}
+
+void NameProgram(const char* inName)
+{
+    gProgram = inName;
+}
+
+int Finish(const Outcome& inOutcome, Output& ioOutput)
+{
+    const Outcome written = ioOutput.Flush();
+    if (!inOutcome.Text().empty())
+        PutNote(inOutcome.Text());
+    if (!written.Ok())
+        PutNote(written.Text());
+    return written.Ok() ? inOutcome.Status() : kTrouble;
 }
 
 } // namespace nqtoken

@@ -32,13 +32,14 @@ public:
 
     void Put(std::string_view inText, Colour inColour = Colour::kPlain);
     void EndLine();
-    // To standard error, behind what was put so far. PutNote makes a line of it, behind "nqtoken: ".
+    // To standard error, behind what was put so far. PutNote makes a line of it, as the function below.
     void PutError(std::string_view inText);
     void PutNote(const std::string& inText);
     // False once a write has failed: there is no use in going on.
     bool Good() const { return fOutcome.Ok(); }
-    // Whether it failed because nobody reads any more.
-    bool Closed() const { return fClosed; }
+    // False also once nobody reads any more, as behind "| head". That is no failure: what is put then goes nowhere, and
+    // only who does nothing but print need not go on.
+    bool Wanted() const { return Good() && !fClosed; }
     // Writes what is collected.
     Outcome Flush();
 
@@ -56,7 +57,12 @@ private:
     Outcome fOutcome;
 };
 
-// One line to standard error, behind "nqtoken: ".
+// One line to standard error, behind the name of the program: "nqtoken: ".
 void PutNote(const std::string& inText);
+// The name is "nqtoken" unless another one is set, before anything is told.
+void NameProgram(const char* inName);
+
+// The end of every command: says what went wrong and makes sure that all output was written. The exit status.
+int Finish(const Outcome& inOutcome, Output& ioOutput);
 
 } // namespace nqtoken

@@ -64,8 +64,8 @@ public:
         if (fNotNumbers > 0)
             parts.push_back(fmt::format("{} not a number, written as 0", fNotNumbers));
         if (!parts.empty())
-            outNotes.push_back(fmt::format("of {} real numbers, {}; --payload raw keeps all as they are", fTotal,
-                                           fmt::join(parts, ", ")));
+            outNotes.push_back(fmt::format("of {}, {}; --payload raw keeps all as they are",
+                                           Counted(fTotal, "real number"), fmt::join(parts, ", ")));
     }
 
 private:

@@ -26,7 +26,7 @@ constexpr size_t kStringShown = 60; // bytes
 std::string SizeText(uint64 inBytes)
 {
     if (inBytes < 10000)
-        return inBytes == 1 ? "1 byte" : fmt::format("{} bytes", inBytes);
+        return Counted(inBytes, "byte");
     const auto bytes = static_cast<double>(inBytes);
     return inBytes < 1000000 ? fmt::format("{:.1f} kB", bytes / 1e3) : fmt::format("{:.1f} MB", bytes / 1e6);
 }
@@ -105,7 +105,7 @@ void Shower::ShowNumbers()
         const int32 behind = stream.tell();
         stream.seek(info.fOffset + static_cast<int32>(info.fStoredLength - rest.size()), TNqiostream::beg);
         const ReportMark mark;
-        for (; done < wanted && !mark.Reported() && fOutput.Good(); ++done)
+        for (; done < wanted && !mark.Reported() && fOutput.Wanted(); ++done)
         {
             fOutput.Put(fmt::format(", {:.10g}", NqToken::GetReal64Token(stream)));
             int8 comma = 0;
@@ -136,7 +136,7 @@ void Shower::ShowPayload()
         TNqiostream& stream = fFile.Stream();
         const int32 behind = stream.tell();
         stream.seek(info.fDataOffset, TNqiostream::beg);
-        for (int64 done = 0; done < wanted && fOutput.Good(); ++done)
+        for (int64 done = 0; done < wanted && fOutput.Wanted(); ++done)
         {
             int8 byte = 0;
             stream.read(&byte, 1);
@@ -157,7 +157,7 @@ void Shower::ShowValue()
     {
     case NqToken::kStringToken:
         PutType("string", SizeText(info.fFullLength));
-        fOutput.Put(fmt::format("\"{}\"", Printable(fWalker.ValueText(), kStringShown)));
+        fOutput.Put(Quoted(fWalker.ValueText(), kStringShown));
         break;
     case NqToken::kRawToken:
         ShowPayload();
@@ -211,7 +211,7 @@ void Shower::PutFault()
 Outcome Shower::Show()
 {
     bool first = true;
-    while (fOutput.Good() && fWalker.Next())
+    while (fOutput.Wanted() && fWalker.Next())
     {
         if (std::exchange(first, false) && fWalker.Kind() == Walker::kFault && fFile.Stream().tell() < fFile.Size())
             return AtFault(

@@ -86,6 +86,32 @@ bool IsUTF8(std::string_view inBytes)
     return true;
 }
 
+// At least inMaxBytes of it, or all.
+std::string Escaped(std::string_view inText, size_t inMaxBytes, std::string_view inBackslashed, bool& outCut)
+{
+    std::string shown;
+    size_t size;
+    for (; !inText.empty() && shown.size() < inMaxBytes; inText.remove_prefix(size))
+    {
+        const uint32 code = NextCharacter(inText, size);
+        const auto byte = static_cast<uint8>(inText[0]);
+        if (code == '\n' || code == '\r' || code == '\t')
+            shown += code == '\n' ? "\\n" : code == '\r' ? "\\r" : "\\t";
+        else if (code == kNoCharacter || code < 0x20 || code == 0x7F || IsHighSurrogate(code) || IsLowSurrogate(code))
+            shown += fmt::format("\\x{:02x}", byte);
+        else if (code >= 0x80 && code < 0xA0) // control characters as well
+            shown += fmt::format("\\x{:02x}", code);
+        else
+        {
+            if (inBackslashed.find(inText[0]) != std::string_view::npos)
+                shown += '\\';
+            shown += inText.substr(0, size);
+        }
+    }
+    outCut = !inText.empty();
+    return shown;
+}
+
 } // namespace
 
 std::string FromForeignText(std::string_view inBytes)
@@ -150,24 +176,21 @@ std::string FromLibrary(const TNqString& inText)
 
 std::string Printable(std::string_view inText, size_t inMaxBytes)
 {
-    std::string shown;
-    size_t size;
-    for (; !inText.empty(); inText.remove_prefix(size))
-    {
-        if (shown.size() >= inMaxBytes)
-            return shown + "...";
-        const uint32 code = NextCharacter(inText, size);
-        const auto byte = static_cast<uint8>(inText[0]);
-        if (code == '\n' || code == '\r' || code == '\t')
-            shown += code == '\n' ? "\\n" : code == '\r' ? "\\r" : "\\t";
-        else if (code == kNoCharacter || code < 0x20 || code == 0x7F || IsHighSurrogate(code) || IsLowSurrogate(code))
-            shown += fmt::format("\\x{:02x}", byte);
-        else if (code >= 0x80 && code < 0xA0) // control characters as well
-            shown += fmt::format("\\x{:02x}", code);
-        else
-            shown += inText.substr(0, size);
-    }
-    return shown;
+    bool cut = false;
+    std::string shown = Escaped(inText, inMaxBytes, "", cut);
+    return cut ? shown + "..." : shown;
+}
+
+std::string Quoted(std::string_view inText, size_t inMaxBytes)
+{
+    bool cut = false;
+    const std::string shown = Escaped(inText, inMaxBytes, "\"\\", cut);
+    return '"' + shown + (cut ? "\"..." : "\"");
+}
+
+std::string Counted(uint64 inCount, std::string_view inOne)
+{
+    return fmt::format("{} {}{}", inCount, inOne, inCount == 1 ? "" : "s");
 }
 
 std::string NameText(FourCharT inToken)

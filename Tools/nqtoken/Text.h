@@ -22,6 +22,12 @@ std::string FromLibrary(const TNqString& inText);
 // text of more than inMaxBytes ends with "...".
 std::string Printable(std::string_view inText, size_t inMaxBytes);
 
+// The same between quotes, with a backslash before each quote and backslash. The "..." stands behind the quotes.
+std::string Quoted(std::string_view inText, size_t inMaxBytes);
+
+// "1 byte", "2 bytes".
+std::string Counted(uint64 inCount, std::string_view inOne);
+
 // The four characters of a name. Trailing blanks are dropped.
 std::string NameText(FourCharT inToken);
 

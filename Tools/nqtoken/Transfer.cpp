@@ -375,7 +375,7 @@ private:
             return fmt::format("the connection {} {}", fLink.IsBroken() ? "broke off" : "ended",
                                !fAnnounced       ? "before a scene was announced"
                                : fCount == fSize ? "without the closing marker"
-                                                 : fmt::format("after {} of {} bytes", fCount, fSize));
+                                                 : fmt::format("after {} of {}", fCount, Counted(fSize, "byte")));
         return "what came is damaged: " +
                std::string(fStream.eof() ? "there is a zero byte in it" : "a payload in it is malformed");
     }
@@ -425,7 +425,7 @@ private:
             return Fail(HasEnded() ? WhyItEnded() : "the header of the transfer is damaged");
         fAnnounced = true;
         if (fSize > fMaxSize)
-            return Fail(fmt::format("the scene has {} bytes, more than the {} allowed", fSize, fMaxSize));
+            return Fail(fmt::format("the scene has {}, more than the {} allowed", Counted(fSize, "byte"), fMaxSize));
         fLink.Allow(3 * fSize); // of all bytes, an empty payload takes up most
         return mark == 0 || Append(kMark);
     }

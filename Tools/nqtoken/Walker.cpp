@@ -121,10 +121,10 @@ bool Walker::PayloadIsWrong()
         return FoundLastFault(fInfo.fOffset, "the count of a payload must be eight digits of 0-9 and A-F behind the $",
                               kNqErrFormat);
     if (fInfo.fExcess != 0)
-        return FoundLastFault(
-            fInfo.fOffset,
-            fmt::format("the count of a payload says {} bytes, and no $ stands behind them", fInfo.fDataSize),
-            kNqErrFormat);
+        return FoundLastFault(fInfo.fOffset,
+                              fmt::format("the count of a payload says {}, and no $ stands behind {}",
+                                          Counted(fInfo.fDataSize, "byte"), fInfo.fDataSize == 1 ? "it" : "them"),
+                              kNqErrFormat);
     if (fFile.ByteAt(fInfo.fDataOffset - 1) == '\r')
         return false;
     return FoundFault(fInfo.fDataOffset - 1, "a CR must stand between the count of a payload and its bytes",
