@@ -5,6 +5,7 @@
 #ifdef NQRES_PATH
 
 #include "Tools/nqres/Build.h"
+#include "Tools/nqres/Placeholders.h"
 #include "Tools/nqres/Strings.h"
 
 #include <sys/wait.h>
@@ -84,6 +85,8 @@ TEST_F(ResourceTool, SaysWhatIsWrongWhere)
         {"RSRC { DATA { RL64 1,,2",
          "t:1:22: expected a number, found nothing; write numbers without blanks between them, such "
          "as 1,2,3"},
+        {"RSRC { DATA { RL32 1,1e39", "t:1:22: \"1e39\" is too large or too small for a number of 4 bytes"},
+        {"RSRC { DATA { RL64 1e-400", "t:1:20: \"1e-400\" is too large or too small for a number of 8 bytes"},
         {"RSRC { DATA { HEXA 0G", "t:1:20: expected hexadecimal digits, 0 to 9 and A to F"},
         {"RSRC { DATA { P002 \"abc\"", "t:1:20: 3 bytes of text where at most 2 fit; shorten it"},
         {"RSRC { DATA { P0x1 {",
@@ -102,6 +105,79 @@ TEST_F(ResourceTool, SaysWhatIsWrongWhere)
         EXPECT_EQ(Built(text, told), "");
         EXPECT_EQ(told, fault);
     }
+}
+
+// Each kind of text takes as many bytes as whoever reads it has room for, and not one more.
+TEST_F(ResourceTool, TextsFitTheirFieldsOrAreRefused)
+{
+    constexpr size_t kAny = 100000;
+    static const std::pair<const char*, size_t> kKinds[] = {
+        {"NAME", 255},         {"STRS { TEXT", kAny}, {"DATA { STR1", 255}, {"DATA { STR4", 4095},
+        {"DATA { CSTR", kAny}, {"DATA { LOCS", kAny}, {"DATA { P000", 0},   {"DATA { P001", 1},
+        {"DATA { P031", 31},   {"DATA { P255", 255},  {"DATA { L003", 3},   {"DATA { L031", 31},
+        {"DATA { L255", 255},  {"DATA { L999", 999},
+    };
+    for (const auto& [field, most] : kKinds)
+    {
+        const auto built = [&](size_t size, std::string& outFault)
+        {
+            const bool isBlock = std::string(field).find('{') != std::string::npos;
+            return Built("RSRC { TYPE DLOG NMBR 1\n" + std::string(field) + "\"" + std::string(size, 'x') +
+                             (isBlock ? "\" } }" : "\" }"),
+                         outFault);
+        };
+        std::string fault;
+        EXPECT_NE(built(most, fault), "") << field << fault;
+        if (most == kAny)
+            continue;
+        EXPECT_EQ(built(most + 1, fault), "") << field;
+        EXPECT_NE(fault.find((most == 0 ? "1 byte" : std::to_string(most + 1) + " bytes") + " of text where at most " +
+                             std::to_string(most) + (most == 1 ? " fits; shorten it" : " fit; shorten it")),
+                  std::string::npos)
+            << fault;
+    }
+}
+
+TEST_F(ResourceTool, PlaceholdersThatDiffer)
+{
+    struct TCase
+    {
+        const char* fOriginal;
+        const char* fTranslation;
+        const char* fFault;
+    };
+    static const TCase kCases[] = {
+        {"", "", ""},
+        {"Saved ^0 of ^1", "^1, davon ^0", ""},
+        {"Saved ^0 of ^1", "Gesichert: ^0", "has the placeholder ^0 where the original has ^0, ^1"},
+        {"^1", "^10", "has the placeholder ^10 where the original has ^1"},
+        {"^0 and ^0", "^0", ""},
+        {"2^n, ^", "n^2", "has the placeholder ^2 where the original has none"},
+        {"%d files", "Dateien", "has no placeholder where the original has %d"},
+        {"%d files", "%i Dateien", ""},
+        {"%d files", "%ld Dateien", "has the placeholder %ld where the original has %d"},
+        {"%d files", "%s Dateien", "has the placeholder %s where the original has %d"},
+        {"%.2f m", "%8.3f m", ""},
+        {"%*d", "%d", "has the placeholder %d where the original has %*d"},
+        {"%s: %d", "%d: %s",
+         "has the placeholders %d, %s where the original has %s, %d; in another order they need numbers, such as %2$s"},
+        {"%s: %d", "%2$d: %1$s", ""},
+        {"%1$s: %2$s", "%2$s", "has the placeholder %2$s where the original has %1$s, %2$s"},
+        {"files", "%d Dateien", "has the placeholder %d where the original has none"},
+        {"100% sure", "100%ig sicher", ""},
+        {"%d is 5 % of it", "%d sind 5 % davon", ""},
+        {"%d is 5 % of it", "5 % davon", "has no placeholder where the original has %d"},
+        {"%d%%", "%d %%", ""},
+        {"%%d", "%d", "has the placeholder %d where the original has none"},
+        {"%1 of %2", "%2: %1", ""},
+        {"%1 of %2", "%1", "has the placeholder %1 where the original has %1, %2"},
+        {"{0} {name:>5} {{x}}", "{name} {0}", ""},
+        {"{} {}", "{}", "has the placeholder {} where the original has {}, {}"},
+        {"%", "", ""},
+        {"%-", "%l", ""},
+    };
+    for (const TCase& one : kCases)
+        EXPECT_EQ(ComparePlaceholders(one.fOriginal, one.fTranslation), one.fFault) << one.fOriginal;
 }
 
 // Random resources: what is shown builds the same bytes, what is exported imports to the same bytes; and no damage to
@@ -220,6 +296,25 @@ TEST_F(ResourceTool, FromTheCommandLine)
     EXPECT_EQ(Run("check latin.nqr"), 1);
     EXPECT_EQ(ReadAll(Path("out")), "latin.nqr: DLOG.1.0 is not in UTF-8: \"\\xFC\"\n");
 
+    Put("of.txt", "RSRC { TYPE DLOG NMBR 1 STRS { TEXT \"%d of ^0\" TEXT \"\" TEXT \"%s\" } }");
+    EXPECT_EQ(Run("build of.txt -o of.nqr"), 0);
+    Put("de", "DLOG.1.0 = \"^0\"\nDLOG.1.1 = \"\"\nDLOG.1.2 = \"\"\n");
+    EXPECT_EQ(Run("check of.nqr --against de"), 1);
+    const std::string lost = "de:1: DLOG.1.0 has the placeholder ^0 where the original has %d, ^0: \"^0\"\n";
+    EXPECT_EQ(ReadAll(Path("out")), "de:3: DLOG.1.2 is empty: \"%s\"\n" + lost);
+    EXPECT_EQ(Run("import-strings of.nqr de -o de.nqr"), 0);
+    EXPECT_EQ(ReadAll(Path("err")),
+              "nqres: " + lost +
+                  "nqres: de:3: DLOG.1.2 has no placeholder where the original has "
+                  "%s: \"\"\nnqres: de.nqr is written with them all the same; correct de and import "
+                  "again\n");
+    EXPECT_EQ(Run("check de.nqr"), 0);
+    EXPECT_EQ(ReadAll(Path("out")), "de.nqr: 1 resource, 3 strings\n");
+    Put("de", "DLOG.1.0 = \"%d ^0\"\nDLOG.1.1 = \"\"\n");
+    EXPECT_EQ(Run("import-strings of.nqr de -o de.nqr"), 0);
+    EXPECT_EQ(ReadAll(Path("err")), "nqres: de: 1 string of of.nqr is missing and stays as it is; \"nqres check of.nqr "
+                                    "--against de\" lists it\n");
+
     // A fault writes nothing, trouble with files is another status.
     Put("small.txt", "RSRC {");
     Put("cut.nqr", ReadAll(Path("small.nqr")).substr(0, 40));
@@ -235,13 +330,13 @@ TEST_F(ResourceTool, FromTheCommandLine)
         {"check small.nqr --against ''", "the name of a file is empty"},
         {"check small.nqr --against /dev/null", "/dev/null: is not a file"},
         {"build small.txt/x -o y", "small.txt/x: Not a directory"},
-        {"build latin.txt -o ''", "the name of a file is empty"},
-        {"build latin.txt -o .", ".: is a folder"},
+        {"build of.txt -o ''", "the name of a file is empty"},
+        {"build of.txt -o .", ".: is a folder"},
         {"export-strings small.nqr -o none/x",
          "none/x: no new file can be made in its folder: No such file or directory"},
         {"show small.nqr > /dev/full 2> err; exit $?; true", "standard output: No space left on device"},
         {"show", "FILE is missing: resource file to read; see \"nqres show --help\""},
-        {"build latin.txt", "--output TARGET is missing: resource file to write; see \"nqres build --help\""},
+        {"build of.txt", "--output TARGET is missing: resource file to write; see \"nqres build --help\""},
         {"check small.nqr --againts x",
          "check has no option --againts, perhaps --against is meant; see \"nqres check --help\""},
         {"biuld x", "there is no command \"biuld\", perhaps \"build\" is meant; see \"nqres --help\""},

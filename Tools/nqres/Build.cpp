@@ -2,6 +2,7 @@
 
 #include "Tools/nqres/Text.h"
 #include "Tools/nqres/TextReader.h"
+#include "Tools/nqtoken/Text.h"
 
 #include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqCore/PublicAPI/NqResourceStream.h"
@@ -44,12 +45,17 @@ std::string FoundNumber(std::string_view inText)
     return inText.empty() ? "nothing; write numbers without blanks between them, such as 1,2,3" : Excerpt(inText);
 }
 
+// What is wrong with it; empty when nothing is.
 template <class Real>
-bool ParseReal(std::string_view inText, Real& outValue)
+std::string ParseReal(std::string_view inText, Real& outValue)
 {
     const char* const end = inText.data() + inText.size();
     const auto [stop, error] = std::from_chars(inText.data(), end, outValue);
-    return error == std::errc() && stop == end;
+    if (stop != end || (error != std::errc() && error != std::errc::result_out_of_range))
+        return fmt::format("expected a number, found {}", FoundNumber(inText));
+    return error == std::errc()
+               ? std::string()
+               : fmt::format("{} is too large or too small for a number of {} bytes", Excerpt(inText), sizeof(Real));
 }
 
 // ---- One resource --------------------------------------------------------------------------------------------------
@@ -156,8 +162,9 @@ private:
         Token token;
         Outcome outcome = fReader.Expect(NqToken::kStringToken, "a text in quotes", token);
         if (outcome.Ok() && token.fText.size() > inMost)
-            return fReader.Fault(token.fOffset, fmt::format("{} bytes of text where at most {} fit; shorten it",
-                                                            token.fText.size(), inMost));
+            return fReader.Fault(token.fOffset, fmt::format("{} of text where at most {} {}; shorten it",
+                                                            nqtoken::Counted(token.fText.size(), "byte"), inMost,
+                                                            inMost == 1 ? "fits" : "fit"));
         outText = token.fText;
         return outcome;
     }
@@ -255,8 +262,9 @@ private:
             [&](std::string_view text, size_t offset)
             {
                 Field value = 0;
-                if (!ParseReal(text, value))
-                    return fReader.Fault(offset, fmt::format("expected a number, found {}", FoundNumber(text)));
+                const std::string fault = ParseReal(text, value);
+                if (!fault.empty())
+                    return fReader.Fault(offset, fault);
                 Put([&] { fData << value; });
                 return Outcome();
             });
@@ -324,7 +332,8 @@ private:
             return fReader.Fault(inName.fOffset, "the bytes of a localized field, one more than its number says, are a "
                                                  "multiple of 4: L003, L007, L031 and so on");
         fHasTable = true;
-        return TextField(std::numeric_limits<size_t>::max(),
+        // Whoever reads the field may have room for just as many bytes, as for a Pascal field of that size.
+        return TextField(static_cast<size_t>(inSize),
                          [&](const TNqString& text) { fData.WriteLocalizedTNqString(inSize, text); });
     }
 

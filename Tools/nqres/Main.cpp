@@ -144,8 +144,13 @@ Outcome Export(const Arguments& inArguments, Output&)
     return Save(inArguments.fTarget, text.data(), text.size());
 }
 
-void PutImportNotes(const Arguments& inArguments, size_t inKept)
+void PutImportNotes(const Arguments& inArguments, size_t inKept, const std::vector<std::string>& inFaults)
 {
+    for (const std::string& fault : inFaults)
+        nqtoken::PutNote(fault);
+    if (!inFaults.empty())
+        nqtoken::PutNote(fmt::format("{} is written with {} all the same; correct {} and import again",
+                                     inArguments.fTarget, inFaults.size() == 1 ? "it" : "them", *inArguments.fStrings));
     if (inKept != 0)
         nqtoken::PutNote(fmt::format("{}: {} of {} {} missing and {}; \"nqres check {} --against {}\" lists {}",
                                      *inArguments.fStrings, Counted(inKept, "string"), inArguments.fInput,
@@ -157,16 +162,20 @@ Outcome Import(const Arguments& inArguments, Output&)
 {
     TNqHostResourceFile file;
     StringMap strings;
+    std::vector<std::string> faults;
     size_t kept = 0;
     Outcome outcome = LoadResources(inArguments.fInput, file);
     if (outcome.Ok())
         outcome = LoadStrings(*inArguments.fStrings, strings);
     if (outcome.Ok())
+    {
+        faults = CheckPlaceholders(StringsOf(file), strings, *inArguments.fStrings);
         outcome = ImportStrings(*inArguments.fStrings, strings, file, kept);
+    }
     if (outcome.Ok())
         outcome = SaveResources(inArguments.fTarget, file);
     if (outcome.Ok())
-        PutImportNotes(inArguments, kept);
+        PutImportNotes(inArguments, kept, faults);
     return outcome;
 }
 
@@ -229,8 +238,8 @@ constexpr Description kCommands[] = {
      "resource file that the strings were exported from", "translated strings, or a resource file with them",
      "resource file to write", "nqres import-strings types.nqr types.de.strings -o types.de.nqr"},
     {Check, "check", "Check a resource file, or a translation of its strings", "FILE", "resource file to read",
-     "find what is missing, surplus or empty in these strings, or in this resource file", nullptr,
-     "nqres check types.nqr --against types.de.strings"},
+     "find what is missing, surplus or empty in these strings, or in this resource file, and placeholders that differ",
+     nullptr, "nqres check types.nqr --against types.de.strings"},
 };
 
 void Describe(const Description& inCommand, CLI::App& ioApp, Arguments& outArguments)

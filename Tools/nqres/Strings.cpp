@@ -1,5 +1,6 @@
 #include "Tools/nqres/Strings.h"
 
+#include "Tools/nqres/Placeholders.h"
 #include "Tools/nqres/Text.h"
 
 #include <fmt/format.h>
@@ -189,19 +190,41 @@ std::vector<std::string> CheckStrings(const StringMap& inStrings, const std::str
     return faults;
 }
 
+std::vector<std::string> CheckPlaceholders(const StringMap& inOriginal, const StringMap& inTranslation,
+                                           const std::string& inName)
+{
+    std::vector<std::string> faults;
+    for (const auto& [key, text] : inTranslation)
+    {
+        const auto original = inOriginal.find(key);
+        if (original == inOriginal.end())
+            continue;
+        const std::string fault = ComparePlaceholders(original->second.fText, text.fText);
+        if (!fault.empty())
+            faults.push_back(
+                fmt::format("{}: {} {}: {}", Located(inName, text.fLine), KeyText(key), fault, Quoted(text.fText)));
+    }
+    return faults;
+}
+
 std::vector<std::string> CompareStrings(const StringMap& inOriginal, const StringMap& inTranslation,
                                         const std::string& inName)
 {
     std::vector<std::string> faults;
+    StringMap translated; // those that are neither missing nor empty
     for (const auto& [key, text] : inOriginal)
     {
-        const auto translated = inTranslation.find(key);
-        if (translated == inTranslation.end())
+        const auto found = inTranslation.find(key);
+        if (found == inTranslation.end())
             faults.push_back(fmt::format("{}: {} is missing: {}", inName, KeyText(key), Quoted(text.fText)));
-        else if (translated->second.fText.empty() && !text.fText.empty())
-            faults.push_back(fmt::format("{}: {} is empty: {}", Located(inName, translated->second.fLine), KeyText(key),
+        else if (found->second.fText.empty() && !text.fText.empty())
+            faults.push_back(fmt::format("{}: {} is empty: {}", Located(inName, found->second.fLine), KeyText(key),
                                          Quoted(text.fText)));
+        else
+            translated.insert(*found);
     }
+    const std::vector<std::string> placeholders = CheckPlaceholders(inOriginal, translated, inName);
+    faults.insert(faults.end(), placeholders.begin(), placeholders.end());
     for (const auto& [key, text] : inTranslation)
         if (inOriginal.find(key) == inOriginal.end())
             faults.push_back(

@@ -43,8 +43,12 @@ Outcome ImportStrings(const std::string& inName, const StringMap& inStrings, TNq
 std::vector<std::string> CheckStrings(const StringMap& inStrings, const std::string& inName);
 
 // What is wrong with a translation, a line for each fault: strings that are missing, surplus, or empty where those of
-// the original are not.
+// the original are not, and those whose placeholders differ.
 std::vector<std::string> CompareStrings(const StringMap& inOriginal, const StringMap& inTranslation,
                                         const std::string& inName);
+
+// Only the strings whose placeholders differ (Placeholders.h), a line for each.
+std::vector<std::string> CheckPlaceholders(const StringMap& inOriginal, const StringMap& inTranslation,
+                                           const std::string& inName);
 
 } // namespace nqres
