@@ -475,6 +475,9 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
 {
     Put("scene.nq", kSmallScene);
     Put("target.obj", "kept");
+    Put("broken.nq", "SCEN { MESH { NVTX 2 POSN 1,2,3 } }\n");
+    Put("no.nq", "SCEM { A 1 }\n");
+    Put("no.xyz", "A 1\n");
     mkfifo(Path("pipe").c_str(), 0600);
     const std::vector<std::string> before = Names();
     struct TCase
@@ -488,6 +491,9 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
         {{"export", "missing", "-o", "target.obj"}, "missing: No such file"},
         {{"import", "missing", "-o", "target.obj"}, "missing: No such file"},
         {{"compare", "scene.nq", "target.obj"}, "target.obj: "},
+        {{"compare", "scene.nq", "broken.nq"}, "broken.nq:1:27: POSN holds 3 values instead of 6"},
+        {{"compare", "no.nq", "scene.nq"}, "no.nq:2:1: no scene in this file: the file ends"},
+        {{"compare", "scene.nq", "no.xyz"}, "no.xyz: holds no scene, and neither its name nor"},
         {{"show", "io"}, "io: is a folder"},
         {{"check", "/proc/self/mem"}, "/proc/self/mem: Input/output error"}, // "0 bytes" long
         {{"compare", "/proc/self/mem", "scene.nq"}, "/proc/self/mem: Input/output error"},

@@ -94,20 +94,33 @@ int Check(const Arguments& inArguments)
     return Finish(Outcome(CheckFiles(inArguments.fInputs, inArguments.fLimit, output), {}), output);
 }
 
-// A file that is no scene is taken for a model, of which standard input has no name.
+// A file that holds no scene is taken for a model, unless its name says that it is a scene: then it is a broken one. Of
+// a model, standard input has no name.
 Outcome ReadEither(const std::string& inPath, Scene& outScene)
 {
-    TokenFile file;
-    Outcome outcome = file.Open(inPath);
+    {
+        TokenFile file;
+        Outcome outcome = file.Open(inPath);
+        if (!outcome.Ok())
+            return outcome;
+        if (inPath == "-" || HoldsScene(file))
+        {
+            const SceneLimit limit(file.Size());
+            return ReadScene(file, outScene);
+        }
+        if (file.Failed())
+            return file.ReadOutcome();
+    }
+    Outcome outcome = LoadFormats();
     if (!outcome.Ok())
         return outcome;
-    if (inPath == "-" || HoldsScene(file))
-    {
-        const SceneLimit limit(file.Size());
-        return ReadScene(file, outScene);
-    }
-    if (file.Failed())
-        return file.ReadOutcome();
+    const TNqFileType* const format = FindFormat(inPath);
+    if (format == nullptr)
+        return AtFault(fmt::format("{}: holds no scene, and neither its name nor its first bytes tell a known format "
+                                   "of models (\"nqtoken formats\" lists them)",
+                                   inPath));
+    if (format->GetFileTypeFamilyID() == kSceneFamily)
+        return ReadScene(inPath, outScene);
     std::vector<std::string> notes;
     return ImportModel(inPath, outScene, notes);
 }
