@@ -321,6 +321,7 @@ TEST_F(AtomicFile, LoadingTellsWhyNot)
         {Path("sub"), kNqErrInvalidData, "is a folder"},
         {Path("pipe"), kNqErrInvalidData, "is not a file"},
         {Path("file/x"), kNqErrInvalidData, "Not a directory"},
+        {"/proc/self/stat", kNqErrInvalidData, "changed while it was read"},
         {Path("large"), kNqErrInvalidData, "has more than the 2147483647 bytes that can be read"},
     };
     for (const auto& [path, wanted, why] : cases)

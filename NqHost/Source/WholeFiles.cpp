@@ -34,21 +34,24 @@ NqErr Refused(const char* inWhy, TNqString& outReason)
     return kNqErrInvalidData;
 }
 
+// Reads on to one byte more than there should be: what has another size was changed meanwhile, or is made by the system
+// as it is read.
 NqErr ReadWhole(int inFile, int8* outBytes, size_t inSize, TNqString& outReason)
 {
-    while (inSize > 0)
+    for (size_t done = 0;;)
     {
-        const ssize_t count = read(inFile, outBytes, inSize);
+        int8 behind = 0;
+        const ssize_t count = done < inSize ? read(inFile, outBytes + done, inSize - done) : read(inFile, &behind, 1);
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
             return Fails(errno, outReason);
+        if ((done < inSize) == (count == 0))
+            return Refused("changed while it was read", outReason);
         if (count == 0)
-            return Refused("became shorter while it was read", outReason);
-        outBytes += count;
-        inSize -= static_cast<size_t>(count);
+            return kNqNoErr;
+        done += static_cast<size_t>(count);
     }
-    return kNqNoErr;
 }
 
 NqErr Load(int inFile, int8*& outBytes, uint32& outSize, TNqString& outReason)

@@ -5,9 +5,9 @@
 #include "Tools/nqtoken/AtomicFile.h"
 #include "Tools/nqtoken/CommandLine.h"
 #include "Tools/nqtoken/Output.h"
-#include "Tools/nqtoken/Reports.h"
 #include "Tools/nqtoken/Text.h"
 
+#include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqHost/PublicAPI/NqHost.h"
 #include "NqHost/PublicAPI/NqHostFiles.h"
@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -276,21 +277,32 @@ int Run(int inCount, char** inArguments)
     return nqtoken::kTrouble;
 }
 
+// Faults are told in the tool's own words.
+void IgnoreReport(void*, const char*, unsigned int, const char*) {}
+
 } // namespace
 
 int main(int inCount, char** inArguments)
 {
     nqtoken::NameProgram("nqres");
     nqtoken::PrepareProcess();
-    const TNqHost host(nqtoken::HostOptions(1));
-    int status = nqtoken::kTrouble;
-    const Outcome outcome = nqtoken::CatchExceptions({},
-                                                     [&]
-                                                     {
-                                                         status = Run(inCount, inArguments);
-                                                         return Outcome();
-                                                     });
-    if (!outcome.Ok())
-        nqtoken::PutNote(outcome.Text());
-    return status;
+    TNqHostOptions options;
+    options.fWorkerCount = 1;
+    options.fReportHandler = IgnoreReport;
+    const TNqHost host(options);
+    try
+    {
+        return Run(inCount, inArguments);
+    }
+    catch (const std::bad_alloc&)
+    {
+        nqtoken::PutNote("out of memory");
+    }
+    catch (const TNqException& error)
+    {
+        nqtoken::PutNote(error.GetError() == kNqErrOutOfMemory
+                             ? "out of memory"
+                             : fmt::format("error 0x{:08X}", static_cast<uint32>(error.GetError())));
+    }
+    return nqtoken::kTrouble;
 }
