@@ -64,6 +64,57 @@ std::vector<TNqCountedObject*> Registered()
 
 void* const kDead = reinterpret_cast<void*>(0xDECEA5EDDECEA5EDULL);
 
+// An object that is never deleted: a reference too few or too many shows in its count.
+struct TFake
+{
+    uint32 AddRef() { return static_cast<uint32>(++fCount); }
+    uint32 Release()
+    {
+        if (--fCount == 0 && fAtEnd)
+            fAtEnd();
+        return static_cast<uint32>(fCount);
+    }
+    void* fMark = nullptr;
+    int fCount = 0;
+    std::function<void()> fAtEnd;
+};
+
+// One of everything that holds references.
+struct THolders
+{
+    ~THolders() { Clear(); }
+    void Clear()
+    {
+        ReleaseIfNotNull(fSlot);
+        fPointer = nullptr;
+    }
+
+    TFake* fSlot = nullptr;
+    TNqCountedPtr<TFake> fPointer;
+};
+
+TFake gOther;
+
+// Each way to store a pointer over what is there, and to let go of it.
+struct TWay
+{
+    std::function<void(THolders&, TFake*)> fStore;
+    std::function<void(THolders&)> fLetGo;
+};
+const TWay kWays[] = {
+    {[](THolders& h, TFake* p) { TNqCountedGetHelper<TFake>{& h.fSlot} = p; },
+     [](THolders& h) { ReleaseIfNotNull(h.fSlot); }},
+    {[](THolders& h, TFake* p) { TNqCountedPtr<TFake>::Assign(&h.fSlot, p); },
+     [](THolders& h) { gOther.AddRef(), TNqCountedCreateHelper<TFake>{& h.fSlot} = &gOther; }},
+    {[](THolders& h, TFake* p) { h.fPointer = p; }, [](THolders& h) { h.fPointer = nullptr; }},
+    {[](THolders& h, TFake* p) { h.fPointer = TNqCountedPtr<TFake>(p); },
+     [](THolders& h)
+     {
+         h.fPointer.~TNqCountedPtr();
+         new (static_cast<void*>(std::addressof(h.fPointer))) TNqCountedPtr<TFake>;
+     }},
+};
+
 } // namespace
 
 using CountedObject = NqTest;
@@ -151,8 +202,9 @@ TEST_F(CountedObject, QueriesKeepTheCountsRight)
     EXPECT_EQ(object->Release(), 1U);
     EXPECT_EQ(object->QueryInterface(IID_INqUnknown, &out), 0);
     EXPECT_EQ(gDestroyed, 1);
-    EXPECT_EQ(object->Release(), 0U);
+    ReleaseIfNotNull(out);
     EXPECT_EQ(gDestroyed, 2);
+    EXPECT_EQ(out, nullptr);
 }
 
 TEST_F(CountedObject, SlotsStandWherePlugInsCallThem)
@@ -161,6 +213,8 @@ TEST_F(CountedObject, SlotsStandWherePlugInsCallThem)
     TNqSMPCountedObject* shared = nullptr;
     TNqCountedObject::Create(&plain);
     TNqSMPCountedObject::Create(&shared);
+    EXPECT_EQ(plain->QueryInterface(IID_INqUnknown, nullptr), kNqNoInterface);
+    EXPECT_EQ(TakeReports(), TTexts{"outInterface != NULL"});
     for (void* const object : {static_cast<void*>(plain), static_cast<void*>(shared)})
     {
         using TCount = uint32 (*)(void*);
@@ -253,6 +307,34 @@ TEST_F(SmartPointer, AssigningWhatTheOldObjectHoldsKeepsItAlive)
     EXPECT_EQ(TakeReports(), TTexts{"An exception is being thrown"});
 }
 
+TEST_F(SmartPointer, EveryHolderCountsBeforeItReleasesAndReleasesOnce)
+{
+    for (const TWay& way : kWays)
+    {
+        SCOPED_TRACE(&way - kWays);
+        THolders holders;
+        TFake owner, owned, zombie, last;
+        owner.fAtEnd = [&] { owned.Release(); };
+        owned.fAtEnd = [&] { holders.Clear(); }; // reaches whoever lets go of it
+        way.fStore(holders, &owner);
+        owned.AddRef();
+        way.fStore(holders, &owned); // only its owner held it
+        EXPECT_EQ(owner.fCount, 0);
+        EXPECT_EQ(owned.fCount, 1);
+        way.fLetGo(holders);
+        EXPECT_EQ(owned.fCount, 0);
+        zombie.fMark = kDead; // neither counted nor released, whatever comes after it
+        way.fStore(holders, &zombie);
+        way.fStore(holders, &last);
+        EXPECT_EQ(last.fCount, 1);
+        way.fStore(holders, &zombie);
+        way.fLetGo(holders);
+        EXPECT_EQ(zombie.fCount, 0);
+        EXPECT_EQ(last.fCount, 0);
+        TakeReports(); // of the zombie
+    }
+}
+
 TEST_F(SmartPointer, DeadPointersAreReportedAndLeftAlone)
 {
     TTracked* const dead = static_cast<TTracked*>(kDead);
@@ -279,13 +361,14 @@ TEST_F(SmartPointer, DeadPointersAreReportedAndLeftAlone)
     (void)pointer.operator->();
     TTracked object;
     EXPECT_EQ(TNqCountedPtr<TTracked>::Assign(nullptr, &object), &object);
+    EXPECT_EQ(TNqCountedPtr<TTracked>::Assign(static_cast<TTracked**>(kDead), &object), &object);
     {
         TNqCountedPtr<TTracked> holder;
         *holder.GetAddress() = zombie;
     }
     EXPECT_EQ(TakeReports(),
               (TTexts{"(lp == NULL) || !NqCheckDeceased(lp)", "(lp == NULL) || !NqCheckDeceased(*(void**)lp)",
-                      "Bad Pointer", "Bad Pointer", start}));
+                      "Bad Pointer", "Bad Pointer", "Bad Pointer", start}));
     TNqPtr<TTracked> plain;
     (void)plain.operator->();
     plain = zombie;

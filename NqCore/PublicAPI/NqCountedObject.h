@@ -22,6 +22,7 @@ public:
     TNqCountedObject(const TNqCountedObject&) = delete;
     TNqCountedObject& operator=(const TNqCountedObject&) = delete;
 
+    // As INqUnknown says. A null outInterface is reported, and there is no interface then.
     NqErr QueryInterface(const NqIID& iid, void** outInterface) override;
     uint32 AddRef() override;
     uint32 Release() override;
@@ -62,6 +63,7 @@ public:
     TNqSMPCountedObject(const TNqSMPCountedObject&) = delete;
     TNqSMPCountedObject& operator=(const TNqSMPCountedObject&) = delete;
 
+    // As TNqCountedObject::QueryInterface.
     NqErr QueryInterface(const NqIID& iid, void** outInterface) override;
 
     // Safe from any thread. A Release below 0 is reported, deletes nothing and returns the negative count as uint32.

@@ -4,22 +4,33 @@
 //     TMyService::Create(&service);      // `&` gives the slot itself, for factories
 //     service->Answer();
 //
-// Every use is checked against the dead-object sentinel; a dead or null pointer is reported, and a dead one is never
-// dereferenced, counted or released. Threads: a pointer belongs to one thread; what it points to is as its class says.
+// Every use is checked against the dead-object sentinel. A dead pointer is reported, a null one where it is followed;
+// an object that is dead, by its pointer or by the mark in its first word, is neither counted nor released.
+// Threads: a pointer belongs to one thread; what it points to is as its class says.
 
 #pragma once
 
 #include "NqCore/PublicAPI/NqObject.h"
 
-#include <cstring>
-
-// The first word of an object: its virtual table, or the sentinel once it is dead.
+// Takes a reference of an object that is alive. Returns `object`.
 template <class T>
-inline void* NqFirstWord(const T* object)
+inline T* NqAddReference(T* object)
 {
-    void* word;
-    std::memcpy(&word, static_cast<const void*>(object), sizeof word);
-    return word;
+    if (NqIsAlive(object))
+        object->AddRef();
+    return object;
+}
+
+// Puts `object`, with a reference that the slot takes over, into `slot` and releases what was there, unless it is dead.
+// Everything that holds references stores them here. The slot changes first: whatever the end of the old object sets
+// off finds it in order and releases nothing twice.
+template <class T>
+inline void NqStoreReference(T*& slot, T* object)
+{
+    T* const old = slot;
+    slot = object;
+    if (NqIsAlive(old))
+        old->Release();
 }
 
 template <class T>
@@ -30,44 +41,35 @@ public:
 
     TNqCountedPtr(T* lp) : fObject(lp)
     {
-        if (NqCheck(!NqCheckDeceased(lp)))
-            AddRefIfNotNull(lp);
+        NqCheck(!NqCheckDeceased(lp));
+        NqAddReference(lp);
     }
 
     TNqCountedPtr(const TNqCountedPtr& lp) : TNqObject0(), fObject(lp.fObject)
     {
-        if (NqCheck(!NqCheckDeceased(lp.fObject)))
-            AddRefIfNotNull(lp.fObject);
+        NqCheck(!NqCheckDeceased(lp.fObject));
+        NqAddReference(lp.fObject);
     }
 
     ~TNqCountedPtr()
     {
-        if (!NqCheck(!NqCheckDeceased(fObject)) || fObject == nullptr)
-            return;
-        if (NqCheckText(!NqCheckDeceased(NqFirstWord(fObject)), "!NqCheckDeceased(*(void**)fObject)"))
-            fObject->Release();
-        fObject = nullptr;
+        if (NqCheck(!NqCheckDeceased(fObject)))
+            NqCheckText(fObject == nullptr || NqIsAlive(fObject), "!NqCheckDeceased(*(void**)fObject)");
+        NqStoreReference<T>(fObject, nullptr);
     }
 
     // Puts `lp` into *pp with a reference of its own and releases what *pp held, in this order: the new object survives
-    // even when the old one held the last reference to it. Returns lp. Dead pointers are reported and neither counted
-    // nor released.
+    // even when the old one held the last reference to it. Returns lp. Reported are a bad pp, with which nothing is
+    // done, a dead pointer in *pp, and a dead lp. What *pp held and is marked dead is dropped in silence.
     static T* Assign(T** pp, T* lp)
     {
         if (!NqCheckText(pp != nullptr && !NqCheckDeceased(pp), "Bad Pointer"))
             return lp;
-        const bool oldAlive = NqCheckText(!NqCheckDeceased(*pp), "!NqCheckDeceased(*pp)");
-        bool newAlive = NqCheckText(!NqCheckDeceased(lp), "(lp == NULL) || !NqCheckDeceased(lp)");
-        if (newAlive && lp != nullptr)
-            newAlive = NqCheckText(!NqCheckDeceased(NqFirstWord(lp)), "(lp == NULL) || !NqCheckDeceased(*(void**)lp)");
-        T* old = *pp;
-        if (old == lp)
-            return lp;
-        if (newAlive)
-            AddRefIfNotNull(lp);
-        *pp = lp;
-        if (oldAlive && old != nullptr)
-            old->Release();
+        NqCheck(!NqCheckDeceased(*pp));
+        if (NqCheckText(!NqCheckDeceased(lp), "(lp == NULL) || !NqCheckDeceased(lp)"))
+            NqCheckText(lp == nullptr || NqIsAlive(lp), "(lp == NULL) || !NqCheckDeceased(*(void**)lp)");
+        if (*pp != lp)
+            NqStoreReference(*pp, NqAddReference(lp));
         return lp;
     }
 
@@ -96,12 +98,6 @@ public:
     boolean operator!() const { return fObject == nullptr; }
 
 private:
-    static void AddRefIfNotNull(T* object)
-    {
-        if (object != nullptr)
-            object->AddRef();
-    }
-
     T* Checked() const
     {
         NqCheckText(fObject != nullptr && !NqCheckDeceased(fObject), "Bad Pointer");
@@ -113,15 +109,11 @@ private:
 
 static_assert(sizeof(TNqCountedPtr<int>) == sizeof(void*), "a counted pointer is a pointer in every layout");
 
-// Releases what `p` holds, if anything, and clears it.
+// Clears `p` and releases what it held, if anything.
 template <class T>
 inline void ReleaseIfNotNull(T*& p)
 {
-    if (p != nullptr)
-    {
-        p->Release();
-        p = nullptr;
-    }
+    NqStoreReference<T>(p, nullptr);
 }
 
 // The same for a pointer that is known only to be a component object.

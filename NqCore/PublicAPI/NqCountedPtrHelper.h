@@ -10,6 +10,7 @@
 
 #pragma once
 
+#include "NqCore/PublicAPI/NqCountedPtr.h"
 #include "NqCore/PublicAPI/NqException.h"
 
 template <class T>
@@ -23,12 +24,8 @@ public:
     {
         if (newObject == nullptr)
             throw TNqException(kNqErrOutOfMemory, NqSourcePath(__FILE__), __LINE__);
-        if (*fPtr == newObject)
-            return fPtr;
-        T* old = *fPtr;
-        *fPtr = newObject;
-        if (old != nullptr)
-            old->Release();
+        if (*fPtr != newObject)
+            NqStoreReference(*fPtr, newObject);
         return fPtr;
     }
 
@@ -44,12 +41,7 @@ public:
 
     T** operator=(T* object) const
     {
-        T* old = *fPtr;
-        if (object != nullptr)
-            object->AddRef();
-        *fPtr = object;
-        if (old != nullptr)
-            old->Release();
+        NqStoreReference(*fPtr, NqAddReference(object));
         return fPtr;
     }
 

@@ -14,6 +14,8 @@
 
 #include "NqCore/PublicAPI/NqCompiler.h"
 
+#include <cstring>
+
 // What a pointer slot, or the first word of an object, holds once its object is dead.
 extern const uint64 kDeceasedPointerValue;
 
@@ -24,6 +26,28 @@ inline boolean NqCheckDeceased(uintpointer inValue)
 inline boolean NqCheckDeceased(const volatile void* inPointer)
 {
     return NqCheckDeceased(reinterpret_cast<uintpointer>(inPointer));
+}
+
+// Whether the first word of an object, where its virtual table would be, says that it is dead. The object is at least
+// as large as a word.
+inline bool NqIsMarkedDead(const void* object)
+{
+    void* word;
+    std::memcpy(&word, object, sizeof word);
+    return NqCheckDeceased(word);
+}
+
+// Whether there is an object to use: the pointer is neither null nor dead, and what it leads to is not marked dead.
+// Objects smaller than a word cannot be marked.
+template <class T>
+inline bool NqIsAlive(const T* object)
+{
+    if (object == nullptr || NqCheckDeceased(object))
+        return false;
+    if constexpr (sizeof(T) < sizeof(void*))
+        return true;
+    else
+        return !NqIsMarkedDead(object);
 }
 
 // The allocation that all the bases share. Sizes above 4 GiB are reported and requested modulo 2^32.

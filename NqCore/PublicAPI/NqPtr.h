@@ -1,9 +1,10 @@
-// A plain pointer whose uses are checked: a null or dead one is reported. It owns nothing and deletes nothing.
+// A plain pointer whose uses are checked: a dead one is reported, and one to an object that is marked dead; a null one
+// is where it is followed. All are returned as they are. It owns nothing and deletes nothing.
 // T is at least as large as a pointer: the first word of the object is looked at.
 
 #pragma once
 
-#include "NqCore/PublicAPI/NqCountedPtr.h"
+#include "NqCore/PublicAPI/NqObject.h"
 
 template <class T>
 class TNqPtr : public TNqObject
@@ -20,19 +21,17 @@ public:
 
     T* operator->() const
     {
-        const bool usable = NqCheckText(fObject != nullptr && !NqCheckDeceased(fObject), "Bad Pointer");
-        if (!usable && fObject != nullptr)
-            return fObject; // a dead slot has no first word to look at
-        NqCheckText(fObject != nullptr && !NqCheckDeceased(NqFirstWord(fObject)),
-                    "fObject && !NqCheckDeceased(*(void**)fObject)");
+        NqCheckText(fObject != nullptr && !NqCheckDeceased(fObject), "Bad Pointer");
+        if (!NqCheckDeceased(fObject)) // a dead pointer leads to nothing that could be looked at
+            NqCheckText(fObject != nullptr && !NqIsMarkedDead(fObject),
+                        "fObject && !NqCheckDeceased(*(void**)fObject)");
         return fObject;
     }
 
     operator T*() const
     {
         if (NqCheck(!NqCheckDeceased(fObject)) && fObject != nullptr)
-            NqCheckText(!NqCheckDeceased(NqFirstWord(fObject)),
-                        "(fObject == NULL) || !NqCheckDeceased(*(void**)fObject)");
+            NqCheckText(!NqIsMarkedDead(fObject), "(fObject == NULL) || !NqCheckDeceased(*(void**)fObject)");
         return fObject;
     }
 

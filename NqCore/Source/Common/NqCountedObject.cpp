@@ -17,6 +17,8 @@ namespace
 // Answers for the root interface; every other identifier clears the caller's pointer.
 NqErr QueryRootInterface(INqUnknown* inObject, const NqIID& iid, void** outInterface)
 {
+    if (!NqCheckText(outInterface != nullptr, "outInterface != NULL"))
+        return kNqNoInterface;
     INqUnknown** out = reinterpret_cast<INqUnknown**>(outInterface);
     if (NqInlineIsEqualGUID(iid, IID_INqUnknown))
     {
@@ -40,8 +42,7 @@ void ReleaseIfNotNull(void*& p)
 {
     INqUnknown* object = static_cast<INqUnknown*>(p);
     p = nullptr;
-    if (object != nullptr)
-        object->Release();
+    ReleaseIfNotNull(object);
 }
 
 TNqCountedObject::TNqCountedObject()
