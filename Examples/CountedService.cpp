@@ -19,6 +19,9 @@ class IUnitConverter : public INqUnknown
 public:
     virtual real64 FromMetres(real64 inMetres) = 0;
     virtual const char* GetUnitName() = 0;
+
+protected:
+    ~IUnitConverter() = default;
 };
 
 constexpr NqIID IID_IUnitConverter(0x6B1C2F40, 0x9E21, 0x4D35, 0xA8, 0x0B, 0x51, 0x7A, 0x90, 0x3E, 0xC4, 0x12);

@@ -52,6 +52,9 @@ public:
 
     // False: until this task returns, its thread runs no other task, except those of jobs that the task itself makes.
     virtual boolean CanSpawnTasks() = 0;
+
+protected:
+    ~ISMPJobTask() = default;
 };
 
 class ISMPJob : public INqUnknown
@@ -70,12 +73,18 @@ public:
     // of this job, which would wait for itself; from a task that cannot spawn others only if that task made the job.
     // Two threads outside the pool that wait for one job are both its worker 0.
     virtual void Wait() = 0;
+
+protected:
+    ~ISMPJob() = default;
 };
 
 class ISMPJobWorkerThread : public INqUnknown
 {
 public:
     virtual int32 GetWorkerID() = 0; // 1 .. W - 1
+
+protected:
+    ~ISMPJobWorkerThread() = default;
 };
 
 class ISMPJobWorkers : public INqUnknown
@@ -86,6 +95,9 @@ public:
     virtual ISMPJobWorkerThread* GetCurrentWorkerThread() = 0; // null outside the pool; no reference for the caller
     virtual ISMPJob* GetCurrentJob() = 0;                      // the job whose task this thread runs, null for none
     virtual void CreateJob(ISMPJob** outJob) = 0;              // as a create helper; throws kNqErrOutOfMemory
+
+protected:
+    ~ISMPJobWorkers() = default;
 };
 
 // The host's pool, null when it has none.
@@ -376,7 +388,9 @@ class TSMPSingleSectionJob;
 //         {
 //             return &static_cast<const TBuildTree&>(inOther).fMesh == &fMesh;
 //         }
-//         ...
+//
+//     private:
+//         TMesh& fMesh;
 //     };
 //
 //     TBuildTree build(mesh);

@@ -1,7 +1,16 @@
 // Component objects: 128-bit identifiers and the root interface.
 //
-//     class IMyService : public INqUnknown { public: virtual int32 Answer() = 0; };
-//     TNqCountedPtr<IMyService> service;
+//     class IMyService : public INqUnknown
+//     {
+//     public:
+//         virtual int32 Answer() = 0;
+//
+//     protected:
+//         ~IMyService() = default; // Release destroys, nobody else
+//     };
+//     constexpr NqIID IID_IMyService(0x51F3A08C, 0x2B64, 0x47D9, 0x8E, 0x13, 0xC0, 0x7A, 0x5D, 0x92, 0x4F, 0xB6);
+//
+//     TNqCountedPtr<IMyService> service; // NqCountedPtr.h
 //     if (object->QueryInterface(IID_IMyService, reinterpret_cast<void**>(&service)) == 0)
 //         service->Answer();
 //

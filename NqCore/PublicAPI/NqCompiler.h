@@ -1,10 +1,10 @@
 // Sizes and checks: what a failed precondition looks like in the code.
 //
-//     void TNqArray<T>::SetElem(uint32 index, const T& value)
+//     void TPalette::SetColor(uint32 index, const TNqColorRGB& color)
 //     {
-//         if (!NqCheck(index < GetElemCount()))
+//         if (!NqCheck(index < fColors.GetElemCount()))
 //             return; // reported to the host, with this file, line and condition
-//         fArrayData[index] = value;
+//         fColors[index] = color;
 //     }
 //
 // A check never stops the program by itself: the host decides what a report does. Checks stay in release builds.

@@ -1,6 +1,22 @@
 // The two implementations of reference counting that component objects derive from.
 //
-//     class TMyService : public TNqCountedObject, public IMyService { ... };
+//     class TMyService : public TNqCountedObject, public IMyService // NqCompObj.h shows the interface
+//     {
+//     public:
+//         NqErr QueryInterface(const NqIID& iid, void** outInterface) override
+//         {
+//             if (iid != IID_IMyService)
+//                 return TNqCountedObject::QueryInterface(iid, outInterface);
+//             TNqCountedGetHelper<IMyService>{reinterpret_cast<IMyService**>(outInterface)} = this;
+//             return kNqNoErr;
+//         }
+//         uint32 AddRef() override { return TNqCountedObject::AddRef(); } // both bases have one
+//         uint32 Release() override { return TNqCountedObject::Release(); }
+//         int32 Answer() override { return 42; }
+//     };
+//
+//     TNqCountedPtr<IMyService> service;
+//     TNqCountedCreateHelper<IMyService>{&service} = new TMyService; // NqCountedPtrHelper.h
 //
 // TNqCountedObject counts plainly and belongs to one thread; the host can walk all living ones. TNqSMPCountedObject
 // counts atomically and may be shared by threads; it is in no list.

@@ -35,6 +35,10 @@ constexpr NqErr kNqErrCancelled = static_cast<NqErr>(0x80010080);
 constexpr NqErr kNqErrSilent = static_cast<NqErr>(0x80010081); // an exception that the host is not told of
 constexpr NqErr kNqErrUserCancelled = static_cast<NqErr>(0x800101EA);
 
+// Its slots are a contract, so that its destructor is not virtual: an exception is thrown, caught and destroyed as what
+// it is, and never deleted through a pointer to it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 class TNqException : public TNqObject
 {
 public:
@@ -67,6 +71,7 @@ private:
     int fLine;
     mutable TNqString* fErrorString; // owned; taken away by a copy
 };
+#pragma GCC diagnostic pop
 
 // Tells the host that an exception with this code is on its way: a text of its own for a cancel and for a failed
 // connection, nothing for 0 and for kNqErrSilent.

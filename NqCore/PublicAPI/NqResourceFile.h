@@ -35,6 +35,7 @@ public:
     //
     //     FourCharT type;
     //     for (boolean more = file.GetFirstType(type); more; more = file.GetNextType(type))
+    //         ...
     virtual boolean GetFirstType(FourCharT& outType) = 0;
     virtual boolean GetNextType(FourCharT& ioType) = 0;
 

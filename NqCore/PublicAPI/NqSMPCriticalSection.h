@@ -5,8 +5,8 @@
 //         ...
 //     }                                            // left, also when an exception passes
 //
-//     TNqCriticalSectionArray locks;               // one lock for each of many objects, cheaper than a section for
-//     each if (!locks.Initialize(64))
+//     TNqCriticalSectionArray locks;               // for many objects, cheaper than a section for each
+//     if (!locks.Initialize(64))
 //         return false;
 //     ...
 //     CWhileInCSArray inside(locks, key % 64);

@@ -7,10 +7,10 @@
 //         return Fail(error);
 //     TNqNetStream stream(socket);
 //
-//     TNqCountedPtr<TNqHostSocket> socket;               // the other, with listener.Address() for the address
-//     if (!TNqHostSocket::Connect("127.0.0.1:4711", 30000, socket, error))
+//     TNqCountedPtr<TNqHostSocket> peer;                 // the other, with listener.Address() for the address
+//     if (!TNqHostSocket::Connect("127.0.0.1:4711", 30000, peer, error))
 //         return Fail(error);
-//     TNqNetStream stream(socket);
+//     TNqNetStream answers(peer);
 //
 // Addresses:
 //   HOST:PORT    a name or an IPv4 address; of several addresses the first that answers

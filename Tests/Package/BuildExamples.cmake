@@ -13,10 +13,11 @@ run(${pkg_config} --libs nqcore)
 separate_arguments(libs UNIX_COMMAND "${output}")
 file(MAKE_DIRECTORY ${WORK_DIR})
 
-# What the README's line does, in two steps: a compiler cache keeps objects and no programs.
+# What the README's line does, in two steps: a compiler cache keeps objects and no programs. The headers warn nobody who asks for more.
+set(warnings -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast)
 function(build_example source)
   get_filename_component(name ${source} NAME_WE)
-  run(${LAUNCHER} ${CXX} -std=c++17 ${cflags} ${ARGN} -c ${source} -o ${WORK_DIR}/${name}.o)
+  run(${LAUNCHER} ${CXX} -std=c++17 ${warnings} -Werror ${cflags} ${ARGN} -c ${source} -o ${WORK_DIR}/${name}.o)
 endfunction()
 
 function(run_example name)
