@@ -27,6 +27,14 @@ struct TBox
 };
 int TBox::fAlive = 0;
 
+template <size_t kBytes>
+struct TNeverCopied : TBox
+{
+    TNeverCopied() = default;
+    TNeverCopied(const TNeverCopied& other) : TBox(other) { throw 14; }
+    char fBytes[kBytes];
+};
+
 struct TCounted
 {
     uint32 AddRef() { return static_cast<uint32>(++fCount); }
@@ -249,9 +257,13 @@ TEST_F(ArrayTest, SizesThatDoNotFit32BitsFailWithoutAskingTheHost)
     TestHost().FailAllocations(0);
     EXPECT_FALSE(array.SetElemSpace(65536));
     EXPECT_FALSE(array.AddElemCount(65536));
+    TNqArray<uint8> bytes(5, true);
+    EXPECT_FALSE(bytes.AddElemCount(0xFFFFFFFD)) << "2 if the sum wrapped";
+    EXPECT_EQ(bytes.GetElemCount(), 5U);
+    TestHost().FailAllocations(0); // counts anew
     EXPECT_FALSE(objects.SetElemCount(0xFFFFFFFC));
     EXPECT_FALSE(TNqArray<uint8>().SetElemSpace(kEndIndex));
-    EXPECT_EQ(TakeReports(), TTexts(4, kNoMemory));
+    EXPECT_EQ(TakeReports(), TTexts(5, kNoMemory));
     EXPECT_FALSE(array.SetElemCount(0xFFFFFFFD));
     EXPECT_FALSE(objects.SetElemCount(0xFFFFFFFD));
     EXPECT_EQ(TakeReports(), (TTexts{"nAsNqSize < kEndIndex", kNoMemory, "n < kEndIndex", kNoMemory}));
@@ -284,9 +296,36 @@ TEST_F(ArrayTest, AConstructorWithoutMemoryLeavesAnArrayThatIsReportedAndStillFr
                                      "Array allocation failed in constructor!", "IsValid()"}));
     TNqClassArray<TBox> boxes;
     TestHost().FailAllocations(1);
-    EXPECT_THROW(boxes.AddElem(), TNqException);
+    try
+    {
+        boxes.AddElem();
+        ADD_FAILURE();
+    }
+    catch (const TNqException& error)
+    {
+        EXPECT_EQ(error.GetError(), static_cast<NqErr>(0x80010002));
+        EXPECT_STREQ(error.what(), "NqCore/PublicAPI/NqClassArray.h");
+    }
     EXPECT_EQ(TakeReports(), (TTexts{kNoMemory, "An exception is being thrown"}));
     EXPECT_EQ(*boxes.AddElem()->fValue, 7);
+}
+
+TEST_F(ArrayTest, ElementsLargerThanTheStackAreAddedWhereTheyStay)
+{
+    using TLarge = std::array<char, 12 << 20>;
+    TNqArray<TLarge> values;
+    ASSERT_TRUE(values.SetElemCount(1));
+    values[0].back() = 9;
+    ASSERT_TRUE(values.AddElem(values[0])); // a copy of what moves
+    EXPECT_EQ(values[1].back(), 9);
+    struct TLargeBox : TBox
+    {
+        TLarge fBytes;
+    };
+    TNqClassArray<TLargeBox> objects;
+    ASSERT_TRUE(objects.SetElemCount(2));
+    EXPECT_EQ(*objects[1].fValue, 7);
+    EXPECT_EQ(TBox::fAlive, 2);
 }
 
 TEST_F(ArrayTest, AnElementThatCannotBeCopiedLeavesNothingBehind)
@@ -301,6 +340,9 @@ TEST_F(ArrayTest, AnElementThatCannotBeCopiedLeavesNothingBehind)
                 throw 13;
         }
     };
+    EXPECT_THROW(TNqClassArray<TNeverCopied<1>>().SetElemCount(1), int) << "new elements are copies of one";
+    EXPECT_THROW(TNqClassArray<TNeverCopied<100000>>().SetElemCount(2), int) << "a large one is the first of them";
+    EXPECT_EQ(TBox::fAlive, 0);
     TNqClassArray<TStubborn> source;
     ASSERT_TRUE(source.SetElemCount(3));
     *source[2].fValue = 13;
@@ -343,16 +385,53 @@ TEST_F(ArrayTest, LentMemoryIsUsedButNeverResizedOrFreed)
         ASSERT_TRUE(array.ArrayAllocFromBuffer(block, 1, 3));
         EXPECT_TRUE(array.AddElem(4) && array.AddElem(5));
         EXPECT_FALSE(array.AddElem(6));
+        EXPECT_FALSE(array.AddElemCount(1));
         EXPECT_FALSE(array.SetElemSpace(2));
         TNqCountedPtrArray<TCounted> counted;
         ASSERT_TRUE(counted.ArrayAllocFromBuffer(slots, 1, 3));
+        EXPECT_EQ(slots[2], nullptr);
         EXPECT_TRUE(counted.SetElemCount(3));
         EXPECT_EQ(counted[2], nullptr);
-        EXPECT_EQ(TakeReports(), TTexts(2, "Can't resize array with external memory"));
+        EXPECT_EQ(TakeReports(), TTexts(3, "Can't resize array with external memory"));
+        TNqArray<int32> refused;
+        EXPECT_FALSE(refused.ArrayAllocFromBuffer(block, 4, 3));
+        EXPECT_FALSE(refused.ArrayAllocFromBuffer(nullptr, 0, 1));
+        EXPECT_EQ(refused.BaseAddress(), nullptr);
+        EXPECT_FALSE(TCountedPointers().ArrayAllocFromBuffer(slots, 4, 3));
+        EXPECT_EQ(TakeReports(), (TTexts{"count <= space", "buffer != nullptr || space == 0", "count <= space"}));
     }
     EXPECT_EQ(block[1], 4);
     EXPECT_EQ(block[2], 5);
     EXPECT_EQ(gPool[1].fCount, 0) << "the reference in use passed to the array";
+}
+
+TEST_F(ArrayTest, ACountedArrayReleasesOnlyWhatItHolds)
+{
+    const std::function<void(TCountedPointers&)> beginnings[] = {
+        [](TCountedPointers& array) { array.ArrayAlloc(3, 2, 1); },
+        [](TCountedPointers& array) { array.ArrayAllocFromBuffer(nullptr, 0, 1); },
+        [](TCountedPointers& array) { array.ZeroInternals(); },
+        [](TCountedPointers& array) { array.SetValid(false); },
+    };
+    for (const auto& begin : beginnings)
+    {
+        TCountedPointers array;
+        begin(array);
+        void* const dirt = Nqmalloc(128); // the block of the array, when it is given out again
+        std::memset(dirt, 0xAA, 128);
+        Nqfree(dirt);
+        EXPECT_TRUE(array.SetElemSpace(16) && array.AddElem(gPool + 1) && array.AddElemCount(3));
+        EXPECT_TRUE(array.AddElem(gPool + 2) && array.SetElemCount(8));
+        for (uint32 i = 0; i < 8; ++i)
+            EXPECT_EQ(array[i], i == 0 ? gPool + 1 : i == 4 ? gPool + 2 : nullptr);
+        array.SetValid(false);
+        array.ArrayFree();
+        EXPECT_EQ(array.GetElemCount(), 8U);
+        array.SetValid(true);
+        array.ArrayFree();
+        EXPECT_EQ(gPool[1].fCount + gPool[2].fCount, 0);
+        TakeReports(); // of an array that is not valid
+    }
 }
 
 TEST_F(ArrayTest, IteratorsOverObjectsEndOnePastAndOverPointersAtNull)
@@ -367,6 +446,9 @@ TEST_F(ArrayTest, IteratorsOverObjectsEndOnePastAndOverPointersAtNull)
     EXPECT_EQ(TakeReports(), TTexts(2, forgot));
     EXPECT_TRUE(walk.First() == nullptr && ptrWalk.First() == nullptr);
     objects.SetElemSpace(1); // the block must move during the walk
+    pointers.SetElemSpace(1);
+    *pointers.Begin() = &objects.BaseAddress()[0];
+    EXPECT_TRUE(walk.First() == nullptr && ptrWalk.First() == nullptr) << "room, but no element";
     for (uint32 i = 0; i < 3; ++i)
     {
         ASSERT_TRUE(objects.AddElem(static_cast<int32>(i)));

@@ -3,6 +3,7 @@
 #include "NqCore/PublicAPI/NqCountedPtrHelper.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqPtr.h"
+#include "NqCore/PublicAPI/NqPtrArray.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "Tests/TestHost.h"
 
@@ -87,10 +88,12 @@ struct THolders
     {
         ReleaseIfNotNull(fSlot);
         fPointer = nullptr;
+        fArray.ArrayFree();
     }
 
     TFake* fSlot = nullptr;
     TNqCountedPtr<TFake> fPointer;
+    TNqCountedPtrArray<TFake> fArray;
 };
 
 TFake gOther;
@@ -100,6 +103,13 @@ struct TWay
 {
     std::function<void(THolders&, TFake*)> fStore;
     std::function<void(THolders&)> fLetGo;
+};
+const auto kSetElem = [](THolders& h, TFake* p) { h.fArray.SetElemCount(1), h.fArray.SetElem(0, p); };
+const auto kAssignArray = [](THolders& h, TFake* p)
+{
+    TNqCountedPtrArray<TFake> source;
+    source.AddElem(p);
+    h.fArray = source;
 };
 const TWay kWays[] = {
     {[](THolders& h, TFake* p) { TNqCountedGetHelper<TFake>{& h.fSlot} = p; },
@@ -113,6 +123,11 @@ const TWay kWays[] = {
          h.fPointer.~TNqCountedPtr();
          new (static_cast<void*>(std::addressof(h.fPointer))) TNqCountedPtr<TFake>;
      }},
+    {kSetElem, [](THolders& h) { h.fArray.SetElem(0, nullptr); }},
+    {kSetElem, [](THolders& h) { h.fArray.AddElem(&gOther), h.fArray.AddElem(&gOther), h.fArray.SetElemCount(0); }},
+    {kSetElem, [](THolders& h) { h.fArray.SetElemSpace(0); }},
+    {kAssignArray, [](THolders& h) { h.fArray.ArrayFree(); }},
+    {kAssignArray, [](THolders& h) { h.fArray = TNqCountedPtrArray<TFake>(); }},
 };
 
 } // namespace

@@ -7,11 +7,11 @@
 //     for (uint32 i = 0; i < ids.GetElemCount(); ++i)
 //         Use(ids[i]);
 //
-// Ownership: the array owns its block, unless ArrayAllocFromBuffer lent it one. Copies are deep.
+// Ownership: the array owns its block, unless ArrayAllocFromBuffer lent it one. A copy has a block of its own.
 // Growth: AddElem adds a fifth of the count plus one, at most 128 KiB a step; larger arrays are copied once a step, so
 // reserve with SetElemSpace when the count is known.
-// Failure: a failed check or allocation is reported to the host; the operation returns false and the array keeps what
-// it held. Nothing throws.
+// Failure: a failed check is reported to the host, and the operation goes on within the memory that there is. Without
+// memory, which is reported too, it returns false and the array keeps what it held. Nothing throws.
 // Threads: one at a time.
 
 #pragma once
@@ -33,14 +33,14 @@ enum ENqArrayFlag : uint32_t
 {
     kNqArrayGrowSizeMask = 0x07FFFFFF,   // elements added per growth step; with smart growth the most a step adds
     kNqArrayExternalMemory = 0x08000000, // the block belongs to someone else and is never resized or freed
-    kNqArrayZeroMemory = 0x10000000,     // newly exposed elements are zero-filled
+    kNqArrayZeroMemory = 0x10000000,     // blocks are zero-filled behind the elements, and so are dropped elements
     kNqArrayValid = 0x20000000,          // the array has been allocated successfully
     kNqArraySmartGrow = 0x80000000       // a growth step follows the count
 };
 
 // What all the arrays share: the four fields, the accessors, growth and the block. T is what a slot of the block holds,
-// TArray the array itself, which may say what starts an element (InitElems), what ends one (EndElems), and how many
-// move (GetKeptCount).
+// TArray the array itself, which says how elements come into use (StartElems) and leave it (DropElems), how those of a
+// block that is given up end (EndElems), and how many slots move to a new block (GetKeptCount).
 template <typename TArray, typename T>
 class TNqArrayBase : public TNqObject
 {
@@ -56,7 +56,8 @@ public:
     // Bytes of one element.
     uint32 GetElemSize() const { return static_cast<uint32>(ElemSize()); }
 
-    // Elements that the next growth step adds; 0 after SetGrowSize(0).
+    // Elements that the next growth step adds. 0 when there is no step: after SetGrowSize(0), and with smart growth of
+    // elements larger than 128 KiB.
     uint32 GetGrowSize() const
     {
         const uint32 growBits = fArrayFlags & kNqArrayGrowSizeMask;
@@ -65,7 +66,7 @@ public:
         return Nq_Min(growBits, static_cast<uint32>(0.2f * static_cast<real32>(fElemCount)) + 1);
     }
 
-    // The block, null when the space is 0. Any change of the space moves it.
+    // The block, null when nothing is allocated. Any change of the space moves it.
     T* BaseAddress() { return fArrayData; }
     const T* BaseAddress() const { return fArrayData; }
     T* ArrayData() { return fArrayData; }
@@ -94,7 +95,8 @@ public:
         fArrayFlags = (fArrayFlags & ~static_cast<uint32>(kNqArrayGrowSizeMask)) | largestStep | kNqArraySmartGrow;
     }
 
-    // Makes room for exactly `space` elements; elements beyond it are dropped.
+    // Makes room for exactly `space` elements; elements beyond it are dropped. False, with the array as it was, without
+    // memory and on lent memory.
     boolean SetElemSpace(uint32 space)
     {
         NqCheck(IsValid());
@@ -108,7 +110,7 @@ public:
             FreeAll();
     }
 
-    // Forgets everything, freeing nothing.
+    // Forgets everything, freeing nothing. The array is invalid until it is allocated again.
     void ZeroInternals()
     {
         fElemCount = 0;
@@ -117,8 +119,9 @@ public:
         fArrayData = nullptr;
     }
 
-    // Reloads the address of the first element from the block.
-    void UpdateDataPointer() { fArrayData = BaseAddress(); }
+    // Does nothing: the block is all that an array knows of where its elements are. For code that was built for arrays
+    // which know more.
+    void UpdateDataPointer() {}
 
 protected:
     static constexpr NqSize ElemSize()
@@ -127,7 +130,8 @@ protected:
     }
     static constexpr NqSize kLargestStepBytes = NqSize{128} * 1024;
 
-    TNqArrayBase()
+    // Empty, nothing allocated, smart growth.
+    explicit TNqArrayBase(boolean zeroMem)
     {
         static_assert(alignof(T) <= alignof(std::max_align_t), "the host aligns blocks for scalars only");
         static_assert(offsetof(TNqArrayBase, fElemCount) == 0 && offsetof(TNqArrayBase, fElemSpace) == 4 &&
@@ -135,6 +139,9 @@ protected:
                           sizeof(TNqArrayBase) == 24,
                       "arrays are shared with modules built elsewhere");
         ZeroInternals();
+        SetValid(true);
+        SetZeroMem(zeroMem);
+        SetSmartGrow();
     }
     TNqArrayBase(const TNqArrayBase&) = delete;
     TNqArrayBase& operator=(const TNqArrayBase&) = delete;
@@ -144,16 +151,6 @@ protected:
     boolean GetZeroMem() const { return HasFlag(kNqArrayZeroMemory); }
     void SetZeroMem(boolean zeroMem) { SetFlag(kNqArrayZeroMemory, zeroMem != 0); }
     void SetValid(boolean valid) { SetFlag(kNqArrayValid, valid != 0); }
-
-    // The whole of a construction. `allocated` says whether the first allocation succeeded.
-    void FinishConstruction(bool allocated, bool smartGrow)
-    {
-        if (!allocated)
-            NqNotify("Array allocation failed in constructor!");
-        if (smartGrow)
-            SetSmartGrow();
-        NqCheck(IsValid());
-    }
 
     void FinishDestruction()
     {
@@ -179,7 +176,8 @@ protected:
         return hasSpace && hasElems;
     }
 
-    // Starts on a block of `space` elements that the caller keeps alive and frees, the first `count` of them in use.
+    // Starts on a block of `space` elements that the caller keeps alive and frees, the first `count` of them in use. It
+    // has a growth step, so that a full block is reported as what it is.
     boolean AllocateFromBuffer(T* buffer, uint32 count, uint32 space)
     {
         ZeroInternals();
@@ -189,6 +187,7 @@ protected:
         fElemSpace = space;
         fArrayFlags = kNqArrayValid | kNqArrayExternalMemory;
         fArrayData = buffer;
+        SetGrowSize(1);
         return true;
     }
 
@@ -213,25 +212,22 @@ protected:
             if (!ResizeSpace(FitsBlock(rounded) ? rounded : newCount))
                 return false;
         }
-        fElemCount = static_cast<uint32>(newCount);
-        return true;
+        return ResizeCount(static_cast<uint32>(newCount));
     }
 
-    // Takes over the smart growth of `source`, its count and its elements as bytes. Without memory: reported,
-    // unchanged.
-    void AssignBytes(const TArray& source)
+    // How every assignment starts: takes over the smart growth of `source` and makes room for its elements. True when
+    // they are to be copied then; without memory, which is reported, and for the array itself they are not.
+    bool StartAssignment(const TArray& source)
     {
         if (this == &source)
-            return;
+            return false;
         if (source.GetSmartGrow())
             SetSmartGrow();
-        if (ResizeCount(source.fElemCount))
-            CopyElems(fArrayData, source.fArrayData, fElemCount);
-        else
-            NotifyAssignmentFailed();
+        if (source.fElemCount <= fElemSpace || ResizeSpace(source.fElemCount))
+            return true;
+        NqNotify("Unable to complete operator=() memory allocation failed.");
+        return false;
     }
-
-    static void NotifyAssignmentFailed() { NqNotify("Unable to complete operator=() memory allocation failed."); }
 
     // Room for one more element: a growth step, or exactly one when there is no step or the step is too large.
     [[gnu::noinline]] boolean GrowForOneMore()
@@ -241,23 +237,25 @@ protected:
         return ResizeSpace(stepped >= needed && FitsBlock(stepped) ? stepped : needed);
     }
 
+    // The same for a full array that is to get a copy of *value. Returns where that value is then, since an element of
+    // this array moves with the block; null without memory.
+    const T* GrowForCopyOf(const T* value)
+    {
+        const bool isOwn = IsInArray(value);
+        const std::ptrdiff_t index = isOwn ? value - fArrayData : 0;
+        if (!GrowForOneMore())
+            return nullptr;
+        return isOwn ? fArrayData + index : value;
+    }
+
     boolean ResizeCount(uint32 n)
     {
-        if (n < fElemCount)
-        {
-            const uint32 dropped = fElemCount - n;
-            fElemCount = n;
-            Self().EndElems(fArrayData + n, dropped);
-            if (GetZeroMem())
-                ZeroElems(fArrayData + n, dropped);
-        }
-        else if (n > fElemCount)
-        {
-            if (n > fElemSpace && !ResizeSpace(n))
-                return false;
-            Self().InitElems(fArrayData + fElemCount, n - fElemCount);
-            fElemCount = n;
-        }
+        if (n > fElemSpace && !ResizeSpace(n))
+            return false;
+        if (n > fElemCount)
+            Self().StartElems(n);
+        else if (n < fElemCount)
+            Self().DropElems(n);
         return true;
     }
 
@@ -282,10 +280,7 @@ protected:
         return true;
     }
 
-    // Room for at least `space` elements; never cuts.
-    boolean ReserveSpace(uint64 space) { return space <= fElemSpace || ResizeSpace(space); }
-
-    // Whether slots before the end of the block may be read or written at `index`.
+    // Whether the block has room for an element at `index`, in use or not.
     bool IsInSpace(NqSize index) const { return index < fElemSpace; }
 
     static void CopyElems(T* to, const T* from, NqSize count)
@@ -300,15 +295,10 @@ protected:
             std::memset(static_cast<void*>(at), 0, count * ElemSize());
     }
 
-    // What most arrays do; an array that differs declares its own.
-    void InitElems(T*, uint32) {}
-    void EndElems(T*, uint32) {}
-    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemCount, space); }
-
     uint32_t fElemCount;  // elements in use, at most fElemSpace
     uint32_t fElemSpace;  // elements allocated
     uint32_t fArrayFlags; // ENqArrayFlag
-    T* fArrayData;        // null exactly when the space is 0
+    T* fArrayData;        // null when the space is 0, but for lent memory
 
 private:
     TArray& Self() { return static_cast<TArray&>(*this); }
@@ -326,7 +316,7 @@ private:
             ResizeSpace(0);
     }
 
-    // The fields change before elements are dropped, so that what their end sets off sees an array in order.
+    // The fields change before elements end, so that what their end sets off sees an array in order.
     void MoveTo(T* block, uint32 space)
     {
         T* const oldBlock = fArrayData;
@@ -337,18 +327,72 @@ private:
         fArrayData = block;
         if (GetZeroMem())
             ZeroElems(block + fElemCount, space - fElemCount);
-        if (fElemCount < oldCount)
-            Self().EndElems(oldBlock + fElemCount, oldCount - fElemCount);
+        if (space < oldCount)
+            Self().EndElems(oldBlock + space, oldCount - space);
         if (oldBlock != nullptr)
             Nqfree(oldBlock);
     }
 };
 
-template <typename T>
-class TNqArray : public TNqArrayBase<TNqArray<T>, T>
+// The arrays whose elements are bytes and nothing else. Those of a block that moves are the ones in use, or all there
+// is room for when kMovesWholeBlock is set.
+template <typename T, bool kMovesWholeBlock>
+class TNqPlainArray : public TNqArrayBase<TNqPlainArray<T, kMovesWholeBlock>, T>
 {
-    using TBase = TNqArrayBase<TNqArray<T>, T>;
+    using TBase = TNqArrayBase<TNqPlainArray, T>;
     friend TBase;
+
+protected:
+    using TBase::fArrayData;
+    using TBase::fElemCount;
+    using TBase::fElemSpace;
+    using TBase::IsValid;
+
+    TNqPlainArray() : TBase(true) {}
+    TNqPlainArray(uint32 count, boolean zeroMem) : TNqPlainArray(count, count, 0, zeroMem) { this->SetSmartGrow(); }
+    TNqPlainArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem) : TNqPlainArray()
+    {
+        if (!ArrayAlloc(initialCount, initialSpace, growSize, zeroMem))
+            NqNotify("Array allocation failed in constructor!");
+        NqCheck(IsValid());
+    }
+    TNqPlainArray(const TNqPlainArray& source) : TNqPlainArray()
+    {
+        this->SetGrowSize(1);
+        *this = source;
+    }
+    TNqPlainArray& operator=(const TNqPlainArray& source)
+    {
+        if (this->StartAssignment(source))
+        {
+            this->ResizeCount(source.fElemCount);
+            this->CopyElems(fArrayData, source.fArrayData, fElemCount);
+        }
+        return *this;
+    }
+    ~TNqPlainArray() { this->FinishDestruction(); }
+
+    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    {
+        return this->Allocate(initialCount, initialSpace, growSize, zeroMem);
+    }
+
+private:
+    void StartElems(uint32 n) { fElemCount = n; }
+    void DropElems(uint32 n)
+    {
+        if (this->GetZeroMem())
+            this->ZeroElems(fArrayData + n, fElemCount - n);
+        fElemCount = n;
+    }
+    void EndElems(T*, uint32) {}
+    uint32 GetKeptCount(uint32 space) const { return Nq_Min(kMovesWholeBlock ? fElemSpace : fElemCount, space); }
+};
+
+template <typename T>
+class TNqArray : public TNqPlainArray<T, false>
+{
+    using TBase = TNqPlainArray<T, false>;
     using TBase::fArrayData;
     using TBase::fElemCount;
     using TBase::fElemSpace;
@@ -358,41 +402,36 @@ public:
     using TBase::IsValid;
 
     // Empty, nothing allocated, zero memory on, smart growth.
-    TNqArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1, true), true); }
+    TNqArray() = default;
 
     // `count` elements, zero when zeroMem is set and indeterminate otherwise; smart growth.
-    TNqArray(uint32 count, boolean zeroMem) { this->FinishConstruction(ArrayAlloc(count, count, 0, zeroMem), true); }
+    TNqArray(uint32 count, boolean zeroMem) : TBase(count, zeroMem) {}
 
     // `initialCount` elements in a block for `initialSpace`, growing by `growSize` at a time.
     TNqArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+        : TBase(initialCount, initialSpace, growSize, zeroMem)
     {
-        this->FinishConstruction(ArrayAlloc(initialCount, initialSpace, growSize, zeroMem), false);
     }
 
     // A copy with zero memory on; it has smart growth when `source` has.
-    TNqArray(const TNqArray& source) : TNqArray()
-    {
-        this->SetGrowSize(1);
-        *this = source;
-    }
+    TNqArray(const TNqArray& source) = default;
 
-    ~TNqArray() { this->FinishDestruction(); }
+    ~TNqArray() = default;
 
-    // Copies the elements; a source with smart growth passes it on, nothing else of the settings is copied.
-    TNqArray& operator=(const TNqArray& source)
-    {
-        this->AssignBytes(source);
-        return *this;
-    }
+    // Copies the elements; a source with smart growth passes it on, nothing else of the settings is copied. Without
+    // memory: reported, the elements unchanged.
+    TNqArray& operator=(const TNqArray& source) = default;
 
-    // With zero memory on, elements that a growing block or count newly exposes are 0.
+    // With zero memory on, a block is zero behind the elements when it is allocated, and so are elements that
+    // SetElemCount drops. So elements that come into use are 0, except where a value was stored behind the count, on
+    // lent memory, or when zero memory was off at the time.
     using TBase::GetZeroMem;
     using TBase::SetZeroMem;
 
     // SetElemCount(n): exactly n elements; growth allocates exactly n. A count that is too large is reported, and its
-    // low 32 bits are taken. AddElemCount(n): n more, with the space rounded up to a multiple of the growth step;
-    // without a step reported and false. Of what the block holds already, SetElemCount zeroes only what it drops, and
-    // only with zero memory on: without it new elements are indeterminate.
+    // low 32 bits are taken. AddElemCount(n): n more, with the space, where it has to grow, rounded up to a multiple of
+    // the growth step; without a step reported and false. New elements are what the block holds: 0 as said above,
+    // otherwise indeterminate.
     using TBase::AddElemCount;
     using TBase::SetElemCount;
 
@@ -400,7 +439,7 @@ public:
     boolean AddElem(const T& value)
     {
         if (__builtin_expect(!NqCheck(IsValid()) || fElemCount == fElemSpace, 0))
-            return AddElemSlowly(value);
+            return AddElemSlowly(std::addressof(value));
         this->CopyElems(fArrayData + fElemCount, std::addressof(value), 1);
         ++fElemCount;
         return true;
@@ -429,10 +468,7 @@ public:
     }
 
     // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
-    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
-    {
-        return this->Allocate(initialCount, initialSpace, growSize, zeroMem);
-    }
+    using TBase::ArrayAlloc;
 
     // Starts on lent memory: `space` elements at `buffer`, the first `count` in use. The caller keeps the block alive
     // and frees it; the array never grows past it ("Can't resize array with external memory", false). As ArrayAlloc,
@@ -443,14 +479,11 @@ public:
     }
 
 private:
-    [[gnu::noinline]] boolean AddElemSlowly(const T& value)
+    [[gnu::noinline]] boolean AddElemSlowly(const T* value)
     {
-        // The value may lie in the block that is about to move.
-        alignas(T) unsigned char copy[sizeof(T)];
-        std::memcpy(copy, std::addressof(value), sizeof(T));
-        if (fElemCount == fElemSpace && !this->GrowForOneMore())
+        if (fElemCount == fElemSpace && (value = this->GrowForCopyOf(value)) == nullptr)
             return false;
-        std::memcpy(static_cast<void*>(fArrayData + fElemCount), copy, sizeof(T));
+        this->CopyElems(fArrayData + fElemCount, value, 1);
         ++fElemCount;
         return true;
     }

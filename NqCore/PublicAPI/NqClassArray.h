@@ -12,7 +12,8 @@
 //
 // Elements: default-constructible and copyable, aligned as scalars are, and free of pointers into themselves: a growing
 // block moves them as bytes, without calling a constructor or a destructor.
-// Ownership, growth, failure and threads: as TNqArray. Only AddElem() without a value throws.
+// Ownership, growth, failure and threads: as TNqArray. Only AddElem() without a value throws, and what a constructor or
+// an assignment of the elements throws passes through.
 
 #pragma once
 
@@ -36,7 +37,7 @@ public:
     using TBase::IsValid;
 
     // Empty, nothing allocated, smart growth.
-    TNqClassArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1), true); }
+    TNqClassArray() : TBase(false) {}
 
     // A copy, element by element; it has smart growth when `source` has.
     TNqClassArray(const TNqClassArray& source) : TNqClassArray()
@@ -48,18 +49,11 @@ public:
     ~TNqClassArray() { this->FinishDestruction(); }
 
     // Assigns the elements that both have, constructs copies of the others and destroys those that `source` has not. A
-    // source with smart growth passes it on. Without memory: reported, unchanged.
+    // source with smart growth passes it on. Without memory: reported, the elements unchanged.
     TNqClassArray& operator=(const TNqClassArray& source)
     {
-        if (this == &source)
+        if (!this->StartAssignment(source))
             return *this;
-        if (source.GetSmartGrow())
-            this->SetSmartGrow();
-        if (!this->ReserveSpace(source.fElemCount))
-        {
-            this->NotifyAssignmentFailed();
-            return *this;
-        }
         if (fElemCount > source.fElemCount)
             this->ResizeCount(source.fElemCount);
         std::copy(source.fArrayData, source.fArrayData + fElemCount, fArrayData);
@@ -69,8 +63,8 @@ public:
         return *this;
     }
 
-    // Exactly n elements: surplus ones are destroyed, new ones are copies of a default-constructed one. Growth
-    // allocates exactly n.
+    // Exactly n elements: surplus ones are destroyed, new ones are copies of a default-constructed one, which is the
+    // first of them when elements are larger than 64 KiB. Growth allocates exactly n.
     boolean SetElemCount(uint32 n)
     {
         NqCheck(IsValid());
@@ -94,16 +88,8 @@ public:
     {
         NqCheck(IsValid());
         const T* source = std::addressof(value);
-        if (fElemCount == fElemSpace)
-        {
-            // An element of this array moves with the block.
-            const bool isOwn = this->IsInArray(source);
-            const uint32 index = isOwn ? static_cast<uint32>(source - fArrayData) : 0;
-            if (!this->GrowForOneMore())
-                return false;
-            if (isOwn)
-                source = fArrayData + index;
-        }
+        if (fElemCount == fElemSpace && (source = this->GrowForCopyOf(source)) == nullptr)
+            return false;
         ::new (static_cast<void*>(fArrayData + fElemCount)) T(*source);
         ++fElemCount;
         return true;
@@ -134,12 +120,46 @@ public:
     static void Destruct(T* at, uint32 n) { std::destroy_n(at, n); }
 
 private:
-    void InitElems(T* at, uint32 n)
+    static constexpr NqSize kLargestModel = NqSize{64} * 1024; // bytes that may lie on the stack
+
+    void StartElems(uint32 n)
     {
-        const T model = T();
-        Construct(at, n, model);
+        T* const at = fArrayData + fElemCount;
+        if constexpr (sizeof(T) <= kLargestModel)
+        {
+            const T model = T();
+            Construct(at, n - fElemCount, model);
+        }
+        else
+        {
+            StartLargeElems(at, n - fElemCount);
+        }
+        fElemCount = n;
+    }
+
+    // The first of them is the model of the others.
+    static void StartLargeElems(T* at, uint32 n)
+    {
+        ::new (static_cast<void*>(at)) T();
+        try
+        {
+            Construct(at + 1, n - 1, *at);
+        }
+        catch (...)
+        {
+            Destruct(at, 1);
+            throw;
+        }
+    }
+
+    void DropElems(uint32 n)
+    {
+        const uint32 oldCount = fElemCount;
+        fElemCount = n;
+        Destruct(fArrayData + n, oldCount - n);
     }
     void EndElems(T* at, uint32 n) { Destruct(at, n); }
+    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemCount, space); }
 };
 
 // Walks an array of objects by index, so it survives a block that moves while elements are appended.

@@ -13,12 +13,12 @@
 #pragma once
 
 #include "NqCore/PublicAPI/NqArray.h"
+#include "NqCore/PublicAPI/NqCountedPtr.h"
 
 template <typename T>
-class TNqPtrArray : public TNqArrayBase<TNqPtrArray<T>, T*>
+class TNqPtrArray : public TNqPlainArray<T*, true>
 {
-    using TBase = TNqArrayBase<TNqPtrArray<T>, T*>;
-    friend TBase;
+    using TBase = TNqPlainArray<T*, true>;
     using TBase::fArrayData;
     using TBase::fElemCount;
     using TBase::fElemSpace;
@@ -29,36 +29,29 @@ public:
     using TBase::IsValid;
 
     // Empty, nothing allocated, zero memory on, smart growth.
-    TNqPtrArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1, true), true); }
+    TNqPtrArray() = default;
 
     // `count` slots, null when zeroMem is set and indeterminate otherwise; smart growth.
-    TNqPtrArray(uint32 count, boolean zeroMem) { this->FinishConstruction(ArrayAlloc(count, count, 0, zeroMem), true); }
+    TNqPtrArray(uint32 count, boolean zeroMem) : TBase(count, zeroMem) {}
 
     // `initialCount` slots in a block for `initialSpace`, growing by `growSize` at a time.
     TNqPtrArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+        : TBase(initialCount, initialSpace, growSize, zeroMem)
     {
-        this->FinishConstruction(ArrayAlloc(initialCount, initialSpace, growSize, zeroMem), false);
     }
 
     // The same pointers, zero memory on; it has smart growth when `source` has.
-    TNqPtrArray(const TNqPtrArray& source) : TNqPtrArray()
-    {
-        this->SetGrowSize(1);
-        *this = source;
-    }
+    TNqPtrArray(const TNqPtrArray& source) = default;
 
-    ~TNqPtrArray() { this->FinishDestruction(); }
+    ~TNqPtrArray() = default;
 
-    TNqPtrArray& operator=(const TNqPtrArray& source)
-    {
-        this->AssignBytes(source);
-        return *this;
-    }
+    // Copies the pointers, and the settings as TNqArray does.
+    TNqPtrArray& operator=(const TNqPtrArray& source) = default;
 
     using TBase::GetZeroMem;
     using TBase::SetZeroMem;
 
-    // As in TNqArray. Without zero memory new slots hold what they held.
+    // As in TNqArray; but a block that moves takes the slots behind the count along, unless zero memory is on.
     using TBase::AddElemCount;
     using TBase::SetElemCount;
 
@@ -100,10 +93,7 @@ public:
     T* const* Begin() const { return fArrayData; }
 
     // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
-    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
-    {
-        return this->Allocate(initialCount, initialSpace, growSize, zeroMem);
-    }
+    using TBase::ArrayAlloc;
 
 private:
     void CheckIndex(uint32 i) const
@@ -111,23 +101,20 @@ private:
         NqCheck(IsValid());
         NqCheck(i < GetElemCount());
     }
-
-    // Slots past the count may have been stored through Pointer: they move too.
-    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemSpace, space); }
 };
 
-// The pointer array that keeps its objects alive: each slot holds one reference, taken when a pointer comes in and
-// released when it leaves, by replacement, by a smaller count or space, or with the array. Slots past the count are
-// always null.
+// The pointer array that keeps its objects alive: each slot in use holds one reference, taken when a pointer comes in
+// and released when it leaves, by replacement, by a smaller count or space, or with the array. Slots that come into use
+// are null.
 //
 //     TNqCountedPtrArray<INqFile> files;
 //     if (!files.AddElem(file))      // takes a reference of its own
 //         return false;
 //     files[0]->AddRef();            // reading a slot gives the pointer, not the slot
 //
-// T has the AddRef and Release of INqUnknown. A replaced object is released last, when the array is in order again.
-// Objects that leave with a lower count or space are released one after the other: their end must not grow or free the
-// array.
+// T has the AddRef and Release of INqUnknown. Slots are set as TNqCountedPtr::Assign does, with its reports of dead
+// pointers. An object is released last, when the array is in order again: its end may use the array, change it and free
+// its block.
 template <typename T>
 class TNqCountedPtrArray : public TNqArrayBase<TNqCountedPtrArray<T>, T*>
 {
@@ -142,7 +129,7 @@ public:
     using TBase::IsValid;
 
     // Empty, nothing allocated, smart growth.
-    TNqCountedPtrArray() { this->FinishConstruction(ArrayAlloc(0, 0, 1), true); }
+    TNqCountedPtrArray() : TBase(true) {}
 
     // The same objects, with references of its own; it has smart growth when `source` has.
     TNqCountedPtrArray(const TNqCountedPtrArray& source) : TNqCountedPtrArray()
@@ -153,19 +140,14 @@ public:
 
     ~TNqCountedPtrArray() { this->FinishDestruction(); }
 
+    // Copies the pointers, and the settings as TNqArray does.
     TNqCountedPtrArray& operator=(const TNqCountedPtrArray& source)
     {
-        if (this == &source)
+        if (!this->StartAssignment(source))
             return *this;
-        if (source.GetSmartGrow())
-            this->SetSmartGrow();
-        if (!this->ResizeCount(source.fElemCount))
-        {
-            this->NotifyAssignmentFailed();
-            return *this;
-        }
-        for (uint32 i = 0; i < fElemCount; ++i)
-            Replace(fArrayData[i], source.fArrayData[i]);
+        this->ResizeCount(source.fElemCount);
+        for (uint32 i = 0; i < fElemCount && i < source.fElemCount; ++i)
+            TNqCountedPtr<T>::Assign(fArrayData + i, source.fArrayData[i]);
         return *this;
     }
 
@@ -179,7 +161,8 @@ public:
         NqCheck(IsValid());
         if (fElemCount == fElemSpace && !this->GrowForOneMore())
             return false;
-        Replace(fArrayData[fElemCount++], p);
+        StartElems(fElemCount + 1);
+        TNqCountedPtr<T>::Assign(fArrayData + fElemCount - 1, p);
         return true;
     }
 
@@ -189,7 +172,7 @@ public:
         NqCheck(IsValid());
         NqCheck(BaseAddress());
         if (NqCheck(index < GetElemCount()))
-            Replace(fArrayData[index], p);
+            TNqCountedPtr<T>::Assign(fArrayData + index, p);
     }
 
     // The pointer, without a reference for the caller; null, after a report, for an index past the count.
@@ -225,21 +208,25 @@ public:
     using TBase::SetValid;
 
 private:
-    static void Replace(T*& slot, T* p)
+    void StartElems(uint32 n)
     {
-        if (p != nullptr)
-            p->AddRef();
-        T* const old = slot;
-        slot = p;
-        if (old != nullptr)
-            old->Release();
+        this->ZeroElems(fArrayData + fElemCount, n - fElemCount);
+        fElemCount = n;
+    }
+
+    void DropElems(uint32 n)
+    {
+        while (fElemCount > n)
+            NqStoreReference<T>(fArrayData[--fElemCount], nullptr);
     }
 
     void EndElems(T** at, uint32 n)
     {
         for (uint32 i = 0; i < n; ++i)
-            Replace(at[i], nullptr);
+            NqStoreReference<T>(at[i], nullptr);
     }
+
+    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemCount, space); }
 };
 
 // Walks a pointer array by index, so it survives a block that moves while pointers are appended. It does not own the
