@@ -24,9 +24,18 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 // One past the largest count that an array can have.
 constexpr uint32 kEndIndex = 0xFFFFFFFD;
+
+// Whether values of a type are copied as bytes and dropped without a word, as TNqArray and TNqExtensibleArray do. For a
+// type that the compiler does not know to be so, but that owns nothing and has no pointer into itself, say it:
+// `template <> struct TNqIsBitwiseCopyable<TMyVector> : std::true_type {};`
+template <typename T>
+struct TNqIsBitwiseCopyable : std::is_trivially_copyable<T>
+{
+};
 
 // The bits of an array's flag word.
 enum ENqArrayFlag : uint32_t
@@ -348,7 +357,12 @@ protected:
     using TBase::fElemSpace;
     using TBase::IsValid;
 
-    TNqPlainArray() : TBase(true) {}
+    TNqPlainArray() : TBase(true)
+    {
+        static_assert(
+            TNqIsBitwiseCopyable<T>::value,
+            "the array copies and drops its elements as bytes: use TNqClassArray, or see TNqIsBitwiseCopyable");
+    }
     TNqPlainArray(uint32 count, boolean zeroMem) : TNqPlainArray(count, count, 0, zeroMem) { this->SetSmartGrow(); }
     TNqPlainArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem) : TNqPlainArray()
     {
