@@ -89,6 +89,7 @@ TEST_F(ExtensibleArray, AddressesAndValuesSurviveGrowthAlsoWhenMemoryIsShort)
     {
         TNqExtensibleArray<int64> array(8, logGrow, true);
         std::vector<std::pair<int64*, int64>> model;
+        std::vector<std::vector<int64>> strangers; // lie where blocks were that a failure gave back
         for (int step = 0; step < 300; ++step)
         {
             const int32 before = array.GetElemCount();
@@ -96,6 +97,10 @@ TEST_F(ExtensibleArray, AddressesAndValuesSurviveGrowthAlsoWhenMemoryIsShort)
             TestHost().FailAllocations(random() % 3 == 0 ? 1 + random() % 6 : 0);
             const boolean grown = array.SetElemCount(count);
             TestHost().FailAllocations(0);
+            for (const std::string& report : TakeReports())
+                ASSERT_EQ(report, "Array allocation failed!") << "nothing is thrown";
+            if (!grown)
+                strangers.emplace_back(size_t{1} << logGrow, -1);
             ASSERT_TRUE(!grown || (count >= 0 && count <= 256));
             ASSERT_EQ(array.GetElemCount(), grown ? count : before);
             const size_t used = static_cast<size_t>(array.GetElemCount());
@@ -116,7 +121,36 @@ TEST_F(ExtensibleArray, AddressesAndValuesSurviveGrowthAlsoWhenMemoryIsShort)
         }
         EXPECT_TRUE(array.SetElemCount(256));
     }
-    TakeReports();
+}
+
+TEST_F(ExtensibleArray, ABlockIsMadeWithoutATraceOrNotAtAll)
+{
+    using TBlock = TNqCountedBlock<int64>;
+    TBlock::Create(nullptr, 4, true);
+    EXPECT_EQ(TakeReports(), TTexts{"outObject != NULL"});
+    const int32 living = GetAtomicCounterValue(*gCurrentCountedObjects);
+    const int32 made = GetAtomicCounterValue(*gTotalCountedObjects);
+    TBlock* block = nullptr;
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            EXPECT_EQ(block, nullptr);
+            try
+            {
+                TBlock::Create(&block, 4, true);
+                EXPECT_EQ(GetAtomicCounterValue(*gCurrentCountedObjects), living + 1);
+            }
+            catch (const TNqException& error)
+            {
+                EXPECT_EQ(error.GetError(), kNqErrOutOfMemory);
+                EXPECT_EQ(GetAtomicCounterValue(*gCurrentCountedObjects), living);
+            }
+        });
+    ASSERT_NE(block, nullptr);
+    EXPECT_GT(GetAtomicCounterValue(*gTotalCountedObjects), made);
+    EXPECT_EQ(block->GetData()[3], 0);
+    EXPECT_EQ(block->Release(), 0U);
+    EXPECT_EQ(GetAtomicCounterValue(*gCurrentCountedObjects), living);
 }
 
 TEST_F(ExtensibleArray, ABadIndexIsReportedAndHarmless)

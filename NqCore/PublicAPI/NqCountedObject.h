@@ -23,8 +23,8 @@
 //
 // Ownership: an object is born with one reference, its creator's, and deletes itself when the last one is released. A
 // plain object may also live on the stack or in another object, never released. An SMP object must have been released
-// to 0. Failure: a count that is wrong at destruction is reported; creation before InitNqCountedObject is reported and
-// not registered.
+// to 0. Failure: a count that is wrong at destruction is reported. Objects created before InitNqCountedObject are not
+// registered, which is reported for plain ones.
 
 #pragma once
 
@@ -94,6 +94,10 @@ public:
     static void operator delete(void* p) noexcept { NqFreeObject(p); }
     static void* operator new[](NqSize byteCount) noexcept { return NqAllocateObjectArray(byteCount); }
     static void operator delete[](void* p) noexcept { NqFreeObjectArray(p); }
+
+protected:
+    // On a counter of its maker's, which it takes over: for a class whose makers cannot throw.
+    explicit TNqSMPCountedObject(TNqAtomicCounterHolder inCounter);
 
 private:
     friend struct TNqSMPCountedObjectLayout;

@@ -6,10 +6,10 @@
 //         return false;                                    // past the maximum, or no memory: as it was
 //     TNqSlot* slot = &slots[17];                          // good until the array dies
 //
-// Elements: plain values, never constructed or destroyed. Ownership: the array owns its blocks.
-// Cost: a lookup is two shifts, a mask and two reads. Failure: a bad index is reported and answered with a zeroed
-// element that belongs to nobody. Threads: growth is one at a time; a thread that was handed an element may use it
-// while another thread grows the array.
+// Elements: plain values, never constructed or destroyed (TNqIsBitwiseCopyable). Ownership: the array owns its blocks.
+// Cost: a lookup is a shift, a mask and two reads. Failure: a bad index is reported and answered with an element of the
+// calling thread that is zeroed at each such call. Threads: one at a time; but a thread that was handed the address of
+// an element may use it while another thread grows the array.
 
 #pragma once
 
@@ -21,36 +21,56 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <type_traits>
 
 // One block of elements at an address of its own.
 template <typename T>
 class TNqCountedBlock : public TNqSMPCountedObject
 {
-    static_assert(std::is_trivially_copyable<T>::value && std::is_trivially_destructible<T>::value,
-                  "elements are never constructed or destroyed");
+    static_assert(TNqIsBitwiseCopyable<T>::value,
+                  "elements are never constructed or destroyed: see TNqIsBitwiseCopyable");
     static_assert(alignof(T) <= alignof(std::max_align_t), "the host aligns blocks for scalars only");
 
 public:
-    ~TNqCountedBlock() override { Nqfree(fData); }
-
-    // A block of inSize elements in *outBlock, which holds its one reference. Throws kNqErrOutOfMemory, with *outBlock
-    // as it was.
-    static void Create(TNqCountedBlock** outBlock, int32 inSize, boolean inZeroMem)
+    ~TNqCountedBlock() override
     {
-        TNqCountedBlock* block = new TNqCountedBlock(inSize);
-        if (block != nullptr && block->fData == nullptr)
+        if (fData != nullptr)
+            Nqfree(fData);
+    }
+
+    // A block of inSize elements in *outObject, which holds its one reference; what *outObject held is released.
+    // Throws kNqErrOutOfMemory, with *outObject as it was. A null outObject is reported.
+    static void Create(TNqCountedBlock** outObject, int32 inSize, boolean inZeroMem)
+    {
+        if (NqCheckText(outObject != nullptr, "outObject != NULL"))
+            TNqCountedCreateHelper<TNqCountedBlock>{outObject} = Make(inSize, inZeroMem);
+    }
+
+    // The same block, with its one reference for the caller; null without memory, and no report.
+    static TNqCountedBlock* Make(int32 inSize, boolean inZeroMem)
+    {
+        TNqAtomicCounterHolder counter = NewAtomicCounter();
+        if (counter == nullptr)
+            return nullptr;
+        TNqCountedBlock* block = new TNqCountedBlock(counter, inSize);
+        if (block == nullptr)
+            DeleteAtomicCounter(counter);
+        else if (block->fData == nullptr)
             ReleaseIfNotNull(block);
-        if (block != nullptr && inZeroMem)
+        else if (inZeroMem)
             std::memset(static_cast<void*>(block->fData), 0, GetByteCount(inSize));
-        TNqCountedCreateHelper<TNqCountedBlock>{outBlock} = block;
+        return block;
     }
 
     T* GetData() const { return fData; }
     int32 GetSize() const { return fSize; }
 
 private:
-    explicit TNqCountedBlock(int32 inSize) : fData(static_cast<T*>(Nqmalloc(GetByteCount(inSize)))), fSize(inSize) {}
+    TNqCountedBlock(TNqAtomicCounterHolder inCounter, int32 inSize)
+        : TNqSMPCountedObject(inCounter),
+          fData(static_cast<T*>(Nqmalloc(GetByteCount(inSize)))),
+          fSize(inSize)
+    {
+    }
 
     static NqSize GetByteCount(int32 inSize) { return static_cast<NqSize>(inSize) * sizeof(T); }
 
@@ -62,8 +82,8 @@ template <typename T>
 class TNqExtensibleArray : public TNqObject
 {
 public:
-    // At most 2^logMaxElemCount elements, in blocks of 2^logGrowSize; both at most 30. With zeroMem every element that
-    // comes into use is zero.
+    // At most 2^logMaxElemCount elements, in blocks of 2^logGrowSize; both are taken as 0 below that and as 30 above.
+    // With zeroMem every element that comes into use is zero.
     TNqExtensibleArray(int32 logMaxElemCount, int32 logGrowSize, boolean zeroMem)
         : fLogMaxElemCount(std::clamp(logMaxElemCount, 0, kLargestLog)),
           fLogGrowSize(std::clamp(logGrowSize, 0, kLargestLog)),
@@ -78,8 +98,8 @@ public:
     int32 GetElemCount() const { return fElemCount; }
     int32 GetMaxElemCount() const { return 1 << fLogMaxElemCount; }
 
-    // Elements 0 to count - 1 are in use; whole blocks are added for them, and none is ever given back. False, with
-    // nothing changed, for a count below 0 or past the maximum, or without memory.
+    // Elements 0 to count - 1 are in use; whole blocks are added for them, and a lower count gives none back. False,
+    // with nothing changed, for a count below 0 or past the maximum and, after a report, without memory.
     boolean SetElemCount(int32 count)
     {
         if (count < 0 || count > GetMaxElemCount() || !AddBlocksFor(count))
@@ -124,16 +144,11 @@ private:
 
     bool AddBlock()
     {
-        try
-        {
-            TNqCountedPtr<TNqCountedBlock<T>> block;
-            TNqCountedBlock<T>::Create(&block, fMask + 1, fZeroMem);
-            return fData.AddElem(block) && fIndex.AddElem(block->GetData());
-        }
-        catch (const TNqException&)
-        {
+        TNqCountedPtr<TNqCountedBlock<T>> block;
+        *block.GetAddress() = TNqCountedBlock<T>::Make(fMask + 1, fZeroMem);
+        if (!NqCheckText(!!block, "Array allocation failed!"))
             return false;
-        }
+        return fData.AddElem(block) && fIndex.AddElem(block->GetData());
     }
 
     // New blocks are zero and dropped elements become it, so every element is when it comes into use.

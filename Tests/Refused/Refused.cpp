@@ -3,8 +3,10 @@
 #include "NqCore/PublicAPI/NqArray.h"
 #include "NqCore/PublicAPI/NqColorRGBA.h"
 #include "NqCore/PublicAPI/NqCompObj.h"
+#include "NqCore/PublicAPI/NqExtensibleArray.h"
 #include "NqCore/PublicAPI/NqRect.h"
 
+#include <memory>
 #include <string>
 
 namespace
@@ -30,6 +32,8 @@ void UseWhatIsTaken();
 void UseWhatIsTaken()
 {
     TNqArray<TNamed> named;
+    TNqExtensibleArray<TNamed> namedInPlace(4, 2, true);
+    namedInPlace.SetElemCount(4);
     TNqArray<TNqPoint> points;
     TNqArray<TNqRect> rects;
     TNqArray<TNqColorRGBA> colors;
@@ -37,6 +41,8 @@ void UseWhatIsTaken()
 
 #if defined(REFUSED_STRING_IN_ARRAY)
     TNqArray<std::string> texts;
+#elif defined(REFUSED_POINTER_IN_EXTENSIBLE_ARRAY)
+    TNqExtensibleArray<std::shared_ptr<int>>(4, 2, true).SetElemCount(4);
 #elif defined(REFUSED_ALIGNED_ELEMENT)
     struct alignas(64) TAligned
     {

@@ -29,6 +29,14 @@ NqErr QueryRootInterface(INqUnknown* inObject, const NqIID& iid, void** outInter
     return kNqNoInterface;
 }
 
+// Counts one more object alive. Returns its number among all ever made.
+uint32_t CountNewObject()
+{
+    const int32 number = IncrementAtomicCounter(*gTotalCountedObjects);
+    IncrementAtomicCounter(*gCurrentCountedObjects);
+    return static_cast<uint32_t>(number);
+}
+
 template <class T>
 void CreateBareObject(T** outObject)
 {
@@ -56,8 +64,7 @@ TNqCountedObject::TNqCountedObject()
         NqNotify("InitNqCountedObject should be called before creating counted objects");
         return;
     }
-    fUniqueObjectNumber = static_cast<uint32_t>(IncrementAtomicCounter(*gTotalCountedObjects));
-    IncrementAtomicCounter(*gCurrentCountedObjects);
+    fUniqueObjectNumber = CountNewObject();
     if (*gFirstCountedObject == nullptr)
     {
         *gFirstCountedObject = this;
@@ -118,10 +125,7 @@ void TNqCountedObject::Create(TNqCountedObject** outObject)
 TNqSMPCountedObject::TNqSMPCountedObject() : fRefCountAC(nullptr)
 {
     if (gCurrentCountedObjects != nullptr)
-    {
-        IncrementAtomicCounter(*gTotalCountedObjects);
-        IncrementAtomicCounter(*gCurrentCountedObjects);
-    }
+        CountNewObject();
     fRefCountAC = NewAtomicCounter();
     if (fRefCountAC == nullptr)
     {
@@ -129,6 +133,13 @@ TNqSMPCountedObject::TNqSMPCountedObject() : fRefCountAC(nullptr)
             DecrementAtomicCounter(*gCurrentCountedObjects);
         throw TNqException(kNqErrOutOfMemory, NqSourcePath(__FILE__), __LINE__);
     }
+    SetAtomicCounterValue(fRefCountAC, 1);
+}
+
+TNqSMPCountedObject::TNqSMPCountedObject(TNqAtomicCounterHolder inCounter) : fRefCountAC(inCounter)
+{
+    if (gCurrentCountedObjects != nullptr)
+        CountNewObject();
     SetAtomicCounterValue(fRefCountAC, 1);
 }
 
