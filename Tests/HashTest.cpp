@@ -91,6 +91,7 @@ TEST_F(HashTest, OneBucketIsScannedFromTheEndThatTheCallerNames)
 {
     TMap map(16);
     EXPECT_EQ(map.HashFunction(0x0102), 3U);
+    EXPECT_EQ(TMap(7).HashFunction(0xFF80), 383U % 7) << "bytes have no sign";
     EXPECT_EQ(map.GetElemArray(0x0102), map.GetElemArray(0x0201));
     // Keys made equal afterwards tell the ends of a bucket apart.
     TPairMap pairs(false);
@@ -104,6 +105,22 @@ TEST_F(HashTest, OneBucketIsScannedFromTheEndThatTheCallerNames)
     EXPECT_EQ(pairs.AddElem(20, 9, alreadyThere, true), 1U);
     EXPECT_EQ(pairs.AddElem(20, 9, alreadyThere, false), 3U);
     EXPECT_TRUE(alreadyThere);
+}
+
+TEST_F(HashTest, ReservedEntriesNeedNoMemoryAndTooManyAreRefused)
+{
+    TMap map(16);
+    ASSERT_TRUE(map.SetElemSpace(100));
+    TestHost().FailAllocations(0); // counts anew
+    boolean alreadyThere;
+    for (uint16 key = 0; key < 100; ++key)
+        map.AddElem(key, 1, alreadyThere, true);
+    EXPECT_EQ(TestHost().CountAllocations(), 0);
+    TMap single(1);
+    ASSERT_TRUE(single.SetElemSpace(10));
+    EXPECT_FALSE(single.SetElemSpace(0xFFFFFFFF));
+    EXPECT_EQ(single.GetElemArray(1)->GetElemSpace(), 11U) << "one entry too many, not none";
+    EXPECT_EQ(TakeReports(), TTexts{"Array allocation failed!"});
 }
 
 TEST_F(HashTest, WithoutBucketsEveryLookUpThrows)

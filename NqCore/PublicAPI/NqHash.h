@@ -10,7 +10,8 @@
 // Keys and values lie in two parallel arrays, and each bucket is an array of entry indices. There is no removal, only
 // ResetDatas. The number of buckets is fixed at construction: choose it near the number of entries.
 // Keys that are not plain bytes need a derived map with its own hash: the default one adds up the bytes of the key.
-// Failure: an entry that found no memory is not added; a map without buckets throws kNqErrInvalidData at every look-up.
+// Failure: an entry that found no memory is not added; a look-up or an addition whose bucket is missing, for want of
+// memory or since there are none, throws kNqErrInvalidData.
 // Threads: one at a time.
 
 #pragma once
@@ -41,7 +42,8 @@ public:
     TNqHashCommon(const TNqHashCommon&) = delete;
     TNqHashCommon& operator=(const TNqHashCommon&) = delete;
 
-    // Reserves room for `count` entries, spread evenly over the buckets; what is there stays. False without memory.
+    // Reserves room for `count` entries, spread evenly over the buckets; room beyond that is given back, entries stay.
+    // False without memory.
     virtual boolean SetElemSpace(unsigned int count)
     {
         if (fHashTable.GetElemCount() < fSize)
@@ -49,7 +51,9 @@ public:
         for (uint32 i = 0; i < fHashTable.GetElemCount(); ++i)
         {
             TBucket* const bucket = fHashTable[i];
-            if (bucket == nullptr || !bucket->SetElemSpace(AtLeastCount(count / fSize + 1, *bucket)))
+            const uint32 evenShare = count / fSize;
+            const uint32 share = std::max(evenShare + 1, evenShare); // the largest count has no larger one
+            if (bucket == nullptr || !bucket->SetElemSpace(AtLeastCount(share, *bucket)))
                 return false;
         }
         return fHashData.SetElemSpace(AtLeastCount(count, fHashData));
