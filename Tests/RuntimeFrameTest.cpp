@@ -16,6 +16,14 @@ public:
     int32 fValue = 7;
 };
 
+class TBoth : public TProbe, public TNqObject0, public TNqObject1
+{
+public:
+    using TProbe::operator new;
+    using TProbe::operator delete;
+};
+static_assert(sizeof(TBoth) == sizeof(TProbe), "each base is empty, also beside the others");
+
 // A memory service that records what was asked of it, through the slots at which plug-ins expect it.
 struct TRecordingMemory : IShMemoryUtilities
 {
@@ -54,11 +62,12 @@ TEST_F(RuntimeFrame, ObjectsComeFromTheSlotsOfTheMemoryService)
     EXPECT_EQ(TNqObject1::operator new(26), nullptr);
     EXPECT_EQ(TNqCountedObject::operator new[](27), nullptr);
     EXPECT_EQ(new TProbe, nullptr); // no memory: no constructor either
+    EXPECT_EQ(new TBoth, nullptr);
     TNqObject::operator delete(nullptr);
     TNqObject1::operator delete[](nullptr);
     EXPECT_EQ(TNqSMPCountedObject::operator new((NqSize(1) << 32) + 5), nullptr);
     gMemoryUtilities = service;
-    EXPECT_EQ(memory.fCalls, (TTexts{"block 24", "array 25", "block 26", "array 27", "block 4", "free block",
+    EXPECT_EQ(memory.fCalls, (TTexts{"block 24", "array 25", "block 26", "array 27", "block 4", "block 4", "free block",
                                      "free array", "block 5"}));
     EXPECT_EQ(TakeReports(), TTexts{"(byteCount) <= static_cast<NqSize>(std::numeric_limits<uint32>::max())"});
 }
@@ -83,6 +92,8 @@ TEST_F(RuntimeFrame, ReportsNameFilesFromTheTopOfTheTree)
     EXPECT_STREQ(NqSourcePath("/a/NqCore/b/NqCore/PublicAPI/NqArray.h"), "NqCore/PublicAPI/NqArray.h");
     EXPECT_STREQ(NqSourcePath("NqCore/PublicAPI/NqArray.h"), "NqCore/PublicAPI/NqArray.h");
     EXPECT_STREQ(NqSourcePath("/usr/include/NqUtils/PublicAPI/Real.h"), "NqUtils/PublicAPI/Real.h");
+    EXPECT_STREQ(NqSourcePath("/src/NqCore/NqHost/Source/NqHost.cpp"), "NqHost/Source/NqHost.cpp");
+    EXPECT_STREQ(NqSourcePath("/NqHost"), "/NqHost");
     EXPECT_STREQ(NqSourcePath("/src/MyNqCore/x.cpp"), "/src/MyNqCore/x.cpp");
     EXPECT_STREQ(NqSourcePath("x.cpp"), "x.cpp");
 }
@@ -153,6 +164,9 @@ TEST_F(RuntimeFrame, FillsAtEveryAlignmentWriteTheirExactBytes)
             << c.fValue << " at " << c.fStart << " x " << c.fCount;
     }
     TakeReports(); // misaligned runs are reported
+    Nqmemfill8('a', block, 9);
+    EXPECT_EQ(std::string(block, block + 9), "aaaaaaaaa");
+    EXPECT_EQ(block[9], 0xEE);
     Nqmemfill32(-1, block, 0);
     Nqmemfill32align(-1, block + 2, 1);
     EXPECT_EQ(TakeReports(), TTexts{"(uintpointer(dst) & 3) == 0"});

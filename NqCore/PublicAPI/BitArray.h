@@ -8,8 +8,9 @@
 //     TNqArray<int32> faces;
 //     selected.GetIndicesSet(faces);    // in ascending order
 //
-// The last word has bits beyond the size. They are stale: shrinking, growing without a fill value and |= leave there
-// whatever it was, and == compares them too. bitTest and GetIndicesSet look at the bits of the array alone.
+// The last word has bits beyond the size. They are stale: nothing keeps them at 0. Growing without a fill value brings
+// them into the array, == compares them, |= and &= combine them where both arrays have one size, and bitTest looks at
+// those of the array that is asked. GetIndicesSet does not.
 //
 // Ownership: the words belong to the array; copies are deep. Cost: one bit takes a check and one access; the operations
 // on whole arrays work by the word. Failure: reported; without memory an array keeps its size and its bits.
@@ -35,10 +36,11 @@ public:
     // The words that the bits take.
     uint32 CalcWordsFromSize() const { return WordsOf(fSize); }
 
-    // Sets no bit: the last word keeps its stale bits, which growing brings into the array. False without memory.
+    // Changes no bit: the last word keeps its stale bits, which growing brings into the array. New words are 0. False
+    // without memory.
     boolean SetSize(uint32 size);
 
-    // The same, with all bits that growing adds equal to `fill`; with a fill of 1 so are the stale bits above them.
+    // The same, but growing makes all bits behind the old ones equal to `fill`, stale ones too.
     boolean SetSize(uint32 size, boolean fill);
 
     // No bits and no memory.
@@ -65,8 +67,9 @@ public:
     boolean operator==(const TBitArray& other) const;
     boolean operator!=(const TBitArray& other) const { return !(*this == other); }
 
-    // Whether the first other.GetSize() bits of both are the same; bits that this array does not have count as 0.
-    // Reports "need to test this" when it comes to a word that `other` uses in part.
+    // Whether the first other.GetSize() bits of both are the same. Of bits that this array does not have, those in its
+    // last word count as they are, stale, and those in words that it does not have as 0. Reports "need to test this"
+    // when it comes to a word that `other` uses in part.
     boolean bitTest(const TBitArray& other) const;
 
     // Each bit or'ed, and'ed with that of `other`. A shorter array first grows to the size of `other`, with zeros. In a

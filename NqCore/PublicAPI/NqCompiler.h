@@ -16,6 +16,7 @@
 #include "NqCore/PublicAPI/NqBasicTypes.h"
 
 #include <limits>
+#include <string_view>
 
 using NqSize = size_t; // byte counts
 
@@ -23,28 +24,26 @@ using NqSize = size_t; // byte counts
 void Nq_CallAssert_(char* file, unsigned int line);
 void Nq_CallNotify_(char* file, unsigned int line, const char* text);
 
-// The tail of a source path that starts at the repository's top folder, so that a report names the same file wherever
-// the library was built or installed. Points into `path`.
+// Whether a path starts with one of the top folders of the sources.
+constexpr bool NqStartsInTopFolder(std::string_view path)
+{
+    for (const std::string_view folder : {"NqCore/", "NqUtils/", "NqPlatform/", "NqHost/"})
+    {
+        if (path.substr(0, folder.size()) == folder)
+            return true;
+    }
+    return false;
+}
+
+// The tail of a source path that starts at the last top folder in it, so that a report names the same file wherever the
+// library was built or installed; without one the whole path. Points into `path`.
 constexpr const char* NqSourcePath(const char* path)
 {
-    constexpr const char* kTopFolders[] = {"NqCore/", "NqUtils/", "NqPlatform/", "NqHost/"};
     const char* found = path;
     for (const char* p = path; *p != 0; ++p)
     {
-        if (p != path && p[-1] != '/')
-            continue;
-        for (const char* folder : kTopFolders)
-        {
-            const char* a = p;
-            const char* b = folder;
-            while (*b != 0 && *a == *b)
-            {
-                ++a;
-                ++b;
-            }
-            if (*b == 0)
-                found = p;
-        }
+        if ((p == path || p[-1] == '/') && NqStartsInTopFolder(p))
+            found = p;
     }
     return found;
 }

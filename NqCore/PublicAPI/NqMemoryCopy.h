@@ -1,8 +1,8 @@
 // Copies and fills of raw memory.
 //
-// The pattern fills accept any alignment. Their results at a misaligned start, for odd counts and for negative 16-bit
-// values differ from a plain loop; images and documents made with them depend on those exact bytes.
-// Threads: none involved. Failure: none reported unless stated.
+// The pattern fills accept any alignment. What they write at a misaligned start, for odd counts of 16 bits and for
+// negative values of 16 bits is not what a plain loop writes; images and documents made with them depend on those exact
+// bytes. Threads: any. Failure: none; only runs of words that are not aligned are reported.
 
 #pragma once
 
@@ -14,14 +14,17 @@ void Nqmemcpy(void* dst, const void* src, unsigned long byteCount);
 // Copies between ranges that may overlap.
 void Nqmemmove(void* dst, const void* src, unsigned long byteCount);
 
+// Fills bytes.
 void Nqmemfill8(char value, void* dst, unsigned long byteCount);
 
-// Stores `count` 16-bit copies of `value`. At a 4-byte aligned start a negative value gives 0xFFFF in every second
-// element, and an odd count stores its last element half way into the run instead of at its end.
+// Stores `count` 16-bit copies of `value`: the first as far as they lead to a 4-byte boundary, then a run of words,
+// then what is left over. That, an element or its second byte, is stored half way into the run instead of behind it. In
+// the run a negative value gives 0xFFFF in every second element. At an odd start the run misses the boundary: it is
+// reported and written all the same.
 void Nqmemfill16(short value, void* dst, unsigned long count);
 
-// Stores `count` 32-bit copies of `value`. At a start k bytes past a 4-byte boundary the last k bytes of the range stay
-// as they were.
+// Stores `count` 32-bit copies of `value`. At a start k bytes past a 4-byte boundary one copy is written as it is; of
+// more, the run behind the first has the bytes of `value` turned, and the last k bytes of the range stay as they were.
 void Nqmemfill32(int value, void* dst, unsigned long count);
 
 // The same at a 4-byte aligned start; another start is reported and filled all the same.

@@ -5,7 +5,11 @@
 //     delete record;
 //
 // The three behave alike; they are distinct types so that a class may have more than one of them among its ancestors
-// without growing. Derive from TNqObject unless a base already does.
+// without growing. Such a class says whose allocation it means: `using TNqObject::operator new;`, and the same with
+// `delete`. Derive from TNqObject unless a base already does.
+//
+// The host aligns blocks for scalars, and `new` asks for no more: a class with a stricter alignment, such as
+// alignas(64), must not be made with it.
 //
 // Failure: without a memory service `new` reports "gMemoryUtilities" and yields null; `delete` then leaks in silence,
 // since the host has already gone. Threads: as the host's memory service.

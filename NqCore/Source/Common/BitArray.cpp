@@ -110,13 +110,12 @@ boolean TBitArray::bitTest(const TBitArray& other) const
     for (uint32 i = ownWords; i < wholeWords; ++i)
         if (others[i] != 0)
             return false;
-    const int32 bitsLeft = static_cast<int32>(other.fSize - wholeWords * kWordBits);
-    NqCheckText(bitsLeft >= 0, "bitsLeft>=0");
+    const uint32 bitsLeft = other.fSize % kWordBits;
     if (bitsLeft == 0)
         return true;
     NqNotify("need to test this");
     const IDType word = wholeWords < CalcWordsFromSize() ? words[wholeWords] : 0;
-    return ((word ^ others[wholeWords]) & LowBits(static_cast<uint32>(bitsLeft))) == 0;
+    return ((word ^ others[wholeWords]) & LowBits(bitsLeft)) == 0;
 }
 
 TBitArray& TBitArray::operator|=(const TBitArray& other)
@@ -171,7 +170,7 @@ boolean TBitArray::GetIndicesSet(TNqArray<int32>& outIndices) const
 {
     const uint32 count = CountBits();
     outIndices.SetElemCount(0);
-    if ((count > outIndices.GetElemSpace() && !outIndices.SetElemSpace(count)) || !outIndices.SetElemCount(count))
+    if (!outIndices.SetElemCount(count))
         return false;
     int32* next = outIndices.BaseAddress();
     ForEachPair(fBits.BaseAddress(), fSize,

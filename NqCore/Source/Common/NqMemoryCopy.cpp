@@ -83,8 +83,7 @@ void Nqmemfill16(short value, void* dst, unsigned long count)
         --count;
     }
     const unsigned long words = count / 2;
-    if (words != 0 || start != 0)
-        Nqmemfill32align(static_cast<int>(word), p, words);
+    Nqmemfill32align(static_cast<int>(word), p, words);
     p += words * 2; // half of the run: the odd element below lands inside it
     if ((count & 1) != 0)
     {
