@@ -118,6 +118,9 @@ TEST_F(BitArrayTest, WithoutMemoryAnArrayStaysAsItIs)
             const TBitArray before(array);
             array |= longer;
             EXPECT_TRUE(array == longer || array == before || before.GetSize() == 0);
+            TBitArray assigned;
+            assigned = longer;
+            EXPECT_EQ(assigned.GetSize(), assigned.TestBit(499) ? 500U : 0U);
             TNqArray<int32> indices;
             const uint32 listed = array.GetIndicesSet(indices) ? array.GetSize() : 0;
             EXPECT_EQ(indices.GetElemCount(), listed);

@@ -5,6 +5,7 @@
 #include "NqCore/PublicAPI/NqPtr.h"
 #include "NqCore/PublicAPI/NqPtrArray.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "NqCore/PublicAPI/NqString.h"
 #include "Tests/TestHost.h"
 
 #include <type_traits>
@@ -61,6 +62,11 @@ std::vector<TNqCountedObject*> Registered()
         backwards.insert(backwards.begin(), p);
     EXPECT_EQ(backwards, objects);
     return objects;
+}
+
+int32 ObjectsEverMade()
+{
+    return GetAtomicCounterValue(*gTotalCountedObjects);
 }
 
 void* const kDead = reinterpret_cast<void*>(0xDECEA5EDDECEA5EDULL);
@@ -178,6 +184,7 @@ TEST_F(CountedObject, OneMadeBeforeTheRegistryIsNeverCountedNorUnlinked)
     InitNqCountedObject(first, last, firstSMP, lastSMP, total, nullptr);
     TNqCountedObject* early = new TNqCountedObject;
     InitNqCountedObject(first, last, firstSMP, lastSMP, total, current);
+    EXPECT_EQ(std::tie(gFirstSMPCountedObject, gLastSMPCountedObject), std::tie(firstSMP, lastSMP));
     EXPECT_EQ(TakeReports(), TTexts{"InitNqCountedObject should be called before creating counted objects"});
     EXPECT_EQ(early->GetUniqueObjectNumber(), 0U);
     TNqCountedObject other;
@@ -226,8 +233,10 @@ TEST_F(CountedObject, SlotsStandWherePlugInsCallThem)
 {
     TNqCountedObject* plain = nullptr;
     TNqSMPCountedObject* shared = nullptr;
+    const int32 made = ObjectsEverMade();
     TNqCountedObject::Create(&plain);
     TNqSMPCountedObject::Create(&shared);
+    EXPECT_EQ(ObjectsEverMade(), made + 2);
     EXPECT_EQ(plain->QueryInterface(IID_INqUnknown, nullptr), kNqNoInterface);
     EXPECT_EQ(TakeReports(), TTexts{"outInterface != NULL"});
     for (void* const object : {static_cast<void*>(plain), static_cast<void*>(shared)})
@@ -283,8 +292,24 @@ TEST_F(CountedObject, SharedCountsSurviveThreads)
 
 TEST_F(CountedObject, IdentifiersAreSixteenBytesInOrder)
 {
-    const uint8 file[16] = {0x40, 0x94, 0xF1, 0x58, 0xE7, 0x50, 0xD2, 0x11, 0xA6, 0x3C, 0, 0, 0xC0, 0x3B, 0x8B, 0x53};
-    EXPECT_EQ(std::memcmp(static_cast<const void*>(&IID_INqFile), file, 16), 0);
+    const struct
+    {
+        const NqGUID& fIdentifier;
+        uint8 fBytes[16];
+    } cases[] = {
+        {NqGUID_NULL, {}},
+        {IID_INqUnknown, {0, 0, 0, 0, 0, 0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}},
+        {IID_INqClassFactory, {1, 0, 0, 0, 0, 0, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}},
+        {IID_INqFile, {0x40, 0x94, 0xF1, 0x58, 0xE7, 0x50, 0xD2, 0x11, 0xA6, 0x3C, 0, 0, 0xC0, 0x3B, 0x8B, 0x53}},
+        {IID_INqLargeFile,
+         {0x21, 0xFC, 0xF6, 0xD5, 0xBD, 0x16, 0xAD, 0x4A, 0xAD, 0xFD, 0x1F, 0x59, 0x81, 0x0A, 0x76, 0x57}},
+        {IID_ITranscoder,
+         {0xCF, 0x30, 0xEA, 0x83, 0x91, 0x7D, 0x14, 0x49, 0xAA, 0xB4, 0x9E, 0x65, 0x6C, 0x01, 0x27, 0x3E}},
+        {IID_INqMenuBar,
+         {0xEC, 0xDD, 0xE4, 0x19, 0x30, 0x77, 0x68, 0x42, 0xBD, 0x12, 0x48, 0x5E, 0xF2, 0x76, 0x2D, 0xA8}},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(std::memcmp(static_cast<const void*>(&c.fIdentifier), c.fBytes, 16), 0) << (&c - cases);
     for (size_t i = 0; i < 16; ++i)
     {
         NqGUID other = IID_ITranscoder;
@@ -418,4 +443,30 @@ TEST_F(ExceptionTest, EachCodeHasItsReport)
         using TWhat = const char* (*)(const void*);
         EXPECT_EQ(Slot<TWhat>(const_cast<TNqException*>(&copy), 0)(&copy), file);
     }
+}
+
+TEST_F(ExceptionTest, TheMessageMovesWithTheCopyAndEndsOnce)
+{
+    struct TMessage : TNqString15
+    {
+        TMessage() : TNqString15("why") {}
+        using TNqString15::operator=;
+        ~TMessage() override { ++gDestroyed; }
+    };
+    gDestroyed = 0;
+    TMessage* const message = new TMessage;
+    {
+        const TNqException first(kNqErrSilent, message, nullptr, 0);
+        const TNqException copy(first);
+        EXPECT_EQ(first.GetErrorString(), nullptr);
+        EXPECT_EQ(copy.GetErrorString(), message);
+        TNqException assigned(kNqErrSilent, nullptr, 0);
+        assigned = copy;
+        const TNqException& same = assigned;
+        assigned = same;
+        EXPECT_EQ(copy.GetErrorString(), nullptr);
+        EXPECT_EQ(assigned.GetErrorString(), message);
+        EXPECT_EQ(gDestroyed, 0);
+    }
+    EXPECT_EQ(gDestroyed, 1);
 }
