@@ -1,7 +1,9 @@
 // Loops and jobs on real pools: with one worker, two, more than the machine has, and without a pool.
 
+#include "NqCore/PublicAPI/NqCountedObject.h"
 #include "NqCore/PublicAPI/NqSMP.h"
 #include "NqCore/PublicAPI/NqSMPParallel.h"
+#include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "NqCore/PublicAPI/NqString.h"
 #include "Tests/PoolTest.h"
 
@@ -374,6 +376,17 @@ TEST_P(SMPJob, TasksAddTasksAndHandOverTheNextOne)
         EXPECT_EQ(runs, 2 * 511);
     }
     EXPECT_EQ(GetSMPWorkers()->GetCurrentJob(), nullptr);
+    for (INqUnknown* queried : {static_cast<INqUnknown*>(job), static_cast<INqUnknown*>(GetSMPWorkers())})
+    {
+        TNqCountedObject* held = nullptr;
+        TNqCountedObject::Create(&held);
+        void* out = static_cast<INqUnknown*>(held);
+        EXPECT_EQ(queried->QueryInterface(IID_INqFile, &out), kNqNoInterface); // and what `out` held is released
+        EXPECT_EQ(out, nullptr);
+        EXPECT_EQ(queried->QueryInterface(IID_INqUnknown, &out), kNqNoErr);
+        EXPECT_EQ(out, queried);
+        queried->Release();
+    }
     AddSMPJobTask(TCallTask::Make([](ISMPJobTask**) {}));
     EXPECT_EQ(TakeReports(), TTexts({"job"}));
     job->AddTask(nullptr);

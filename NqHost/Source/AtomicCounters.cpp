@@ -34,10 +34,11 @@ static_assert(std::atomic<int32>::is_always_lock_free, "counting must not take a
 TNqAtomicCounter* NewAtomicCounter()
 {
     void* const block = NqHostAllocate(kBlockSize);
+    if (block == nullptr)
+        return nullptr;
     void* line = block;
     size_t size = kBlockSize;
-    if (block == nullptr || std::align(kCacheLine, kCacheLine, line, size) == nullptr)
-        return nullptr;
+    std::align(kCacheLine, kCacheLine, line, size);
     return new (line) TNqAtomicCounter(block);
 }
 

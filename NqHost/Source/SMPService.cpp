@@ -135,7 +135,8 @@ TThreadTable* ClaimAnyTable(bool& outIsLast)
     return table;
 }
 
-// Ends the calling thread's table with the thread.
+// Ends the calling thread's table with the thread, once the thread has armed it: a thread makes it, and so ends it,
+// only when it uses it.
 struct TThreadEnd
 {
     ~TThreadEnd()

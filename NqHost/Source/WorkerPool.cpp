@@ -34,6 +34,14 @@ constexpr int32 kMaxWorkerCount = 256;
 class TJob;
 class TPool;
 
+// What an object answers that has no face but the root's.
+NqErr AnswerQuery(INqUnknown& inObject, const NqIID& iid, void** outInterface)
+{
+    const bool isRoot = NqInlineIsEqualGUID(iid, IID_INqUnknown);
+    TNqCountedGetHelper<INqUnknown>{reinterpret_cast<INqUnknown**>(outInterface)} = isRoot ? &inObject : nullptr;
+    return isRoot ? kNqNoErr : kNqNoInterface;
+}
+
 // What the calling thread does for the pool.
 struct TThreadState
 {
@@ -334,9 +342,7 @@ class THostOwned : public I
 public:
     NqErr QueryInterface(const NqIID& iid, void** outInterface) override
     {
-        const bool isRoot = NqInlineIsEqualGUID(iid, IID_INqUnknown);
-        *outInterface = isRoot ? static_cast<INqUnknown*>(this) : nullptr;
-        return isRoot ? kNqNoErr : kNqNoInterface;
+        return AnswerQuery(*this, iid, outInterface);
     }
     uint32 AddRef() override { return 1; }
     uint32 Release() override { return 1; }
@@ -412,10 +418,7 @@ TJob::~TJob()
 
 NqErr TJob::QueryInterface(const NqIID& iid, void** outInterface)
 {
-    INqUnknown** const out = reinterpret_cast<INqUnknown**>(outInterface);
-    const bool isRoot = NqInlineIsEqualGUID(iid, IID_INqUnknown);
-    TNqCountedGetHelper<INqUnknown>{out} = isRoot ? this : nullptr;
-    return isRoot ? kNqNoErr : kNqNoInterface;
+    return AnswerQuery(*this, iid, outInterface);
 }
 
 uint32 TJob::Release()

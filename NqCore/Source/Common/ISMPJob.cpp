@@ -54,12 +54,11 @@ int64 Add(int64 a, int64 b)
 // overhead of a task.
 boolean PaysOff(int64 inTotal, int64 inDivisor)
 {
-    ISMPJobWorkers* const workers = GetSMPWorkers();
-    const int64 workerCount = GetSMPWorkerCount();
-    if (workers == nullptr || workerCount < 2 || inDivisor == 0)
+    const int64 workerCount = GetSMPWorkerCount(); // 1 without a pool
+    if (workerCount < 2 || inDivisor == 0)
         return false;
     const int64 parallel = inTotal / Multiply(inDivisor, workerCount);
-    return inTotal / inDivisor > Add(parallel, workers->GetTaskOverhead().GetTime());
+    return inTotal / inDivisor > Add(parallel, GetSMPWorkers()->GetTaskOverhead().GetTime());
 }
 
 ISMPJobWorkerThread* GetCurrentWorkerThread()

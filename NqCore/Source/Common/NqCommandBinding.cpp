@@ -2,6 +2,7 @@
 
 #include "NqCore/PublicAPI/NqException.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace
@@ -29,6 +30,17 @@ T* FindFirst(const TNqPtrArray<T>& inArray, Test&& inTest)
             return elem;
     }
     return nullptr;
+}
+
+// Null entries aside.
+template <class T, class Visit>
+void ForEach(const TNqPtrArray<T>& inArray, Visit&& inVisit)
+{
+    for (uint32 i = 0; i < inArray.GetElemCount(); ++i)
+    {
+        if (T* const elem = inArray.BaseAddress()[i])
+            inVisit(*elem);
+    }
 }
 
 // The first binding of the command that an element of the array knows.
@@ -73,11 +85,10 @@ bool IsBefore(const TNqCommandBindingGroup& inA, const TNqCommandBindingGroup& i
 template <class T>
 void RefuseNulls(const TNqPtrArray<T>& inArray)
 {
-    for (uint32 i = 0; i < inArray.GetElemCount() && inArray.GetElemCount() > 1; ++i)
-    {
-        if (inArray.BaseAddress()[i] == nullptr)
-            throw TNqException(kNqErrInvalidData, NqSourcePath(__FILE__), __LINE__);
-    }
+    T* const* const first = inArray.BaseAddress();
+    T* const* const end = first + inArray.GetElemCount();
+    if (inArray.GetElemCount() > 1 && std::find(first, end, nullptr) != end)
+        throw TNqException(kNqErrInvalidData, NqSourcePath(__FILE__), __LINE__);
 }
 
 // Lets the entry at inTop of a heap sink to its place.
@@ -224,19 +235,9 @@ void TNqCommandBindingContext::FindSameShortcut(const TNqCommandBinding& inBindi
 void TNqCommandBindingContext::Sort()
 {
     RefuseNulls(fBindingGroups);
-    FindFirst(fBindingGroups,
-              [](const TNqCommandBindingGroup& group)
-              {
-                  RefuseNulls(group.fBindings);
-                  return false;
-              });
+    ForEach(fBindingGroups, [](const TNqCommandBindingGroup& group) { RefuseNulls(group.fBindings); });
     SortByName(fBindingGroups);
-    FindFirst(fBindingGroups,
-              [](TNqCommandBindingGroup& group)
-              {
-                  group.Sort();
-                  return false;
-              });
+    ForEach(fBindingGroups, [](TNqCommandBindingGroup& group) { group.Sort(); });
 }
 
 TNqCommandBindingContext* TNqCommandBindingContextList::FindBindingContext(IDType inContextID) const
