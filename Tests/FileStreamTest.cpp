@@ -14,7 +14,10 @@ protected:
 // ---- A file as a string and a position -----------------------------------------------------------------------------
 
 // clang-format off
-enum EOperation { kRead, kGet, kWrite, kSeekBeg, kSeekCur, kSeekEnd, kPutbackSame, kPutbackOther, kFlush, kReopen };
+enum EOperation
+{
+    kRead, kGet, kWrite, kSeekBeg, kSeekCur, kSeekEnd, kPutbackSame, kPutbackOther, kFlush, kReopen, kSynch
+};
 // clang-format on
 
 struct TStep
@@ -23,115 +26,161 @@ struct TStep
     int32 fArgument;
 };
 
+constexpr int64 kLastPosition = 0x7FFFFFFF;
+
 // Runs operations on a stream and on the model, and says what differs. A byte put back in place of another is seen by
-// the read that follows at once, may be seen later, and never reaches the file.
+// the read that follows at once, may be seen later, and never reaches the file. An operation whose host call goes wrong
+// fails, and has done a part or nothing, which the position tells.
 class TFileRun
 {
 public:
-    TFileRun(const std::string& file, int32 bufferSize) : fFile(file), fBufferSize(bufferSize)
+    TFileRun(TTestDisk& disk, int32 mode, int32 bufferSize)
+        : fDisk(disk),
+          fFile(disk.fFiles[kPath]),
+          fMode(mode),
+          fBufferSize(bufferSize),
+          fStart(disk.fBefore > 0 ? disk.fBefore + 60 : 0)
     {
-        fStream.Init(kPath, kUTF8Transcoder, eReadWrite, fBufferSize, nullptr);
+        Open();
     }
 
-    // Empty when stream and model agree after each step; otherwise what differs, and the steps.
+    // Empty when stream and model agree after each step; otherwise what differs, and the steps up to there.
     std::string Run(const std::vector<TStep>& steps)
     {
+        std::string done;
         for (const TStep& step : steps)
-            if (fWrong.empty())
-                Do(step.fOperation, step.fArgument);
+        {
+            if (!fWrong.empty())
+                break;
+            Do(step.fOperation, step.fArgument);
+            done += " " + std::to_string(step.fOperation) + "(" + std::to_string(step.fArgument) + ")";
+        }
+        fDisk.fBadCall = 0;
         fStream.close();
         Check(fFile == fBytes, "file at the end");
         TakeReports();
         if (fWrong.empty())
             return "";
-        for (const TStep& step : steps)
-            fWrong += " " + std::to_string(step.fOperation) + "(" + std::to_string(step.fArgument) + ")";
-        return fWrong + ", buffer of " + std::to_string(fBufferSize);
+        return fWrong + done + ", mode " + std::to_string(fMode) + ", buffer of " + std::to_string(fBufferSize);
     }
 
 private:
     void Check(bool holds, const char* what) { fWrong += holds || !fWrong.empty() ? "" : what; }
-    int64 Size() const { return static_cast<int64>(fBytes.size()); }
+    int64 Size() const { return fDisk.fBefore + static_cast<int64>(fBytes.size()); }
+    int8& At(int64 position) { return fBytes[static_cast<size_t>(position - fDisk.fBefore)]; }
 
     void Do(EOperation operation, int32 argument)
     {
+        const int calls = fDisk.fCalls;
+        const auto hostFailed = [&] { return calls < fDisk.fBadCall && fDisk.fBadCall <= fDisk.fCalls; };
         // clang-format off
         switch (operation)
         {
-        case kRead: Read(argument); break;
-        case kGet: Read(-1); break;
-        case kWrite: Write(argument); break;
-        case kSeekBeg: Seek(argument, argument, TNqiostream::beg); break;
-        case kSeekCur: Seek(fPosition + argument, argument, TNqiostream::cur); break;
-        case kSeekEnd: Seek(Size() - argument, argument, TNqiostream::end); break;
-        case kPutbackSame: Putback(false); break;
-        case kPutbackOther: Putback(true); break;
+        case kRead: Read(argument, true, hostFailed); break;
+        case kGet: Read(1, false, hostFailed); break;
+        case kWrite: Write(argument, hostFailed); break;
+        case kSeekBeg: Seek(fStart + argument, fStart + argument, TNqiostream::beg, hostFailed); break;
+        case kSeekCur: Seek(fPosition + argument, argument, TNqiostream::cur, hostFailed); break;
+        case kSeekEnd: Seek(Size() - argument, argument, TNqiostream::end, hostFailed); break;
+        case kPutbackSame: Putback(false, hostFailed); break;
+        case kPutbackOther: Putback(true, hostFailed); break;
         case kFlush: fStream.flush(); break;
-        case kReopen: Reopen(); break;
+        case kReopen: Open(); break;
+        case kSynch: Synch(); break;
         }
         // clang-format on
-        fJustPutBack = operation == kPutbackOther;
-        Check(fStream.tell() == fPosition, "position");
-        Check(fStream.GetFileSize() == fBytes.size(), "size");
-        Check(fStream.good() == (fState == 0) && fStream.eof() == (fState & TNqiostream::eofbit), "state");
-        if (operation == kFlush || operation == kReopen)
+        fJustPutBack = operation == kPutbackOther && !hostFailed();
+        if (hostFailed())
+        {
+            Check(!fStream.good(), "failure");
+            fState = TNqiostream::failbit | (fStream.eof() ? TNqiostream::eofbit : 0);
+        }
+        else if (operation == kFlush || operation == kReopen)
             Check(fFile == fBytes, "file");
+        Check(fStream.tell() == fPosition, "position");
+        Check(fStream.GetFileSize() == Size(), "size");
+        Check(fStream.good() == (fState == 0) && fStream.eof() == (fState & TNqiostream::eofbit), "state");
     }
 
-    void Reopen()
+    bool IsRefused(EFilePermission permission)
     {
-        fStream.Init(kPath, kUTF8Transcoder, eReadWrite, fBufferSize, nullptr);
-        Seek(0, 0, TNqiostream::beg);
+        fState |= fMode & permission ? 0 : TNqiostream::failbit;
+        return !(fMode & permission);
     }
 
-    void Read(int32 argument)
+    void Open()
     {
-        const int64 count = argument < 0 ? 1 : argument;
+        fStream.Init(kPath, kUTF8Transcoder, fMode, fBufferSize, nullptr);
+        Check(fStream.good(), "state of a stream just opened");
+        if (fMode == eWrite)
+            fBytes.clear();
+        Seek(fStart, fStart, TNqiostream::beg, [] { return false; });
+    }
+
+    template <class Failed>
+    void Read(int32 argument, bool many, Failed hostFailed)
+    {
         std::string data(20, '?');
-        if (argument < 0)
-            fStream.get(data[0]);
-        else
+        if (many)
             fStream.read(data.data(), argument);
+        else
+            fStream.get(data[0]);
+        if (IsRefused(eRead))
+            return;
+        const int64 count = std::max(argument, 0);
         const int64 expected = std::min(count, std::max<int64>(Size() - fPosition, 0));
-        Check(fStream.gcount() == expected, "count");
-        for (int64 i = 0; i < expected; ++i, ++fPosition)
+        const int64 found = fStream.gcount();
+        Check(hostFailed() ? found >= 0 && found < expected : found == expected, "count");
+        for (int64 i = 0; i < found && fWrong.empty(); ++i, ++fPosition)
         {
             const auto other = fOther.find(fPosition);
             const bool isOther = other != fOther.end() && other->second == data[i];
             const bool mustBeOther = i == 0 && fJustPutBack && fBufferSize > 0 && other != fOther.end();
-            Check(mustBeOther ? isOther : data[i] == fBytes[fPosition] || isOther, "bytes");
+            Check(mustBeOther ? isOther : data[i] == At(fPosition) || isOther, "bytes");
         }
         fState = expected < count ? TNqiostream::eofbit : 0;
     }
 
-    void Write(int32 count)
+    template <class Failed>
+    void Write(int32 count, Failed hostFailed)
     {
         std::string data;
         while (static_cast<int32>(data.size()) < count)
             data += fNext = fNext == 'z' ? 'a' : static_cast<int8>(fNext + 1);
         fStream.write(data.data(), count);
-        fState = 0;
-        if (count == 0)
+        if (IsRefused(eWrite))
+            return;
+        const bool fits = fPosition + std::max(count, 0) <= kLastPosition;
+        fState = fits ? 0 : TNqiostream::failbit;
+        if (hostFailed())
+            data.resize(static_cast<size_t>(std::max<int64>(fStream.tell() - fPosition, 0)));
+        if (data.empty() || !fits)
             return;
         fOther.clear();
-        fBytes.resize(std::max<size_t>(fBytes.size(), fPosition + data.size()));
-        fBytes.replace(fPosition, data.size(), data);
-        fPosition += count;
+        const size_t at = static_cast<size_t>(fPosition - fDisk.fBefore);
+        fBytes.resize(std::max(fBytes.size(), at + data.size()));
+        fBytes.replace(at, data.size(), data);
+        fPosition += static_cast<int64>(data.size());
     }
 
-    void Seek(int64 position, int32 argument, TNqiostream::seek_dir dir)
+    template <class Failed>
+    void Seek(int64 position, int64 argument, TNqiostream::seek_dir dir, Failed hostFailed)
     {
-        fStream.seek(argument, dir);
+        fStream.seek(static_cast<int32>(argument), dir);
+        const bool isThere = position >= 0 && position <= kLastPosition;
         const bool atEnd = position > Size() || (fBufferSize == 0 && position == Size());
-        fState = position < 0 ? TNqiostream::failbit : atEnd ? TNqiostream::eofbit : 0;
-        if (position >= 0)
+        fState = !isThere ? TNqiostream::failbit : atEnd ? TNqiostream::eofbit : 0;
+        if (isThere && !hostFailed())
             fPosition = position, fOther.clear();
     }
 
-    void Putback(bool other)
+    template <class Failed>
+    void Putback(bool other, Failed hostFailed)
     {
         const bool inFile = fPosition > 0 && fPosition <= Size();
-        fStream.putback(other || !inFile ? '!' : fBytes[fPosition - 1]);
+        fStream.putback(other || !inFile ? '!' : At(fPosition - 1));
+        if (IsRefused(eRead) || hostFailed())
+            return;
         fState |= fPosition == 0 ? TNqiostream::failbit : 0;
         if (fPosition == 0)
             return;
@@ -140,9 +189,23 @@ private:
             fOther[fPosition] = '!';
     }
 
+    // What is not yet in the file is given up.
+    void Synch()
+    {
+        const std::string before = fFile;
+        fStream.synch();
+        Check(fFile == before, "file given up");
+        fBytes = fFile;
+        fPosition = Size();
+        fOther.clear();
+    }
+
+    TTestDisk& fDisk;
     const std::string& fFile; // what the host has
     std::string fBytes = fFile;
+    int32 fMode;
     int32 fBufferSize;
+    int64 fStart; // where positions are counted from
     TNqfstream fStream;
     int64 fPosition = 0;
     int32 fState = 0;
@@ -152,17 +215,32 @@ private:
     std::string fWrong;
 };
 
-// Bytes neither get lost nor change their place.
+// Bytes neither get lost nor change their place: in each mode, where positions end, and when the host fails once.
 TEST_F(FileStreamTest, RandomSequencesKeepEveryByte)
 {
     TRandom random(20240611);
     for (int round = 0; round < 20000; ++round)
     {
+        const int kind = round % 8;
+        fDisk = TTestDisk();
         Disk() = std::string("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ", random() % 37);
+        int operations = 11;
+        if (kind == 1)
+        {
+            Disk().insert(0, 64, '.');
+            fDisk.fBefore = static_cast<uint32>(kLastPosition - static_cast<int64>(Disk().size()) - random.Below(20));
+        }
+        else if (kind == 2)
+        {
+            fDisk.fBadCall = 10 + random.Below(50); // behind the calls that open the file and go to its start
+            operations = 9;
+        }
         std::vector<TStep> steps;
         for (int i = 0; i < 40; ++i)
-            steps.push_back({static_cast<EOperation>(random.Below(10)), random.Below(12)});
-        ASSERT_EQ(TFileRun(Disk(), random.Below(10)).Run(steps), "");
+            steps.push_back(
+                {static_cast<EOperation>(random.Below(operations)), random.OneIn(30) ? -3 : random.Below(12)});
+        const int32 mode = kind == 3 ? eWrite : kind == 4 ? eRead : eReadWrite;
+        ASSERT_EQ(TFileRun(fDisk, mode, std::max(random.Below(10), kind == 2 ? 1 : 0)).Run(steps), "") << round;
     }
 }
 
@@ -338,6 +416,60 @@ TEST_F(FileStreamTest, PositionsCountFromBehindTheIdentifier)
     }
 }
 
+// Whatever its mode is, a file that was opened is closed, once; then nothing is allowed, and a context still knows it.
+TEST_F(FileStreamTest, AClosedStreamKeepsWhatAContextNeeds)
+{
+    for (int32 mode : {0, int32(eRead), int32(eReadWrite)})
+        for (int32 bufferSize : {0, 4})
+        {
+            Disk() = "0123456789";
+            TNqfstream stream;
+            stream.streamfail(0);
+            EXPECT_EQ(stream.Init(kPath, kUTF8Transcoder, mode, bufferSize, nullptr), 0);
+            EXPECT_TRUE(stream.good());
+            stream.seek(6, TNqiostream::beg);
+            EXPECT_EQ(fDisk.fOpen, 1) << mode;
+            stream.close();
+            stream.close();
+            EXPECT_EQ(fDisk.fOpen, 0) << mode;
+            TakeReports();
+            int8 c = '-';
+            stream.get(c);
+            stream.putback(c);
+            stream.write("x", 1);
+            stream.seek(0, TNqiostream::beg);
+            stream.synch();
+            EXPECT_EQ(TakeReports(), TTexts(5, "Stream throw TNqException"));
+            EXPECT_EQ(stream.tell(), 6);
+            const std::unique_ptr<TNqiostreamContext> context(stream.GetContext());
+            const std::unique_ptr<TNqiostream> again(context->CreateStream());
+            EXPECT_EQ(again->tell(), 6);
+            again->get(c);
+            EXPECT_EQ(c, mode & eRead ? '6' : '-');
+            again->write("x", 1);
+            EXPECT_EQ(again->good(), mode == eReadWrite);
+            TakeReports();
+        }
+    TNqfstream failing(kPath, kUTF8Transcoder, eRead, 4, nullptr);
+    fDisk.fBadCall = fDisk.fCalls + 1;
+    failing.close();
+    EXPECT_FALSE(failing.good());
+    EXPECT_EQ(TakeReports(), TTexts{"Stream throw TNqException"});
+}
+
+// Without memory for its transcoder a stream would write in another encoding than the one asked for.
+TEST_F(FileStreamTest, OpeningWithoutATranscoderFails)
+{
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            TNqfstream stream;
+            const NqErr error = stream.Init(kPath, kMacTranscoder, eReadWrite, 1, nullptr);
+            EXPECT_EQ(stream.good(), error == 0);
+            EXPECT_TRUE(error != 0 || stream.GetTranscoder() != nullptr);
+        });
+}
+
 TEST_F(FileStreamTest, SynchTakesUpWhatAnotherWrote)
 {
     for (int32 bufferSize : {0, 4})
@@ -345,6 +477,10 @@ TEST_F(FileStreamTest, SynchTakesUpWhatAnotherWrote)
         Disk() = "one";
         TNqfstream stream(kPath, kUTF8Transcoder, eReadWrite, bufferSize, nullptr);
         Disk() = "one two";
+        fDisk.fBadCall = fDisk.fCalls + 1;
+        stream.synch();
+        EXPECT_FALSE(stream.good());
+        EXPECT_EQ(stream.GetFileSize(), 3u) << "what is not known stays";
         stream.synch();
         EXPECT_EQ(stream.tell(), 7);
         stream << "!";
@@ -353,6 +489,10 @@ TEST_F(FileStreamTest, SynchTakesUpWhatAnotherWrote)
         EXPECT_EQ(Disk(), "one two!");
         stream.append(-20);
         EXPECT_EQ(stream.GetFileSize(), 0u);
+        stream.append(0x7FFFFFFF);
+        stream.append(1);
+        EXPECT_EQ(stream.GetFileSize(), 0x7FFFFFFFu);
+        TakeReports();
     }
 }
 
@@ -374,6 +514,18 @@ TEST_F(FileStreamTest, PositionsEndAt31Bits)
     }
     EXPECT_EQ(Disk().size(), 3u);
     EXPECT_EQ(TakeReports().size(), 5u);
+    Disk() = "\xEF\xBB\xBF"
+             "abc";
+    for (int32 bufferSize : {0, 16})
+    {
+        TNqfstream stream(kPath, kUTF8Transcoder, eReadWrite, bufferSize, nullptr);
+        stream.CheckIdentifier();
+        stream.seek(0x7FFFFFFC, TNqiostream::beg); // with the mark the last one
+        stream.seek(0x7FFFFFFF, TNqiostream::cur);
+        EXPECT_FALSE(stream.good());
+        EXPECT_EQ(stream.tell(), 0x7FFFFFFC);
+    }
+    EXPECT_EQ(TakeReports().size(), 2u);
 }
 
 // ---- References and contexts ---------------------------------------------------------------------------------------
@@ -414,6 +566,66 @@ TEST_F(FileStreamTest, ReferencesAreRelativeAndComeBack)
     EXPECT_STREQ(folder.StrGet(), "/a/b");
     stream.SetInfo(7, 9);
     EXPECT_EQ(fDisk.fLog.substr(fDisk.fLog.size() - 3), "9 7");
+}
+
+// A path is read whole or, reported, not at all, and what stands behind it comes next.
+TEST_F(FileStreamTest, LongPathsComeBackWhole)
+{
+    const std::string deep = std::string(400, 'd') + "/x/y/z/doc.x", quotes = "\" x";
+    for (const std::string& base : {std::string("/doc.x"), "/" + deep})
+        for (size_t length : {1, 255, 256, 257, 258, 700, 1022, 1023, 1024, 5000})
+            for (const char* start : {"", "/", "/e/"})
+            {
+                std::string path = start;
+                while (path.size() < length)
+                    path += quotes[path.size() % 3];
+                const bool fits = path.size() <= 1023;
+                const auto use = [&](TNqiostream& stream)
+                {
+                    int8 found[1024];
+                    stream.writeFileRef(path.c_str());
+                    stream << "x\"";
+                    stream.seek(0, TNqiostream::beg);
+                    stream.readFileRef(found);
+                    EXPECT_STREQ(found, fits ? path.c_str() : "");
+                    stream.get(*found);
+                    EXPECT_EQ(*found, 'x');
+                    EXPECT_EQ(TakeReports(), fits ? TTexts{} : TTexts{"Path is too long"}) << path.size();
+                };
+                TNqstrstream memory(kUTF8Transcoder);
+                TDerived<TNqstrstream> derived(kUTF8Transcoder);
+                TNqfstream file(base.c_str(), kUTF8Transcoder, eReadWrite, 64, nullptr);
+                for (TNqiostream* stream : {static_cast<TNqiostream*>(&memory), static_cast<TNqiostream*>(&derived),
+                                            static_cast<TNqiostream*>(&file)})
+                    use(*stream);
+                fDisk.fFiles.clear();
+            }
+}
+
+// The bytes of a path pass through the transcoder as text in its encoding; another stream translates the path itself.
+TEST_F(FileStreamTest, ReferencesPassThroughTheTranscoder)
+{
+    int8 path[1024];
+    {
+        TNqfstream stream(kPath, kMacTranscoder, eReadWrite, 8, nullptr);
+        stream.writeFileRef("/a/\xC3\xA9");
+        stream.seek(0, TNqiostream::beg);
+        stream.readFileRef(path);
+    }
+    EXPECT_EQ(Disk(), "\"::\xC3\xA9\"");
+    EXPECT_STREQ(path, "/a/\xE2\x88\x9A\xC2\xA9");
+    EXPECT_EQ(WrittenBy([](TNqiostream& out) { out.writeFileRef("/a/\xC3\xA9"); }, kMacTranscoder), "\"/a/\x8E\"");
+    // Without memory no other path takes its place.
+    ForEachFailingAllocation(
+        [&](int64)
+        {
+            TNqfstream stream("/f", kUTF8Transcoder, eReadWrite, 0, nullptr);
+            const bool opened = stream.good();
+            stream.writeFileRef("/a/name");
+            stream.close();
+            EXPECT_EQ(fDisk.fFiles["/f"], opened && stream.good() ? "\":a:name\"" : "");
+            fDisk.fFiles.clear();
+        });
 }
 
 TEST_F(FileStreamTest, AContextReopensTheFileAtThePosition)

@@ -269,6 +269,16 @@ TEST_F(FileTypeTest, ReadsWhatIsWholeOfACutOrDamagedResource)
         EXPECT_EQ(good, size == whole.size()) << size;
         for (int32 i = 0; i < read.GetElemCount(); ++i)
             EXPECT_EQ(read.GetElem(i).GetFileTypeFamilyID(), 7U);
+
+        // What has no room for all of it takes a part and tells.
+        TBytes space(whole.size());
+        TNqResource resource(0, 0, TNqString31());
+        resource.LendData(space.data(), static_cast<uint32>(size));
+        TNqResourceStream out(resource, eWrite);
+        out << list;
+        EXPECT_EQ(out.good() != 0, size == whole.size()) << size;
+        EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + out.pcount(), space.begin())) << size;
+        TakeReports();
     }
     TRandom random(5);
     const std::string text(whole.begin(), whole.end());

@@ -157,6 +157,9 @@ TEST_F(ResourceStream, TextsThatDoNotFit)
     in.ReadTNqString(40, name); // three bytes of it, cut short by the end, tags or not
     EXPECT_STREQ(name.StrGet(), "\xC3\xA9@");
     EXPECT_TRUE(in.eof());
+    int8 tagged[] = "\x0E\x0C@x@Mhello@y??";
+    TNqByteSwapStream(tagged, sizeof tagged - 1, kUTF8Transcoder, eRead).ReadTNqString(15, name);
+    EXPECT_STREQ(name.StrGet(), "hello") << "tags of old resources are taken off";
     in.seek(10, TNqiostream::beg);
     in.ReadCString(text); // in Mac OS Roman, up to the end
     EXPECT_STREQ(text.StrGet(), "\3\xE2\x88\x9A\xC2\xA9@1@Mx");
@@ -167,6 +170,30 @@ TEST_F(ResourceStream, TextsThatDoNotFit)
     int8 c = 'c';
     in >> c >> name;
     EXPECT_TRUE(c == 'c' && name.ByteLength() == 0);
+}
+
+// A dynamic string that had no memory for its text is no empty one.
+TEST_F(ResourceStream, TextsWithoutMemoryAreReported)
+{
+    TNqDynamicString lost("text");
+    TestHost().FailAllocations(1);
+    lost.SetMaxLength(100);
+    TestHost().FailAllocations(0);
+    using TWrite = void (*)(TNqByteSwapStream&, const TNqString&);
+    const std::pair<TWrite, std::string> cases[] = {
+        {[](TNqByteSwapStream& s, const TNqString& text) { s << text; }, "\0\0\0\0"s},
+        {[](TNqByteSwapStream& s, const TNqString& text) { s.WriteCString(text); }, "\0"s},
+        {[](TNqByteSwapStream& s, const TNqString& text) { s.WriteTNqString(2, text); }, "\0\0\0"s},
+        {[](TNqByteSwapStream& s, const TNqString& text)
+         { NqToken::PutNonLocalizedString(static_cast<TNqstrstream&>(s), text, false); },
+         "\"\""s}};
+    for (const auto& [write, bytes] : cases)
+    {
+        TNqByteSwapStream stream;
+        write(stream, lost);
+        EXPECT_EQ(Written(stream), bytes);
+        EXPECT_EQ(TakeReports(), TTexts{"fStringBuffer != NULL"});
+    }
 }
 
 TEST_F(ResourceStream, LocalizedFields)

@@ -24,6 +24,7 @@ struct TTestDisk
     bool fShort = false; // it moves one byte less, instead of failing
     int fOpen = 0;       // files open now
     std::string fLog;    // one letter for each call that moves bytes: r or w
+    uint32 fBefore = 0;  // bytes that every file has before those that are kept; they must not be touched
 
     bool GoesWrong() { return ++fCalls == fBadCall; }
 };
@@ -51,13 +52,34 @@ public:
     }
     NqErr SetPermission(int32 mode) override { return Fails() ? kTestDiskError : (fMode = mode, 0); }
     boolean Exists() override { return fDisk.fFiles.count(fName) != 0; }
-    NqErr GetSize(uint32* size) override { return Fails() ? kTestDiskError : (*size = Size(), 0); }
-    NqErr GetPosition(uint32* position) override { return Fails() ? kTestDiskError : (*position = fPosition, 0); }
+    NqErr GetSize(uint32* size) override
+    {
+        *size = 0;
+        return Fails() ? kTestDiskError : (*size = Size(), 0);
+    }
+    NqErr GetPosition(uint32* position) override
+    {
+        Allow(fIsOpen, "asked for its position");
+        return Fails() ? kTestDiskError : (*position = fPosition, 0);
+    }
     NqErr GetPermission(int32* mode) override { return *mode = fMode, 0; }
     NqErr Create() override { return Fails() ? kTestDiskError : (Bytes(), 0); }
-    NqErr Open() override { return Fails() ? kTestDiskError : (fPosition = 0, ++fDisk.fOpen, 0); }
-    NqErr Close() override { return --fDisk.fOpen, Fails() ? kTestDiskError : 0; }
-    NqErr SetSize(uint32 size) override { return Fails() ? kTestDiskError : (Bytes().resize(size), 0); }
+    NqErr Open() override
+    {
+        Allow(!fIsOpen, "opened");
+        return Fails() ? kTestDiskError : (fPosition = 0, fIsOpen = true, ++fDisk.fOpen, 0);
+    }
+    NqErr Close() override
+    {
+        Allow(fIsOpen, "closed");
+        fIsOpen = false;
+        return --fDisk.fOpen, Fails() ? kTestDiskError : 0;
+    }
+    NqErr SetSize(uint32 size) override
+    {
+        Allow(fIsOpen && (fMode & eWrite), "cut");
+        return Fails() ? kTestDiskError : (Bytes().resize(size), 0);
+    }
     void GetPathRelativeFolder(TNqString& out) override { out.FromCPtr(fName.substr(0, fName.rfind('/')).c_str()); }
     void GetFullPath(TNqString& path) override { path.FromCPtr(fName.c_str()); }
     NqErr SetTypeAndCreator(TNqFileID* type, int32* creator) override
@@ -68,29 +90,43 @@ public:
 
     NqErr Read(int8* data, uint32 count, uint32* done) override
     {
+        Allow(fIsOpen && (fMode & eRead), "read");
         fDisk.fLog += 'r';
         const uint32 left = Size() - std::min(fPosition, Size());
         const NqErr error = Move(std::min(count, left), *done);
-        std::copy_n(Bytes().data() + fPosition - *done, *done, data);
+        if (*done > 0)
+            std::copy_n(&Bytes()[Index(fPosition - *done)], *done, data);
         return error != 0 ? error : count > left ? kNqErrEndOfFile : 0;
     }
     NqErr Write(const int8* data, uint32 count, uint32* done) override
     {
+        Allow(fIsOpen && (fMode & eWrite), "written");
         fDisk.fLog += 'w';
+        *done = 0;
+        if (count > kLastPosition - fPosition)
+            return kTestDiskError;
         const NqErr error = Move(count, *done);
-        Bytes().resize(std::max<size_t>(Bytes().size(), *done > 0 ? fPosition : 0));
-        std::copy_n(data, *done, Bytes().data() + fPosition - *done);
+        if (*done == 0)
+            return error;
+        Bytes().resize(std::max(Bytes().size(), Index(fPosition - 1) + 1));
+        std::copy_n(data, *done, &Bytes()[Index(fPosition - *done)]);
         return error;
     }
     NqErr SetPosition(int32 offset, TNqiostream::seek_dir from) override
     {
-        const int64 start = from == TNqiostream::cur ? fPosition : from == TNqiostream::end ? int64(Bytes().size()) : 0;
-        if (start + offset < 0 || start + offset > 0x7FFFFFFF)
+        Allow(fIsOpen, "moved");
+        const int64 start = from == TNqiostream::cur ? fPosition : from == TNqiostream::end ? Size() : 0;
+        if (start + offset < 0 || start + offset > kLastPosition)
             return kTestDiskError;
         return Fails() ? kTestDiskError : (fPosition = static_cast<uint32>(start + offset), 0);
     }
 
 private:
+    static constexpr uint32 kLastPosition = 0x7FFFFFFF;
+
+    // A file of the host does only what it was opened for.
+    static void Allow(bool allowed, const char* what) { EXPECT_TRUE(allowed) << "a file must not be " << what; }
+
     // Whether this call fails instead of doing something.
     bool Fails() { return fDisk.GoesWrong() && !fDisk.fShort; }
     NqErr Name(const std::string& name) { return fName = name, 0; }
@@ -105,12 +141,18 @@ private:
     }
 
     std::string& Bytes() { return fDisk.fFiles[fName]; }
-    uint32 Size() { return static_cast<uint32>(Bytes().size()); }
+    uint32 Size() { return fDisk.fBefore + static_cast<uint32>(Bytes().size()); }
+    size_t Index(uint32 position)
+    {
+        Allow(position >= fDisk.fBefore, "touched before its kept bytes");
+        return position - std::min(position, fDisk.fBefore);
+    }
 
     TTestDisk& fDisk;
     std::string fName;
     int32 fMode = 0;
     uint32 fPosition = 0;
+    bool fIsOpen = false;
 };
 
 // The file service over one disk, in place of the host's as long as it lives.

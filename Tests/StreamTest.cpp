@@ -180,9 +180,73 @@ TEST_F(StreamTest, QuotedStringsAsWritten)
     };
     for (const auto& [text, type, bytes] : cases)
         EXPECT_EQ(Written(TNqDynamicString(text), 8, type), bytes);
-    countstream count; // without a transcoder the bytes themselves
-    count << TNqDynamicString("q\"\xF0\x9F\x98\x80");
-    EXPECT_EQ(count.count(), 9);
+    EXPECT_EQ(Written(TNqDynamicString("a\0b", 3)), "\"a\"");
+}
+
+// A stream that has lost its transcoder, and one that only counts.
+TEST_F(StreamTest, WithoutATranscoderTextIsUTF8)
+{
+    TRandom random(8);
+    for (int round = 0; round < 1000; ++round)
+    {
+        static const char kBytes[] = "a\"\\ \x01\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xEF\xBF\xBF\xC0\xFE";
+        std::string text;
+        for (int i = random.Below(300); i > 0; --i)
+            text += kBytes[random.Below(sizeof kBytes - 1)];
+        const TNqDynamicString string(text.c_str());
+        const auto write = [&](TNqiostream& out)
+        {
+            out.SetTranscoder(kJpnTranscoder);
+            EXPECT_EQ(TakeReports(), TTexts{"No transcoder of this type"});
+            out << string;
+        };
+        const std::string expected = Written(string);
+        EXPECT_EQ(WrittenBy(write), expected);
+        EXPECT_EQ(WrittenBy<TDerived<TNqstrstream>>(write), expected);
+        countstream count;
+        count << string;
+        EXPECT_EQ(static_cast<size_t>(count.count()), expected.size());
+
+        TIn in("\"" + text), without("\"" + text);
+        TNqString63 known, found;
+        without.fStream.SetTranscoder(kJpnTranscoder);
+        TakeReports();
+        in.fStream >> known;
+        without.fStream >> found;
+        EXPECT_TRUE(found == known) << text;
+        EXPECT_EQ(without.fStream.tell(), in.fStream.tell());
+    }
+    TakeReports();
+}
+
+TEST_F(StreamTest, TheMarkIsThreeBytes)
+{
+    const std::pair<const char*, bool> cases[] = {{"\xEF\xBB\xBFz", true}, {"\xEF\xBB\xBF", true},
+                                                  {"\xEF\xBB\xBE", false}, {"\xEF\xBA\xBF", false},
+                                                  {"\xEE\xBB\xBF", false}, {"\xEF\xBB", false}};
+    for (const auto& [text, marked] : cases)
+    {
+        TIn in(text);
+        in.fStream.SetTranscoder(kMacTranscoder);
+        in.fStream.CheckIdentifier();
+        EXPECT_EQ(in.fStream.GetTranscoder()->GetType(), marked ? kUTF8Transcoder : kMacTranscoder) << text;
+        EXPECT_EQ(in.fStream.tell(), 0);
+    }
+}
+
+// Both readers take tags off, as everything that a token holds.
+TEST_F(StreamTest, LocalizedTextsOfTheBaseReadAlike)
+{
+    for (const char* text : {"\"plain\" ", "\"\x0C@x@Mhello@y\" "})
+    {
+        TIn first(text), second(text);
+        TNqString255 fixed;
+        TNqDynamicString dynamic;
+        EXPECT_TRUE(first.fStream.ReadLocalizedString(fixed));
+        second.fStream.ReadLocalizedDynamicString(dynamic);
+        EXPECT_TRUE(fixed == dynamic) << text;
+        EXPECT_EQ(first.Rest(), second.Rest());
+    }
 }
 
 TEST_F(StreamTest, Lines)
@@ -198,7 +262,9 @@ TEST_F(StreamTest, Lines)
         {"ab\ncd", 9, '\n', "ab", '\n', 2, "cd", "\ncd"}, {"ab\r\ncd", 9, '\n', "ab", '\n', 3, "cd", "\ncd"},
         {"ab,cd", 9, ',', "ab", ',', 2, "cd", ",cd"}, {"ab\ncd", 9, ',', "ab\ncd", 0, 5, "", ""}, {"", 9, 0, "", 0, 0, "", ""},
         {"abcd", 2, ',', "ab", 'c', 2, "d", "d"}, {"ab,d", 2, ',', "ab", ',', 2, "d", ",d"},
-        {"abcd", 0, ',', "", 0, 0, "abcd", "abcd"}, {"ab\n", 9, '\n', "ab", '\n', 2, "", "\n"}};
+        {"abcd", 0, ',', "", 0, 0, "abcd", "abcd"}, {"ab\n", 9, '\n', "ab", '\n', 2, "", "\n"},
+        {"ab\r", 9, '\n', "ab", '\n', 2, "", "\r"}, {"ab\rcd", 9, '\n', "ab", '\n', 2, "cd", "\rcd"},
+        {"ab\n\rcd", 9, '\n', "ab", '\n', 3, "cd", "\rcd"}, {"ab\r\rcd", 9, '\n', "ab", '\n', 2, "\rcd", "\r\rcd"}};
     // clang-format on
     for (const auto& [input, size, delim, expected, ending, count, rest, restOfGet] : cases)
     {
@@ -211,6 +277,7 @@ TEST_F(StreamTest, Lines)
         forGet.fStream.get(line, size, delim);
         EXPECT_EQ(forGet.fStream.gcount(), count - (ending == delim && ending != 0)) << input;
         EXPECT_EQ(forGet.Rest(), restOfGet) << input;
+        EXPECT_EQ(forGet.fText, input) << "text may be constant";
     }
 }
 
@@ -316,6 +383,20 @@ TEST_F(StreamTest, StateFormatAndInfo)
     ASSERT_NE(stream.GetInfo(7), nullptr);
     EXPECT_EQ(*static_cast<int32*>(stream.GetInfo(6)), 2);
 
+    std::map<IDType, int32> model;
+    TRandom random(3);
+    TestHost().FailAllocations(0);
+    for (int32 i = 0; i < 60000; ++i)
+    {
+        const IDType id = static_cast<IDType>(random.Below(100000));
+        stream.SetInfo(id, &i, 4);
+        model[id] = i;
+        for (auto known = model.begin(); known != model.end() && i % 10000 == 0; ++known)
+            ASSERT_EQ(*static_cast<int32*>(stream.GetInfo(known->first)), known->second);
+    }
+    EXPECT_LT(TestHost().CountAllocations(), 60030);
+    EXPECT_EQ(stream.GetInfo(100000), nullptr);
+
     EXPECT_EQ(stream.GetContext(), nullptr);
     TNqString255 folder("x");
     stream.GetPathRelativeFolder(folder);
@@ -409,6 +490,10 @@ TEST_F(StreamTest, MemoryStreamsStayInsideTheirBytes)
     }
     EXPECT_EQ(TakeReports().size(), 4u);
     int8 data[8] = "-------";
+    stream.read(data, -3);
+    EXPECT_EQ(stream.gcount(), 0);
+    stream.write(data, -3);
+    EXPECT_TRUE(stream.good());
     stream.read(data, 8);
     EXPECT_EQ(std::string(data, 5), "6789-");
     EXPECT_EQ(stream.gcount(), 4);
@@ -476,6 +561,8 @@ TEST_F(StreamTest, CountingStreams)
     stream.seek(4, TNqiostream::end);
     EXPECT_EQ(stream.tell(), 6);
     EXPECT_TRUE(stream.good());
+    stream.write(nullptr, -3);
+    EXPECT_EQ(stream.tell(), 6);
     stream.write(nullptr, 0x7FFFFFFF);
     EXPECT_EQ(stream.count(), 10);
     stream.putback('x');
@@ -483,6 +570,13 @@ TEST_F(StreamTest, CountingStreams)
     stream.get(c);
     EXPECT_EQ(c, 'c');
     EXPECT_EQ(TakeReports().size(), 3u);
+    stream.seek(0x7FFFFFFE, TNqiostream::beg);
+    stream.write(nullptr, 1);
+    EXPECT_EQ(stream.count(), 0x7FFFFFFF);
+    stream.write(nullptr, 1);
+    stream.seek(1, TNqiostream::cur);
+    EXPECT_EQ(stream.tell(), 0x7FFFFFFF);
+    EXPECT_EQ(TakeReports().size(), 2u);
 }
 
 // ---- The contract with modules built elsewhere ---------------------------------------------------------------------

@@ -1,6 +1,10 @@
 // The streams' own classes work in their buffers, classes derived from them through the virtual operations. Here both
 // do the same random operations, and everything that can be seen must be the same.
 
+#include "NqCore/PublicAPI/NqNetStream.h"
+#include "NqCore/PublicAPI/NqToken.h"
+#include "Tests/NetDoubles.h"
+#include "Tests/ResourceDoubles.h"
 #include "Tests/StreamDoubles.h"
 
 #include "NqCore/PublicAPI/NqToken.h"
@@ -136,6 +140,9 @@ const TOperation kWrites[] = {
     [](TCall& c) { c.fStream << c.fText.c_str(); },
     [](TCall& c) { c.fStream.write(c.fText.data(), static_cast<int32>(c.fText.size())); },
     [](TCall& c) { c.fStream << endl; },
+    [](TCall& c) { c.fStream.write(c.fData, c.fSize - 10); },
+    [](TCall& c) { NqToken::PutReal64Attribute(c.fStream, c.fNumber, RandomReal(c.fRandom)); },
+    [](TCall& c) { NqToken::PutNonLocalizedStringAttribute(c.fStream, c.fNumber, c.fString, true); },
 };
 
 const TOperation kMoves[] = {
@@ -272,6 +279,215 @@ TEST_F(StreamTwinTest, Files)
         EXPECT_EQ(fDisk.fFiles, otherDisk.fFiles) << seed;
         TakeReports();
     }
+}
+
+// ---- A failure inside a value --------------------------------------------------------------------------------------
+
+constexpr int32 kName = 0x4E414D45; // NAME
+const int32 kNumbers[] = {-1, 20, -300};
+const int8 kBytes[] = "\x01\xAF\"";
+
+// What writes a value with more than one call of its stream, or may.
+using TPut = void (*)(TNqiostream&);
+const TPut kValues[] = {
+    [](TNqiostream& s) { s << int32(-12345); },
+    [](TNqiostream& s) { s << int16(-5); },
+    [](TNqiostream& s) { s << int64(-5); },
+    [](TNqiostream& s) { s << real64(-1234567.25); },
+    [](TNqiostream& s) { s << real64(-1e300); },
+    [](TNqiostream& s) { s << real32(-2.5f); },
+    [](TNqiostream& s) { s << TNqString255("a\"b\xC3\xA9"); },
+    [](TNqiostream& s) { NqToken::PutToken(s, kName, true); },
+    [](TNqiostream& s) { delete NqToken::PutBeginToken(s, kName, true); },
+    [](TNqiostream& s) { NqToken::PutBeginToken(s); },
+    [](TNqiostream& s) { NqToken::PutEndToken(s); },
+    [](TNqiostream& s) { NqToken::PutInt32Token(s, -7); },
+    [](TNqiostream& s) { NqToken::PutInt16Attribute(s, kName, -7); },
+    [](TNqiostream& s) { NqToken::PutReal32Attribute(s, kName, -7.5f); },
+    [](TNqiostream& s) { NqToken::PutFourCharConstAttribute(s, kName, kName); },
+    [](TNqiostream& s) { NqToken::PutInt32ArrayAttribute(s, kName, 3, kNumbers); },
+    [](TNqiostream& s) { NqToken::PutNonLocalizedStringAttribute(s, kName, TNqString255("a\"b"), true); },
+    [](TNqiostream& s) { NqToken::PutLocalizedStringAttribute(s, kName, TNqString255("a\"b"), true); },
+    [](TNqiostream& s) { NqToken::PutPathRefAttribute(s, kName, TNqString255("/a/b")); },
+    [](TNqiostream& s)
+    {
+        TNqstrstream content(kUTF8Transcoder);
+        content << "A 1";
+        NqToken::InitTokenMgr(s);
+        NqToken::GetNqTokenData(s)->fTokenIndent = true;
+        NqToken::PutStreamAttribute(s, kName, content);
+        EXPECT_EQ(NqToken::GetNqTokenData(s)->fTokenIndentLevel, 0);
+    },
+    [](TNqiostream& s) { NqToken::PutBinaryStartAttribute(s, kName, 3); },
+    [](TNqiostream& s) { NqToken::PutBinaryEndAttribute(s); },
+    [](TNqiostream& s) { NqToken::PutHexaBinaryAttribute(s, kName, 3, kBytes); },
+    [](TNqiostream& s) { NqToken::PutBufferAsHexa(s, kBytes, 3, false); },
+    [](TNqiostream& s) { PutLongAsHexa(s, 0x1234); },
+    [](TNqiostream& s)
+    {
+        uint32 state = 0;
+        NqToken::PutBufferAsBinHex(s, kBytes, 3, state);
+    },
+    [](TNqiostream& s)
+    {
+        int8 text[] = "a { $00000001\rx$ } }";
+        TNqstrstream in(text, kUTF8Transcoder);
+        if (TNqstrstream* const out = dynamic_cast<TNqstrstream*>(&s))
+            try
+            {
+                ReadStream(in, *out, true);
+            }
+            catch (const TNqException&) // there was no room
+            {
+            }
+    },
+    [](TNqiostream& s)
+    {
+        TNqResourceStream strings(Strings({"one", "two"}));
+        strings.WriteAllStrings(s);
+    },
+};
+
+// A client's own stream, one of whose writes goes wrong.
+class TClient : public TNqiostream
+{
+public:
+    using TNqiostream::read;
+    int32 tell() override { return 0; }
+    void seek(int32, seek_dir) override {}
+    void putback(int8) override {}
+    void read(int8*, int32) override {}
+    void write(const int8* data, int32 count) override
+    {
+        if (fClears)
+            clear(0);
+        if (++fWrites == fBadWrite)
+            changestate(failbit);
+        else
+            fBytes.append(data, static_cast<size_t>(count));
+    }
+
+    bool fClears = true;
+    int fWrites = 0;
+    int fBadWrite = 0;
+    std::string fBytes;
+};
+
+// What a stream has of a value when the n-th thing goes wrong, and whether it came so far.
+struct TOutcome
+{
+    std::string fBytes;
+    bool fGood;
+    bool fReached;
+};
+using TTry = std::function<TOutcome(TPut put, int n)>;
+
+template <class Stream>
+TOutcome IntoMemory(TPut put, int n)
+{
+    int8 buffer[300];
+    Stream stream(buffer, n == 0 ? 300 : n, kUTF8Transcoder, eWrite);
+    put(stream);
+    return {std::string(buffer, static_cast<size_t>(stream.pcount())), stream.good() != 0, !stream.good()};
+}
+
+template <class Stream, int32 kBufferSize>
+TOutcome IntoFile(TPut put, int n)
+{
+    TTestDisk disk;
+    const TTestFileUtilities utilities(disk);
+    Stream stream("/f", kUTF8Transcoder, eReadWrite, kBufferSize, nullptr);
+    const int bad = disk.fBadCall = n == 0 ? 0 : disk.fCalls + n;
+    put(stream);
+    const bool good = stream.good();
+    disk.fBadCall = 0;
+    const bool reached = disk.fCalls >= bad;
+    stream.close();
+    return {disk.fFiles["/f"], good, reached};
+}
+
+TOutcome IntoClient(TPut put, int n)
+{
+    TClient stream;
+    stream.fBadWrite = n;
+    stream.changestate(TNqiostream::failbit); // of a value before
+    put(stream);
+    EXPECT_TRUE(n == 0 || stream.fWrites <= n) << "a write behind the one that failed";
+    if (n == 0 && stream.fWrites == 0) // this value is for other streams
+        stream.clear(0);
+    return {stream.fBytes, stream.good() != 0, stream.fWrites >= n};
+}
+
+// Whatever goes wrong, there is nothing behind it, and the stream tells.
+TEST_F(StreamTwinTest, AFailureInsideAValueEndsItAndStays)
+{
+    const TTry tries[] = {IntoMemory<TNqstrstream>,          IntoMemory<TDerived<TNqstrstream>>,
+                          IntoFile<TNqfstream, 0>,           IntoFile<TDerived<TNqfstream>, 0>,
+                          IntoFile<TNqfstream, 1>,           IntoFile<TNqfstream, 3>,
+                          IntoFile<TDerived<TNqfstream>, 3>, IntoClient};
+    for (size_t value = 0; value < std::size(kValues); ++value)
+        for (size_t stream = 0; stream < std::size(tries); ++stream)
+        {
+            const TOutcome whole = tries[stream](kValues[value], 0);
+            EXPECT_TRUE(whole.fGood);
+            EXPECT_TRUE(TakeReports().empty());
+            for (int n = 1;; ++n)
+            {
+                SCOPED_TRACE(std::to_string(value) + " into " + std::to_string(stream) + ", " + std::to_string(n));
+                const TOutcome outcome = tries[stream](kValues[value], n);
+                const TTexts reports = TakeReports();
+                if (!outcome.fReached)
+                {
+                    EXPECT_TRUE(outcome.fGood || whole.fBytes.empty());
+                    break;
+                }
+                EXPECT_FALSE(outcome.fGood);
+                EXPECT_EQ(std::count(reports.begin(), reports.end(), "Stream throw TNqException"),
+                          stream == std::size(tries) - 1 ? 0 : 1);
+                EXPECT_EQ(outcome.fBytes, whole.fBytes.substr(0, outcome.fBytes.size()));
+            }
+        }
+}
+
+// A failure from before the value is none of it: the write of some streams does not clear the state.
+TEST_F(StreamTwinTest, AnOlderFailureStaysBesideAValue)
+{
+    TClient client;
+    client.fClears = false;
+    client.changestate(TNqiostream::failbit);
+    NqToken::PutReal64Attribute(client, kName, -1.25);
+    EXPECT_EQ(client.fBytes, "NAME -1.25\r");
+    EXPECT_TRUE(!client.good() && !client.eof());
+
+    TScriptedSocket socket("none", 9, 0);
+    {
+        TNqNetStream stream(&socket);
+        int32 number = 0;
+        stream >> number;
+        EXPECT_EQ(TakeReports().size(), 1u);
+        stream << int32(-12) << TNqString31("x");
+        EXPECT_FALSE(stream.good());
+        stream.clear(0);
+        EXPECT_TRUE(stream.good());
+    }
+    EXPECT_EQ(socket.AllSent(), "-12\"x\"");
+}
+
+// The table gets a text only when its index is in the stream.
+TEST_F(StreamTwinTest, ATextIsAddedToItsTableOnlyBehindItsIndex)
+{
+    const TStringsPtr strings = Strings({});
+    TNqLocalizedTextResourceStream stream(*strings);
+    const std::string full(4096, 'x');
+    stream.write(full.data(), 4096);
+    TestHost().FailAllocations(1);
+    stream.WriteLocalizedString(TNqString31("one"));
+    TestHost().FailAllocations(0);
+    EXPECT_FALSE(stream.good());
+    EXPECT_TRUE(stream.pcount() == 4096 && strings->GetElemCount() == 0);
+    EXPECT_EQ(TakeReports(), TTexts{"Stream throw TNqException"});
+    stream.WriteLocalizedString(TNqString31("one"));
+    EXPECT_TRUE(stream.good() && stream.pcount() == 4098 && strings->GetElemCount() == 1);
 }
 
 } // namespace

@@ -171,7 +171,7 @@ public:
         template <class TakeByte>
         bool ReadWhile(int8& c, TakeByte&& take)
         {
-            const bool stopped = TakeWhile(c, take, [this](int8& next) { fStream.StreamClass::read(&next, 1); });
+            const bool stopped = TakeWhile(c, take, [this](int8& next) { fStream.read(&next, 1); });
             if (stopped)
                 fStream.fgcount = 1;
             return stopped;
@@ -348,7 +348,7 @@ public:
 
         int64 Left() const
         {
-            if (!(fStream.fMode & eRead) || !fStream.fFirstBufferLoaded || fStream.fBuffer == nullptr)
+            if (!fStream.Allows(eRead) || !fStream.fFirstBufferLoaded || fStream.fBuffer == nullptr)
                 return 0;
             const int64 inFile = static_cast<int64>(fStream.fFileSize) - fStream.fBufferOffset;
             return std::min<int64>(fStream.fActualBufSize, inFile) - fStream.fBufferPos;
@@ -367,7 +367,7 @@ public:
 
         bool CanStepBackOver(int8 c) const
         {
-            return (fStream.fMode & eRead) && fStream.fFirstBufferLoaded && fStream.fBuffer != nullptr &&
+            return fStream.Allows(eRead) && fStream.fFirstBufferLoaded && fStream.fBuffer != nullptr &&
                    !MustWriteFirst() && fStream.fBufferPos > 0 && fStream.fBuffer[fStream.fBufferPos - 1] == c;
         }
     };
@@ -377,42 +377,97 @@ public:
     // Write(data, n)    as the stream's write
     // Put(c)            one byte
     // PutEach(data, n)  n bytes, each written by itself
+    // Run(body)         body(), which calls operations of the stream itself
+    // Failed()          whether one of these failed
+    //
+    // A sink serves one value. That is often several writes, each of which begins by clearing the state: so once one
+    // has failed the sink does nothing more, and the failure stays where the caller looks for it.
 
-    class PlainSink
+    // Follows the state of the stream while a value is written.
+    class ValueState
+    {
+    public:
+        explicit ValueState(TNqiostream& stream)
+            : fStream(stream),
+              fMarks((stream.fState & (TNqiostream::failbit | kFailedBefore)) == TNqiostream::failbit)
+        {
+            if (fMarks)
+                stream.fState |= kFailedBefore;
+        }
+        ValueState(const ValueState&) = delete;
+        ValueState& operator=(const ValueState&) = delete;
+        ~ValueState()
+        {
+            if (fMarks)
+                fStream.fState &= ~kFailedBefore;
+        }
+
+        bool Failed() const { return fFailed; }
+        TNqiostream& Stream() { return fStream; }
+        int Precision() const { return DecimalsOf(fStream); }
+
+        template <class Body>
+        void Run(Body&& inBody)
+        {
+            if (fFailed)
+                return;
+            inBody();
+            Look();
+        }
+
+    protected:
+        void Look()
+        {
+            if (fStream.fState & TNqiostream::failbit)
+                fFailed = !(fStream.fState & kFailedBefore);
+            else
+                fStream.fState &= ~kFailedBefore;
+        }
+
+    private:
+        // Beside the failure bit while a value is written: that failure is an older one, of a stream whose write does
+        // not clear its state. A connection may still send after a number that was none.
+        static constexpr int32 kFailedBefore = 4;
+
+        TNqiostream& fStream;
+        bool fMarks; // this is the one that set the mark
+        bool fFailed = false;
+    };
+
+    class PlainSink : public ValueState
     {
     public:
         static constexpr bool kIsDirect = false;
 
-        explicit PlainSink(TNqiostream& stream) : fStream(stream) {}
+        using ValueState::ValueState;
 
-        void Write(const int8* data, int32 count) { fStream.write(data, count); }
-        void Put(int8 c) { fStream.write(&c, 1); }
+        void Write(const int8* data, int32 count)
+        {
+            Run([&] { Stream().write(data, count); });
+        }
+        void Put(int8 c) { Write(&c, 1); }
         void PutEach(const int8* data, int64 count)
         {
-            for (int64 i = 0; i < count; ++i)
-                fStream.write(data + i, 1);
+            for (int64 i = 0; i < count && !Failed(); ++i)
+                Write(data + i, 1);
         }
-
-        int Precision() const { return DecimalsOf(fStream); }
-        TNqiostream& Stream() { return fStream; }
-
-    private:
-        TNqiostream& fStream;
     };
 
     // What the two direct sinks share: Derived says how much room the buffer has and puts bytes into it.
-    template <class Derived>
-    class DirectSink
+    template <class Derived, class StreamClass>
+    class DirectSink : public ValueState
     {
     public:
         static constexpr bool kIsDirect = true;
 
+        explicit DirectSink(StreamClass& stream) : ValueState(stream), fStream(stream) {}
+
         void Write(const int8* data, int32 count)
         {
-            if (count > 0 && count <= Self().Room())
+            if (count > 0 && count <= RoomLeft())
                 Self().Store(data, count);
             else
-                Self().WriteToStream(data, count);
+                WriteToStream(data, count);
         }
 
         void Put(int8 c) { Write(&c, 1); }
@@ -420,31 +475,40 @@ public:
         // Where the buffer is full one byte goes to the stream, which makes room in its own way, and the run goes on.
         void PutEach(const int8* data, int64 count)
         {
-            while (count > 0)
+            while (count > 0 && !Failed())
             {
-                const int64 run = std::min(count, std::max<int64>(Self().Room(), 0));
+                const int64 run = std::min(count, std::max<int64>(RoomLeft(), 0));
                 if (run > 0)
                     Self().Store(data, run);
                 else
-                    Self().WriteToStream(data, 1);
+                    WriteToStream(data, 1);
                 const int64 done = std::max<int64>(run, 1);
                 data += done;
                 count -= done;
             }
         }
 
-        int Precision() { return DecimalsOf(Self().Stream()); }
+    protected:
+        StreamClass& fStream;
 
     private:
+        int64 RoomLeft() { return Failed() ? 0 : Self().Room(); }
+
+        void WriteToStream(const int8* data, int32 count)
+        {
+            Run([&] { fStream.write(data, count); });
+        }
+
         Derived& Self() { return static_cast<Derived&>(*this); }
     };
 
-    class MemorySink : public DirectSink<MemorySink>
+    class MemorySink : public DirectSink<MemorySink, TNqstrstream>
     {
     public:
-        explicit MemorySink(TNqstrstream& stream) : fStream(stream) {}
+        using DirectSink::DirectSink;
 
-        TNqiostream& Stream() { return fStream; }
+    private:
+        friend class DirectSink<MemorySink, TNqstrstream>;
 
         int64 Room() const
         {
@@ -460,25 +524,21 @@ public:
             fStream.fBufferSize = std::max(fStream.fBufferSize, fStream.pcount());
             fStream.fState = 0;
         }
-
-        void WriteToStream(const int8* data, int32 count) { fStream.write(data, count); }
-
-    private:
-        TNqstrstream& fStream;
     };
 
-    class FileSink : public DirectSink<FileSink>
+    class FileSink : public DirectSink<FileSink, TNqfstream>
     {
     public:
-        explicit FileSink(TNqfstream& stream) : fStream(stream) {}
+        using DirectSink::DirectSink;
 
-        TNqiostream& Stream() { return fStream; }
+    private:
+        friend class DirectSink<FileSink, TNqfstream>;
 
         // Nothing while the stream itself has to look first: for put-back bytes, or the end of what positions can
         // express.
         int64 Room() const
         {
-            const bool plain = (fStream.fMode & eWrite) && fStream.fBuffer != nullptr &&
+            const bool plain = fStream.Allows(eWrite) && fStream.fBuffer != nullptr &&
                                !(fStream.fFirstBufferLoaded & TNqfstream::kHoldsPutback) &&
                                static_cast<int64>(fStream.fBufferOffset) + fStream.fBufferSize <= kLastPosition;
             return plain ? static_cast<int64>(fStream.fBufferSize) - fStream.fBufferPos : 0;
@@ -490,11 +550,6 @@ public:
             NoteBytesWritten(fStream, static_cast<uint32>(count));
             fStream.fState = 0;
         }
-
-        void WriteToStream(const int8* data, int32 count) { fStream.write(data, count); }
-
-    private:
-        TNqfstream& fStream;
     };
 
     static constexpr int64 kLastPosition = 0x7FFFFFFF; // of a file

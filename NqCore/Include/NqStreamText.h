@@ -386,6 +386,7 @@ struct NqLineEnd
 {
     int8 fByte;  // the delimiter, the byte that inStore refused (consumed), or 0 at the end of the stream
     bool fFound; // the delimiter was there
+    int8 fLast;  // ... and this is the byte of it that was consumed last
 };
 
 // A line, byte for byte to inStore(byte). Its end is consumed and not stored; with '\n', CR, LF, CR LF and LF CR end a
@@ -404,38 +405,43 @@ NqLineEnd NqScanLine(Source& source, int8 delim, int32& ioCount, Store&& inStore
                                              return true;
                                          });
     if (!stopped)
-        return {0, false};
+        return {0, false, 0};
     if (!isEnd(c))
-        return {c, false};
+        return {c, false, 0};
     if (delim == '\n')
     {
         int8 other = 0;
         source.Get(other);
-        if (source.Good() && other != c && isEnd(other))
-            ++ioCount;
+        const bool isPair = source.Good() && other != c && isEnd(other);
+        if (isPair)
+            c = other;
         else if (source.Good())
             source.Putback(other);
+        ioCount += isPair;
     }
-    return {delim, true};
+    return {delim, true, c};
 }
 
 // ---- Strings -------------------------------------------------------------------------------------------------------
 
-// Text from encoded bytes, up to the first NUL. Without a transcoder they are UTF-8 already.
+// Text from the bytes of UTF-8, as its transcoder takes them in.
+void NqTextFromUTF8(TNqString& text, const int8* bytes);
+
+// Text from encoded bytes, up to the first NUL. Without a transcoder they are UTF-8.
 inline void NqTextFromEncoded(TNqString& text, const int8* bytes, ITranscoder* encoding)
 {
     if (encoding != nullptr)
         text.FromEncodedPtr(reinterpret_cast<const uint8*>(bytes), encoding);
     else
-        text.FromCPtr(bytes);
+        NqTextFromUTF8(text, bytes);
 }
 
 constexpr int32 kNqQuotedStringLimit = 256;
 
-// The bytes of a string in quotes, or of a bare word, into kNqQuotedStringLimit + 1 bytes. What is longer stays in the
-// stream.
+// The bytes of a string in quotes, or of a bare word, into inLimit + 1 bytes. False when it is longer: the surplus then
+// stays in the stream, or is passed over.
 template <class Source>
-void NqScanQuoted(Source& source, int8* out)
+bool NqScanQuoted(Source& source, int8* out, int32 inLimit, bool inPassOver)
 {
     int32 count = 0;
     int8 c = NqSkipSeparators(source);
@@ -453,21 +459,30 @@ void NqScanQuoted(Source& source, int8* out)
                                 if (quoted ? byte == '"'
                                            : (byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r'))
                                     return false;
-                                full = count == kNqQuotedStringLimit;
-                                if (full)
+                                full = count == inLimit;
+                                if (full && !inPassOver)
                                     return false;
                                 escaped = byte == '\\';
                                 if (escaped)
                                     return true;
                             }
                             escaped = false;
-                            out[count++] = byte;
+                            if (count < inLimit)
+                                out[count++] = byte;
                             return true;
                         });
-    if (full)
+    if (full && !inPassOver)
         source.Putback(c);
     out[count] = 0;
+    return !full;
 }
+
+// What readFileRef may fill, without the NUL.
+constexpr int32 kNqLongestPath = 1023;
+
+// The text of a path, or of a reference to one, in quotes. One that is too long is passed over whole and reported, and
+// the text is empty.
+void NqReadPathText(TNqiostream& stream, TNqString& text);
 
 enum class NqLineString
 {
@@ -532,13 +547,14 @@ private:
 };
 inline constexpr NqPlainBytes kNqPlainBytes;
 
-// Characters on their way out: what the transcoder makes of them, with a short cut for those of this library.
+// Characters on their way out: what the transcoder makes of them, with a short cut for those of this library; without
+// one, UTF-8.
 class NqTextEncoder
 {
 public:
     explicit NqTextEncoder(ITranscoder* encoding)
         : fEncoding(encoding),
-          fUTF8(encoding != nullptr && typeid(*encoding) == typeid(TUTF8Transcoder)),
+          fUTF8(encoding == nullptr || typeid(*encoding) == typeid(TUTF8Transcoder)),
           fAsciiAsIs(fUTF8 || IsTable(encoding))
     {
     }
@@ -598,29 +614,19 @@ void NqPutCharacters(Sink& sink, const int8* text, uint32 byteLength, const NqTe
     }
 }
 
-// The bytes of a string as they are, escaped: for streams without a transcoder.
-template <class Sink>
-void NqPutEscapedBytes(Sink& sink, const int8* text, uint32 byteLength)
+// The bytes of a text, and a NUL. A string that had no memory for them is reported and has none.
+inline const int8* NqBytesOf(const TNqString& text)
 {
-    for (uint32 i = 0; i < byteLength && text[i] != 0; ++i)
-    {
-        if (NqNeedsEscape(static_cast<uint8>(text[i])))
-            sink.Put(kStringEscape);
-        sink.Put(text[i]);
-    }
+    const int8* const bytes = text.StrGet();
+    return bytes != nullptr ? bytes : "";
 }
 
 template <class Sink>
 void NqPutQuoted(Sink& sink, const TNqString& text)
 {
-    ITranscoder* const encoding = sink.Stream().GetTranscoder();
-    const int8* const bytes = text.StrGet();
-    const uint32 count = bytes != nullptr ? text.ByteLength() : 0;
+    const int8* const bytes = NqBytesOf(text);
     sink.Write(kStringQuote, 1);
-    if (encoding != nullptr)
-        NqPutCharacters(sink, bytes, count, NqTextEncoder(encoding));
-    else
-        NqPutEscapedBytes(sink, bytes, count);
+    NqPutCharacters(sink, bytes, text.ByteLength(), NqTextEncoder(sink.Stream().GetTranscoder()));
     sink.Write(kStringQuote, 1);
 }
 
@@ -731,5 +737,5 @@ void NqInsert(Sink& sink, T value)
     if constexpr (Sink::kIsDirect)
         NqPutValue(sink, value);
     else
-        sink.Stream() << value;
+        sink.Run([&] { sink.Stream() << value; });
 }

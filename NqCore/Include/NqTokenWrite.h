@@ -44,10 +44,14 @@ void PutLineName(Sink& sink, const NqTokenData& data, int32 token)
 template <class Sink>
 void PutLineEnd(Sink& sink)
 {
-    if constexpr (Sink::kIsDirect)
-        endl(sink.Stream());
-    else
-        sink.Stream() << endl;
+    sink.Run(
+        [&]
+        {
+            if constexpr (Sink::kIsDirect)
+                endl(sink.Stream());
+            else
+                sink.Stream() << endl;
+        });
 }
 
 // A byte as two digits.

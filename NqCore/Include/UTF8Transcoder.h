@@ -94,7 +94,12 @@ inline uint8 UnicodeToUTF8Char(uint16 ch, uint8* out)
     return count;
 }
 
-// Assembles characters byte by byte. A lead byte in the middle of a sequence abandons it; stray bytes are dropped.
+// Takes in the next byte of a text. Returns the character that it completes, kNqNoCharacter when it completes none or
+// was dropped: a lead byte in the middle of a sequence abandons it, stray bytes are none. The others keep the sequence
+// from one call to the next: the index of its last byte, its length (both 0 at first), and its bytes.
+uint16 UTF8TakeByte(uint8 byte, uint8& ioIndex, uint8& ioTotal, uint8 (&ioBytes)[4]);
+
+// Assembles characters byte by byte, as UTF8TakeByte.
 class TUTF8Transcoder : public TNqSMPCountedObject, public ITranscoder
 {
 public:

@@ -21,8 +21,9 @@
 //
 // State: eof() says that a read met the end, fail() that an operation failed, good() that neither happened. A failure
 // is reported to the host, "Stream throw TNqException", and never thrown. Every read, write and seek of memory or of a
-// file begins by clearing the state, so look at it before the next one. Whoever reads to the end looks at fail() there:
-// a disk that cannot be read ends the loop as the end does.
+// file begins by clearing the state, so look at it before the next one. A value is often several writes: after one that
+// failed nothing more of the value is written, and the failure stays, so that good() behind each value is enough. Whoever
+// reads to the end looks at fail() there: a disk that cannot be read ends the loop as the end does.
 //
 // Ownership: a stream owns its buffer and its info records and holds references to its file, transcoder and context.
 //
@@ -167,7 +168,7 @@ public:
     // ---- References to other files, contexts, localized strings ----------------------------------------------------
 
     // A path as a quoted string. The file stream stores it relative to its own folder. `path` holds up to 1023 bytes
-    // and a NUL.
+    // and a NUL; a longer one is written, but reading passes it over, reports it and leaves `path` empty.
     virtual void readFileRef(int8* path);
     virtual void writeFileRef(const int8* path);
     // The folder that relative references are taken from; empty without one.
@@ -177,7 +178,8 @@ public:
     // The context set last, without a reference for the caller; null without one.
     virtual IStreamContext* GetStreamContext();
     virtual void SetStreamContext(IStreamContext* context);
-    // Text that some streams keep in a table beside them. Here it stands in the stream itself.
+    // Text that some streams keep in a table beside them. Here it stands in the stream itself, and both readers take
+    // off the tags of old texts (TNqString::TranslateAfterRead).
     virtual void WriteLocalizedString(const TNqString& text);
     virtual boolean ReadLocalizedString(TNqString& text);
     virtual void ReadLocalizedDynamicString(TNqDynamicString& text);
@@ -195,7 +197,7 @@ public:
     // stored; with '\n', CR, LF and both together end a line and count as '\n'. Returns what ended the line: the
     // delimiter, the first byte without room (consumed), or 0 at the end of the stream.
     int8 getline(int8* buffer, int32 size, int8 delim);
-    // The same, and the delimiter is put back.
+    // The same, and the delimiter is put back; of a line end its last byte, as it was.
     int8 get(int8* buffer, int32 size, int8 delim);
     // The same without a limit. A last line without a line end counts as read: the end bit is set only when there was
     // nothing.
@@ -276,13 +278,14 @@ protected:
     int fPrecision;
     int fWidth;
     int32 fgcount;
-    int8* fSeparators; // NUL-terminated, not owned
-    TNqiostreamInfoStruct* fInfos;
+    int8* fSeparators;             // NUL-terminated, not owned
+    TNqiostreamInfoStruct* fInfos; // in no order that a caller could know
     uint32 fInfosCount;
     TNqCountedPtr<ITranscoder> fEncoding;
     uint8 fIDOffset;     // bytes of the byte-order mark before the text
     uint8 fNumberEnd;    // an ENqNumberEnd, for readers of lists
     boolean fSequential; // a derived class has no positions
+    boolean fFileOpen;   // of a TNqfstream: there was no room for it behind the fields of its own
     TNqCountedPtr<IStreamContext> fStreamContext;
 
 private:
@@ -421,11 +424,12 @@ public:
 
     // Opens the file, making it when it is missing and the mode allows writing and not kNqModeNoCreate; *created (may
     // be null) says whether. A stream that is open is closed first. A buffer that cannot be had is halved until it can;
-    // a size below 1 is none. Returns 0 or the first error, which also sets the failure bit.
+    // a size below 1 is none. Returns 0, with a clear state, or the first error, which also sets the failure bit.
     virtual NqErr Init(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, boolean* created);
     virtual NqErr Init(INqFile& file, int32 bufferSize, boolean* created, TranscoderType type);
 
     void flush();
+    // Flushes first. A closed stream allows nothing, but its context still tells the mode and the position.
     void close();
     // Takes up a file that another has changed: drops what is not yet written and goes to the new end.
     void synch();
@@ -462,10 +466,12 @@ private:
     };
 
     void Reset();
-    NqErr OpenFile(int32 mode, boolean& outMade);
+    NqErr OpenFile(boolean& outMade);
     NqErr MeasureFile();
     NqErr AllocateBuffer(int32 size);
     NqErr Fail(NqErr error, boolean* created);
+    void ShutFile();
+    bool Allows(int32 permission) const { return fFileOpen && (fMode & permission); }
     int64 Position() const { return static_cast<int64>(fBufferOffset) + fBufferPos; }
     void DropBuffer(int64 position);
     boolean DumpBuffer();

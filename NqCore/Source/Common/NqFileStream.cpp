@@ -6,6 +6,8 @@
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "NqCore/PublicAPI/NqString.h"
 
+#include <memory>
+
 // How the buffer stands to the file: its valid bytes, fActualBufSize of them, belong at fBufferOffset; the position is
 // fBufferPos in it. A modified buffer holds bytes before fBufferPos that are not yet in the file: whatever moves the
 // position backwards, or drops the buffer, writes them first. The host's own position means nothing between two calls:
@@ -40,7 +42,7 @@ TNqfstream::TNqfstream(INqFile& file, int32 mode, TranscoderType type, int32 buf
 
 TNqfstream::~TNqfstream()
 {
-    close();
+    ShutFile();
     Nqfree(fBuffer);
 }
 
@@ -66,10 +68,15 @@ NqErr TNqfstream::Init(const int8* path, TranscoderType type, int32 mode, int32 
     Reset();
     SetTranscoder(type);
     TNqCountedPtr<INqFile> file;
-    MakeFile(file);
+    if (good())
+        MakeFile(file);
     if (!file)
         return Fail(kNqErrOutOfMemory, created);
-    NqErr error = file->SetFileName(TNqDynamicString(path != nullptr ? path : ""), 0);
+    const int8* const bytes = path != nullptr ? path : "";
+    const TNqDynamicString name(bytes);
+    if (name.ByteLength() != std::strlen(bytes))
+        return Fail(kNqErrOutOfMemory, created);
+    NqErr error = file->SetFileName(name, 0);
     if (error == kNqNoErr)
         error = file->SetPermission(mode);
     if (error != kNqNoErr)
@@ -83,7 +90,8 @@ NqErr TNqfstream::Init(INqFile& file, int32 bufferSize, boolean* created, Transc
     if (!fFile)
     {
         SetTranscoder(type);
-        MakeFile(fFile);
+        if (good())
+            MakeFile(fFile);
         if (!fFile)
             return Fail(kNqErrOutOfMemory, created);
     }
@@ -91,18 +99,18 @@ NqErr TNqfstream::Init(INqFile& file, int32 bufferSize, boolean* created, Transc
     int32 mode = 0;
     boolean made = false;
     if (error == kNqNoErr)
+    {
         fFile->GetPermission(&mode);
+        fMode = static_cast<EFilePermission>(mode);
+        error = OpenFile(made);
+    }
     if (error == kNqNoErr)
-        error = OpenFile(mode, made);
-    if (error != kNqNoErr)
-        return Fail(error, created);
-    fMode = static_cast<EFilePermission>(mode);
-    error = MeasureFile();
+        error = MeasureFile();
     if (error == kNqNoErr)
         error = AllocateBuffer(bufferSize);
     if (error != kNqNoErr)
     {
-        close();
+        ShutFile();
         return Fail(error, created);
     }
     if (created != nullptr)
@@ -110,10 +118,11 @@ NqErr TNqfstream::Init(INqFile& file, int32 bufferSize, boolean* created, Transc
     return kNqNoErr;
 }
 
-// Back to a stream without a file open, whose buffer and position are those of a new one.
+// Back to a stream without a file open, whose state, buffer and position are those of a new one.
 void TNqfstream::Reset()
 {
-    close();
+    ShutFile();
+    clear(0);
     Nqfree(fBuffer);
     fBuffer = nullptr;
     fBufferSize = fFileSize = 0;
@@ -130,17 +139,19 @@ NqErr TNqfstream::Fail(NqErr error, boolean* created)
     return error;
 }
 
-// Opens the host's file, which is made when it is missing and `mode` allows it.
-NqErr TNqfstream::OpenFile(int32 mode, boolean& outMade)
+// Opens the host's file, which is made when it is missing and the mode allows it.
+NqErr TNqfstream::OpenFile(boolean& outMade)
 {
     NqErr error = fFile->Exists() ? fFile->Open() : kNqErrFileNotFound;
-    if (error != kNqErrFileNotFound || !(mode & eWrite) || (mode & kNqModeNoCreate))
-        return error;
-    error = fFile->Create();
-    if (error != kNqNoErr)
-        return error;
-    outMade = true;
-    return fFile->Open();
+    if (error == kNqErrFileNotFound && (fMode & eWrite) && !(fMode & kNqModeNoCreate))
+    {
+        error = fFile->Create();
+        outMade = error == kNqNoErr;
+        if (outMade)
+            error = fFile->Open();
+    }
+    fFileOpen = error == kNqNoErr;
+    return error;
 }
 
 // A file that is only written starts empty.
@@ -169,14 +180,26 @@ NqErr TNqfstream::AllocateBuffer(int32 size)
     return kNqNoErr;
 }
 
-// A closed stream allows nothing: its mode is 0. What could not be written is lost, after the failure was reported.
+// A context made afterwards still knows the mode and the position, which is the host's where there is no buffer.
 void TNqfstream::close()
 {
-    if (fMode == 0)
+    if (fFileOpen && fBuffer == nullptr)
+    {
+        const NqErr error = fFile->GetPosition(&fBufferOffset);
+        if (error != kNqNoErr)
+            streamfail(error);
+    }
+    ShutFile();
+}
+
+// What could not be written is lost, after the failure was reported.
+void TNqfstream::ShutFile()
+{
+    if (!fFileOpen)
         return;
     flush();
     const NqErr error = fFile->Close();
-    fMode = static_cast<EFilePermission>(0);
+    fFileOpen = false;
     fBufferModified = false;
     if (error != kNqNoErr)
         streamfail(error);
@@ -195,7 +218,7 @@ void TNqfstream::DropBuffer(int64 position)
 
 void TNqfstream::flush()
 {
-    if (fBuffer == nullptr || !(fMode & eWrite) || !fBufferModified)
+    if (fBuffer == nullptr || !Allows(eWrite) || !fBufferModified)
         return;
     NqErr error = fFile->SetPosition(static_cast<int32>(fBufferOffset), TNqiostream::beg);
     uint32 done = 0;
@@ -237,7 +260,7 @@ boolean TNqfstream::LoadBuffer(int64 position)
     }
     const int64 before = Position();
     DropBuffer(position);
-    if ((fMode & eRead) && position < fFileSize)
+    if (Allows(eRead) && position < fFileSize)
     {
         const uint32 wanted = std::min(fBufferSize, fFileSize - fBufferOffset);
         error = fFile->Read(fBuffer, wanted, &fActualBufSize);
@@ -278,7 +301,7 @@ boolean TNqfstream::LoadPrevBuffer()
 
 void TNqfstream::read(int8* data, int32 count)
 {
-    if (!(fMode & eRead))
+    if (!Allows(eRead))
         return streamfail(kNqStreamNotAllowed);
     clear(0);
     fgcount = 0;
@@ -330,7 +353,7 @@ void TNqfstream::ReadUnbuffered(int8* data, uint32 count)
 
 void TNqfstream::putback(int8 c)
 {
-    if (!(fMode & eRead))
+    if (!Allows(eRead))
         return streamfail(kNqStreamNotAllowed);
     if (fBuffer == nullptr)
     {
@@ -363,7 +386,7 @@ void TNqfstream::putback(int8 c)
 
 void TNqfstream::write(const int8* data, int32 count)
 {
-    if (!(fMode & eWrite))
+    if (!Allows(eWrite))
         return streamfail(kNqStreamNotAllowed);
     clear(0);
     if (count <= 0)
@@ -398,6 +421,8 @@ void TNqfstream::WriteUnbuffered(const int8* data, uint32 count)
     NqErr error = fFile->Write(data, count, &done);
     if (error != kNqNoErr || done != count)
         streamfail(error != kNqNoErr ? error : kNqStreamOutOfRange);
+    if (done == 0)
+        return; // a position past the end has not made the file longer
     uint32 position = 0;
     error = fFile->GetPosition(&position);
     if (error != kNqNoErr)
@@ -410,10 +435,10 @@ void TNqfstream::WriteUnbuffered(const int8* data, uint32 count)
 int32 TNqfstream::tell()
 {
     int64 position = Position();
-    if (fBuffer == nullptr)
+    if (fBuffer == nullptr && fFileOpen)
     {
         uint32 hostPosition = 0;
-        if (fMode != 0 && fFile->GetPosition(&hostPosition) != kNqNoErr)
+        if (fFile->GetPosition(&hostPosition) != kNqNoErr)
             streamfail(kNqStreamOutOfRange);
         position = hostPosition;
     }
@@ -424,7 +449,7 @@ int32 TNqfstream::tell()
 void TNqfstream::seek(int32 offset, seek_dir dir)
 {
     clear(0);
-    if (fMode == 0)
+    if (!fFileOpen)
         return streamfail(kNqStreamNotAllowed);
     const int64 distance = static_cast<int64>(offset) + fIDOffset;
     if (fBuffer == nullptr)
@@ -454,12 +479,14 @@ void TNqfstream::SeekUnbuffered(int64 distance, seek_dir dir)
 
 void TNqfstream::synch()
 {
-    if (fMode == 0)
+    if (!fFileOpen)
         return streamfail(kNqStreamNotAllowed);
-    const NqErr error = fFile->GetSize(&fFileSize);
+    uint32 size = 0;
+    const NqErr error = fFile->GetSize(&size);
     if (error != kNqNoErr)
         return streamfail(error);
-    fBufferModified = false;
+    fFileSize = size;
+    DropBuffer(Position());
     if (fBuffer != nullptr)
         LoadBuffer(fFileSize);
     else if (fFile->SetPosition(0, TNqiostream::end) != kNqNoErr)
@@ -491,8 +518,6 @@ void TNqfstream::SetInfo(int32 creator, int32 type)
 namespace
 {
 
-constexpr size_t kLongestPath = 1023;
-
 int8 PathSeparator()
 {
     int8 separator = '/';
@@ -511,11 +536,11 @@ bool IsCharEqualNotCaseSensitive(int8 a, int8 b)
 class PathWriter
 {
 public:
-    explicit PathWriter(int8* out) : fOut(out) {}
+    explicit PathWriter(int8* out, size_t longest = kNqLongestPath) : fOut(out), fLongest(longest) {}
 
     void Add(int8 c)
     {
-        if (fCount < kLongestPath)
+        if (fCount < fLongest)
             fOut[fCount] = c;
         ++fCount;
     }
@@ -533,14 +558,16 @@ public:
             Add(*text);
     }
 
-    void Finish()
+    // False, and reported, when it did not fit.
+    bool Finish()
     {
-        NqCheckText(fCount <= kLongestPath, "Path is too long");
-        fOut[std::min(fCount, kLongestPath)] = 0;
+        fOut[std::min(fCount, fLongest)] = 0;
+        return NqCheckText(fCount <= fLongest, "Path is too long");
     }
 
 private:
     int8* fOut;
+    size_t fLongest;
     size_t fCount = 0;
 };
 
@@ -549,9 +576,7 @@ int64 CountOf(const int8* text, int8 c)
     return std::count(text, text + std::strlen(text), c);
 }
 
-} // namespace
-
-void TNqfstream::GetFileRef(const int8* fullPath, int8* ref, const int8* basePath)
+bool MakeRef(const int8* fullPath, PathWriter out, const int8* basePath)
 {
     const int8 separator = PathSeparator();
     int64 common = 0;
@@ -563,7 +588,6 @@ void TNqfstream::GetFileRef(const int8* fullPath, int8* ref, const int8* basePat
             ++common;
             last = i;
         }
-    PathWriter out(ref);
     if (common == 0)
         out.AddText(fullPath);
     else
@@ -572,12 +596,11 @@ void TNqfstream::GetFileRef(const int8* fullPath, int8* ref, const int8* basePat
             out.Add(':');
         out.AddPath(fullPath + last, ':');
     }
-    out.Finish();
+    return out.Finish();
 }
 
-void TNqfstream::GetFullPathNameFromRef(const int8* ref, int8* fullPath, const int8* basePath)
+bool FollowRef(const int8* ref, PathWriter out, const int8* basePath)
 {
-    PathWriter out(fullPath);
     if (ref[0] != ':')
         out.AddText(ref);
     else
@@ -592,28 +615,49 @@ void TNqfstream::GetFullPathNameFromRef(const int8* ref, int8* fullPath, const i
         }
         out.AddPath(ref + colons, separator);
     }
-    out.Finish();
+    return out.Finish();
 }
 
+} // namespace
+
+void TNqfstream::GetFileRef(const int8* fullPath, int8* ref, const int8* basePath)
+{
+    MakeRef(fullPath, PathWriter(ref), basePath);
+}
+
+void TNqfstream::GetFullPathNameFromRef(const int8* ref, int8* fullPath, const int8* basePath)
+{
+    FollowRef(ref, PathWriter(fullPath), basePath);
+}
+
+// A path that was cut would be another file's: better none.
 void TNqfstream::readFileRef(int8* path)
 {
-    TNqString255 ref;
-    readQuotedString(ref);
+    TNqDynamicString ref;
+    NqReadPathText(*this, ref);
     TNqString1023 base;
     if (!!fFile)
         fFile->GetFullPath(base);
-    GetFullPathNameFromRef(ref.StrGet(), path, base.StrGet());
+    if (!FollowRef(NqBytesOf(ref), PathWriter(path), base.StrGet()))
+        path[0] = 0;
 }
 
+// Written whole, however long it is. The bytes of the reference are taken for text in the encoding of the stream.
 void TNqfstream::writeFileRef(const int8* path)
 {
     TNqString1023 base;
     if (!!fFile)
         fFile->GetFullPath(base);
-    int8 ref[kLongestPath + 1];
-    GetFileRef(path, ref, base.StrGet());
-    TNqString255 text;
-    NqTextFromEncoded(text, ref, fEncoding);
+    const size_t longest = std::strlen(path) + base.ByteLength(); // a ':' for each folder at most
+    const std::unique_ptr<int8, decltype(&Nqfree)> ref(static_cast<int8*>(Nqmalloc(longest + 1)), &Nqfree);
+    TNqDynamicString text;
+    if (ref != nullptr)
+    {
+        MakeRef(path, PathWriter(ref.get(), longest), base.StrGet());
+        NqTextFromEncoded(text, ref.get(), fEncoding);
+    }
+    if (text.ByteLength() == 0 && path[0] != 0)
+        return streamfail(kNqStreamOutOfRange); // no memory: better nothing than another path
     writeQuotedString(text);
 }
 

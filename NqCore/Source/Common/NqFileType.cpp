@@ -1,5 +1,6 @@
 #include "NqCore/PublicAPI/NqFileType.h"
 
+#include "NqCore/Include/NqStreamText.h"
 #include "NqCore/PublicAPI/NqFileTypeUtils.h"
 #include "NqCore/PublicAPI/NqResourceStream.h"
 
@@ -239,25 +240,27 @@ TNqResourceStream& operator>>(TNqResourceStream& inStream, TNqFileType& outType)
 
 TNqResourceStream& operator<<(TNqResourceStream& outStream, const TNqFileType& inType)
 {
-    outStream << inType.GetID();
-    outStream.WriteLocalizedCString(inType.GetName());
+    NqPlainSink sink(outStream);
+    NqInsert(sink, inType.GetID());
+    sink.Run([&] { outStream.WriteLocalizedCString(inType.GetName()); });
     const int16 types = GetWrittenCount(inType.GetTypesCount());
-    outStream << types;
+    NqInsert(sink, types);
     for (int16 i = 0; i < types; ++i)
-        outStream << inType.GetType(i).fID;
+        NqInsert(sink, inType.GetType(i).fID);
     const int16 extensions = GetWrittenCount(inType.GetExtensionsCount());
-    outStream << extensions;
+    NqInsert(sink, extensions);
     for (int16 i = 0; i < extensions; ++i)
-        outStream.WriteCString(inType.GetExtension(i));
+        sink.Run([&] { outStream.WriteCString(inType.GetExtension(i)); });
     return outStream;
 }
 
 TNqResourceStream& operator<<(TNqResourceStream& outStream, const TNqFileTypeList& inList)
 {
+    NqPlainSink sink(outStream);
     const int16 count = GetWrittenCount(inList.GetElemCount());
-    outStream << count;
+    NqInsert(sink, count);
     for (int16 i = 0; i < count; ++i)
-        outStream << inList.GetElem(i);
+        sink.Run([&] { outStream << inList.GetElem(i); });
     return outStream;
 }
 

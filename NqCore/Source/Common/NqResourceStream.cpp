@@ -2,6 +2,7 @@
 #include "NqCore/Include/NqByteBuffer.h"
 #include "NqCore/Include/NqStreamAccess.h"
 #include "NqCore/Include/NqStreamText.h"
+#include "NqCore/Include/NqTokenWrite.h"
 #include "NqCore/PublicAPI/NqToken.h"
 
 #include <algorithm>
@@ -84,12 +85,6 @@ constexpr uint32 kLongestField = 255; // of a Pascal text
 int32 WritableLength(const TNqString& text)
 {
     return static_cast<int32>(std::min<uint32>(text.ByteLength(), std::numeric_limits<int32>::max() - 1));
-}
-
-// The bytes of a text, and a NUL. A string without memory has no buffer, and no bytes.
-const int8* BytesOf(const TNqString& text)
-{
-    return text.ByteLength() != 0 ? text.StrGet() : "";
 }
 
 // The capacity of a dynamic string follows its text and would say nothing about the form: that one is always long.
@@ -272,13 +267,14 @@ TNqiostream& TNqByteSwapStream::operator<<(real64 value)
 
 TNqiostream& TNqByteSwapStream::operator<<(const TNqString& text)
 {
+    const int8* const bytes = NqBytesOf(text);
     const int32 length = WritableLength(text);
     if (HasLongLength(text))
         WriteField(*this, static_cast<uint32>(length));
     else
         WriteField(*this, static_cast<uint8>(length));
     if (good() && length != 0)
-        WriteBytes(*this, BytesOf(text), length);
+        WriteBytes(*this, bytes, length);
     return *this;
 }
 
@@ -308,7 +304,7 @@ void TNqByteSwapStream::WriteTNqString(int32 sizeToWrite, const TNqString& text)
     int8 field[kLongestField + 1] = {};
     const int32 length = std::min(WritableLength(text), sizeToWrite);
     field[0] = static_cast<int8>(length);
-    std::memcpy(field + 1, BytesOf(text), static_cast<size_t>(length));
+    std::memcpy(field + 1, NqBytesOf(text), static_cast<size_t>(length));
     WriteBytes(*this, field, sizeToWrite + 1);
 }
 
@@ -326,7 +322,7 @@ void TNqByteSwapStream::ReadTNqString(int32 sizeToRead, TNqString& text)
 
 void TNqByteSwapStream::WriteCString(const TNqString& text)
 {
-    WriteBytes(*this, BytesOf(text), WritableLength(text) + 1);
+    WriteBytes(*this, NqBytesOf(text), WritableLength(text) + 1);
 }
 
 void TNqByteSwapStream::ReadCString(TNqString& text)
@@ -373,8 +369,13 @@ boolean GetString(const TResourceStrings& strings, uint32 stringIndex, TNqString
 void PutAllStrings(const TResourceStrings& strings, TNqiostream& out)
 {
     const uint32 count = strings.GetElemCount();
-    for (uint32 i = 0; i < count; ++i)
-        NqToken::PutLocalizedStringAttribute(out, NqFourChar("Strg"), strings[i], false);
+    NqWithSink(out,
+               [&](auto& sink)
+               {
+                   for (uint32 i = 0; i < count && !sink.Failed(); ++i)
+                       sink.Run([&]
+                                { NqToken::PutLocalizedStringAttribute(out, NqFourChar("Strg"), strings[i], false); });
+               });
 }
 
 // The localized field that takes the place of a Pascal field.
@@ -500,7 +501,12 @@ TNqLocalizedTextResourceStream::~TNqLocalizedTextResourceStream() = default;
 
 void TNqLocalizedTextResourceStream::WriteLocalizedString(const TNqString& text)
 {
-    *this << fLocalizedStrings.GetElemCount() << endl;
+    NqWithSink(*this,
+               [&](auto& sink)
+               {
+                   NqInsert(sink, fLocalizedStrings.GetElemCount());
+                   NqTokenWrite::PutLineEnd(sink);
+               });
     if (good() && !fLocalizedStrings.AddElem(text))
         streamfail(kNqStreamOutOfRange);
 }

@@ -8,6 +8,7 @@
 #include "NqCore/PublicAPI/NqMath.h"
 #include "NqCore/PublicAPI/NqToken.h"
 
+#include <algorithm>
 #include <limits>
 
 const int8 kStringQuote[2] = "\"";
@@ -39,7 +40,8 @@ TNqiostream::TNqiostream()
       fInfosCount(0),
       fIDOffset(0),
       fNumberEnd(kNqNumberUnknown),
-      fSequential(false)
+      fSequential(false),
+      fFileOpen(false)
 {
 }
 
@@ -193,7 +195,7 @@ boolean TNqiostream::ReadString(int8* buffer, int32 bufferSize)
 void TNqiostream::readQuotedString(TNqString& text)
 {
     int8 bytes[kNqQuotedStringLimit + 1];
-    NqWithSource(*this, [&](auto& source) { NqScanQuoted(source, bytes); });
+    NqWithSource(*this, [&](auto& source) { NqScanQuoted(source, bytes, kNqQuotedStringLimit, false); });
     NqTextFromEncoded(text, bytes, fEncoding);
 }
 
@@ -352,7 +354,7 @@ namespace
 NqLineEnd ReadBoundedLine(TNqiostream& stream, int8* buffer, int32 size, int8 delim, int32& outCount)
 {
     int32 stored = 0;
-    NqLineEnd lineEnd = {0, false};
+    NqLineEnd lineEnd = {0, false, 0};
     if (size > 0)
         lineEnd = NqWithSource(stream,
                                [&](auto& source)
@@ -385,7 +387,7 @@ int8 TNqiostream::get(int8* buffer, int32 size, int8 delim)
     int32 count = 0;
     const NqLineEnd lineEnd = ReadBoundedLine(*this, buffer, size, delim, count);
     if (lineEnd.fFound)
-        putback(delim);
+        putback(lineEnd.fLast); // a CR as a CR: another byte would change the text, which may be constant
     fgcount = count - (lineEnd.fFound ? 1 : 0);
     return lineEnd.fByte;
 }
@@ -446,12 +448,30 @@ int32 TNqiostream::unsetf(int32 mask)
 namespace
 {
 
+// The records stand in runs, as long as the powers of two that make up their number, the longest first, and each sorted
+// by its identifiers. One is found by halving; one more is sorted with the runs that it joins to a longer one. So many
+// records cost little more than time in the order of their number, and no memory but their own.
 TNqiostreamInfoStruct* FindInfo(TNqiostreamInfoStruct* infos, uint32 count, IDType id)
 {
-    for (uint32 i = 0; i < count; ++i)
-        if (infos[i].fInfoID == id)
-            return infos + i;
+    const auto isBefore = [](const TNqiostreamInfoStruct& info, IDType other) { return info.fInfoID < other; };
+    for (uint32 run = 0x80000000; run != 0; run /= 2)
+        if (count & run)
+        {
+            TNqiostreamInfoStruct* const info = std::lower_bound(infos, infos + run, id, isBefore);
+            if (info != infos + run && info->fInfoID == id)
+                return info;
+            infos += run;
+        }
     return nullptr;
+}
+
+TNqiostreamInfoStruct* SortIn(TNqiostreamInfoStruct* infos, uint32 count)
+{
+    const IDType id = infos[count - 1].fInfoID;
+    const uint32 run = count & (0 - count); // the last one
+    std::sort(infos + count - run, infos + count,
+              [](const TNqiostreamInfoStruct& a, const TNqiostreamInfoStruct& b) { return a.fInfoID < b.fInfoID; });
+    return FindInfo(infos, count, id);
 }
 
 } // namespace
@@ -478,13 +498,20 @@ TNqiostreamInfoStruct* TNqiostream::AddInfo(IDType id)
         NqCheckText(fInfos == nullptr, "fInfos == nil");
     else
         NqCheckText(fInfos != nullptr, "fInfos != nil");
-    const uint32 size = (fInfosCount + 1) * static_cast<uint32>(sizeof(TNqiostreamInfoStruct));
-    void* const grown = fInfosCount == 0 ? Nqmalloc(size) : Nqrealloc(fInfos, size);
-    if (!NqCheckText(grown != nullptr, "No memory for stream info"))
-        return nullptr;
-    fInfos = static_cast<TNqiostreamInfoStruct*>(grown);
-    fInfos[fInfosCount] = {id, nullptr};
-    return &fInfos[fInfosCount++];
+    // Space for twice as many whenever it is used up, which is when their number is a power of two.
+    if ((fInfosCount & (fInfosCount - 1)) == 0)
+    {
+        const uint64 size = std::max<uint64>(uint64(fInfosCount) * 2, 1) * sizeof(TNqiostreamInfoStruct);
+        const bool fits = size <= std::numeric_limits<uint32>::max();
+        void* const grown = !fits              ? nullptr
+                            : fInfosCount == 0 ? Nqmalloc(size)
+                                               : Nqrealloc(fInfos, static_cast<uint32>(size));
+        if (!NqCheckText(grown != nullptr, "No memory for stream info"))
+            return nullptr;
+        fInfos = static_cast<TNqiostreamInfoStruct*>(grown);
+    }
+    fInfos[fInfosCount++] = {id, nullptr};
+    return SortIn(fInfos, fInfosCount);
 }
 
 void* TNqiostream::GetInfo(IDType id) const
@@ -555,10 +582,43 @@ void TNqiostream::SetStreamContext(IStreamContext* context)
 
 // ---- File references, contexts, localized strings ------------------------------------------------------------------
 
+void NqTextFromUTF8(TNqString& text, const int8* bytes)
+{
+    TNqArray<uint16> characters;
+    const size_t most = std::strlen(bytes) + 1;
+    if (!characters.SetElemSpace(static_cast<uint32>(std::min<size_t>(most, std::numeric_limits<uint32>::max()))))
+        return;
+    uint8 index = 0, total = 0;
+    uint8 sequence[4];
+    uint16 character = kNqNoCharacter;
+    for (; *bytes != 0 && character != 0; ++bytes)
+    {
+        character = UTF8TakeByte(static_cast<uint8>(*bytes), index, total, sequence);
+        if (character != kNqNoCharacter)
+            characters.AddElem(character);
+    }
+    characters.AddElem(0);
+    text.FromUnicode(characters.ArrayData());
+}
+
+void NqReadPathText(TNqiostream& stream, TNqString& text)
+{
+    // A reference goes up a folder for each ':' before what it shares with the path: it may be longer than that one.
+    constexpr int32 kLongestReference = 2 * kNqLongestPath + 1;
+    int8 bytes[kLongestReference + 1];
+    const bool whole =
+        NqWithSource(stream, [&](auto& source) { return NqScanQuoted(source, bytes, kLongestReference, true); });
+    if (!NqCheckText(whole, "Path is too long"))
+        bytes[0] = 0;
+    NqTextFromEncoded(text, bytes, stream.GetTranscoder());
+}
+
 void TNqiostream::readFileRef(int8* path)
 {
-    TNqString1023 text;
-    readQuotedString(text);
+    TNqDynamicString text;
+    NqReadPathText(*this, text);
+    if (!NqCheckText(text.ByteLength() <= kNqLongestPath, "Path is too long"))
+        text.FromText("", 0);
     text.ToCPtr(path);
 }
 
@@ -590,5 +650,5 @@ boolean TNqiostream::ReadLocalizedString(TNqString& text)
 
 void TNqiostream::ReadLocalizedDynamicString(TNqDynamicString& text)
 {
-    NqToken::GetNonLocalizedDynamicStringToken(*this, text, false);
+    NqToken::GetNonLocalizedDynamicStringToken(*this, text, true); // without its tags, as ReadLocalizedString
 }

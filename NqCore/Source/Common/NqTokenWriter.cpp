@@ -28,7 +28,7 @@ void PutNumberLine(TNqiostream& stream, int32 token, T value)
     PutValueLine(stream, token, [value](auto& sink) { NqInsert(sink, value); });
 }
 
-// A line whose value is text that inPut() writes; compact documents have no blank before it.
+// A line whose value is text that inPut() writes to the stream; compact documents have no blank before it.
 template <class Put>
 void PutTextLine(TNqiostream& stream, int32 token, Put&& inPut)
 {
@@ -39,7 +39,7 @@ void PutTextLine(TNqiostream& stream, int32 token, Put&& inPut)
                    PutLineName(sink, data, token);
                    if (!data.fTokenCompact)
                        sink.Put(' ');
-                   inPut();
+                   sink.Run(inPut);
                    PutLineEnd(sink);
                });
 }
@@ -54,6 +54,18 @@ void PutBrace(Sink& sink, NqTokenData& data)
     PutLineEnd(sink);
     if (data.fTokenIndent)
         ++data.fTokenIndentLevel;
+}
+
+// The brace stands in line with the contents of the block, and only then the level falls. Files are compared byte by
+// byte.
+template <class Sink>
+void PutClosingBrace(Sink& sink, NqTokenData& data)
+{
+    PutIndent(sink, data);
+    sink.Put('}');
+    PutLineEnd(sink);
+    if (data.fTokenIndent)
+        --data.fTokenIndentLevel;
 }
 
 // ---- Values --------------------------------------------------------------------------------------------------------
@@ -131,7 +143,9 @@ TNqiostreamContext* PutBeginToken(TNqiostream& stream, int32 token, boolean want
                       [&](auto& sink)
                       {
                           PutLineName(sink, data, token);
-                          TNqiostreamContext* const context = wantContext ? stream.GetContext() : nullptr;
+                          TNqiostreamContext* context = nullptr;
+                          if (wantContext)
+                              sink.Run([&] { context = stream.GetContext(); });
                           PutBrace(sink, data);
                           return context;
                       });
@@ -144,17 +158,7 @@ void PutBeginToken(TNqiostream& stream)
 
 void PutEndToken(TNqiostream& stream)
 {
-    NqTokenData& data = *GetNqTokenData(stream);
-    NqWithSink(stream,
-               [&](auto& sink)
-               {
-                   PutIndent(sink, data);
-                   sink.Put('}');
-                   PutLineEnd(sink);
-               });
-    // Only now: the brace stands in line with the contents of the block. Files are compared byte by byte.
-    if (data.fTokenIndent)
-        --data.fTokenIndentLevel;
+    NqWithSink(stream, [&](auto& sink) { PutClosingBrace(sink, *GetNqTokenData(stream)); });
 }
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
@@ -267,9 +271,8 @@ void PutNonLocalizedString(TNqiostream& stream, const TNqString& text, boolean t
 {
     TNqDynamicString copy;
     const TNqString& written = TextToWrite(text, translate, copy);
-    const uint32 count = written.ByteLength();
-    const int8* const bytes = count != 0 ? written.StrGet() : "";
-    NqWithSink(stream, [&](auto& sink) { PutQuotedBytes(sink, bytes, count); });
+    const int8* const bytes = NqBytesOf(written);
+    NqWithSink(stream, [&](auto& sink) { PutQuotedBytes(sink, bytes, written.ByteLength()); });
 }
 
 void PutLocalizedString(TNqiostream& stream, const TNqString& text, boolean translate)
@@ -301,7 +304,7 @@ void PutLocalizedLongStringAttribute(TNqiostream& stream, int32 token, const TNq
 // The path is written as it is, though reading it translates: existing files hold it so.
 void PutPathRefAttribute(TNqiostream& stream, int32 token, const TNqString& path)
 {
-    const int8* const bytes = path.ByteLength() != 0 ? path.StrGet() : "";
+    const int8* const bytes = NqBytesOf(path);
     PutTextLine(stream, token, [&] { stream.writeFileRef(bytes); });
 }
 
@@ -313,10 +316,16 @@ void PutStreamAttribute(TNqiostream& stream, int32 token, TNqstrstream& content)
         return;
     const int32 bytes = NqStreamAccess::MemorySize(content);
     const int32 size = NqStreamAccess::IsReadable(content) ? bytes : std::min(bytes, content.pcount());
-    PutBeginToken(stream, token, false);
-    if (size > 0)
-        stream.write(NqStreamAccess::MemoryBytes(content), size);
-    PutEndToken(stream);
+    NqTokenData& data = *GetNqTokenData(stream);
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   PutLineName(sink, data, token);
+                   PutBrace(sink, data);
+                   if (size > 0)
+                       sink.Write(NqStreamAccess::MemoryBytes(content), size);
+                   PutClosingBrace(sink, data);
+               });
 }
 
 } // namespace NqToken

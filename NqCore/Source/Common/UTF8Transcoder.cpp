@@ -106,6 +106,22 @@ uint32 UTF8CharIndex(const uint8* text, uint32 charIndex, NqSize byteLength)
     return static_cast<uint32>(i);
 }
 
+uint16 UTF8TakeByte(uint8 byte, uint8& ioIndex, uint8& ioTotal, uint8 (&ioBytes)[4])
+{
+    if (UTF8IsCharStart(byte))
+    {
+        ioIndex = 0;
+        ioBytes[0] = byte;
+        ioTotal = UTF8NumBytes(byte);
+        return ioTotal == 1 ? byte : kNqNoCharacter;
+    }
+    const bool isContinuation = byte <= 0xBF;
+    if (!isContinuation || ioIndex + 1 >= ioTotal)
+        return kNqNoCharacter;
+    ioBytes[++ioIndex] = byte;
+    return ioIndex + 1 == ioTotal ? UTF8CharToUnicode(ioBytes) : kNqNoCharacter;
+}
+
 const uint8 TUTF8Transcoder::fBOM[4] = {0xEF, 0xBB, 0xBF, 0};
 
 TUTF8Transcoder::TUTF8Transcoder() : fCharIndex(0), fCharTotal(0), fCharBuffer(), fDecodedChar(0, 4, 1, true) {}
@@ -122,18 +138,7 @@ NqErr TUTF8Transcoder::QueryInterface(const NqIID& iid, void** outInterface)
 
 uint16 TUTF8Transcoder::Encode(uint8 byte)
 {
-    if (UTF8IsCharStart(byte))
-    {
-        fCharIndex = 0;
-        fCharBuffer[0] = byte;
-        fCharTotal = UTF8NumBytes(byte);
-        return fCharTotal == 1 ? byte : kNqNoCharacter;
-    }
-    const bool isContinuation = byte <= 0xBF;
-    if (!isContinuation || fCharIndex + 1 >= fCharTotal)
-        return kNqNoCharacter;
-    fCharBuffer[++fCharIndex] = byte;
-    return fCharIndex + 1 == fCharTotal ? UTF8CharToUnicode(fCharBuffer) : kNqNoCharacter;
+    return UTF8TakeByte(byte, fCharIndex, fCharTotal, fCharBuffer);
 }
 
 const TNqArray<uint8>& TUTF8Transcoder::Decode(uint16 ch)
