@@ -158,6 +158,7 @@ TEST_F(ResourceTool, PlaceholdersThatDiffer)
         {"%d files", "%ld Dateien", "has the placeholder %ld where the original has %d"},
         {"%d files", "%s Dateien", "has the placeholder %s where the original has %d"},
         {"%.2f m", "%8.3f m", ""},
+        {"%.*f", "%.2f", "has the placeholder %.2f where the original has %.*f"},
         {"%*d", "%d", "has the placeholder %d where the original has %*d"},
         {"%s: %d", "%d: %s",
          "has the placeholders %d, %s where the original has %s, %d; in another order they need numbers, such as %2$s"},

@@ -438,6 +438,7 @@ TEST_F(ToolTest, HelpAndUsage)
         {{"show", "x", "-depth", "2"}, "show has no option -depth, perhaps --depth is meant"},
         {{"check", "x", "-k2"}, "check has no option -k2, only --help, --limit, --jobs"},
         {{"show", "x", "a\"b", "z"}, "show takes one FILE, and \"a\\\"b\" is one more"},
+        {{"show", "--values=2", "x", "z"}, "show takes one FILE, and \"z\" is one more"},
         {{"send", "x", "y", "--", "--z"}, "send takes one ADDRESS and one SCENE, and \"--z\" is one more"},
         {{"formats", "x"}, "formats takes no file, and \"x\" is one more"},
         {{"compare", "x"}, "compare takes two FILES, and only one is given"},
