@@ -22,8 +22,8 @@
 // State: eof() says that a read met the end, fail() that an operation failed, good() that neither happened. A failure
 // is reported to the host, "Stream throw TNqException", and never thrown. Every read, write and seek of memory or of a
 // file begins by clearing the state, so look at it before the next one. A value is often several writes: after one that
-// failed nothing more of the value is written, and the failure stays, so that good() behind each value is enough. Whoever
-// reads to the end looks at fail() there: a disk that cannot be read ends the loop as the end does.
+// failed nothing more of the value is written, and the failure stays, so that good() behind each value is enough.
+// Whoever reads to the end looks at fail() there: a disk that cannot be read ends the loop as the end does.
 //
 // Ownership: a stream owns its buffer and its info records and holds references to its file, transcoder and context.
 //

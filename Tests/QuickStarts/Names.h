@@ -140,7 +140,19 @@ extern TNqResourceStream& stream;
 #elif defined(QUICK_START_OF_NqHost)
 #include "NqCore/PublicAPI/NqString.h"
 
-#elif defined(QUICK_START_OF_NqHostFiles) || defined(QUICK_START_OF_NqHostResourceFile)
+#elif defined(QUICK_START_OF_NqHostAtomicFile)
+#include <cstdio>
+extern const int8* bytes;
+extern uint32 size;
+
+#elif defined(QUICK_START_OF_NqHostFiles)
+#include "NqCore/PublicAPI/NqStream.h"
+
+#include <cstdio>
+#include <cstring>
+extern TNqfstream stream;
+
+#elif defined(QUICK_START_OF_NqHostResourceFile)
 #include <cstdio>
 
 #elif defined(QUICK_START_OF_NqHostPathFile)
@@ -149,6 +161,11 @@ extern TNqResourceStream& stream;
 #elif defined(QUICK_START_OF_NqHostSockets)
 #include "NqCore/PublicAPI/NqNetStream.h"
 bool Fail(const std::string& inError);
+
+#elif defined(QUICK_START_OF_NqHostTemporaryFiles)
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
 
 #elif defined(QUICK_START_OF_NqNetStream)
 extern INqSocket* socket;
