@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace
 {
@@ -81,27 +82,35 @@ ssize_t __wrap_write(int file, const void* bytes, size_t count)
     return -1;
 }
 
+namespace
+{
+
+// Reads by inRead(count) at a position of a file, -1 for what has none, up to the byte that cannot be read.
+template <class Read>
+ssize_t ReadUnlessBad(long position, size_t count, Read&& inRead)
+{
+    const bool isBad = gBadRead != 0 && ++gReads == gBadRead;
+    const long before =
+        position < 0 || gBadPosition < position ? -1 : gBadPosition - position; // bytes that can be read
+    if (!isBad && before != 0)
+        return inRead(before > 0 ? std::min(count, static_cast<size_t>(before)) : count);
+    errno = EIO;
+    return -1;
+}
+
+} // namespace
+
 extern "C" ssize_t __real_read(int file, void* bytes, size_t count);
 extern "C" ssize_t __wrap_read(int file, void* bytes, size_t count);
 ssize_t __wrap_read(int file, void* bytes, size_t count)
 {
-    if (gBadRead == 0 || ++gReads != gBadRead)
-        return __real_read(file, bytes, count);
-    errno = EIO;
-    return -1;
+    const long position = gBadPosition < 0 ? -1 : lseek(file, 0, SEEK_CUR);
+    return ReadUnlessBad(position, count, [=](size_t some) { return __real_read(file, bytes, some); });
 }
 
 extern "C" ssize_t __real_pread(int file, void* bytes, size_t count, off_t position);
 extern "C" ssize_t __wrap_pread(int file, void* bytes, size_t count, off_t position);
 ssize_t __wrap_pread(int file, void* bytes, size_t count, off_t position)
 {
-    const bool isBad = gBadRead != 0 && ++gReads == gBadRead;
-    const long before = gBadPosition - position; // bytes that can be read
-    const ssize_t done = isBad || before == 0 ? -1
-                         : before > 0
-                             ? __real_pread(file, bytes, std::min(count, static_cast<size_t>(before)), position)
-                             : __real_pread(file, bytes, count, position);
-    if (isBad || before == 0)
-        errno = EIO;
-    return done;
+    return ReadUnlessBad(position, count, [=](size_t some) { return __real_pread(file, bytes, some, position); });
 }

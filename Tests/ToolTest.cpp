@@ -492,7 +492,7 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
         {{"export", "missing", "-o", "target.obj"}, "missing: No such file"},
         {{"import", "missing", "-o", "target.obj"}, "missing: No such file"},
         {{"compare", "scene.nq", "target.obj"}, "target.obj: "},
-        {{"compare", "scene.nq", "broken.nq"}, "broken.nq:1:27: POSN holds 3 values instead of 6"},
+        {{"compare", "scene.nq", "broken.nq"}, "broken.nq:1:27: mesh 0: POSN holds 3 values instead of 6"},
         {{"compare", "no.nq", "scene.nq"}, "no.nq:2:1: no scene in this file: the file ends"},
         {{"compare", "scene.nq", "no.xyz"}, "no.xyz: holds no scene, and neither its name nor"},
         {{"show", "io"}, "io: is a folder"},
@@ -579,7 +579,8 @@ TEST_F(ToolTest, AReadErrorIsNeitherAnEndNorAFault)
         {
             const nqtoken::Outcome outcome = command();
             done += outcome.Ok();
-            ASSERT_TRUE(outcome.Ok() ? mayBeRight : outcome.Status() == nqtoken::kTrouble) << outcome.Text();
+            ASSERT_TRUE(outcome.Ok() ? mayBeRight : outcome.Status() == nqtoken::kTrouble)
+                << &command - commands << " " << outcome.Text();
             ASSERT_EQ(outcome.Text(), outcome.Ok() ? "" : file + ": could not be read: Input/output error");
         }
     };
