@@ -38,6 +38,23 @@ public:
         return true;
     }
 
+    // All of them, or, without memory, as many as fit.
+    bool Append(const int8* first, const int8* last)
+    {
+        while (last - first > fCapacity - fCount)
+        {
+            const uint32 part = fCapacity - fCount;
+            std::memcpy(fData + fCount, first, part);
+            fCount += part;
+            first += part;
+            if (!Grow())
+                return false;
+        }
+        std::memcpy(fData + fCount, first, static_cast<size_t>(last - first));
+        fCount += static_cast<uint32>(last - first);
+        return true;
+    }
+
     void Clear() { fCount = 0; }
     uint32 Count() const { return fCount; }
 

@@ -22,6 +22,7 @@
 
 #pragma once
 
+#include "NqCore/Include/NqByteSearch.h"
 #include "NqCore/PublicAPI/NqStream.h"
 
 #include <algorithm>
@@ -48,7 +49,9 @@ public:
     // Get(c)           one byte; at the end of the stream c stays and Eof() holds
     // GetWhile(c, f)   gets bytes as long as f(c) is true, which must not touch the stream. True when it stopped at a
     //                  byte, consumed and in c; false when the stream was not good any more.
-    // ReadWhile(c, f)  the same, each byte by a read of one: Count() tells
+    // GetUntil(c, f)   gets bytes up to the first of a set (NqByteSearch.h), which is then in c; those before it go to
+    //                  f(first, last) in runs. True and false as GetWhile.
+    // ReadWhile, ReadUntil  the same, each byte by a read of one: Count() tells
     // Putback(c)       steps back over the byte c
     // Read(data, n)    as the stream's read; Count() says how many bytes came
     // IsWhite(c)       whether c is one of the stream's separators
@@ -88,6 +91,18 @@ public:
                     return false;
             } while (take(c));
             return true;
+        }
+
+        template <class Set, class TakeRun>
+        bool GetUntil(int8& c, TakeRun&& take)
+        {
+            return GetWhile(c, [&](int8 byte) { return !Set::Has(byte) && (take(&byte, &byte + 1), true); });
+        }
+
+        template <class Set, class TakeRun>
+        bool ReadUntil(int8& c, TakeRun&& take)
+        {
+            return ReadWhile(c, [&](int8 byte) { return !Set::Has(byte) && (take(&byte, &byte + 1), true); });
         }
 
         bool Eof() const { return fStream.eof(); }
@@ -165,20 +180,56 @@ public:
         template <class TakeByte>
         bool GetWhile(int8& c, TakeByte&& take)
         {
-            return TakeWhile(c, take, [this](int8& next) { Self().GetFromStream(next); });
+            return TakeRuns(c, ByGet(), StopAtByte(take));
         }
 
         template <class TakeByte>
         bool ReadWhile(int8& c, TakeByte&& take)
         {
-            const bool stopped = TakeWhile(c, take, [this](int8& next) { fStream.read(&next, 1); });
-            if (stopped)
-                fStream.fgcount = 1;
-            return stopped;
+            return NoteRead(TakeRuns(c, ByRead(), StopAtByte(take)));
         }
 
-        // Bytes in the buffer behind the position.
-        int64 AtHand() { return Self().Left(); }
+        template <class Set, class TakeRun>
+        bool GetUntil(int8& c, TakeRun&& take)
+        {
+            return TakeRuns(c, ByGet(), StopAtSet<Set>(take));
+        }
+
+        template <class Set, class TakeRun>
+        bool ReadUntil(int8& c, TakeRun&& take)
+        {
+            return NoteRead(TakeRuns(c, ByRead(), StopAtSet<Set>(take)));
+        }
+
+        // The bytes in the buffer behind the position, for a scanner that takes many in one step.
+        struct Bytes
+        {
+            const int8* fFirst;
+            const int8* fLast;
+
+            int64 Count() const { return fLast - fFirst; }
+        };
+        Bytes AtHand()
+        {
+            const int8* const first = Self().At();
+            return {first, first + std::max<int64>(Self().Left(), 0)};
+        }
+        // The same for numbers: none where separators of its own, or bytes that must be written before a step back, ask
+        // for the general way.
+        Bytes NumbersAtHand()
+        {
+            if (fStream.fSeparators != TNqiostream::fStandardSeparators || Self().MustWriteFirst())
+                return {nullptr, nullptr};
+            return AtHand();
+        }
+        // Moves over bytes at hand, as Get of each.
+        void Pass(int64 bytes) { Self().Take(bytes); }
+        // The same when the last of them came by Read.
+        void PassRead(int64 bytes)
+        {
+            Self().Take(bytes);
+            fStream.fgcount = 1;
+        }
 
         bool Eof() const { return fStream.eof(); }
         bool Good() const { return fStream.good(); }
@@ -282,31 +333,65 @@ public:
         StreamClass& fStream;
 
     private:
-        // inNext(c) has the stream itself give a byte: it loads the next buffer, or meets the end.
-        template <class TakeByte, class NextByte>
-        bool TakeWhile(int8& c, TakeByte&& take, NextByte&& inNext)
+        // Bytes up to one at which inStop says to stop, consumed and in c: inStop(first, last) gives the place of that
+        // one, or last. inNext(c) has the stream itself give a byte: it loads the next buffer, or meets the end.
+        template <class NextByte, class Stop>
+        bool TakeRuns(int8& c, NextByte&& inNext, Stop&& inStop)
         {
             for (;;)
             {
-                if (const int64 left = Self().Left(); left > 0)
+                if (const auto [first, last] = AtHand(); first != last)
                 {
-                    const int8* const first = Self().At();
-                    const int8* const last = first + left;
-                    const int8* p = first;
-                    bool stopped = false;
-                    while (p != last && !stopped)
-                        stopped = !take(*p++);
-                    c = p[-1];
-                    Self().Take(p - first);
-                    if (stopped)
+                    const int8* const stop = inStop(first, last);
+                    const int8* const behind = stop != last ? stop + 1 : last;
+                    c = behind[-1];
+                    Self().Take(behind - first);
+                    if (stop != last)
                         return true;
                 }
                 inNext(c);
                 if (!fStream.good())
                     return false;
-                if (!take(c))
+                if (inStop(&c, &c + 1) == &c)
                     return true;
             }
+        }
+
+        auto ByGet()
+        {
+            return [this](int8& next) { Self().GetFromStream(next); };
+        }
+        auto ByRead()
+        {
+            return [this](int8& next) { fStream.read(&next, 1); };
+        }
+        bool NoteRead(bool stopped)
+        {
+            if (stopped)
+                fStream.fgcount = 1;
+            return stopped;
+        }
+
+        template <class TakeByte>
+        static auto StopAtByte(TakeByte& take)
+        {
+            return [&take](const int8* first, const int8* last)
+            {
+                while (first != last && take(*first))
+                    ++first;
+                return first;
+            };
+        }
+        template <class Set, class TakeRun>
+        static auto StopAtSet(TakeRun& take)
+        {
+            return [&take](const int8* first, const int8* last)
+            {
+                const int8* const stop = NqFindByte<Set>(first, last);
+                if (stop != first)
+                    take(first, stop);
+                return stop;
+            };
         }
 
         Derived& Self() { return static_cast<Derived&>(*this); }
@@ -464,7 +549,7 @@ public:
 
         void Write(const int8* data, int32 count)
         {
-            if (count > 0 && count <= RoomLeft())
+            if (count > 0 && count <= RoomAtHand())
                 Self().Store(data, count);
             else
                 WriteToStream(data, count);
@@ -472,12 +557,15 @@ public:
 
         void Put(int8 c) { Write(&c, 1); }
 
+        // How many bytes go straight into the buffer, whatever they are cut into; 0 where the stream has to look first.
+        int64 RoomAtHand() { return Failed() ? 0 : std::max<int64>(Self().Room(), 0); }
+
         // Where the buffer is full one byte goes to the stream, which makes room in its own way, and the run goes on.
         void PutEach(const int8* data, int64 count)
         {
             while (count > 0 && !Failed())
             {
-                const int64 run = std::min(count, std::max<int64>(RoomLeft(), 0));
+                const int64 run = std::min(count, RoomAtHand());
                 if (run > 0)
                     Self().Store(data, run);
                 else
@@ -492,8 +580,6 @@ public:
         StreamClass& fStream;
 
     private:
-        int64 RoomLeft() { return Failed() ? 0 : Self().Room(); }
-
         void WriteToStream(const int8* data, int32 count)
         {
             Run([&] { fStream.write(data, count); });
@@ -572,9 +658,9 @@ public:
     static const int8* MemoryBytes(const TNqstrstream& stream) { return stream.fBuffer; }
     static bool IsReadable(const TNqiostream& stream) { return (stream.fMode & eRead) != 0; }
 
-private:
     static bool IsStandardSeparator(int8 c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
+private:
     static bool IsSeparator(const TNqiostream& stream, int8 c)
     {
         return stream.fSeparators == TNqiostream::fStandardSeparators ? IsStandardSeparator(c) : stream.isWhite(c);

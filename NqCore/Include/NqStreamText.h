@@ -10,6 +10,8 @@
 #pragma once
 
 #include "NqCore/Include/NqByteBuffer.h"
+#include "NqCore/Include/NqDecimalWeights.h"
+#include "NqCore/Include/NqDigits.h"
 #include "NqCore/Include/NqStreamAccess.h"
 #include "NqCore/Include/UTF8Transcoder.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
@@ -24,11 +26,6 @@ inline bool NqIsDigit(int8 c)
 {
     return c >= '0' && c <= '9';
 }
-
-inline constexpr char kNqDigitPairs[] =
-    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-    "8081828384858687888990919293949596979899";
 
 // The next character that is no separator, consumed. At the end of the stream the last one passed over, 0 without any.
 template <class Source>
@@ -147,30 +144,6 @@ template <class Cursor>
     return more ? NqEndNumber(cursor, c) : kNqNumberClosed;
 }
 
-// The weights of decimal places: each a tenth of the one before, in double precision, down to 0. Files read the same
-// everywhere because the same roundings are made everywhere.
-class NqDecimalWeights
-{
-public:
-    static constexpr int32 kCount = 326;
-
-    constexpr NqDecimalWeights() : fWeights()
-    {
-        real64 weight = 0.1;
-        for (real64& place : fWeights)
-        {
-            place = weight;
-            weight /= 10;
-        }
-    }
-    constexpr real64 operator[](int32 place) const { return fWeights[place]; }
-
-private:
-    real64 fWeights[kCount];
-};
-inline constexpr NqDecimalWeights kNqDecimalWeights;
-static_assert(kNqDecimalWeights[NqDecimalWeights::kCount - 1] == 0, "places beyond the table add nothing");
-
 // The places behind the point, which is in `c`.
 template <class Cursor>
 [[gnu::always_inline]] inline bool NqScanFraction(Cursor& cursor, int8& c, real64& outFraction)
@@ -261,11 +234,36 @@ bool NqScanNumber(Source& source, Scan&& inScan)
     return false;
 }
 
+// The short way for a plain number that is at hand whole, by a step of NqDigits.h. False, and nothing taken, otherwise.
+template <class Source, class Number, class Take>
+bool NqScanAtHand(Source& source, Number& outValue, Take&& inTake)
+{
+    if constexpr (Source::kIsDirect)
+    {
+        const auto [first, last] = source.NumbersAtHand();
+        const int8* at = first;
+        while (at != last && NqStreamAccess::IsStandardSeparator(*at))
+            ++at;
+        if (last - at < kNqNumberWindow || !inTake(at, outValue))
+            return false;
+        const bool blank = NqStreamAccess::IsStandardSeparator(*at);
+        source.Pass(at - first + blank);
+        NqStreamAccess::NumberEnd(source.Stream()) = blank ? kNqNumberAndBlank : kNqNumberClosed;
+        return true;
+    }
+    return false;
+}
+
 // 0 when there is no number.
 template <class Source>
 bool NqScanLong(Source& source, int32& value)
 {
     uint32 number = 0;
+    if (NqScanAtHand(source, number, NqTakeInteger))
+    {
+        value = static_cast<int32>(number);
+        return true;
+    }
     const bool found = NqScanNumber(source, [&](auto& cursor) { return NqScanIntegerAt(cursor, true, number); });
     value = found ? static_cast<int32>(number) : 0;
     return found;
@@ -276,6 +274,11 @@ template <class Source>
 bool NqScanUnsignedLong(Source& source, uint32& value)
 {
     uint32 number = 0;
+    if (NqScanAtHand(source, number, NqTakeInteger))
+    {
+        value = number;
+        return true;
+    }
     const bool found = NqScanNumber(source, [&](auto& cursor) { return NqScanIntegerAt(cursor, false, number); });
     value = found ? number : value;
     return found;
@@ -286,6 +289,11 @@ template <class Source>
 bool NqScanDouble(Source& source, real64& value)
 {
     real64 number = 0;
+    if (NqScanAtHand(source, number, NqTakeReal))
+    {
+        value = number;
+        return true;
+    }
     const bool found = NqScanNumber(source, [&](auto& cursor) { return NqScanDoubleAt(cursor, number); });
     value = found ? number : value;
     return found;
@@ -308,17 +316,35 @@ inline int8* NqPutDigits(int8* end, uint64 value, int32 count)
     return end;
 }
 
+// The short way for a number that fits the buffer whole: inStore(text) writes at most kNqNumberRoom bytes and returns
+// what is behind them, or null for a number that is not plain.
+template <class Sink, class Store>
+bool NqPutAtHand(Sink& sink, Store&& inStore)
+{
+    if constexpr (Sink::kIsDirect)
+    {
+        int8 text[kNqNumberRoom];
+        const int8* const end = inStore(text);
+        if (end == nullptr || end - text > sink.RoomAtHand())
+            return false;
+        sink.Write(text, static_cast<int32>(end - text));
+        return true;
+    }
+    return false;
+}
+
 template <class Sink>
 void NqPutUnsignedLong(Sink& sink, uint32 value)
 {
-    int8 digits[12];
-    int8* const first = NqPutDigits(digits + 12, value, 1);
-    sink.Write(first, static_cast<int32>(digits + 12 - first));
+    int8 digits[kNqNumberRoom];
+    sink.Write(digits, static_cast<int32>(NqStoreUnsigned(digits, value) - digits));
 }
 
 template <class Sink>
 void NqPutLong(Sink& sink, int32 value)
 {
+    if (NqPutAtHand(sink, [value](int8* text) { return NqStoreInteger(text, value); }))
+        return;
     uint32 magnitude = static_cast<uint32>(value);
     if (value < 0)
     {
@@ -374,9 +400,18 @@ void NqPutDouble(Sink& sink, real64 value)
     NqPutFraction(sink, static_cast<uint64>(decimals), precision);
 }
 
+// With these precisions the writer makes six decimals of a real32, as NqStoreReal does.
+inline bool NqHasSixDecimals(int precision)
+{
+    return precision >= 6 && precision <= 8;
+}
+
 template <class Sink>
 void NqPutFloat(Sink& sink, real32 value)
 {
+    if (NqHasSixDecimals(sink.Precision()) &&
+        NqPutAtHand(sink, [value](int8* text) { return NqStoreReal(text, value); }))
+        return;
     NqPutDouble(sink, 1e-6 * NqRoundHalfUp(static_cast<real64>(value) * 1e6));
 }
 

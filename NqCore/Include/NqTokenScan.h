@@ -15,6 +15,7 @@
 
 #pragma once
 
+#include "NqCore/Include/NqByteSearch.h"
 #include "NqCore/Include/NqStreamAccess.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqStream.h"
@@ -51,15 +52,9 @@ inline bool IsBlank(int8 c)
     return c == ' ' || c == '\t' || IsLineEnd(c);
 }
 
-inline bool IsEscape(int8 c)
-{
-    return c == '\\' || c == 1;
-}
-
-inline bool EndsWord(int8 c)
-{
-    return IsBlank(c) || c == '#' || c == '{' || c == '}' || c == '"';
-}
+using TLineEnds = NqByteSet<'\r', '\n'>;
+using TWordEnds = NqByteSet<' ', '\t', '\r', '\n', '#', '{', '}', '"'>;
+using TStringEnds = NqByteSet<'"', '\\', 1>; // and escapes
 
 inline ETokenKind KindOfFirstByte(int8 c)
 {
@@ -136,12 +131,12 @@ public:
     void Begin(Source&, ETokenKind) // the first byte of a token was taken
     {
     }
-    void Comment(int8) {}    // '#' and the bytes behind it
-    void CommentEnd(int8) {} // the end of its line
+    void Comment(const int8* /*first*/, const int8* /*last*/) {} // the '#' or bytes behind it
+    void CommentEnd(int8) {}                                     // the end of its line
     void Brace(int8) {}
     void OpenQuote() {}
-    void Content(int8) {}                  // a byte of a word or string
-    void Escaped(int8 /*escape*/, int8) {} // a byte of a string behind an escape
+    void Content(const int8* /*first*/, const int8* /*last*/) {} // bytes of a word or string
+    void Escaped(int8 /*escape*/, int8) {}                       // a byte of a string behind an escape
     void CloseQuote() {}
 
     void RawFrame(int8) {} // a byte of a payload outside its data: '$', digits of the count
@@ -178,10 +173,10 @@ public:
     }
 
     // The last place is kept for the end of the line: what follows must not become part of the comment.
-    void Comment(int8 c)
+    void Comment(const int8* first, const int8* last)
     {
-        if (fKeep && fLength + 1 < kMaxTokenBytes)
-            Store(c);
+        if (fKeep)
+            StoreUpTo(kMaxTokenBytes - 1, first, last);
     }
 
     void CommentEnd(int8 c)
@@ -190,7 +185,7 @@ public:
             Store(c);
     }
 
-    void Brace(int8 c) { Content(c); }
+    void Brace(int8 c) { Content(&c, &c + 1); }
 
     // Both quotes are stored or none.
     void OpenQuote()
@@ -202,11 +197,10 @@ public:
         fLimit = kMaxTokenBytes - 1;
     }
 
-    void Content(int8 c)
+    void Content(const int8* first, const int8* last)
     {
-        ++fFullLength;
-        if (fLength < fLimit)
-            Store(c);
+        fFullLength += static_cast<uint32>(last - first);
+        StoreUpTo(fLimit, first, last);
     }
 
     // An escape and its byte are stored together, or neither and nothing after them.
@@ -216,7 +210,7 @@ public:
             fLimit = fLength;
         else if (fKeep)
             Store(escape);
-        Content(c);
+        Content(&c, &c + 1);
     }
 
     void CloseQuote()
@@ -227,6 +221,16 @@ public:
 
 protected:
     void Store(int8 c) { fBuffer[fLength++] = c; }
+
+    // What fits before the limit.
+    void StoreUpTo(uint32 limit, const int8* first, const int8* last)
+    {
+        if (fLength >= limit)
+            return;
+        const uint32 count = static_cast<uint32>(std::min<int64>(last - first, limit - fLength));
+        std::memcpy(fBuffer + fLength, first, count);
+        fLength += count;
+    }
 
     int8* fBuffer;
     uint32 fLength = 0;             // bytes stored
@@ -262,21 +266,21 @@ public:
         fInfo.fOffset = PositionFrom(source, -1);
     }
 
-    void Comment(int8 c)
+    void Comment(const int8* first, const int8* last)
     {
         if (fKeepComments)
-            TTokenBuffer::Content(c);
+            TTokenBuffer::Content(first, last);
     }
 
-    void CommentEnd(int8 c) { Comment(c); }
+    void CommentEnd(int8 c) { Comment(&c, &c + 1); }
 
-    void Content(int8 c)
+    void Content(const int8* first, const int8* last)
     {
-        fInfo.fCommaCount += c == ',' ? 1 : 0;
-        TTokenBuffer::Content(c);
+        fInfo.fCommaCount += static_cast<uint32>(NqCountByte(first, last, ','));
+        TTokenBuffer::Content(first, last);
     }
 
-    void Escaped(int8, int8 c) { Content(c); }
+    void Escaped(int8, int8 c) { Content(&c, &c + 1); }
 
     template <class Source>
     void BeginData(Source& source, uint32 count)
@@ -321,10 +325,16 @@ public:
 
     void Put(int8 c) { Write(&c, 1); }
 
-    void Comment(int8 c) { Put(c); }
+    void Comment(const int8* first, const int8* last) { Content(first, last); }
     void CommentEnd(int8 c) { Put(c); }
     void OpenQuote() { Put('"'); }
-    void Content(int8 c) { Put(c); }
+    void Content(const int8* first, const int8* last) // each byte by itself, as it came
+    {
+        if (fFailed)
+            return;
+        fSink.PutEach(first, last - first);
+        fFailed = fSink.Stream().fail();
+    }
     void Escaped(int8 escape, int8 c)
     {
         Put(escape);
@@ -358,16 +368,11 @@ private:
 template <class Source, class Text>
 bool ScanComment(Source& source, Text& text)
 {
+    constexpr int8 kSign = '#';
     int8 c = 0;
-    text.Comment('#');
-    const bool ended = source.GetWhile(c,
-                                       [&](int8 byte)
-                                       {
-                                           if (IsLineEnd(byte))
-                                               return false;
-                                           text.Comment(byte);
-                                           return true;
-                                       });
+    text.Comment(&kSign, &kSign + 1);
+    const auto take = [&](const int8* first, const int8* last) { text.Comment(first, last); };
+    const bool ended = source.template GetUntil<TLineEnds>(c, take);
     if (ended)
         text.CommentEnd(c);
     return ended;
@@ -377,27 +382,20 @@ bool ScanComment(Source& source, Text& text)
 template <class Source, class Text>
 NqErr ScanQuoted(Source& source, Text& text)
 {
-    int8 c = 0;
-    int8 escape = 0; // the one before the byte, 0 for none
+    const auto take = [&](const int8* first, const int8* last) { text.Content(first, last); };
     text.OpenQuote();
-    const bool ended = source.GetWhile(c,
-                                       [&](int8 byte)
-                                       {
-                                           if (escape != 0)
-                                           {
-                                               text.Escaped(escape, byte);
-                                               escape = 0;
-                                           }
-                                           else if (byte == '"')
-                                               return false;
-                                           else if (IsEscape(byte))
-                                               escape = byte;
-                                           else
-                                               text.Content(byte);
-                                           return true;
-                                       });
-    if (!ended)
-        return kNqErrEndOfFile;
+    for (;;)
+    {
+        int8 c = 0;
+        if (!source.template GetUntil<TStringEnds>(c, take))
+            return kNqErrEndOfFile;
+        if (c == '"')
+            break;
+        const int8 escape = c;
+        if (!NextByte(source, c))
+            return kNqErrEndOfFile;
+        text.Escaped(escape, c);
+    }
     text.CloseQuote();
     return kNqNoErr;
 }
@@ -408,16 +406,9 @@ template <class Source, class Text>
 NqErr ScanWord(Source& source, Text& text, int8 first)
 {
     int8 c = 0;
-    text.Content(first);
-    const bool ended = source.GetWhile(c,
-                                       [&](int8 byte)
-                                       {
-                                           if (EndsWord(byte))
-                                               return false;
-                                           text.Content(byte);
-                                           return true;
-                                       });
-    if (!ended)
+    text.Content(&first, &first + 1);
+    const auto take = [&](const int8* begin, const int8* end) { text.Content(begin, end); };
+    if (!source.template GetUntil<TWordEnds>(c, take))
         return kNqErrEndOfFile;
     source.Putback(c);
     return source.Stream().fail() ? kNqErrEndOfFile : kNqNoErr;

@@ -44,14 +44,10 @@ void PutLineName(Sink& sink, const NqTokenData& data, int32 token)
 template <class Sink>
 void PutLineEnd(Sink& sink)
 {
-    sink.Run(
-        [&]
-        {
-            if constexpr (Sink::kIsDirect)
-                endl(sink.Stream());
-            else
-                sink.Stream() << endl;
-        });
+    if constexpr (Sink::kIsDirect)
+        sink.Put('\r'); // what endl writes
+    else
+        sink.Run([&] { sink.Stream() << endl; });
 }
 
 // A byte as two digits.

@@ -1,4 +1,5 @@
 #include "NqCore/Include/NqByteBuffer.h"
+#include "NqCore/Include/NqDigits.h"
 #include "NqCore/Include/NqTokenScan.h"
 #include "NqCore/Include/NqTokenWrite.h"
 
@@ -22,11 +23,72 @@ void PutCount(Sink& sink, uint32 value)
         PutHexByte(sink, static_cast<uint8>(value >> shift));
 }
 
+// Each byte as two digits, and each digit as its value or kNoHexDigit.
+constexpr uint16 kNoHexDigit = 0x100;
+
+class THexTable
+{
+public:
+    constexpr THexTable() : fPairs(), fValues()
+    {
+        constexpr int8 kDigits[] = "0123456789ABCDEF";
+        for (uint16& value : fValues)
+            value = kNoHexDigit;
+        for (int32 i = 0; i < 16; ++i)
+            fValues[static_cast<uint8>(kDigits[i])] = static_cast<uint16>(i);
+        for (int32 i = 0; i < 256; ++i)
+        {
+            fPairs[2 * i] = kDigits[i >> 4];
+            fPairs[2 * i + 1] = kDigits[i & 15];
+        }
+    }
+    const int8* Pair(uint8 byte) const { return fPairs + 2 * byte; }
+    uint32 Value(int8 digit) const { return fValues[static_cast<uint8>(digit)]; }
+
+private:
+    int8 fPairs[512];
+    uint16 fValues[256];
+};
+constexpr THexTable kHexTable;
+
+constexpr int32 kPieceBytes = 1024; // of text that is made before it is written
+
 template <class Sink>
 void PutHexBytes(Sink& sink, const void* data, int32 count)
 {
-    for (int32 i = 0; i < count; ++i)
-        PutHexByte(sink, static_cast<const uint8*>(data)[i]);
+    const uint8* bytes = static_cast<const uint8*>(data);
+    while (count > 0)
+    {
+        int8 piece[kPieceBytes];
+        const int32 n = std::min(count, kPieceBytes / 2);
+        for (int32 i = 0; i < n; ++i)
+            std::memcpy(piece + 2 * i, kHexTable.Pair(bytes[i]), 2);
+        sink.PutEach(piece, 2 * n);
+        bytes += n;
+        count -= n;
+    }
+}
+
+// As many bytes as there are pairs of digits at hand, at most `most`. Returns how many.
+template <class Source>
+int32 TakeHexRun(Source& source, uint8* out, int32 most)
+{
+    int32 count = 0;
+    if constexpr (Source::kIsDirect)
+    {
+        const auto [first, last] = source.AtHand();
+        for (const int8* at = first; count < most && last - at >= 2; at += 2)
+        {
+            const uint32 high = kHexTable.Value(at[0]);
+            const uint32 low = kHexTable.Value(at[1]);
+            if ((high | low) >= kNoHexDigit)
+                break;
+            out[count++] = static_cast<uint8>(high << 4 | low);
+        }
+        if (count > 0)
+            source.Pass(2 * count);
+    }
+    return count;
 }
 
 // A byte from two digits that inNext(int8&) yields; it returns false at the end. Line ends before a digit are skipped.
@@ -108,6 +170,66 @@ void PutLastBinHex(Sink& sink, const TBinHexState& pending)
     group.Put(sink, pending.fCount + 1);
 }
 
+// The low 24 bits as four characters.
+inline uint64 BinHexOf(uint64 bits)
+{
+    return (bits & 0x3F) | (bits << 2 & 0x3F00) | (bits << 4 & 0x3F0000) | (bits << 6 & 0x3F000000);
+}
+
+// Six bytes become eight characters, the first one lowest.
+inline uint64 BinHexOfSix(const uint8* bytes)
+{
+    uint64 bits = 0;
+    for (int32 i = 0; i < 6; ++i)
+        bits |= uint64{bytes[i]} << (8 * i);
+    return (BinHexOf(bits) | BinHexOf(bits >> 24) << 32) + kNqEightZeros;
+}
+
+// Whole groups of six bytes. Returns how many bytes that were.
+template <class Sink>
+int32 PutBinHexRun(Sink& sink, const uint8* bytes, int32 count)
+{
+    const int32 whole = count - count % 6;
+    for (int32 i = 0; i < whole;)
+    {
+        int8 piece[kPieceBytes];
+        int8* at = piece;
+        for (; i < whole && at != piece + kPieceBytes; i += 6, at += 8)
+            NqStoreEight(at, BinHexOfSix(bytes + i));
+        sink.PutEach(piece, at - piece);
+    }
+    return whole;
+}
+
+// Groups of eight characters that are at hand, as six bytes each; at most `most` bytes. Returns how many.
+template <class Source>
+int32 TakeBinHexRun(Source& source, uint8* out, int32 most)
+{
+    int32 count = 0;
+    if constexpr (Source::kIsDirect)
+    {
+        constexpr uint64 kTopBits = 0x8080808080808080u;
+        const auto [first, last] = source.NumbersAtHand();
+        const int8* at = first;
+        for (; most - count >= 6 && last - at >= 8; at += 8)
+        {
+            const uint64 text = NqLoadEight(at);
+            const uint64 values = (text | kTopBits) - kNqEightZeros; // no byte borrows
+            if ((values & 0xC0C0C0C0C0C0C0C0u) != kTopBits || (text & kTopBits) != 0)
+                break;
+            const uint64 twelve = (values & 0x003F003F003F003Fu) | (values >> 2 & 0x0FC00FC00FC00FC0u);
+            const uint64 bits = (twelve & 0x00000FFF00000FFFu) | (twelve >> 4 & 0x00FFF00000FFF000u);
+            const uint64 six = (bits & 0xFFFFFF) | (bits >> 8 & 0xFFFFFF000000u);
+            for (int32 i = 0; i < 6; ++i)
+                out[count + i] = static_cast<uint8>(six >> (8 * i));
+            count += 6;
+        }
+        if (count > 0)
+            source.Pass(at - first);
+    }
+    return count;
+}
+
 template <class Sink>
 void PutBinHex(Sink& sink, const uint8* bytes, int32 count, uint32& state)
 {
@@ -134,6 +256,9 @@ void PutBinHex(Sink& sink, const uint8* bytes, int32 count, uint32& state)
     default:
         NqNotify("0");
     }
+    const int32 done = PutBinHexRun(sink, bytes, count);
+    bytes += done;
+    count -= done;
     for (; count > 2; count -= 3, bytes += 3)
         TBinHexGroup(bytes[0], bytes[1], bytes[2]).Put(sink, 4);
     state = count > 0 ? TBinHexState(static_cast<uint8>(count), bytes[0], count > 1 ? bytes[1] : 0).Packed() : 0;
@@ -197,10 +322,17 @@ void GetBinHex(Source& source, uint8* out, int32 size, uint32& state)
     default:
         NqNotify("0");
     }
-    for (; size > 2; size -= 3, out += 3)
+    while (size > 2)
     {
+        const int32 done = TakeBinHexRun(source, out, size);
+        out += done;
+        size -= done;
+        if (size <= 2)
+            break;
         take(0, 3);
         std::memcpy(out, b, 3);
+        out += 3;
+        size -= 3;
     }
     // What is left of a group of four waits in its last character.
     if (size > 0)
@@ -254,7 +386,7 @@ public:
     void Brace(int8 c) { AppendMark(c); }
     void OpenQuote() { AppendMark('"'); }
     void CloseQuote() { AppendMark('"'); }
-    void Content(int8 c) { Append(c); }
+    void Content(const int8* first, const int8* last) { fFailed = fFailed || !fBytes.Append(first, last); }
     void Escaped(int8 escape, int8 c)
     {
         Append(escape);
@@ -479,8 +611,14 @@ void GetBufferAsHexa(TNqiostream& stream, int8* buffer, int32 count, boolean bin
     NqWithSource(stream,
                  [&](auto& source)
                  {
-                     for (int32 i = 0; i < count; ++i)
-                         buffer[i] = static_cast<int8>(GetNextBin([&](int8& c) { return NextByte(source, c); }));
+                     uint8* const bytes = reinterpret_cast<uint8*>(buffer);
+                     const auto next = [&](int8& c) { return NextByte(source, c); };
+                     for (int32 i = 0; i < count;)
+                     {
+                         i += TakeHexRun(source, bytes + i, count - i);
+                         if (i < count)
+                             bytes[i++] = GetNextBin(next);
+                     }
                  });
 }
 

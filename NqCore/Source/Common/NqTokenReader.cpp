@@ -34,7 +34,7 @@ TExtent ExtentOf(TNqiostream& stream, int64 position)
 {
     if (TNqfstream* const file = dynamic_cast<TNqfstream*>(&stream))
         if (file->TNqfstream::tell() == position)
-            return {file->GetFileSize(), NqStreamAccess::FileSource(*file).AtHand()};
+            return {file->GetFileSize(), NqStreamAccess::FileSource(*file).AtHand().Count()};
     if (TNqstrstream* const memory = dynamic_cast<TNqstrstream*>(&stream))
         if (memory->TNqstrstream::tell() == position)
             return {NqStreamAccess::MemorySize(*memory), 0};
@@ -212,6 +212,51 @@ void ReadComma(Source& source)
         NqToken::FailReadFile();
 }
 
+inline bool TakeNumber(const int8*& at, real32& out)
+{
+    real64 number;
+    const bool plain = NqTakeReal(at, number);
+    out = static_cast<real32>(plain ? number : 0);
+    return plain;
+}
+
+template <class Integer>
+bool TakeNumber(const int8*& at, Integer& out)
+{
+    uint32 number = 0;
+    const bool plain = NqTakeInteger(at, number);
+    out = static_cast<Integer>(number);
+    return plain;
+}
+
+// Plain values with a comma behind each, in one go, as long as they are at hand; at most `most`. Returns how many.
+template <class T, class Source>
+int32 ReadRun(Source& source, int32 most, T* out)
+{
+    int32 count = 0;
+    if constexpr (Source::kIsDirect)
+    {
+        const auto [first, last] = source.NumbersAtHand();
+        const int8* behind = first; // of the last comma
+        for (const int8* at = first; count < most; ++count, behind = at)
+        {
+            T value;
+            while (at != last && IsBlank(*at))
+                ++at;
+            if (last - at < kNqNumberWindow || !TakeNumber(at, value) || *at++ != ',')
+                break;
+            if (out != nullptr)
+                out[count] = value;
+        }
+        if (count > 0)
+        {
+            source.PassRead(behind - first);
+            NqStreamAccess::NumberEnd(source.Stream()) = kNqNumberClosed;
+        }
+    }
+    return count;
+}
+
 template <class T>
 void ReadArray(TNqiostream& stream, int32 count, T* out)
 {
@@ -221,6 +266,7 @@ void ReadArray(TNqiostream& stream, int32 count, T* out)
                  {
                      for (int32 i = 0; i <= last; ++i)
                      {
+                         i += ReadRun(source, last - i, out != nullptr ? out + i : nullptr);
                          const T value = ReadValue<T>(source);
                          if (out != nullptr)
                              out[i] = value;
@@ -308,10 +354,13 @@ class TByteReader
 public:
     explicit TByteReader(Source& source) : fSource(source) {}
 
-    template <class Take>
-    bool GetWhile(int8& c, Take&& take)
+    void Get(int8& c) { fSource.Read(&c, 1); }
+    bool Good() const { return fSource.Good(); }
+
+    template <class Set, class TakeRun>
+    bool GetUntil(int8& c, TakeRun&& take)
     {
-        return fSource.ReadWhile(c, take);
+        return fSource.template ReadUntil<Set>(c, take);
     }
 
 private:
@@ -322,8 +371,8 @@ private:
 class TStringText : public TNoText
 {
 public:
-    void Content(int8 c) { fFailed = fFailed || !fBytes.Append(c); }
-    void Escaped(int8, int8 c) { Content(c); }
+    void Content(const int8* first, const int8* last) { fFailed = fFailed || !fBytes.Append(first, last); }
+    void Escaped(int8, int8 c) { Content(&c, &c + 1); }
 
     const int8* GetText()
     {
@@ -342,7 +391,7 @@ NqErr ReadLongString(Source& source, TStringText& text)
 {
     TByteReader<Source> reader(source);
     int8 c = 0;
-    if (!reader.GetWhile(c, [](int8 byte) { return byte != '"'; }))
+    if (!reader.template GetUntil<NqByteSet<'"'>>(c, [](const int8*, const int8*) {}))
         return kNqErrEndOfFile;
     return ScanQuoted(reader, text);
 }

@@ -1,5 +1,7 @@
 #include "NqCore/Include/NqTokenWrite.h"
 
+#include <type_traits>
+
 using namespace NqTokenWrite;
 
 namespace
@@ -70,6 +72,50 @@ void PutClosingBrace(Sink& sink, NqTokenData& data)
 
 // ---- Values --------------------------------------------------------------------------------------------------------
 
+inline int8* StoreNumber(int8* text, real32 value)
+{
+    return NqStoreReal(text, value);
+}
+
+inline int8* StoreNumber(int8* text, int32 value)
+{
+    return NqStoreInteger(text, value);
+}
+
+// Plain values with a comma behind each, as many as fit the buffer; at most `most`. Returns how many. They are made in
+// pieces beside the buffer, since making one touches bytes behind it, where a stream may hold others.
+template <class Sink, class T>
+int32 PutRun(Sink& sink, int32 most, const T* values)
+{
+    int32 count = 0;
+    if constexpr (Sink::kIsDirect)
+    {
+        if (std::is_same_v<T, real32> && !NqHasSixDecimals(sink.Precision()))
+            return 0;
+        constexpr int64 kPieceBytes = 2048;
+        constexpr int64 kLongest = kNqNumberRoom + 1;
+        int8 piece[kPieceBytes];
+        int8* at;
+        do
+        {
+            at = piece;
+            const int8* const last = piece + std::min(kPieceBytes, sink.RoomAtHand());
+            while (count < most && last - at >= kLongest)
+            {
+                int8* const end = StoreNumber(at, values[count]);
+                if (end == nullptr)
+                    break;
+                *end = ',';
+                at = end + 1;
+                ++count;
+            }
+            if (at != piece)
+                sink.Write(piece, static_cast<int32>(at - piece));
+        } while (at != piece && count < most);
+    }
+    return count;
+}
+
 // Comma-separated, at least one.
 template <class Sink, class T>
 void PutArray(Sink& sink, int32 count, const T* values)
@@ -77,10 +123,11 @@ void PutArray(Sink& sink, int32 count, const T* values)
     if (values == nullptr)
         return NqInsert(sink, T(0));
     const int32 last = std::max(count, 1) - 1;
-    for (int32 i = 0; i < last; ++i)
+    for (int32 i = PutRun(sink, last, values); i < last; i += PutRun(sink, last - i, values + i))
     {
         NqInsert(sink, values[i]);
         sink.Put(',');
+        ++i;
     }
     NqInsert(sink, values[last]);
 }
