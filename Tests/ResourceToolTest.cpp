@@ -119,10 +119,10 @@ TEST_F(ResourceTool, TextsFitTheirFieldsOrAreRefused)
     };
     for (const auto& [field, most] : kKinds)
     {
-        const auto built = [&](size_t size, std::string& outFault)
+        const auto built = [&, field = std::string(field)](size_t size, std::string& outFault)
         {
-            const bool isBlock = std::string(field).find('{') != std::string::npos;
-            return Built("RSRC { TYPE DLOG NMBR 1\n" + std::string(field) + "\"" + std::string(size, 'x') +
+            const bool isBlock = field.find('{') != std::string::npos;
+            return Built("RSRC { TYPE DLOG NMBR 1\n" + field + "\"" + std::string(size, 'x') +
                              (isBlock ? "\" } }" : "\" }"),
                          outFault);
         };

@@ -688,7 +688,7 @@ TEST_F(StringTest, WideStringsHoldTheUnitsAndATerminator)
     {
         wide = TNqString15("abcdef");
         wide.FromUnicode(wide.StrGet() + first);
-        EXPECT_EQ(std::u16string(reinterpret_cast<char16_t*>(wide.StrGet())), std::u16string(u"abcdef" + first));
+        EXPECT_EQ(std::u16string(reinterpret_cast<char16_t*>(wide.StrGet())), std::u16string(&u"abcdef"[first]));
         EXPECT_EQ(wide.Length(), 6 - first);
     }
 }

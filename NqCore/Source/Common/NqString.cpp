@@ -232,6 +232,12 @@ void TNqString::FromText(const char* data, uint32 length)
     const uint32 oldByteLength = fByteLength;
     // The string's own bytes grow only by their terminator, and are in place when they have moved.
     const bool isWholeBuffer = fMaxLength != 0 && length == fMaxLength + 1 && data == GetString();
+    int8 only = 0;
+    if (length == 1 && data != nullptr) // perhaps the terminator of a string without capacity, which is about to move
+    {
+        only = *data;
+        data = &only;
+    }
     SetByteLength(length);
     int8* const buffer = GetString();
     if (buffer == nullptr)
