@@ -276,6 +276,7 @@ TEST_F(ArrayTest, SizesThatDoNotFit32BitsFailWithoutAskingTheHost)
     array.SetGrowSize(0x0800000A);
     EXPECT_EQ(TakeReports(), TTexts{""}) << "a report without a text";
     EXPECT_EQ(array.GetGrowSize(), 10U);
+    EXPECT_FALSE(array.ExternalMemory()) << "the bit above the size";
 }
 
 TEST_F(ArrayTest, AConstructorWithoutMemoryLeavesAnArrayThatIsReportedAndStillFreed)
@@ -291,6 +292,7 @@ TEST_F(ArrayTest, AConstructorWithoutMemoryLeavesAnArrayThatIsReportedAndStillFr
     TNqPtrArray<int> second(3, true); // its count succeeds where its space failed
     EXPECT_EQ(TakeReports(), (TTexts{kNoMemory, "Array allocation failed in constructor!"}));
     EXPECT_TRUE(second.IsValid() && second.GetElemCount() == 3);
+    EXPECT_FALSE(TNqArray<int32>(1, 2, 1, false).GetZeroMem());
     TNqArray<int32> wrong(3, 2, 1, true);
     EXPECT_EQ(TakeReports(), (TTexts{"initialCount <= initialSpace", "initialCount > initialSpace",
                                      "Array allocation failed in constructor!", "IsValid()"}));
@@ -359,11 +361,18 @@ TEST_F(ArrayTest, IndicesOutsideTheCountAreReportedAndNothingBeyondTheBlockIsTou
     TNqArray<int32> array(2, 4, 1, true);
     array.SetElem(3, 9);
     EXPECT_EQ(array[3], 9);
+    EXPECT_EQ(std::as_const(array)[3], 9);
     array.SetElem(4, 9);
-    EXPECT_EQ(TakeReports(), (TTexts{"index < GetElemCount()", "i < GetElemCount()", "index < GetElemCount()"}));
+    EXPECT_EQ(TakeReports(),
+              (TTexts{"index < GetElemCount()", "i < GetElemCount()", "i < GetElemCount()", "index < GetElemCount()"}));
     TNqPtrArray<TCounted> pointers;
     pointers.SetElem(0, gPool);
     EXPECT_EQ(TakeReports(), (TTexts{"BaseAddress()", "index < GetElemCount()"}));
+    EXPECT_EQ(pointers.Pointer(0), std::as_const(pointers).Pointer(0));
+    TNqClassArray<int32> objects;
+    ASSERT_TRUE(objects.SetElemSpace(1));
+    EXPECT_EQ(&objects[0], &std::as_const(objects)[0]);
+    EXPECT_EQ(TakeReports(), TTexts(4, "i < GetElemCount()"));
     TNqCountedPtrArray<TCounted> counted;
     counted.SetElemSpace(4);
     counted.SetElem(0, gPool + 1);

@@ -456,12 +456,14 @@ TEST_F(ExceptionTest, TheMessageMovesWithTheCopyAndEndsOnce)
     gDestroyed = 0;
     TMessage* const message = new TMessage;
     {
-        const TNqException first(kNqErrSilent, message, nullptr, 0);
+        const TNqException first(kNqErrSilent, message, "a/file.cpp", 0);
         const TNqException copy(first);
         EXPECT_EQ(first.GetErrorString(), nullptr);
         EXPECT_EQ(copy.GetErrorString(), message);
-        TNqException assigned(kNqErrSilent, nullptr, 0);
+        TNqException assigned(kNqNoErr, nullptr, 0);
         assigned = copy;
+        EXPECT_EQ(assigned.GetError(), kNqErrSilent);
+        EXPECT_STREQ(assigned.what(), "a/file.cpp");
         const TNqException& same = assigned;
         assigned = same;
         EXPECT_EQ(copy.GetErrorString(), nullptr);

@@ -87,6 +87,15 @@ TEST_F(RuntimeFrame, WithoutAMemoryServiceNewReportsAndDeleteIsSilent)
     EXPECT_EQ(reports[0].fFile, "NqCore/Source/Common/NqObject.cpp");
 }
 
+TEST_F(RuntimeFrame, OnlyTheWholeSentinelIsDead)
+{
+    const uint8 bytes[] = {0xED, 0xA5, 0xCE, 0xDE, 0xED, 0xA5, 0xCE, 0xDE};
+    EXPECT_EQ(std::memcmp(&kDeceasedPointerValue, bytes, 8), 0);
+    for (int bit = -1; bit < 64; ++bit)
+        EXPECT_EQ(NqCheckDeceased(uintpointer(kDeceasedPointerValue ^ (bit < 0 ? 0 : uint64{1} << bit))), bit < 0);
+    EXPECT_FALSE(NqCheckDeceased(nullptr));
+}
+
 TEST_F(RuntimeFrame, ReportsNameFilesFromTheTopOfTheTree)
 {
     EXPECT_STREQ(NqSourcePath("/a/NqCore/b/NqCore/PublicAPI/NqArray.h"), "NqCore/PublicAPI/NqArray.h");

@@ -155,6 +155,8 @@ TEST_F(ExtensibleArray, ABlockIsMadeWithoutATraceOrNotAtAll)
 
 TEST_F(ExtensibleArray, ABadIndexIsReportedAndHarmless)
 {
+    EXPECT_EQ(TNqExtensibleArray<int64>(-1, -1, true).GetMaxElemCount(), 1);
+    EXPECT_EQ(TNqExtensibleArray<int64>(31, 31, true).GetMaxElemCount(), 1 << 30);
     TNqExtensibleArray<int64> array(10, 4, true);
     ASSERT_TRUE(array.SetElemCount(18));
     EXPECT_EQ(&array[17], &array[16] + 1); // the second element of the second block

@@ -203,8 +203,7 @@ protected:
     boolean SetElemCount(NqSize n)
     {
         NqCheck(IsValid());
-        const NqSize nAsNqSize = n;
-        NqCheck(nAsNqSize < kEndIndex);
+        NqCheckText(n < kEndIndex, "nAsNqSize < kEndIndex");
         return ResizeCount(static_cast<uint32>(n));
     }
 
