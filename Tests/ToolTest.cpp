@@ -527,8 +527,8 @@ TEST_F(ToolTest, FilesThatCannotBeReadOrWritten)
 TEST_F(ToolTest, AReadErrorIsNeitherAnEndNorAFault)
 {
     const CountedReports reports;
-    const int null = open("/dev/null", O_WRONLY);
-    nqtoken::Output nowhere(null);
+    const int shown = open(Path("shown").c_str(), O_WRONLY | O_CREAT, 0600);
+    nqtoken::Output output(shown);
     std::string file;
     const auto reading = [&file](nqtoken::Scene& scene)
     {
@@ -556,28 +556,31 @@ TEST_F(ToolTest, AReadErrorIsNeitherAnEndNorAFault)
     };
     nqtoken::Scene scene;
     const std::function<nqtoken::Outcome()> commands[] = {
-        [&]
-        {
-            ::testing::internal::CaptureStderr();
-            const nqtoken::ExitStatus status = nqtoken::CheckFiles({file}, 0, nowhere);
-            std::string note = ::testing::internal::GetCapturedStderr();
-            return nqtoken::Outcome(status, note.empty() ? "" : note.substr(9, note.size() - 10)); // "nqtoken: "
-        },
-        [&] { return nqtoken::ShowFile(file, {}, nowhere); },
+        [&] { return nqtoken::Outcome(nqtoken::CheckFiles({file}, 0, output), {}); },
+        [&] { return nqtoken::ShowFile(file, {}, output); },
         [&] {
-            return nqtoken::ShowFile(file, {1, 5}, nowhere);
+            return nqtoken::ShowFile(file, nqtoken::ShowOptions{1, 5}, output);
         },
         [&] { return nqtoken::ReadScene(file, scene); },
         [&] { return reading(scene); },
         sending,
         loading,
     };
+    // With what is told on standard error.
+    const auto outcomeOf = [](const auto& command)
+    {
+        ::testing::internal::CaptureStderr();
+        const nqtoken::Outcome outcome = command();
+        std::string note = ::testing::internal::GetCapturedStderr();
+        note.erase(0, std::strlen("nqtoken: "));
+        return nqtoken::Outcome(outcome.Status(), outcome.Text() + note.substr(0, note.find('\n')));
+    };
     int done = 0;
     const auto run = [&](bool mayBeRight)
     {
         for (const auto& command : commands)
         {
-            const nqtoken::Outcome outcome = command();
+            const nqtoken::Outcome outcome = outcomeOf(command);
             done += outcome.Ok();
             ASSERT_TRUE(outcome.Ok() ? mayBeRight : outcome.Status() == nqtoken::kTrouble)
                 << &command - commands << " " << outcome.Text();
@@ -591,17 +594,19 @@ TEST_F(ToolTest, AReadErrorIsNeitherAnEndNorAFault)
         run(false);
     }
     FailReadAt(-1);
-    // Parts that different buffers hold, and a payload that no buffer does: nobody looks into it who only passes by.
+    // Parts that different buffers hold, and payloads that no buffer does: nobody looks into them who only passes by.
+    const std::string payload = "$00020000\r" + std::string(0x20000, '$') + "$";
     std::string large = kSmallScene;
-    const size_t begin = large.find("{}$\"#");
-    large.replace(large.find("$00000005"), 9, "$00020005").insert(begin, 0x20000, '$');
+    large.replace(large.find("$00000005"), 16, payload);
+    large = "SKIP " + payload + "\r" + large;
+    const size_t second = large.find("DATA $");
     for (const char* part : {"MATL", "MESH", "NODE"})
         large.insert(large.find(part), "#" + std::string(70000, ' ') + "\r");
     file = Put("large.nq", large);
     for (size_t position = 0; position < large.size() && !HasFatalFailure(); position += 15000)
     {
         FailReadAt(static_cast<long>(position));
-        run(position > begin && position < begin + 0x20000);
+        run(position < 0x20000 || (position > second && position < second + 0x20000));
     }
     EXPECT_GT(done, 5);
     FailReadAt(-1);
@@ -609,14 +614,16 @@ TEST_F(ToolTest, AReadErrorIsNeitherAnEndNorAFault)
         for (int call = 1; !HasFatalFailure(); ++call)
         {
             FailRead(call);
-            const nqtoken::Outcome outcome = command();
+            const nqtoken::Outcome outcome = outcomeOf(command);
             const bool reached = ReadsMade() >= call;
             FailRead(0);
             ASSERT_EQ(outcome.Status(), reached ? nqtoken::kTrouble : nqtoken::kDone) << call << outcome.Text();
             if (!reached)
                 break;
         }
-    close(null);
+    static_cast<void>(output.Flush());
+    EXPECT_FALSE(Contains(ReadAll(Path("shown")), "(0x800100"));
+    close(shown);
 }
 
 // Behind "| head" nobody reads any more: that is no error, nothing is said of it, and what a command finds still

@@ -113,6 +113,19 @@ TEST_F(TransferTest, TellsWhatIsWrong)
     };
     for (const auto& [wire, fault] : cases)
         EXPECT_EQ(Received(wire, 50).first, fault) << wire.substr(0, 80);
+    nqtoken::Outcome sent;
+    const std::string whole = Sent(kScene, sent);
+    for (int bad = 1;; ++bad)
+    {
+        TScriptedSocket socket(whole, 5, bad);
+        socket.fBadReceive = bad;
+        const nqtoken::Outcome outcome =
+            nqtoken::ReceiveFile(socket, 1000000, [](std::string_view) { return nqtoken::Outcome(); });
+        TakeReports();
+        if (socket.fReceives < bad)
+            break;
+        EXPECT_EQ(outcome.Text().substr(0, 24), "the connection broke off") << outcome.Text();
+    }
     const std::pair<std::string, std::string> files[] = {
         {"A 1\rB \0"s, ":2:3: a zero byte outside of a payload cannot be sent (0x80010024)"},
         {"A \"x", ":1:3: a string without its closing quote cannot be sent (0x80010027)"},

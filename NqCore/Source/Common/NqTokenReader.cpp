@@ -106,12 +106,11 @@ bool NqTokenScan::SkipAhead(TNqiostream& stream, uint64 count)
     if (!stream.CanSeek())
         return ReadAhead(stream, count);
     const int64 before = stream.tell();
-    const bool isTold = stream.good();
     if (!ReadAhead(stream, 1))
         return false;
     if (count == 1)
         return true;
-    if (isTold && IsAt(stream, before + 1))
+    if (IsAt(stream, before + 1))
         return MoveAhead(stream, before + 1, count - 1);
     return ReadAhead(stream, count - 1);
 }
