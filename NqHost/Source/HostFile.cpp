@@ -218,7 +218,9 @@ NqErr TNqHostFile::CheckOpened()
     struct stat info;
     if (::fstat(fDescriptor, &info) != 0)
         return ErrorOf(errno);
-    const bool isFile = S_ISREG(info.st_mode) && info.st_size <= kLargestPosition;
+    if (S_ISDIR(info.st_mode) || info.st_size > kLargestPosition)
+        return ErrorOf(S_ISDIR(info.st_mode) ? EISDIR : EFBIG);
+    const bool isFile = S_ISREG(info.st_mode);
     const bool isWrittenDevice = S_ISCHR(info.st_mode) && AccessOf(fPermission) == O_WRONLY;
     if (!isFile && !isWrittenDevice)
         return kNqErrInvalidData;
