@@ -23,12 +23,13 @@ namespace
 class AtomicFile : public FolderTest
 {
 protected:
-    // Each process is a program of its own: it looks for what others left.
+    // Each process is a program of its own: it looks for what others left. It does not outlive this one by much.
     static pid_t Start(const std::function<void()>& work)
     {
         const pid_t child = fork();
         if (child == 0)
         {
+            alarm(60);
             work();
             _exit(0);
         }

@@ -166,6 +166,13 @@ TEST_F(Compare, SaysWhatDiffersWhere)
     for (const auto& [change, lines] : cases)
         EXPECT_EQ(Told(base, changed(change)), lines);
 
+    Scene chain = base;
+    for (size_t i = 1; i < chain.fNodes.size(); ++i)
+        chain.fNodes[i].fParent = static_cast<int32>(i) - 1;
+    Scene cut = chain;
+    cut.fNodes.resize(1);
+    EXPECT_EQ(Told(chain, cut), TTexts{"node 1 \"at 1.000000\" and 2 nodes below it are in the first only"});
+
     Scene images = base;
     images.fImages.resize(2);
     images.fImages[0].fName = "i";
@@ -204,7 +211,19 @@ TEST_F(Compare, PairsByNameThenByPlace)
     EXPECT_EQ(pairs({"a", "b", "c"}, {"x", "y", "z", "w"}), "012");
     EXPECT_EQ(pairs({"a", "p", "q", "b"}, {"x", "a", "r", "b"}), "12-3");
     EXPECT_EQ(pairs({"a", "a", "a"}, {"a", "a"}), "01-");
+    EXPECT_EQ(pairs({"p", "a", "q"}, {"x", "a", "y"}), "012");
     EXPECT_EQ(pairs({}, {"a"}), "");
+
+    // Of five of one name one is missing; those that changed as well keep their places.
+    const Pairing changed({"a", "a", "a", "a"}, {"a", "a", "a", "a", "a"},
+                          [](size_t a, size_t b)
+                          {
+                              EXPECT_TRUE(a < 4 && b < 5);
+                              return a == 1 && b == 2;
+                          });
+    EXPECT_EQ((std::vector<int32>{changed.ToB(0), changed.ToB(1), changed.ToB(2), changed.ToB(3)}),
+              (std::vector<int32>{0, 2, 3, 4}));
+    EXPECT_EQ(changed.ToA(1), Pairing::kNone);
 }
 
 #endif
