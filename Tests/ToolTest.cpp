@@ -649,7 +649,7 @@ TEST_F(ToolTest, AReaderThatHasEnoughIsNoError)
         {{"formats"}, 0},
         {{"check", "scene.nq"}, 0},
         {{"check", "wrong"}, 1},
-        {{"check", "scene.nq", "wrong"}, 1},
+        {{"check", "scene.nq", "scene.nq", "wrong"}, 1},
         {{"check", "scene.nq", "many", "-j2"}, 1},
         {{"compare", "scene.nq", "scene.nq"}, 0},
     };
