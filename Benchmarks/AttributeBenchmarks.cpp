@@ -1,8 +1,7 @@
 // Many small objects with named attributes: what a tokenizer spends on names, strings and single numbers.
 
-#include "Benchmarks/Bench.h"
+#include "Benchmarks/Benchmarks.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
-#include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqCore/PublicAPI/NqStream.h"
 #include "NqCore/PublicAPI/NqToken.h"
 
@@ -43,11 +42,7 @@ std::string TokenText()
         NqToken::PutReal32Attribute(stream, kMass, object.fMass);
         NqToken::PutEndToken(stream);
     }
-    const size_t size = static_cast<size_t>(stream.pcount());
-    int8* block = stream.str();
-    std::string text(block, size);
-    Nqfree(block);
-    return text;
+    return TakeText(stream);
 }
 
 TObject GetObject(TNqiostream& ioStream)
@@ -78,10 +73,7 @@ TObject GetObject(TNqiostream& ioStream)
 
 void WriteTokens(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = TokenText().size();
-    Finish(state, AttributeCount(), size, size > 0);
+    MeasureWriting(state, AttributeCount(), [] { return TokenText().size(); });
 }
 
 void ReadTokens(benchmark::State& state)
@@ -140,10 +132,7 @@ std::string JsonText()
 
 void WriteJson(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = JsonText().size();
-    Finish(state, AttributeCount(), size, size > 0);
+    MeasureWriting(state, AttributeCount(), [] { return JsonText().size(); });
 }
 
 void ReadJson(benchmark::State& state)
@@ -164,12 +153,6 @@ void ReadJson(benchmark::State& state)
 
 // ---- pugixml --------------------------------------------------------------------------------------------------------
 
-struct TStringWriter : pugi::xml_writer
-{
-    void write(const void* data, size_t size) override { fText.append(static_cast<const char*>(data), size); }
-    std::string fText;
-};
-
 std::string XmlText()
 {
     pugi::xml_document document;
@@ -182,17 +165,12 @@ std::string XmlText()
         node.append_attribute("visible") = object.fVisible;
         node.append_attribute("mass") = object.fMass;
     }
-    TStringWriter writer;
-    document.save(writer, "", pugi::format_raw);
-    return writer.fText;
+    return TextOf(document);
 }
 
 void WriteXml(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = XmlText().size();
-    Finish(state, AttributeCount(), size, size > 0);
+    MeasureWriting(state, AttributeCount(), [] { return XmlText().size(); });
 }
 
 void ReadXml(benchmark::State& state)

@@ -1,6 +1,6 @@
 // Arrays and strings beside those of the standard library, and the ways from one encoding to another.
 
-#include "Benchmarks/Bench.h"
+#include "Benchmarks/Benchmarks.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
 #include "NqCore/PublicAPI/NqArray.h"
 #include "NqCore/PublicAPI/NqString.h"
@@ -58,14 +58,7 @@ void IndexCore(benchmark::State& state)
     array.SetElemCount(kElements);
     for (int32 i = 0; i < kElements; ++i)
         array.SetElem(static_cast<uint32>(i), i);
-    int64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (uint32 i = 0; i < array.GetElemCount(); ++i)
-            sum += array[i];
-        benchmark::DoNotOptimize(sum);
-    }
+    const int64 sum = AddUp<int64>(state, kElements, [&](int32 i) { return array[static_cast<uint32>(i)]; });
     Finish(state, kElements, 0, sum == kElementSum);
 }
 
@@ -74,55 +67,39 @@ void IndexStandard(benchmark::State& state)
 {
     std::vector<int32> array(kElements);
     std::iota(array.begin(), array.end(), 0);
-    int64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (size_t i = 0; i < array.size(); ++i)
-            sum += array.at(i);
-        benchmark::DoNotOptimize(sum);
-    }
+    const int64 sum = AddUp<int64>(state, kElements, [&](int32 i) { return array.at(static_cast<size_t>(i)); });
     Finish(state, kElements, 0, sum == kElementSum);
 }
 
 // ---- Strings -----------------------------------------------------------------------------------------------------------------
 
-constexpr int kNames = 100000;
+constexpr int32 kNames = 100000;
+constexpr uint32 kNamesLength = 7 * kNames + 488890; // with the digits of the numbers below
 
 void NamesCore(benchmark::State& state)
 {
-    uint32 length = 0;
-    for (auto _ : state)
-    {
-        length = 0;
-        for (int32 i = 0; i < kNames; ++i)
-        {
-            TNqString31 name("object ");
-            TNqString15 number;
-            number.FromInt32(i);
-            name += number;
-            length += name.Length();
-        }
-        benchmark::DoNotOptimize(length);
-    }
-    Finish(state, kNames, 0, length == 7 * kNames + 488890);
+    const uint32 length = AddUp<uint32>(state, kNames,
+                                        [](int32 i)
+                                        {
+                                            TNqString31 name("object ");
+                                            TNqString15 number;
+                                            number.FromInt32(i);
+                                            name += number;
+                                            return name.Length();
+                                        });
+    Finish(state, kNames, 0, length == kNamesLength);
 }
 
 void NamesStandard(benchmark::State& state)
 {
-    size_t length = 0;
-    for (auto _ : state)
-    {
-        length = 0;
-        for (int32 i = 0; i < kNames; ++i)
-        {
-            std::string name("object ");
-            name += std::to_string(i);
-            length += name.size();
-        }
-        benchmark::DoNotOptimize(length);
-    }
-    Finish(state, kNames, 0, length == 7 * kNames + 488890);
+    const size_t length = AddUp<size_t>(state, kNames,
+                                        [](int32 i)
+                                        {
+                                            std::string name("object ");
+                                            name += std::to_string(i);
+                                            return name.size();
+                                        });
+    Finish(state, kNames, 0, length == kNamesLength);
 }
 
 constexpr char kAbsent[] = "fox jumps";
@@ -272,10 +249,7 @@ void EncodeUTF8Qt(benchmark::State& state)
 void EncodeLatin1Qt(benchmark::State& state)
 {
     const QString characters = QString::fromStdString(Prose());
-    size_t size = 0;
-    for (auto _ : state)
-        size = static_cast<size_t>(characters.toLatin1().size());
-    Finish(state, characters.size(), size, size > 0);
+    MeasureWriting(state, characters.size(), [&] { return characters.toLatin1().size(); });
 }
 
 } // namespace

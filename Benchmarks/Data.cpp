@@ -1,4 +1,8 @@
-#include "Benchmarks/Bench.h"
+#include "Benchmarks/Benchmarks.h"
+#include "NqCore/PublicAPI/NqHostServices.h"
+#include "NqCore/PublicAPI/NqStream.h"
+
+#include <pugixml.hpp>
 
 #include <cmath>
 #include <random>
@@ -61,6 +65,12 @@ std::string MakeProse()
     return text;
 }
 
+struct TStringWriter : pugi::xml_writer
+{
+    void write(const void* data, size_t size) override { fText.append(static_cast<const char*>(data), size); }
+    std::string fText;
+};
+
 } // namespace
 
 bool TMesh::IsLike(const TMesh& inOther) const
@@ -94,6 +104,22 @@ const std::string& Prose()
 {
     static const std::string prose = MakeProse();
     return prose;
+}
+
+std::string TakeText(TNqstrstream& ioStream)
+{
+    const size_t size = static_cast<size_t>(ioStream.pcount());
+    int8* const block = ioStream.str();
+    std::string text(block, size);
+    Nqfree(block);
+    return text;
+}
+
+std::string TextOf(const pugi::xml_document& inDocument)
+{
+    TStringWriter writer;
+    inDocument.save(writer, "", pugi::format_raw);
+    return writer.fText;
 }
 
 } // namespace NqBench

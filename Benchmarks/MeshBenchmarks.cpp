@@ -1,8 +1,7 @@
 // A mesh of real arrays as text: written to memory and read back.
 
-#include "Benchmarks/Bench.h"
+#include "Benchmarks/Benchmarks.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
-#include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqCore/PublicAPI/NqStream.h"
 #include "NqCore/PublicAPI/NqToken.h"
 
@@ -91,11 +90,7 @@ std::string TokenText(const TMesh& inMesh)
 {
     TNqstrstream stream(kUTF8Transcoder);
     PutMesh(stream, inMesh);
-    const size_t size = static_cast<size_t>(stream.pcount());
-    int8* block = stream.str();
-    std::string text(block, size);
-    Nqfree(block);
-    return text;
+    return TakeText(stream);
 }
 
 void WriteTokens(benchmark::State& state)
@@ -134,11 +129,8 @@ size_t WriteFile(const TMesh& inMesh)
 
 void WriteTokenFile(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = WriteFile(Mesh());
+    MeasureWriting(state, Mesh().ValueCount(), [] { return WriteFile(Mesh()); });
     std::remove(kFile);
-    Finish(state, Mesh().ValueCount(), size, size > 0);
 }
 
 void ReadTokenFile(benchmark::State& state)
@@ -194,10 +186,7 @@ std::string JsonText(const TMesh& inMesh)
 
 void WriteJson(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = JsonText(Mesh()).size();
-    Finish(state, Mesh().ValueCount(), size, size > 0);
+    MeasureWriting(state, Mesh().ValueCount(), [] { return JsonText(Mesh()).size(); });
 }
 
 template <class T>
@@ -297,12 +286,6 @@ void PutXmlArray(pugi::xml_node inParent, const char* inName, const std::vector<
     inParent.append_child(inName).text().set(text.c_str());
 }
 
-struct TStringWriter : pugi::xml_writer
-{
-    void write(const void* data, size_t size) override { fText.append(static_cast<const char*>(data), size); }
-    std::string fText;
-};
-
 std::string XmlText(const TMesh& inMesh)
 {
     pugi::xml_document document;
@@ -311,17 +294,12 @@ std::string XmlText(const TMesh& inMesh)
     PutXmlArray(node, "normals", inMesh.fNormals);
     PutXmlArray(node, "texture", inMesh.fTexture);
     PutXmlArray(node, "faces", inMesh.fFaces);
-    TStringWriter writer;
-    document.save(writer, "", pugi::format_raw);
-    return writer.fText;
+    return TextOf(document);
 }
 
 void WriteXml(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = XmlText(Mesh()).size();
-    Finish(state, Mesh().ValueCount(), size, size > 0);
+    MeasureWriting(state, Mesh().ValueCount(), [] { return XmlText(Mesh()).size(); });
 }
 
 template <class T>
@@ -399,10 +377,7 @@ QByteArray QtText(const TMesh& inMesh)
 
 void WriteQt(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = static_cast<size_t>(QtText(Mesh()).size());
-    Finish(state, Mesh().ValueCount(), size, size > 0);
+    MeasureWriting(state, Mesh().ValueCount(), [] { return QtText(Mesh()).size(); });
 }
 
 void ReadQt(benchmark::State& state)
@@ -427,10 +402,7 @@ std::string StandardText(const TMesh& inMesh)
 
 void WriteStandard(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = StandardText(Mesh()).size();
-    Finish(state, Mesh().ValueCount(), size, size > 0);
+    MeasureWriting(state, Mesh().ValueCount(), [] { return StandardText(Mesh()).size(); });
 }
 
 void ReadStandard(benchmark::State& state)

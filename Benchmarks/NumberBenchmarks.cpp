@@ -1,8 +1,7 @@
 // Numbers one by one through the operators of a stream.
 
-#include "Benchmarks/Bench.h"
+#include "Benchmarks/Benchmarks.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
-#include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqCore/PublicAPI/NqStream.h"
 
 #include <QDataStream>
@@ -63,20 +62,13 @@ std::string CoreText()
     TNqstrstream stream(kUTF8Transcoder);
     for (const T value : Values<T>())
         stream << value << ' ';
-    const size_t size = static_cast<size_t>(stream.pcount());
-    int8* block = stream.str();
-    std::string text(block, size);
-    Nqfree(block);
-    return text;
+    return TakeText(stream);
 }
 
 template <class T>
 void WriteCore(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = CoreText<T>().size();
-    Finish(state, Count<T>(), size, size > 0);
+    MeasureWriting(state, Count<T>(), [] { return CoreText<T>().size(); });
 }
 
 template <class T>
@@ -103,10 +95,7 @@ std::string StandardText()
 template <class T>
 void WriteStandard(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = StandardText<T>().size();
-    Finish(state, Count<T>(), size, size > 0);
+    MeasureWriting(state, Count<T>(), [] { return StandardText<T>().size(); });
 }
 
 template <class T>
@@ -132,10 +121,7 @@ QByteArray QtText()
 template <class T>
 void WriteQtText(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = static_cast<size_t>(QtText<T>().size());
-    Finish(state, Count<T>(), size, size > 0);
+    MeasureWriting(state, Count<T>(), [] { return QtText<T>().size(); });
 }
 
 template <class T>
@@ -159,10 +145,7 @@ QByteArray QtData()
 template <class T>
 void WriteQtData(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-        size = static_cast<size_t>(QtData<T>().size());
-    Finish(state, Count<T>(), size, size > 0);
+    MeasureWriting(state, Count<T>(), [] { return QtData<T>().size(); });
 }
 
 template <class T>

@@ -1,6 +1,6 @@
 // Big-endian fields in memory, one by one through the operators, beside Qt's stream of the same format.
 
-#include "Benchmarks/Bench.h"
+#include "Benchmarks/Benchmarks.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
 #include "NqCore/PublicAPI/NqResourceStream.h"
 

@@ -1,6 +1,6 @@
 // Bits, colours and dates beside the standard library, boost, plain loops and ICU.
 
-#include "Benchmarks/Bench.h"
+#include "Benchmarks/Benchmarks.h"
 #include "NqCore/PublicAPI/BitArray.h"
 #include "NqCore/PublicAPI/NqColorRGBA.h"
 #include "NqCore/PublicAPI/NqDateTime.h"
@@ -159,15 +159,12 @@ template <class T>
 void TestBits(benchmark::State& state)
 {
     const T bits = MakeBits<T>();
-    int32 found = 0;
-    for (auto _ : state)
-    {
-        found = 0;
-        for (const int32 i : SomeBits())
-            found += bits.Test(static_cast<int32>(kBits) - 1 - i);
-        benchmark::DoNotOptimize(found);
-    }
-    FinishAlike(state, static_cast<int64>(SomeBits().size()), "found", found);
+    const std::vector<int32>& places = SomeBits();
+    const int32 count = static_cast<int32>(places.size());
+    FinishAlike(state, count, "found",
+                AddUp<int32>(state, count,
+                             [&](int32 i)
+                             { return bits.Test(static_cast<int32>(kBits) - 1 - places[static_cast<size_t>(i)]); }));
 }
 
 template <class T>
@@ -386,7 +383,7 @@ void MixReals(benchmark::State& state)
 
 // ---- Dates ----------------------------------------------------------------------------------------------------------
 
-constexpr int kDates = 1000;
+constexpr int32 kDates = 1000;
 constexpr real64 kSecondsBefore2001 = 978307200;
 
 const std::vector<real64>& Instants()
@@ -402,57 +399,76 @@ const std::vector<real64>& Instants()
     return sInstants;
 }
 
+// One face for both contenders, as above: each gives a number that comes from all it has computed.
+struct TOurDates
+{
+    int64 Fields(real64 instant)
+    {
+        TNqSystemTime time;
+        time.fSeconds = instant;
+        TNqUserTimeRecord record;
+        record.SysTimeToTimeRecord(time);
+        return record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute + record.fSecond;
+    }
+    int64 Normalised(TNqUserTimeRecord record)
+    {
+        record.NormalizeTimeRecord();
+        return record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute;
+    }
+    real64 Seconds(const TNqUserTimeRecord& record)
+    {
+        TNqSystemTime time;
+        time.TimeRecordToSysTime(record);
+        return time.fSeconds;
+    }
+    int64 Weekday(const TNqUserTimeRecord& record)
+    {
+        return TNqUserTimeRecord::DayOfWeek(record.fYear, record.fMonth, record.fDay);
+    }
+};
+
 // ICU's calendar without the change to the Julian one, in GMT.
-icu::GregorianCalendar MakeCalendar()
+struct TIcuDates
 {
-    UErrorCode status = U_ZERO_ERROR;
-    icu::GregorianCalendar calendar(*icu::TimeZone::getGMT(), status);
-    calendar.setGregorianChange(-1e18, status);
-    return calendar;
-}
-
-// The fields of all instants, added up.
-void FieldsCore(benchmark::State& state)
-{
-    int64 sum = 0;
-    for (auto _ : state)
+    TIcuDates() { fCalendar.setGregorianChange(-1e18, fStatus); }
+    int64 Get(UCalendarDateFields field) { return fCalendar.get(field, fStatus); }
+    void Set(const TNqUserTimeRecord& record)
     {
-        sum = 0;
-        for (const real64 instant : Instants())
-        {
-            TNqSystemTime time;
-            time.fSeconds = instant;
-            TNqUserTimeRecord record;
-            record.SysTimeToTimeRecord(time);
-            sum += record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute + record.fSecond;
-        }
-        benchmark::DoNotOptimize(sum);
+        fCalendar.clear();
+        fCalendar.set(record.fYear, record.fMonth - 1, record.fDay, record.fHour, record.fMinute, 0);
     }
-    FinishAlike(state, kDates, "fields", sum);
-}
-
-void FieldsIcu(benchmark::State& state)
-{
-    icu::GregorianCalendar calendar = MakeCalendar();
-    UErrorCode status = U_ZERO_ERROR;
-    int64 sum = 0;
-    for (auto _ : state)
+    int64 Sum()
     {
-        sum = 0;
-        for (const real64 instant : Instants())
-        {
-            calendar.setTime((instant + kSecondsBefore2001) * 1000, status);
-            sum += calendar.get(UCAL_EXTENDED_YEAR, status) + calendar.get(UCAL_MONTH, status) + 1;
-            sum += calendar.get(UCAL_DATE, status) + calendar.get(UCAL_HOUR_OF_DAY, status);
-            sum += calendar.get(UCAL_MINUTE, status) + calendar.get(UCAL_SECOND, status);
-        }
-        benchmark::DoNotOptimize(sum);
+        return Get(UCAL_EXTENDED_YEAR) + Get(UCAL_MONTH) + 1 + Get(UCAL_DATE) + Get(UCAL_HOUR_OF_DAY) +
+               Get(UCAL_MINUTE);
     }
-    FinishAlike(state, kDates, "fields", sum);
-}
+    int64 Fields(real64 instant)
+    {
+        fCalendar.setTime((instant + kSecondsBefore2001) * 1000, fStatus);
+        return Sum() + Get(UCAL_SECOND);
+    }
+    int64 Normalised(const TNqUserTimeRecord& record)
+    {
+        Set(record);
+        return Sum();
+    }
+    real64 Seconds(const TNqUserTimeRecord& record)
+    {
+        Set(record);
+        return fCalendar.getTime(fStatus) / 1000 - kSecondsBefore2001;
+    }
+    int64 Weekday(const TNqUserTimeRecord& record)
+    {
+        fCalendar.clear();
+        fCalendar.set(record.fYear, record.fMonth - 1, record.fDay);
+        return Get(UCAL_DAY_OF_WEEK);
+    }
+    UErrorCode fStatus = U_ZERO_ERROR;
+    icu::GregorianCalendar fCalendar{*icu::TimeZone::getGMT(), fStatus};
+};
 
 // Records with a day far out of range: what is due so many days after a date.
-TNqUserTimeRecord MakeRecord(int i)
+TNqUserTimeRecord MakeRecord(int32 i)
 {
     TNqUserTimeRecord record;
     record.fYear = static_cast<int16>(1900 + i % 200);
@@ -463,118 +479,45 @@ TNqUserTimeRecord MakeRecord(int i)
     return record;
 }
 
-void NormaliseCore(benchmark::State& state)
+TNqUserTimeRecord MakeRecordInMonth(int32 i)
 {
-    int64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (int i = 0; i < kDates; ++i)
-        {
-            TNqUserTimeRecord record = MakeRecord(i);
-            record.NormalizeTimeRecord();
-            sum += record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute;
-        }
-        benchmark::DoNotOptimize(sum);
-    }
-    FinishAlike(state, kDates, "normalised", sum);
+    TNqUserTimeRecord record = MakeRecord(i);
+    record.fDay = 15;
+    return record;
 }
 
-void NormaliseIcu(benchmark::State& state)
+template <class Sum, class Value>
+void AddUpDates(benchmark::State& state, const std::string& task, Value&& value)
 {
-    icu::GregorianCalendar calendar = MakeCalendar();
-    UErrorCode status = U_ZERO_ERROR;
-    int64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (int i = 0; i < kDates; ++i)
-        {
-            const TNqUserTimeRecord record = MakeRecord(i);
-            calendar.clear();
-            calendar.set(record.fYear, record.fMonth - 1, record.fDay, record.fHour, record.fMinute, 0);
-            sum += calendar.get(UCAL_EXTENDED_YEAR, status) + calendar.get(UCAL_MONTH, status) + 1;
-            sum += calendar.get(UCAL_DATE, status) + calendar.get(UCAL_HOUR_OF_DAY, status);
-            sum += calendar.get(UCAL_MINUTE, status);
-        }
-        benchmark::DoNotOptimize(sum);
-    }
-    FinishAlike(state, kDates, "normalised", sum);
+    FinishAlike(state, kDates, task, AddUp<Sum>(state, kDates, value));
 }
 
-void SecondsCore(benchmark::State& state)
+template <class T>
+void Fields(benchmark::State& state)
 {
-    real64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (int i = 0; i < kDates; ++i)
-        {
-            TNqUserTimeRecord record = MakeRecord(i);
-            record.fDay = 15;
-            TNqSystemTime time;
-            time.TimeRecordToSysTime(record);
-            sum += time.fSeconds;
-        }
-        benchmark::DoNotOptimize(sum);
-    }
-    FinishAlike(state, kDates, "seconds", sum);
+    T dates;
+    AddUpDates<int64>(state, "fields", [&](int32 i) { return dates.Fields(Instants()[static_cast<size_t>(i)]); });
 }
 
-void SecondsIcu(benchmark::State& state)
+template <class T>
+void Normalise(benchmark::State& state)
 {
-    icu::GregorianCalendar calendar = MakeCalendar();
-    UErrorCode status = U_ZERO_ERROR;
-    real64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (int i = 0; i < kDates; ++i)
-        {
-            const TNqUserTimeRecord record = MakeRecord(i);
-            calendar.clear();
-            calendar.set(record.fYear, record.fMonth - 1, 15, record.fHour, record.fMinute, 0);
-            sum += calendar.getTime(status) / 1000 - kSecondsBefore2001;
-        }
-        benchmark::DoNotOptimize(sum);
-    }
-    FinishAlike(state, kDates, "seconds", sum);
+    T dates;
+    AddUpDates<int64>(state, "normalised", [&](int32 i) { return dates.Normalised(MakeRecord(i)); });
 }
 
-void WeekdayCore(benchmark::State& state)
+template <class T>
+void Seconds(benchmark::State& state)
 {
-    int64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (int i = 0; i < kDates; ++i)
-        {
-            const TNqUserTimeRecord record = MakeRecord(i);
-            sum += TNqUserTimeRecord::DayOfWeek(record.fYear, record.fMonth, 15);
-        }
-        benchmark::DoNotOptimize(sum);
-    }
-    FinishAlike(state, kDates, "weekdays", sum);
+    T dates;
+    AddUpDates<real64>(state, "seconds", [&](int32 i) { return dates.Seconds(MakeRecordInMonth(i)); });
 }
 
-void WeekdayIcu(benchmark::State& state)
+template <class T>
+void Weekday(benchmark::State& state)
 {
-    icu::GregorianCalendar calendar = MakeCalendar();
-    UErrorCode status = U_ZERO_ERROR;
-    int64 sum = 0;
-    for (auto _ : state)
-    {
-        sum = 0;
-        for (int i = 0; i < kDates; ++i)
-        {
-            const TNqUserTimeRecord record = MakeRecord(i);
-            calendar.clear();
-            calendar.set(record.fYear, record.fMonth - 1, 15);
-            sum += calendar.get(UCAL_DAY_OF_WEEK, status);
-        }
-        benchmark::DoNotOptimize(sum);
-    }
-    FinishAlike(state, kDates, "weekdays", sum);
+    T dates;
+    AddUpDates<int64>(state, "weekdays", [&](int32 i) { return dates.Weekday(MakeRecordInMonth(i)); });
 }
 
 } // namespace
@@ -600,11 +543,11 @@ NQ_BENCHMARK(MixPixels<TPlainPixel>, "interpolate 4K pixels/plain loop");
 NQ_BENCHMARK((MixReals<TNqColorRGBA8, TNqColorRGBA>), "interpolate 4K reals/TNqColorRGBA");
 NQ_BENCHMARK((MixReals<TPlainPixel, TPlainColour>), "interpolate 4K reals/plain loop");
 
-NQ_BENCHMARK(FieldsCore, "1000 x seconds to fields/TNqUserTimeRecord");
-NQ_BENCHMARK(FieldsIcu, "1000 x seconds to fields/icu::GregorianCalendar");
-NQ_BENCHMARK(SecondsCore, "1000 x fields to seconds/TNqSystemTime");
-NQ_BENCHMARK(SecondsIcu, "1000 x fields to seconds/icu::GregorianCalendar");
-NQ_BENCHMARK(WeekdayCore, "1000 x day of the week/TNqUserTimeRecord");
-NQ_BENCHMARK(WeekdayIcu, "1000 x day of the week/icu::GregorianCalendar");
-NQ_BENCHMARK(NormaliseCore, "1000 x normalise/TNqUserTimeRecord");
-NQ_BENCHMARK(NormaliseIcu, "1000 x normalise/icu::GregorianCalendar");
+NQ_BENCHMARK(Fields<TOurDates>, "1000 x seconds to fields/TNqUserTimeRecord");
+NQ_BENCHMARK(Fields<TIcuDates>, "1000 x seconds to fields/icu::GregorianCalendar");
+NQ_BENCHMARK(Seconds<TOurDates>, "1000 x fields to seconds/TNqSystemTime");
+NQ_BENCHMARK(Seconds<TIcuDates>, "1000 x fields to seconds/icu::GregorianCalendar");
+NQ_BENCHMARK(Weekday<TOurDates>, "1000 x day of the week/TNqUserTimeRecord");
+NQ_BENCHMARK(Weekday<TIcuDates>, "1000 x day of the week/icu::GregorianCalendar");
+NQ_BENCHMARK(Normalise<TOurDates>, "1000 x normalise/TNqUserTimeRecord");
+NQ_BENCHMARK(Normalise<TIcuDates>, "1000 x normalise/icu::GregorianCalendar");

@@ -12,6 +12,12 @@
 #include <string>
 #include <vector>
 
+class TNqstrstream;
+namespace pugi
+{
+class xml_document;
+}
+
 // Registers a function as a contender of a task.
 #define NQ_BENCHMARK(function, name) BENCHMARK(function)->Name(name)->UseRealTime()
 
@@ -58,5 +64,36 @@ inline void Finish(benchmark::State& ioState, int64 inItems, size_t inBytes, boo
     if (inBytes > 0)
         ioState.SetLabel(std::to_string(inBytes));
 }
+
+// Adds up inValue(i) for each i below inCount, once an iteration.
+template <class Sum, class Value>
+Sum AddUp(benchmark::State& ioState, int32 inCount, Value&& inValue)
+{
+    Sum sum = 0;
+    for (auto _ : ioState)
+    {
+        sum = 0;
+        for (int32 i = 0; i < inCount; ++i)
+            sum += inValue(i);
+        benchmark::DoNotOptimize(sum);
+    }
+    return sum;
+}
+
+// Makes a text or data once an iteration: inMake() returns how many bytes.
+template <class Make>
+void MeasureWriting(benchmark::State& ioState, int64 inItems, Make&& inMake)
+{
+    size_t size = 0;
+    for (auto _ : ioState)
+        size = static_cast<size_t>(inMake());
+    Finish(ioState, inItems, size, size > 0);
+}
+
+// What has been written to a stream with a block of its own, which is of no further use.
+std::string TakeText(TNqstrstream& ioStream);
+
+// A document without indentation.
+std::string TextOf(const pugi::xml_document& inDocument);
 
 } // namespace NqBench
