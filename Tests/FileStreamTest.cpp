@@ -470,6 +470,33 @@ TEST_F(FileStreamTest, OpeningWithoutATranscoderFails)
         });
 }
 
+// These move about, and each seek clears the state: a failure on the way is still told.
+TEST_F(FileStreamTest, MeasuringAndLookingForTheMarkTellFailures)
+{
+    Disk() = "\xEF\xBB\xBF"
+             "abc";
+    for (int32 bufferSize : {0, 2, 64})
+        for (const bool measures : {true, false})
+            for (int n = 1;; ++n)
+            {
+                TNqfstream stream(kPath, kMacTranscoder, eRead, bufferSize, nullptr);
+                stream.seek(1, TNqiostream::beg);
+                fDisk.fBadCall = fDisk.fCalls + n;
+                const int32 size = measures ? stream.GetStreamSize() : 6;
+                if (!measures)
+                    stream.CheckIdentifier();
+                const bool reached = fDisk.fCalls >= fDisk.fBadCall;
+                fDisk.fBadCall = 0;
+                EXPECT_EQ(stream.good(), !reached) << n;
+                TakeReports();
+                if (reached)
+                    continue;
+                EXPECT_EQ(stream.tell(), measures ? 1 : 0);
+                EXPECT_EQ(size, 6);
+                break;
+            }
+}
+
 TEST_F(FileStreamTest, SynchTakesUpWhatAnotherWrote)
 {
     for (int32 bufferSize : {0, 4})
@@ -496,36 +523,32 @@ TEST_F(FileStreamTest, SynchTakesUpWhatAnotherWrote)
     }
 }
 
-// Nothing can be written behind the last position; nothing wraps.
+// Nothing can be written behind the last position; nothing wraps, with a mark before the text.
 TEST_F(FileStreamTest, PositionsEndAt31Bits)
 {
-    Disk() = "abc";
-    for (int32 bufferSize : {0, 16})
-    {
-        TNqfstream stream(kPath, kUTF8Transcoder, eReadWrite, bufferSize, nullptr);
-        stream.seek(0x7FFFFFFF, TNqiostream::beg);
-        EXPECT_TRUE(stream.eof());
-        stream.seek(1, TNqiostream::cur);
-        stream.seek(-0x7FFFFFFF - 1, TNqiostream::end);
-        EXPECT_FALSE(stream.good());
-        EXPECT_EQ(stream.tell(), 0x7FFFFFFF);
-        bufferSize > 0 ? stream.write("x", 1) : void();
-        EXPECT_FALSE(stream.good());
-    }
-    EXPECT_EQ(Disk().size(), 3u);
-    EXPECT_EQ(TakeReports().size(), 5u);
     Disk() = "\xEF\xBB\xBF"
              "abc";
     for (int32 bufferSize : {0, 16})
     {
         TNqfstream stream(kPath, kUTF8Transcoder, eReadWrite, bufferSize, nullptr);
         stream.CheckIdentifier();
-        stream.seek(0x7FFFFFFC, TNqiostream::beg); // with the mark the last one
-        stream.seek(0x7FFFFFFF, TNqiostream::cur);
+        stream.seek(0x7FFFFFFC, TNqiostream::beg);
+        EXPECT_TRUE(stream.eof());
+        const std::pair<int32, TNqiostream::seek_dir> tooFar[] = {{1, TNqiostream::cur},
+                                                                  {0x7FFFFFFF, TNqiostream::cur},
+                                                                  {0x7FFFFFFD, TNqiostream::beg},
+                                                                  {-0x7FFFFFFF - 1, TNqiostream::end}};
+        for (const auto& [offset, dir] : tooFar)
+        {
+            stream.seek(offset, dir);
+            EXPECT_FALSE(stream.good());
+            EXPECT_EQ(stream.tell(), 0x7FFFFFFC);
+        }
+        stream.write("x", 1);
         EXPECT_FALSE(stream.good());
-        EXPECT_EQ(stream.tell(), 0x7FFFFFFC);
     }
-    EXPECT_EQ(TakeReports().size(), 2u);
+    EXPECT_EQ(Disk().size(), 6u);
+    EXPECT_EQ(TakeReports().size(), 10u);
 }
 
 // ---- References and contexts ---------------------------------------------------------------------------------------

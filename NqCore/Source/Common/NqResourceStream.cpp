@@ -372,7 +372,7 @@ void PutAllStrings(const TResourceStrings& strings, TNqiostream& out)
     NqWithSink(out,
                [&](auto& sink)
                {
-                   for (uint32 i = 0; i < count && !sink.Failed(); ++i)
+                   for (uint32 i = 0; i < count; ++i)
                        sink.Run([&]
                                 { NqToken::PutLocalizedStringAttribute(out, NqFourChar("Strg"), strings[i], false); });
                });

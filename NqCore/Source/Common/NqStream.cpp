@@ -522,10 +522,15 @@ void* TNqiostream::GetInfo(IDType id) const
 
 int32 TNqiostream::GetStreamSize()
 {
+    const bool failedBefore = fState & failbit;
     const int32 position = tell();
+    if ((fState & failbit) && !failedBefore)
+        return 0; // nobody knows where to go back to
     seek(0, TNqiostream::end);
     const int32 size = tell();
+    const int32 failure = fState & failbit;
     seek(position, TNqiostream::beg);
+    changestate(failure);
     return size;
 }
 
@@ -567,7 +572,9 @@ void TNqiostream::CheckIdentifier()
         fIDOffset = 3;
         SetTranscoder(kUTF8Transcoder);
     }
+    const int32 failure = fState & failbit;
     seek(0, beg);
+    changestate(failure); // a stream that could not be read is not one without a mark
 }
 
 IStreamContext* TNqiostream::GetStreamContext()
@@ -590,10 +597,9 @@ void NqTextFromUTF8(TNqString& text, const int8* bytes)
         return;
     uint8 index = 0, total = 0;
     uint8 sequence[4];
-    uint16 character = kNqNoCharacter;
-    for (; *bytes != 0 && character != 0; ++bytes)
+    for (; *bytes != 0; ++bytes)
     {
-        character = UTF8TakeByte(static_cast<uint8>(*bytes), index, total, sequence);
+        const uint16 character = UTF8TakeByte(static_cast<uint8>(*bytes), index, total, sequence);
         if (character != kNqNoCharacter)
             characters.AddElem(character);
     }
@@ -624,7 +630,10 @@ void TNqiostream::readFileRef(int8* path)
 
 void TNqiostream::writeFileRef(const int8* path)
 {
-    writeQuotedString(TNqDynamicString(path));
+    const TNqDynamicString text(path);
+    if (text.ByteLength() == 0 && path != nullptr && *path != 0)
+        return streamfail(kNqStreamOutOfRange); // no memory: better nothing than another path
+    writeQuotedString(text);
 }
 
 void TNqiostream::GetPathRelativeFolder(TNqString& folder)
