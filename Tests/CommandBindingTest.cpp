@@ -244,15 +244,25 @@ TEST_F(CommandBindingTest, SortsByNameOrThrowsBeforeAnythingMoves)
     }
     EXPECT_TRUE(thrown > 100 && thrown < 900);
 
-    // Names that are in order byte by byte come out so, whatever order they went in.
+    // Names that are in order byte by byte come out so, whatever order they went in: groups and what is in them.
     for (int32 count = 0; count < 40; ++count)
     {
-        TGroup group;
+        TContext context;
         for (int32 i = 0; i < count; ++i)
-            group.AddBinding()->fCommandName.FromInt32(100 + i * 37 % std::max(count, 1));
-        group.Sort();
-        for (uint32 i = 1; i < group.fBindings.GetElemCount(); ++i)
-            EXPECT_LE(group.fBindings[i - 1]->fCommandName.ToInt32(), group.fBindings[i]->fCommandName.ToInt32());
+        {
+            TNqCommandBindingGroup* const group = context.AddBindingGroup();
+            group->fGroupName.FromInt32(100 + i * 37 % count);
+            for (int32 k = 0; k < i; ++k)
+                group->AddBinding()->fCommandName.FromInt32(100 + k * 37 % i);
+        }
+        context.Sort();
+        for (uint32 i = 0; i < context.fBindingGroups.GetElemCount(); ++i)
+        {
+            const TNqCommandBindingGroup& group = *context.fBindingGroups[i];
+            EXPECT_TRUE(i == 0 || context.fBindingGroups[i - 1]->fGroupName.ToInt32() <= group.fGroupName.ToInt32());
+            for (uint32 k = 1; k < group.fBindings.GetElemCount(); ++k)
+                EXPECT_LE(group.fBindings[k - 1]->fCommandName.ToInt32(), group.fBindings[k]->fCommandName.ToInt32());
+        }
     }
 }
 

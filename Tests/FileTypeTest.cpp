@@ -60,7 +60,7 @@ struct TModelType
 struct TFakeFile : TNqFile
 {
     void GetInfo(APIFileInfo& outInfo) const override { outInfo.fType.fID = fCode; }
-    void GetExtension(TNqString& outExtension) const override { outExtension = TNqString15(fExtension); }
+    void GetExtension(TNqString& outExtension) const override { outExtension.FromCPtr(fExtension); }
 
     IDType fCode = 0;
     const char* fExtension = "";
@@ -195,7 +195,8 @@ TEST_F(FileTypeTest, ContainsExtIsTheCaseBlindComparison)
     TRandom random(4);
     for (int round = 0; round < 20000; ++round)
     {
-        const TTexts pieces = {"a", "A", "s", "S", "\xC3\x9F", "\xC5\xBF", std::string(1, '\0'), "\xC3", "\x80", "{"};
+        const TTexts pieces = {"a",    "A",    "z", "Z", "`", "s", "S", "\xC3\x9F", "\xC5\xBF", std::string(1, '\0'),
+                               "\xC3", "\x80", "{"};
         const auto text = [&]
         {
             std::string made(random.OneIn(50) ? static_cast<size_t>(1020 + random.Below(5)) : 0, 'x');
@@ -239,6 +240,17 @@ TEST_F(FileTypeTest, WritesTheseBytesAndReadsThemInLowerCase)
         EXPECT_STREQ(type.GetExtension(0).GetString(), "cub");
         EXPECT_STREQ(type.GetExtension(1).GetString(), "c4\xC3\xA9");
     }
+
+    TNqFileTypeList list;
+    TNqFileType longer(7, 1);
+    TFakeFile file;
+    file.fExtension = "ABCDEFGHIJKLMNOPQ";
+    longer.AddExtension(TNqString31(file.fExtension));
+    list.AddElem(longer);
+    EXPECT_EQ(list.FindNqFileTypeID(file), 7U);
+    TNqFileType cut;
+    EXPECT_TRUE(ReadBack(Written(longer), nullptr, [&](TNqResourceStream& in) { in >> cut; }));
+    EXPECT_STREQ(cut.GetExtension(0).GetString(), "abcdefghijklmno"); // 15 bytes are read
 
     TNqFileType full(1, 1);
     for (uint32 i = 1; i <= kNqMaxFileTypeEntries + 2; ++i)
@@ -345,6 +357,7 @@ TEST_F(FileTypeTest, AFileByItsPathTellsWhatTheSystemKnows)
         EXPECT_STREQ(extension.GetString(), ending);
         EXPECT_EQ(info.fType.fID, code) << name;
         EXPECT_TRUE(info.fDataSize == strlen(bytes) && info.fIsHidden == (name[0] == '.') && !info.fIsDir);
+        EXPECT_FALSE(info.fIsReadOnly);
         const auto now = static_cast<real64>(time(nullptr) - 978307200); // since 2001
         EXPECT_NEAR(info.fModificationTime.fSeconds, now, 100);
         EXPECT_NEAR(info.fCreationTime.fSeconds, now, 100);

@@ -1,3 +1,4 @@
+#include "NqCore/PublicAPI/NqAsciiTranslationTable.h"
 #include "NqCore/PublicAPI/NqCompiler.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
@@ -217,6 +218,15 @@ TEST_F(HostServices, ChosenAllocationsFailWhateverTheirKind)
     EXPECT_EQ(TestHost().CountAllocations(), 6);
     gMemoryUtilities->FreeBlock(object);
     Nqfree(grown);
+}
+
+TEST_F(HostServices, AHostThatEndsLeavesNoTranslation)
+{
+    TNqAsciiTranslationTable table;
+    TestHost().SetAsciiTranslationTable(&table);
+    EXPECT_EQ(GetAsciiTranslationTable(), &table);
+    StartTestHost(0);
+    EXPECT_EQ(GetAsciiTranslationTable(), nullptr);
 }
 
 TEST_F(HostServices, NoThreadIsInAHandlerThatWasReplaced)

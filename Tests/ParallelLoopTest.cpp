@@ -5,6 +5,7 @@
 #include "NqCore/PublicAPI/NqSMPParallel.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "NqCore/PublicAPI/NqString.h"
+#include "NqHost/Source/NqHostInternal.h" // to play a thread of the pool
 #include "Tests/PoolTest.h"
 
 #include <sys/resource.h>
@@ -331,6 +332,49 @@ TEST(ParallelLoopDeathTest, AForkedProcessRunsLoopsAndEnds)
 
 #endif
 
+// Records what is yielded with.
+class TYieldRecorder final : public IShThreadUtilities
+{
+public:
+    int32 GetCurrentThreadID() override { return 1; }
+    void Yield(int32 inArgument) override { fArguments.push_back(inArgument); }
+
+    std::vector<int32> fArguments;
+};
+
+TEST(ParallelLoopSettings, ACancelCheckGivesUpTheTimeSliceOutsideThePoolAlone)
+{
+    IShThreadUtilities* const real = gShellThreadUtilities;
+    TYieldRecorder recorder;
+    gShellThreadUtilities = &recorder;
+    for (const bool inPool : {false, true})
+    {
+        NqHostMarkPoolThread(inPool);
+        CheckSMPJobCancel();
+        ThrowIfSMPJobCancelled();
+    }
+    NqHostMarkPoolThread(false);
+    gShellThreadUtilities = real;
+    EXPECT_EQ(recorder.fArguments, std::vector<int32>{15});
+}
+
+TEST(ParallelLoopSettings, WorkersAreAsManyAsAskedForOrAsProcessors)
+{
+    const int32 processors = GetNumberOfProcessors();
+    const std::pair<int, int32> cases[] = {{1, 1}, {3, 3}, {256, 256}, {257, 256}, {-2, processors}, {0, processors}};
+    for (const auto& [asked, workers] : cases)
+    {
+        StartTestHost(asked);
+        EXPECT_EQ(GetSMPWorkerCount(), workers) << asked;
+    }
+    int32* const real = std::exchange(gNumberOfProcessors, nullptr);
+    EXPECT_EQ(GetNumberOfProcessors(), 1);
+    int32 none = 0;
+    gNumberOfProcessors = &none;
+    EXPECT_EQ(GetNumberOfProcessors(), 1);
+    gNumberOfProcessors = real;
+}
+
 // ---- Jobs -----------------------------------------------------------------------------------------------------------
 
 INSTANTIATE_TEST_SUITE_P(Workers, SMPJob, ::testing::Values(1, 2, 5), ::testing::PrintToStringParamName());
@@ -387,6 +431,9 @@ TEST_P(SMPJob, TasksAddTasksAndHandOverTheNextOne)
         EXPECT_EQ(out, queried);
         queried->Release();
     }
+    TNqCountedPtr<TBasicSMPTask> plain;
+    TNqCountedCreateHelper<TBasicSMPTask>{& plain} = new TBasicSMPTask;
+    EXPECT_FALSE(plain->CanSpawnTasks());
     AddSMPJobTask(TCallTask::Make([](ISMPJobTask**) {}));
     EXPECT_EQ(TakeReports(), TTexts({"job"}));
     job->AddTask(nullptr);

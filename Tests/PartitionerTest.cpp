@@ -164,6 +164,10 @@ TEST_F(Partitioner, SizesComputedByHand)
     EXPECT_EQ(guided.fChunkCount, 12);
     EXPECT_EQ(SizesOf(guided), TSizes({125, 125, 125, 125, 62, 62, 62, 62, 31, 31, 31, 31, 32, 32, 32, 32}));
 
+    SetWorkerCount(3); // of an odd number of pieces the right half gets one more
+    EXPECT_EQ(SizesOf(TAutoPartitioner(0, 12, 1, 1)), TSizes({6, 3, 3}));
+    EXPECT_EQ(SizesOf(TGuidedPartitioner(0, 12, 1, 0.5f, 0)), TSizes({6, 3, 3}));
+
     TGuidedPartitioner right(guided);
     guided.Split(right, right); // the right half is stored last
     EXPECT_EQ(right.fStart, 125);

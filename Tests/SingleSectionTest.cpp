@@ -123,6 +123,30 @@ TEST_P(SingleSection, WorkRunsOneAtATimeAndIsDoneWhenTheRequestReturns)
     }
 }
 
+// Outside the pool each thread is a worker of its own.
+TEST_P(SingleSection, OutsideThreadsShareNoRun)
+{
+    TSMPSingleSection section;
+    std::atomic<bool> started{false};
+    bool otherRan = false;
+    TWork work(1,
+               [&]
+               {
+                   started = true;
+                   std::this_thread::sleep_for(std::chrono::milliseconds(20));
+               });
+    std::thread other(
+        [&]
+        {
+            WaitUntil(started);
+            TWork same(1, [&otherRan] { otherRan = true; });
+            section.InternalExecute(same);
+        });
+    section.InternalExecute(work);
+    other.join();
+    EXPECT_TRUE(otherRan);
+}
+
 TEST_P(SingleSection, WhatTheWorkThrowsReachesWhoAsked)
 {
     TSMPSingleSection section;

@@ -5,6 +5,8 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <set>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -287,13 +289,22 @@ TEST_F(SocketTest, UnixSocketsLeaveNoFileAndTakeNoOther)
 TEST_F(SocketTest, DescriptorsStayInThisProcessAndAreNotLost)
 {
     const std::string address = "unix:" + Path("s");
+    for (const std::string& each : {std::string("0"), address})
     {
         TSocket a;
         TSocket b;
-        Pair(address, a, b);
+        Pair(each, a, b);
         EXPECT_EQ(SocketDescriptors().size(), fDescriptorsBefore.size() + 3);
+        int sendAtOnce = 0;
         for (const int descriptor : SocketDescriptors())
+        {
             EXPECT_TRUE(fDescriptorsBefore.count(descriptor) > 0 || (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0);
+            int on = 0;
+            socklen_t size = sizeof(on);
+            getsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, &size);
+            sendAtOnce += on != 0 ? 1 : 0;
+        }
+        EXPECT_EQ(sendAtOnce, each == "0" ? 2 : 0); // both ends
     }
     ForEachFailingAllocation(
         [&](int64)

@@ -222,7 +222,11 @@ void DescribeExport(CLI::App& ioApp, Arguments& outArguments)
         ->required()
         ->type_name("MODEL");
     DescribeLimits(*command, outArguments);
-    command->footer("Example: nqtoken export duck.nq -o duck.glb\n" + std::string(kStatusText));
+    command->footer(
+        "The model is read again before it takes the target's place, and what it does not hold of the scene is\n"
+        "told. Beside an .obj with materials goes a .mtl, beside a .gltf a .bin.\n"
+        "Example: nqtoken export duck.nq -o duck.glb\n" +
+        std::string(kStatusText));
 }
 
 void DescribeShow(CLI::App& ioApp, Arguments& outArguments)

@@ -3,6 +3,7 @@
 #include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/InputFile.h"
 #include "Tools/nqtoken/Limits.h"
+#include "Tools/nqtoken/ModelFileSystem.h"
 #include "Tools/nqtoken/SceneNames.h"
 #include "Tools/nqtoken/Text.h"
 
@@ -357,6 +358,29 @@ Outcome Recognize(const std::string& inPath, std::string& outShown)
     return {};
 }
 
+// inShown is the name for assimp, of a file in inFiles or, when null, on the disk. inFiles is taken over.
+Outcome Import(const std::string& inPath, const std::string& inShown, Assimp::IOSystem* inFiles, Scene& outScene,
+               std::vector<std::string>& outNotes)
+{
+    Assimp::Importer importer;
+    if (inFiles != nullptr)
+        importer.SetIOHandler(inFiles);
+    const aiScene* model = importer.ReadFile(inShown, 0);
+    if (MemoryRefused())
+        return Trouble(fmt::format("{}: {}", inPath, OutOfMemoryText()));
+    if (model == nullptr)
+        return AtFault(fmt::format("{}: not a model that can be read: {}", inPath, importer.GetErrorString()));
+    outScene = Scene();
+    Outcome outcome = Convert(*model, outScene);
+    if (!outcome.Ok())
+        return AtFault(fmt::format("{}: {}", inPath, outcome.Text()));
+    // Some formats have no name for the root: it is given that of the file.
+    if (!outScene.fNodes.empty() && outScene.fNodes.front().fName == inShown.substr(inShown.rfind('/') + 1))
+        outScene.fNodes.front().fName.clear();
+    outNotes = LeftOut(*model);
+    return {};
+}
+
 } // namespace
 
 Outcome ImportModel(const std::string& inPath, Scene& outScene, std::vector<std::string>& outNotes)
@@ -369,23 +393,12 @@ Outcome ImportModel(const std::string& inPath, Scene& outScene, std::vector<std:
     Outcome recognized = Recognize(inPath, shown);
     if (!recognized.Ok())
         return recognized;
-    Assimp::Importer importer;
-    if (shown != inPath)
-        importer.SetIOHandler(new RenamingFiles(shown, inPath)); // taken over
-    const aiScene* model = importer.ReadFile(shown, 0);
-    if (MemoryRefused())
-        return Trouble(fmt::format("{}: {}", inPath, OutOfMemoryText()));
-    if (model == nullptr)
-        return AtFault(fmt::format("{}: not a model that can be read: {}", inPath, importer.GetErrorString()));
-    outScene = Scene();
-    Outcome outcome = Convert(*model, outScene);
-    if (!outcome.Ok())
-        return AtFault(fmt::format("{}: {}", inPath, outcome.Text()));
-    // Some formats have no name for the root: it is given that of the file.
-    if (!outScene.fNodes.empty() && outScene.fNodes.front().fName == shown.substr(shown.rfind('/') + 1))
-        outScene.fNodes.front().fName.clear();
-    outNotes = LeftOut(*model);
-    return {};
+    return Import(inPath, shown, shown != inPath ? new RenamingFiles(shown, inPath) : nullptr, outScene, outNotes);
+}
+
+Outcome ImportModel(ModelFiles& inFiles, const std::string& inPath, Scene& outScene, std::vector<std::string>& outNotes)
+{
+    return Import(inPath, inPath, new MemoryFiles(inFiles), outScene, outNotes);
 }
 
 bool CanImport(const TNqFileType& inFormat)

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "Tools/nqtoken/ModelFiles.h"
 #include "Tools/nqtoken/Outcome.h"
 #include "Tools/nqtoken/Scene.h"
 
@@ -14,6 +15,10 @@ namespace nqtoken
 // sentence each. At fault: the file is of no known format, or no model that can be read. Trouble: it could not be
 // opened, the formats could not be read, or the tool was built without assimp.
 Outcome ImportModel(const std::string& inPath, Scene& outScene, std::vector<std::string>& outNotes);
+
+// The same for a model in memory, whose name tells the format; assimp knows it.
+Outcome ImportModel(ModelFiles& inFiles, const std::string& inPath, Scene& outScene,
+                    std::vector<std::string>& outNotes);
 
 // Whether this build reads files of the format.
 bool CanImport(const TNqFileType& inFormat);

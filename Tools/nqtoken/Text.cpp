@@ -74,6 +74,8 @@ void Append(std::string& ioText, uint32 inCode)
     put(0x80 | (inCode & 0x3F));
 }
 
+} // namespace
+
 bool IsUTF8(std::string_view inBytes)
 {
     size_t size;
@@ -85,6 +87,9 @@ bool IsUTF8(std::string_view inBytes)
     }
     return true;
 }
+
+namespace
+{
 
 // At least inMaxBytes of it, or all.
 std::string Escaped(std::string_view inText, size_t inMaxBytes, std::string_view inBackslashed, bool& outCut)

@@ -10,6 +10,9 @@
 namespace nqtoken
 {
 
+// Surrogate halves are not UTF-8.
+bool IsUTF8(std::string_view inBytes);
+
 // UTF-8 from a model: as it is when it is UTF-8, else read as Windows-1252. Ends before a zero byte.
 std::string FromForeignText(std::string_view inBytes);
 
