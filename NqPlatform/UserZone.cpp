@@ -30,18 +30,17 @@ std::u16string ToUnits(std::string_view text)
     return units;
 }
 
-// Whether ICU has a zone of this name. What it makes of "GMT+5" does not count: there it goes east, and in TZ west.
 bool IsInIcu(const std::u16string& name)
 {
     std::array<UChar, 128> canonical;
-    UBool isSystem = 0;
     UErrorCode status = U_ZERO_ERROR;
     ucal_getCanonicalTimeZoneID(name.data(), static_cast<int32_t>(name.size()), canonical.data(),
-                                static_cast<int32_t>(canonical.size()), &isSystem, &status);
-    return U_SUCCESS(status) && isSystem;
+                                static_cast<int32_t>(canonical.size()), nullptr, &status);
+    return U_SUCCESS(status) && name != u"Etc/Unknown";
 }
 
-// Whether a value of TZ is the name of a zone. ICU also knows letters such as PST, which are no name to the C library.
+// Whether a value of TZ is the name of a zone. ICU also takes PST, which is none to the C library, and GMT+5, which
+// goes to the west there.
 bool IsZoneName(const std::string& value)
 {
     if (!IsInIcu(ToUnits(value)))

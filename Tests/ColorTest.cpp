@@ -141,9 +141,47 @@ TEST_F(ColorTest, RealsBecomeBytesClampedOrAsTheyAreAndAreComparedWithTolerance)
     }
 }
 
+template <class Color>
+void ExpectEqualAsBytes(TRandom& random)
+{
+    std::vector<uint8> parts(4);
+    for (uint8& part : parts)
+        part = static_cast<uint8>(random());
+    const Color a = FromParts<Color>(parts);
+    EXPECT_TRUE(a == FromParts<Color>(parts));
+    ++parts[random() % 4];
+    EXPECT_TRUE(a != FromParts<Color>(parts));
+}
+
+TEST_F(ColorTest, AlphaIsAComponentLikeTheOthers)
+{
+    TRandom random(71);
+    for (int round = 0; round < 100; ++round)
+    {
+        ExpectEqualAsBytes<TNqColorRGBA8>(random);
+        ExpectEqualAsBytes<TNqColorSignedRGB8>(random);
+        ExpectEqualAsBytes<TNqColorRGBE8>(random);
+    }
+    TNqColorRGBA color;
+    const TNqColorRGB opaque(0.25F, 0.5F, 1);
+    opaque.ToRGBA(color, 0.75F);
+    color *= 0.5F;
+    EXPECT_EQ(Parts<real32>(color), (std::vector<real32>{0.125F, 0.25F, 0.5F, 0.375F}));
+    TNqColorRGBA8 pixel;
+    opaque.ToRGBA8(pixel, 7);
+    EXPECT_EQ(pixel, TNqColorRGBA8(63, 127, 255, 7));
+    opaque.ToRGBA8Unclamped(pixel, 8);
+    EXPECT_EQ(pixel, TNqColorRGBA8(63, 127, 255, 8));
+}
+
 TEST_F(ColorTest, HuesTurnIntoColoursAndBack)
 {
     TNqColorRGB hls, color;
+    // In single precision the last bit of both would be another one.
+    TNqColorRGB(0x1.ee536ap-1F, 0x1.af365p-2F, 0x1.af365p-2F).GetHLS(hls.R, hls.G, hls.B);
+    EXPECT_EQ(hls.B, 0x1.c65fdcp-1F);
+    color.SetHLS(1.0F / 3, 0x1.57b12ap-2F, 0x1.4e072cp-3F);
+    EXPECT_EQ(color.green, 0x1.8fbf82p-2F);
     TNqColorRGB(1, 0, 0.5F).GetHLS(hls.R, hls.G, hls.B);
     EXPECT_EQ(Parts<real32>(hls), (std::vector<real32>{5.5F / 6, 0.5F, 1}));
     TNqColorRGB(0.5F, 0.75F, 0.5F).GetHLS(hls.R, hls.G, hls.B);

@@ -22,6 +22,10 @@ TSides Sides(const TNqPoint& p)
 
 constexpr int32 kMax = std::numeric_limits<int32>::max();
 constexpr int32 kMin = std::numeric_limits<int32>::min();
+// Other modules number the sides and axes.
+static_assert(kLeftSide == 0 && kTopSide == 1 && kRightSide == 2 && kBottomSide == 3);
+static_assert(kXSel == 0 && kYSel == 1 && kDoneSel == 2);
+
 const TSides kInvalid = {kMax, kMax, -kMax, -kMax};
 
 // A sum or product that wraps, taken from 64 bits.
@@ -171,6 +175,10 @@ TEST_F(RectTest, FittingGivesTheResultsWorkedOutByHand)
         {"square in a frame", {}, [](TNqRect& r) { r.MaximizeInside(kFrame, TNqPoint(1, 1)); }, {35, 10, 85, 60}},
         {"wide in a frame", {}, [](TNqRect& r) { r.MaximizeInside(kSquare, TNqPoint(16, 9)); }, {0, 22, 100, 78}},
         {"in an empty frame", {}, [](TNqRect& r) { r.MaximizeInside(kEmpty, TNqPoint(3, 4)); }, {5, 5, 5, 5}},
+        {"in single precision",
+         {},
+         [](TNqRect& r) { r.MaximizeInside(TNqRect(0, 0, 121, 1557), TNqPoint(45, 21)); },
+         {0, 750, 120, 806}},
         {"as a wide one", {7, 7, 107, 57}, [](TNqRect& r) { r.Proportion(kWide); }, {0, 12, 100, 37}},
         {"as a tall one", {7, 7, 107, 57}, [](TNqRect& r) { r.Proportion(kTall); }, {25, -25, 75, 75}},
         {"as nothing", {0, 0, 10, 10}, [](TNqRect& r) { r.Proportion(kEmpty); }, {0, 0, 0, 0}},

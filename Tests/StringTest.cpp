@@ -550,6 +550,13 @@ TEST_F(StringTest, TextsGoInAndOutAsTheyAre)
     TNqString15 inPlace("abc");
     inPlace.ToPPtr(reinterpret_cast<uint8*>(inPlace.GetString()));
     EXPECT_EQ(std::string(inPlace.GetString(), 4), "\3abc");
+    uint8 cut[301];
+    TNqDynamicString(std::string(300, 'x').c_str()).ToPPtr(cut);
+    EXPECT_EQ(cut[0], 300 % 256);
+    alignas(TNqString63) uint8 memory[sizeof(TNqString63)]; // not zero before
+    std::fill(std::begin(memory), std::end(memory), uint8{0xAA});
+    const TNqString63* const fresh = ::new (static_cast<void*>(memory)) TNqString63;
+    EXPECT_EQ(std::string(fresh->GetString(), 64), std::string(64, '\0'));
     EXPECT_EQ(Bytes(TNqDynamicString("ab\0c", 4) + s), std::string("ab\0cabc", 7));
     uint16 unit = 7;
     EXPECT_EQ(s.ToUnicode(&unit, 0), &unit);
@@ -651,6 +658,16 @@ TEST_F(StringTest, EqualityIsByBytesAndOrderByLanguage)
     EXPECT_FALSE(lower == upper);
     EXPECT_TRUE(lower.IsEqualNotCaseSensitive(upper));
     EXPECT_TRUE(TNqString15("\xC3\xA9").IsEqualNotCaseSensitive(TNqString15("\xC3\x89")));
+    const std::string longText(1023, 'x');
+    const auto equalBut = [&longText](size_t at)
+    {
+        std::string other = longText + "y";
+        other[at] = 'z';
+        return TNqDynamicString((longText + "y").c_str()).IsEqualNotCaseSensitive(TNqDynamicString(other.c_str()));
+    };
+    EXPECT_FALSE(equalBut(1022));
+    EXPECT_TRUE(equalBut(1023)); // more are not compared
+    EXPECT_EQ(TakeReports(), TTexts(4, "byteLength <= fMaxLength"));
     EXPECT_TRUE(accent < z); // by bytes it is the other way round
     EXPECT_TRUE(lower < upper && lower <= upper && !(lower >= upper) && upper > lower);
     EXPECT_TRUE(TNqDynamicString("ab\0c", 4) == TNqString15("ab"));
@@ -659,7 +676,8 @@ TEST_F(StringTest, EqualityIsByBytesAndOrderByLanguage)
     EXPECT_EQ(lower.CompareQuick(TNqString15("abc")), 0);
 
     TNqString15 s;
-    for (const auto& [text, capitalized] : {std::pair{"\xC3\x89TA", "\xC3\xA9ta"}, {"hELLO", "Hello"}})
+    for (const auto& [text, capitalized] :
+         {std::pair{"\xC3\x89TA", "\xC3\xA9ta"}, {"aBCXYZ", "Abcxyz"}, {"zOO", "Zoo"}, {"{A", "{a"}})
     {
         s = TNqString15(text);
         s.Capitalize();

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -141,6 +142,14 @@ void OnThreads(int count, Body&& inBody)
         threads.emplace_back([&inBody, i] { inBody(i); });
     for (std::thread& thread : threads)
         thread.join();
+}
+
+// Whether a test passes in a process of its own, which finds the variable in its environment.
+inline bool PassesAnew(const std::string& test, const std::string& variable, const std::string& value)
+{
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    return std::system((variable + "='" + value + "' '" + program + "' --gtest_brief=1 --gtest_filter='" + test + "'")
+                           .c_str()) == 0;
 }
 
 // Makes each allocation of `inBody` fail in turn, until a run needs none that fails. Calls inBody(n) for n = 1, 2, ...

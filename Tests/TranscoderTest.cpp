@@ -2,6 +2,7 @@
 #include "NqCore/Include/MacTranscoder.h"
 #include "NqCore/Include/UTF8Transcoder.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
+#include "NqCore/PublicAPI/NqString.h"
 #include "Tests/TestHost.h"
 
 struct TNqTranscoderLayout
@@ -157,6 +158,17 @@ TEST_F(TranscoderTest, RandomBytesDecodeAsAWholeTextModelSays)
         TCharacters wanted = DecodeAll(bytes);
         wanted.erase(std::remove(wanted.begin(), wanted.end(), kNqNoCharacter), wanted.end());
         ASSERT_EQ(EncodeAll(*transcoder, bytes), wanted);
+        // A string takes them up to the first character 0.
+        const TBytes text = RandomBytes(random, random() % 40, false);
+        wanted = DecodeAll(text);
+        wanted.erase(std::remove(wanted.begin(), wanted.end(), kNqNoCharacter), wanted.end());
+        wanted.erase(std::find(wanted.begin(), wanted.end(), 0), wanted.end());
+        TNqDynamicString s("before");
+        transcoder->Encode('a'); // and begin anew
+        s.FromEncodedPtr(std::basic_string<uint8>(text.begin(), text.end()).c_str(), transcoder);
+        ASSERT_EQ(s.Length(), wanted.size());
+        for (uint32 i = 0; i < s.Length(); ++i)
+            ASSERT_EQ(s[i], wanted[i]);
     }
     EXPECT_EQ(EncodeAll(*transcoder, {0xE2, 0x82, 'A', 0xA9, 0xF0, 0x9F, 0xC0, 0x98, 0x80, 0}),
               (TCharacters{'A', 0xF600, 0}))

@@ -4,6 +4,8 @@
 
 #include "NqCore/PublicAPI/NqBasicTypes.h"
 
+#include <cstddef>
+
 struct TNqRGBColor
 {
     uint16 rr;
@@ -11,4 +13,5 @@ struct TNqRGBColor
     uint16 bb;
 };
 
-static_assert(sizeof(TNqRGBColor) == 6, "systems take three words");
+static_assert(sizeof(TNqRGBColor) == 6 && offsetof(TNqRGBColor, gg) == 2 && offsetof(TNqRGBColor, bb) == 4,
+              "systems take three words");
