@@ -14,9 +14,10 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 file(RELATIVE_PATH nqcore_lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set(CMAKE_INSTALL_RPATH "$ORIGIN" "$ORIGIN/${nqcore_lib_from_bin}")
 
+# In depend mode a file that is not in the cache is not preprocessed for its key first. The rest lets precompiled headers be cached.
 find_program(NQCORE_CCACHE ccache)
 if(NQCORE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${NQCORE_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_DEPEND=1 CCACHE_SLOPPINESS=pch_defines,time_macros ${NQCORE_CCACHE})
 endif()
 
 # Saved documents must read the same on every machine: no fused multiply-add, no reassociation.
