@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@ namespace
 
 thread_local int tBadCall = 0;
 thread_local int tCalls = 0;
+thread_local bool tKills = false;
 std::atomic<int> gBadRead{0};
 std::atomic<int> gReads{0};
 std::atomic<long> gBadPosition{-1};
@@ -23,6 +25,12 @@ bool Fails()
     return true;
 }
 
+void KillIfWanted()
+{
+    if (tKills)
+        raise(SIGKILL);
+}
+
 } // namespace
 
 void FailCall(int inCall)
@@ -30,6 +38,12 @@ void FailCall(int inCall)
     tBadCall = inCall;
     if (inCall != 0)
         tCalls = 0;
+}
+
+void KillAtCall(int inCall)
+{
+    FailCall(inCall);
+    tKills = true;
 }
 
 int CallsMade()
@@ -61,6 +75,7 @@ void FailReadAt(long inPosition)
     {                                             \
         if (!Fails())                             \
             return __real_##name arguments;       \
+        KillIfWanted();                           \
         __VA_ARGS__;                              \
         return -1;                                \
     }
@@ -78,6 +93,7 @@ ssize_t __wrap_write(int file, const void* bytes, size_t count)
     if (!Fails())
         return __real_write(file, bytes, count);
     __real_write(file, bytes, count / 2);
+    KillIfWanted();
     errno = EIO;
     return -1;
 }

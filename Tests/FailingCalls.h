@@ -6,6 +6,8 @@
 // moves half of its bytes first), fchmod, fsync, close and rename. Calls before and after it work. 0 for none.
 void FailCall(int inCall);
 int CallsMade();
+// This process is killed at that call instead, when half of its bytes are written or before it does anything.
+void KillAtCall(int inCall);
 
 // The same for the calls that read, read and pread, on all threads: one call of them, or each that comes to the byte at
 // this position of any file, from 0 on; the bytes before it can be read. -1 for none.

@@ -251,6 +251,7 @@ TEST_F(FileTypeTest, WritesTheseBytesAndReadsThemInLowerCase)
     TNqFileType cut;
     EXPECT_TRUE(ReadBack(Written(longer), nullptr, [&](TNqResourceStream& in) { in >> cut; }));
     EXPECT_STREQ(cut.GetExtension(0).GetString(), "abcdefghijklmno"); // 15 bytes are read
+    EXPECT_EQ(TakeReports(), TTexts{"byteLength <= fMaxLength"});
 
     TNqFileType full(1, 1);
     for (uint32 i = 1; i <= kNqMaxFileTypeEntries + 2; ++i)

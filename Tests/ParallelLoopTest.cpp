@@ -344,7 +344,7 @@ public:
 
 TEST(ParallelLoopSettings, ACancelCheckGivesUpTheTimeSliceOutsideThePoolAlone)
 {
-    IShThreadUtilities* const real = gShellThreadUtilities;
+    IShThreadUtilities* const usual = gShellThreadUtilities;
     TYieldRecorder recorder;
     gShellThreadUtilities = &recorder;
     for (const bool inPool : {false, true})
@@ -354,7 +354,7 @@ TEST(ParallelLoopSettings, ACancelCheckGivesUpTheTimeSliceOutsideThePoolAlone)
         ThrowIfSMPJobCancelled();
     }
     NqHostMarkPoolThread(false);
-    gShellThreadUtilities = real;
+    gShellThreadUtilities = usual;
     EXPECT_EQ(recorder.fArguments, std::vector<int32>{15});
 }
 
@@ -367,12 +367,12 @@ TEST(ParallelLoopSettings, WorkersAreAsManyAsAskedForOrAsProcessors)
         StartTestHost(asked);
         EXPECT_EQ(GetSMPWorkerCount(), workers) << asked;
     }
-    int32* const real = std::exchange(gNumberOfProcessors, nullptr);
+    int32* const usual = std::exchange(gNumberOfProcessors, nullptr);
     EXPECT_EQ(GetNumberOfProcessors(), 1);
     int32 none = 0;
     gNumberOfProcessors = &none;
     EXPECT_EQ(GetNumberOfProcessors(), 1);
-    gNumberOfProcessors = real;
+    gNumberOfProcessors = usual;
 }
 
 // ---- Jobs -----------------------------------------------------------------------------------------------------------

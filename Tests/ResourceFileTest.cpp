@@ -219,7 +219,7 @@ TEST_F(ResourceFile, SaveReplacesTheFileOrLeavesIt)
     EXPECT_EQ(back.Read(Path("none").c_str(), reason), kNqErrFileNotFound);
     EXPECT_STREQ(reason.StrGet(), "there is no such file");
     EXPECT_NE(back.Read(fFolder.c_str(), reason), 0);
-    EXPECT_STREQ(reason.StrGet(), "Is a directory");
+    EXPECT_STREQ(reason.StrGet(), "is a folder");
     reason.FromText("", 0);
     EXPECT_NE(file.Write(fFolder.c_str(), reason), 0);
     EXPECT_STREQ(reason.StrGet(), "is a folder");
