@@ -5,9 +5,9 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build ccache pkg-config qt6-base-dev libicu-dev libtbb-dev libcli11-dev libfmt-dev libassimp-dev zlib1g-dev assimp-testmodels)
 if [ "${1:-demo}" = test ]; then
-  packages+=(libgtest-dev clang-14 clang-format spin)
+  packages+=(libgtest-dev clang-14 clang-format spin valgrind)
 elif [ "${1:-demo}" = bench ]; then
-  packages+=(libbenchmark-dev rapidjson-dev libpugixml-dev libboost-dev)
+  packages+=(libbenchmark-dev rapidjson-dev libsimdjson-dev libpugixml-dev libboost-dev valgrind python3)
 fi
 
 missing=()
