@@ -809,7 +809,7 @@ TEST_F(Token, WritesTheseBytes)
         EXPECT_EQ(Bytes([set = settings, &put = write](S& s) { Apply(s, set), put(s); }), bytes);
     PutInt32Attribute(content, kName, 3); // it still has its block
     EXPECT_EQ(content.pcount(), 16);
-    Bytes([](S& s) { PutToken(s, 0x412C4243, true); });
+    EXPECT_EQ(Bytes([](S& s) { PutToken(s, 0x412C4243, true); }), "A,BC");
     TTexts reports = {"&stream != &content", "&stream != &content", "&stream != &out", "&stream != &out"};
     reports.insert(reports.end(), 2, "c != tCOMMA");
     EXPECT_EQ(TakeReports(), reports);

@@ -214,13 +214,13 @@ public:
             const int8* const first = Self().At();
             return {first, first + std::max<int64>(Self().Left(), 0)};
         }
-        // The same for numbers: none where separators of its own, or bytes that must be written before a step back, ask
-        // for the general way.
+        // The same for words, of which the general way takes a byte too many and steps back: none where bytes must be
+        // written before that.
+        Bytes WordsAtHand() { return Self().MustWriteFirst() ? Bytes{nullptr, nullptr} : AtHand(); }
+        // And for numbers: none where the stream has separators of its own.
         Bytes NumbersAtHand()
         {
-            if (fStream.fSeparators != TNqiostream::fStandardSeparators || Self().MustWriteFirst())
-                return {nullptr, nullptr};
-            return AtHand();
+            return fStream.fSeparators == TNqiostream::fStandardSeparators ? WordsAtHand() : Bytes{nullptr, nullptr};
         }
         // Moves over bytes at hand, as Get of each.
         void Pass(int64 bytes) { Self().Take(bytes); }

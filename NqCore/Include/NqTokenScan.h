@@ -125,6 +125,7 @@ bool SkipAhead(TNqiostream& stream, uint64 count);
 class TNoText
 {
 public:
+    static constexpr bool kAtOnce = true;                     // may be told of a token before that is taken
     static constexpr bool StopsAtComments() { return false; } // a comment is a token of its own
 
     template <class Source>
@@ -244,6 +245,8 @@ protected:
 class TInfoText : public TTokenBuffer
 {
 public:
+    static constexpr bool kAtOnce = false;
+
     TInfoText(int8* buffer, NqToken::TNqTokenInfo& info, bool keepComments)
         : TTokenBuffer(buffer, false),
           fInfo(info),
@@ -319,6 +322,8 @@ template <class Sink>
 class TCopyText : public TNoText
 {
 public:
+    static constexpr bool kAtOnce = false;
+
     explicit TCopyText(Sink& sink) : fSink(sink) {}
 
     bool Failed() const { return fFailed; }
@@ -468,10 +473,53 @@ NqErr ScanRaw(Source& source, Text& text)
     return err != kNqNoErr ? err : ScanData(source, text, count);
 }
 
+// A short token that the buffer holds whole, with what ends it: most are names, braces and small values, for which the
+// steps between the functions above cost more than the bytes. False, and nothing taken or told, otherwise.
+template <class Source, class Text>
+bool ScanTokenAtHand(Source& source, Text& text, ETokenKind& kind)
+{
+    if constexpr (Source::kIsDirect && Text::kAtOnce)
+    {
+        constexpr int64 kFarthest = 64; // looked at; a longer token is not worth it, and its bytes count twice
+        const auto [first, end] = source.WordsAtHand();
+        const int8* const last = first + std::min<int64>(end - first, kFarthest);
+        const int8* at = first;
+        while (at != last && IsBlank(*at))
+            ++at;
+        if (at == last || *at == '#' || *at == '$')
+            return false;
+        const ETokenKind found = KindOfFirstByte(*at);
+        const int8* behind = at + 1;
+        if (found == NqToken::kWordToken)
+            behind = NqFindByte<TWordEnds>(behind, last);
+        if (found == NqToken::kStringToken)
+            behind = NqFindByte<TStringEnds>(behind, last);
+        if (behind == last || (found == NqToken::kStringToken && *behind != '"'))
+            return false;
+        kind = found;
+        text.Begin(source, kind);
+        if (kind == NqToken::kWordToken)
+            text.Content(at, behind);
+        else if (kind == NqToken::kStringToken)
+        {
+            text.OpenQuote();
+            text.Content(at + 1, behind++);
+            text.CloseQuote();
+        }
+        else
+            text.Brace(*at);
+        source.Pass(behind - first);
+        return true;
+    }
+    return false;
+}
+
 // One token with the blanks and comments before it. `kind` is what was begun, also when the stream ends in it.
 template <class Source, class Text>
 NqErr ScanToken(Source& source, Text& text, ETokenKind& kind)
 {
+    if (ScanTokenAtHand(source, text, kind))
+        return kNqNoErr;
     kind = NqToken::kNoToken;
     int8 c = 0;
     if (!NextNonBlank(source, c))

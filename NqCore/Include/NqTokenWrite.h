@@ -23,14 +23,21 @@ template <class Sink>
 void PutName(Sink& sink, uint32 token, bool compact = true)
 {
     constexpr int8 tCOMMA = ',';
+    int8 name[4];
+    int32 count = 0;
     for (int32 shift = 24; shift >= 0; shift -= 8)
     {
         const int8 c = static_cast<int8>(token >> shift & 0xFF);
-        NqCheck(c != tCOMMA);
+        if (!NqCheck(c != tCOMMA)) // what stands before it is written by then
+        {
+            sink.PutEach(name, count);
+            count = 0;
+        }
         if (compact && c == ' ')
-            return;
-        sink.Put(c == 0 ? '\'' : c);
+            break;
+        name[count++] = c == 0 ? '\'' : c;
     }
+    sink.PutEach(name, count);
 }
 
 // The name at the start of a line.

@@ -454,13 +454,14 @@ namespace
 TNqiostreamInfoStruct* FindInfo(TNqiostreamInfoStruct* infos, uint32 count, IDType id)
 {
     const auto isBefore = [](const TNqiostreamInfoStruct& info, IDType other) { return info.fInfoID < other; };
-    for (uint32 run = 0x80000000; run != 0; run /= 2)
+    for (uint32 run = 0x80000000; count != 0; run /= 2)
         if (count & run)
         {
             TNqiostreamInfoStruct* const info = std::lower_bound(infos, infos + run, id, isBefore);
             if (info != infos + run && info->fInfoID == id)
                 return info;
             infos += run;
+            count -= run;
         }
     return nullptr;
 }

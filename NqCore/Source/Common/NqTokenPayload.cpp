@@ -170,19 +170,12 @@ void PutLastBinHex(Sink& sink, const TBinHexState& pending)
     group.Put(sink, pending.fCount + 1);
 }
 
-// The low 24 bits as four characters.
-inline uint64 BinHexOf(uint64 bits)
+// The low 48 bits, six bytes, as eight characters, the first one lowest.
+inline uint64 BinHexOfSix(uint64 six)
 {
-    return (bits & 0x3F) | (bits << 2 & 0x3F00) | (bits << 4 & 0x3F0000) | (bits << 6 & 0x3F000000);
-}
-
-// Six bytes become eight characters, the first one lowest.
-inline uint64 BinHexOfSix(const uint8* bytes)
-{
-    uint64 bits = 0;
-    for (int32 i = 0; i < 6; ++i)
-        bits |= uint64{bytes[i]} << (8 * i);
-    return (BinHexOf(bits) | BinHexOf(bits >> 24) << 32) + kNqEightZeros;
+    const uint64 halves = (six & 0xFFFFFF) | (six << 8 & 0x00FFFFFF00000000u);
+    const uint64 twelve = (halves & 0x00000FFF00000FFFu) | (halves << 4 & 0x0FFF00000FFF0000u);
+    return ((twelve & 0x003F003F003F003Fu) | (twelve << 2 & 0x3F003F003F003F00u)) + kNqEightZeros;
 }
 
 // Whole groups of six bytes. Returns how many bytes that were.
@@ -195,7 +188,13 @@ int32 PutBinHexRun(Sink& sink, const uint8* bytes, int32 count)
         int8 piece[kPieceBytes];
         int8* at = piece;
         for (; i < whole && at != piece + kPieceBytes; i += 6, at += 8)
-            NqStoreEight(at, BinHexOfSix(bytes + i));
+        {
+            int8 six[8] = {};
+            const bool isLast = count - i < 8; // the two bytes behind the group are there before that
+            if (isLast)
+                std::memcpy(six, bytes + i, 6);
+            NqStoreEight(at, BinHexOfSix(NqLoadEight(isLast ? six : reinterpret_cast<const int8*>(bytes + i))));
+        }
         sink.PutEach(piece, at - piece);
     }
     return whole;

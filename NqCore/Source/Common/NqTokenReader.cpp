@@ -494,13 +494,12 @@ void SkipTokenData(TNqiostream& stream, boolean insideBlock)
 
 int32 CompactAttribute(const int8* text)
 {
-    uint32 token = 0x20202020;
-    for (uint32 shift = 32; shift > 0 && *text != 0; ++text)
-    {
-        shift -= 8;
-        const uint32 byte = *text == '\'' ? 0u : static_cast<uint8>(*text);
-        token = (token & ~(0xFFu << shift)) | byte << shift;
-    }
+    uint32 token = 0;
+    int32 count = 0;
+    for (; count < 4 && text[count] != 0; ++count)
+        token = token << 8 | (text[count] == '\'' ? 0u : static_cast<uint8>(text[count]));
+    for (; count < 4; ++count)
+        token = token << 8 | ' ';
     return static_cast<int32>(token);
 }
 
