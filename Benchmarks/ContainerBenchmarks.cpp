@@ -237,6 +237,33 @@ void EncodeCore(benchmark::State& state)
     Finish(state, characters.size(), bytes.size(), !bytes.empty());
 }
 
+void EncodeWholeCore(benchmark::State& state)
+{
+    TNqCountedPtr<ITranscoder> transcoder;
+    NqCreateTranscoder(transcoder, static_cast<TranscoderType>(state.range(0)));
+    const QString characters = QString::fromStdString(Prose());
+    MeasureWriting(state, characters.size(),
+                   [&]
+                   {
+                       TNqArray<uint8> bytes(0, false);
+                       NqDecodeText(*transcoder, reinterpret_cast<const uint16*>(characters.utf16()),
+                                    static_cast<uint32>(characters.size()), bytes);
+                       return bytes.GetElemCount();
+                   });
+}
+
+void FromUnicodeCore(benchmark::State& state)
+{
+    const QString characters = QString::fromStdString(Prose());
+    MeasureWriting(state, characters.size(),
+                   [&]
+                   {
+                       TNqDynamicString text;
+                       text.FromUnicode(reinterpret_cast<const uint16*>(characters.utf16()));
+                       return text.ByteLength();
+                   });
+}
+
 void EncodeUTF8Qt(benchmark::State& state)
 {
     const QString characters = QString::fromStdString(Prose());
@@ -274,7 +301,11 @@ NQ_BENCHMARK(DecodeUTF8Core, "UTF-8 to characters/NqCore transcoder, by the byte
 NQ_BENCHMARK(ToUnicodeCore, "UTF-8 to characters/TNqDynamicString::ToUnicode");
 NQ_BENCHMARK(DecodeUTF8Qt, "UTF-8 to characters/QString::fromUtf8");
 NQ_BENCHMARK(EncodeCore, "characters to UTF-8/NqCore transcoder, one by one")->Arg(kUTF8Transcoder);
+NQ_BENCHMARK(EncodeWholeCore, "characters to UTF-8/NqCore transcoder, whole text")->Arg(kUTF8Transcoder);
+NQ_BENCHMARK(FromUnicodeCore, "characters to UTF-8/TNqDynamicString::FromUnicode");
 NQ_BENCHMARK(EncodeUTF8Qt, "characters to UTF-8/QString::toUtf8");
 NQ_BENCHMARK(EncodeCore, "characters to one byte each/NqCore, Windows-1252")->Arg(kAnsiTranscoder);
 NQ_BENCHMARK(EncodeCore, "characters to one byte each/NqCore, Mac OS Roman")->Arg(kMacTranscoder);
+NQ_BENCHMARK(EncodeWholeCore, "characters to one byte each/NqCore, Windows-1252, whole text")->Arg(kAnsiTranscoder);
+NQ_BENCHMARK(EncodeWholeCore, "characters to one byte each/NqCore, Mac OS Roman, whole text")->Arg(kMacTranscoder);
 NQ_BENCHMARK(EncodeLatin1Qt, "characters to one byte each/QString::toLatin1");

@@ -1,5 +1,7 @@
 #include "NqCore/Include/AnsiTranscoder.h"
 #include "NqCore/Include/MacTranscoder.h"
+#include "NqCore/Include/NqTextRuns.h"
+#include "NqCore/Include/NqTranscoderHelpers.h"
 #include "NqCore/Include/UTF8Transcoder.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "NqCore/PublicAPI/NqString.h"
@@ -88,6 +90,42 @@ TBytes Decode(ITranscoder& transcoder, uint16 ch)
     const TNqArray<uint8>& bytes = transcoder.Decode(ch);
     return TBytes(bytes.BaseAddress(), bytes.BaseAddress() + bytes.GetElemCount());
 }
+
+// Text of up to 100 characters, of which one in `rareness` is not ASCII: in UTF-8, now and then with a byte damaged.
+TBytes RandomText(std::mt19937& random, uint32 rareness)
+{
+    TBytes text;
+    for (size_t left = random() % 101; left != 0; --left)
+    {
+        const uint32 width = random() % rareness != 0 ? 1 : 1 + random() % 4;
+        const uint8 leads[] = {static_cast<uint8>(1 + random() % 0x7F), static_cast<uint8>(0xC2 + random() % 0x1E),
+                               static_cast<uint8>(0xE0 + random() % 0x10), static_cast<uint8>(0xF0 + random() % 5)};
+        text.push_back(leads[width - 1]);
+        for (uint32 i = 1; i < width; ++i)
+            text.push_back(static_cast<uint8>(0x80 + random() % 0x40));
+    }
+    if (!text.empty() && random() % 4 == 0)
+        text[random() % text.size()] = static_cast<uint8>(random() % 3 != 0 ? random() : 0);
+    return text;
+}
+
+// A copy that ends where its block does, at any alignment, so that a sanitizer sees a read past the end.
+template <class T>
+class TAtBlockEnd
+{
+public:
+    TAtBlockEnd(const std::vector<T>& elems, size_t offset)
+        : fBlock(new T[offset + elems.size()]),
+          fFirst(fBlock.get() + offset)
+    {
+        std::copy(elems.begin(), elems.end(), fFirst);
+    }
+    const T* First() const { return fFirst; }
+
+private:
+    std::unique_ptr<T[]> fBlock;
+    T* fFirst;
+};
 
 // The upper half of Mac OS Roman, and 0x80 to 0x9F of Windows-1252 with the undefined bytes as themselves.
 const std::string kMacText =
@@ -212,6 +250,120 @@ TEST_F(TranscoderTest, EveryByteAndEveryCharacterGoesThroughTheTables)
                 << code;
         }
         EXPECT_EQ(Decode(*transcoder, 0x4E2D), (TBytes{0xE4, 0xB8, 0xAD}));
+    }
+}
+
+TEST_F(TranscoderTest, RunsOfATextGiveWhatItsCharactersGiveOneByOneAndTouchNothingElse)
+{
+    std::mt19937 random(24);
+    for (int round = 0; round < 20000; ++round)
+    {
+        const TBytes text = RandomText(random, 1U << random() % 6);
+        const TAtBlockEnd<uint8> bytes(text, random() % 16);
+        TCharacters plain(120, 0x7777);
+        const size_t space = random() % 4 != 0 ? 110 : random() % 101;
+        TNqUTF8Decoding slow = {bytes.First(), bytes.First() + text.size(), plain.data(), plain.data() + space};
+        NqDecodeUTF8Plain(slow);
+        plain.resize(space);
+        std::fill(plain.begin() + (slow.fOut - plain.data()), plain.end(), 0x7777);
+        const TAtBlockEnd<uint16> out(TCharacters(space, 0x7777), random() % 8);
+        uint16* const first = const_cast<uint16*>(out.First());
+        const TNqUTF8Decoding fast = NqDecodeUTF8(bytes.First(), slow.fEnd, first, first + space);
+        ASSERT_EQ(TCharacters(first, first + space), plain);
+        ASSERT_EQ(fast.fOut - first, slow.fOut - plain.data());
+        ASSERT_EQ(fast.fNext, slow.fNext);
+        ASSERT_EQ(fast.IsAtEnd(), slow.IsAtEnd());
+
+        const TCharacters wanted(plain.begin(), plain.begin() + (slow.fOut - plain.data()));
+        const TAtBlockEnd<uint16> characters(wanted, random() % 8);
+        const uint16* const last = characters.First() + wanted.size();
+        TBytes encoded(300);
+        encoded.resize(
+            static_cast<size_t>(NqEncodeUTF8Plain(characters.First(), last, encoded.data()) - encoded.data()));
+        ASSERT_EQ(NqCountUTF8Plain(characters.First(), last), encoded.size());
+        ASSERT_EQ(NqCountUTF8(characters.First(), last), encoded.size());
+        const TAtBlockEnd<uint8> again(TBytes(encoded.size()), random() % 16);
+        uint8* const put = const_cast<uint8*>(again.First());
+        ASSERT_EQ(NqEncodeUTF8(characters.First(), last, put) - put, encoded.size());
+        ASSERT_EQ(TBytes(put, put + encoded.size()), encoded);
+
+        TCharacters terminated = wanted;
+        terminated.push_back(0);
+        const TAtBlockEnd<uint16> withEnd(terminated, random() % 8);
+        ASSERT_EQ(NqFindEnd(withEnd.First()) - withEnd.First(),
+                  std::find(terminated.begin(), terminated.end(), 0) - terminated.begin());
+    }
+    const TCharacters many(0x7FFF * 8 * 2 + 5, 0x8000); // past what a lane of the count holds
+    EXPECT_EQ(NqCountUTF8(many.data(), many.data() + many.size()), 3 * many.size());
+}
+
+// A transcoder of another module: the type of one of ours, and other bytes.
+struct TShiftingTranscoder : TUTF8Transcoder
+{
+    const TNqArray<uint8>& Decode(uint16 ch) override { return TUTF8Transcoder::Decode(ch ^ 1); }
+};
+
+TEST_F(TranscoderTest, AWholeTextHasTheBytesOfItsCharactersOneByOne)
+{
+    TNqCountedPtr<ITranscoder> shifting, transcoders[3];
+    NqCreateTranscoderObject<TShiftingTranscoder>(&shifting);
+    std::vector<ITranscoder*> all = {shifting};
+    for (const TranscoderType type : {kAnsiTranscoder, kMacTranscoder, kUTF8Transcoder})
+    {
+        NqCreateTranscoder(transcoders[type], type);
+        all.push_back(transcoders[type]);
+    }
+    const std::string often = kMacText + kAnsiText + "ÀÿĀ中";
+    const TCharacters table = DecodeAll(TBytes(often.begin(), often.end()));
+    std::mt19937 random(25);
+    for (int round = 0; round < 2000; ++round)
+    {
+        const uint32 rareness = 1U << random() % 6;
+        const size_t length = round % 20 != 0 ? random() % 101 : random() % 3000; // more than one piece
+        const bool withOthers = random() % 2;
+        TCharacters characters(length);
+        for (uint16& ch : characters)
+            ch = static_cast<uint16>(random() % rareness != 0          ? random() % 0x80
+                                     : withOthers && random() % 4 == 0 ? random()
+                                                                       : table[random() % table.size()]);
+        if (round == 0) // every character, each alone among plain ones
+        {
+            for (uint32 ch = 0; ch < 0x10000; ++ch)
+                characters.insert(characters.end(), {'a', static_cast<uint16>(ch), 'b', 'c', 'd'});
+        }
+        const TAtBlockEnd<uint16> given(characters, random() % 8);
+        for (ITranscoder* const transcoder : all)
+        {
+            TBytes wanted;
+            for (const uint16 ch : characters)
+            {
+                const TBytes bytes = Decode(*transcoder, ch);
+                wanted.insert(wanted.end(), bytes.begin(), bytes.end());
+            }
+            TNqArray<uint8> bytes(static_cast<uint32>(random() % 300), random() % 2);
+            ASSERT_TRUE(NqDecodeText(*transcoder, given.First(), static_cast<uint32>(characters.size()), bytes));
+            ASSERT_EQ(TBytes(bytes.BaseAddress(), bytes.BaseAddress() + bytes.GetElemCount()), wanted);
+            ASSERT_LE(bytes.GetElemSpace(), 300 + 4 * wanted.size()) << "room for a few pieces, not for the worst text";
+        }
+    }
+    TCharacters late(2000, 'a'); // grows once it has seen the end
+    late.resize(3000, 0x20AC);
+    for (ITranscoder* const transcoder : all)
+    {
+        TBytes wanted(2000, Decode(*transcoder, 'a')[0]);
+        for (int i = 0; i < 1000; ++i)
+        {
+            const TBytes euro = Decode(*transcoder, 0x20AC);
+            wanted.insert(wanted.end(), euro.begin(), euro.end());
+        }
+        const auto decode = [&](int64)
+        {
+            TNqArray<uint8> bytes;
+            const boolean isWhole = NqDecodeText(*transcoder, late.data(), 3000, bytes);
+            EXPECT_EQ(isWhole != 0, bytes.GetElemCount() == wanted.size());
+            EXPECT_TRUE(std::equal(bytes.BaseAddress(), bytes.BaseAddress() + bytes.GetElemCount(), wanted.begin()));
+        };
+        ForEachFailingAllocation(decode);
     }
 }
 

@@ -26,6 +26,9 @@ public:
     TranscoderType GetType() override { return kMacTranscoder; }
     const uint8* GetIdentifier() override { return nullptr; }
 
+    // Writes what Decode gives for each of the characters, at most three bytes, and returns the end.
+    static uint8* DecodeText(const uint16* first, const uint16* last, uint8* out);
+
 private:
     friend struct TNqTranscoderLayout;
 

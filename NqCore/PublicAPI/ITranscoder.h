@@ -4,6 +4,7 @@
 //     NqCreateTranscoder(transcoder, kMacTranscoder);
 //     const uint16 ch = transcoder->Encode(0x8E);             // é, U+00E9
 //     const TNqArray<uint8>& bytes = transcoder->Decode(ch);  // the byte 0x8E
+//     NqDecodeText(*transcoder, characters, count, outBytes); // those of a whole text
 //
 // Encode takes in an external byte, Decode gives out external bytes: the names look at the text from outside.
 // Malformed bytes are dropped and characters that an encoding has not are written as UTF-8: nothing is reported.
@@ -51,3 +52,8 @@ protected:
 // A new transcoder of this type in `out`, which releases what it held. A type without one is reported and leaves `out`
 // empty. Throws kNqErrOutOfMemory.
 void NqCreateTranscoder(TNqCountedPtr<ITranscoder>& out, TranscoderType type);
+
+// The external bytes of a whole text in outBytes, in place of what it held: what Decode gives for one character after
+// the other, but a run at a time where the transcoder is exactly one of this library. False without memory, which is
+// reported; outBytes then holds the bytes of the first characters. What Decode returned before is no longer valid.
+boolean NqDecodeText(ITranscoder& transcoder, const uint16* characters, uint32 count, TNqArray<uint8>& outBytes);

@@ -1,9 +1,10 @@
 #include "NqCore/Include/AnsiTranscoder.h"
 
+#include "NqCore/Include/NqTextRuns.h"
 #include "NqCore/Include/NqTranscoderHelpers.h"
 
 // The five undefined bytes stand for themselves, and 0x88 is U+20C6 rather than U+02C6: existing files depend on it.
-const uint16 TAnsiTranscoder::fAnsiToUnicodeTable[32] = {
+constexpr uint16 TAnsiTranscoder::fAnsiToUnicodeTable[32] = {
     // clang-format off
     0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
     0x20C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
@@ -42,4 +43,10 @@ const TNqArray<uint8>& TAnsiTranscoder::Decode(uint16 ch)
     else
         NqSetFromTable(fDecodedChar, table, fUnicodeToAnsiTable, ch);
     return fDecodedChar;
+}
+
+uint8* TAnsiTranscoder::DecodeText(const uint16* first, const uint16* last, uint8* out)
+{
+    static constexpr TNqByteTable table(fAnsiToUnicodeTable, 0xA0);
+    return NqEncodeWithTable(table, first, last, out);
 }

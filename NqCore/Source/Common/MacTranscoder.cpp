@@ -1,8 +1,9 @@
 #include "NqCore/Include/MacTranscoder.h"
 
+#include "NqCore/Include/NqTextRuns.h"
 #include "NqCore/Include/NqTranscoderHelpers.h"
 
-const uint16 TMacTranscoder::fMacToUnicodeTable[128] = {
+constexpr uint16 TMacTranscoder::fMacToUnicodeTable[128] = {
     // clang-format off
     0x00C4, 0x00C5, 0x00C7, 0x00C9, 0x00D1, 0x00D6, 0x00DC, 0x00E1,
     0x00E0, 0x00E2, 0x00E4, 0x00E3, 0x00E5, 0x00E7, 0x00E9, 0x00E8,
@@ -53,4 +54,10 @@ const TNqArray<uint8>& TMacTranscoder::Decode(uint16 ch)
     else
         NqSetFromTable(fDecodedChar, table, fUnicodeToMacTable, ch);
     return fDecodedChar;
+}
+
+uint8* TMacTranscoder::DecodeText(const uint16* first, const uint16* last, uint8* out)
+{
+    static constexpr TNqByteTable table(fMacToUnicodeTable, 0x100);
+    return NqEncodeWithTable(table, first, last, out);
 }

@@ -2,6 +2,7 @@
 
 #include "NqCore/Include/NqNumberText.h"
 #include "NqCore/Include/NqStringWalk.h"
+#include "NqCore/Include/NqTextRuns.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
 #include "NqCore/PublicAPI/NqAsciiTranslationTable.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
@@ -274,22 +275,22 @@ void TNqString::FromUnicode(const uint16* data)
 {
     if (data == nullptr)
         return;
-    uint64 total = 0;
-    for (const uint16* unit = data; *unit != 0; ++unit)
-        total += UnicodeNumBytes(*unit);
+    const uint16* end = NqFindEnd(data);
+    const uint64 total = NqCountUTF8(data, end);
     SetByteLength(ClampByteLength(total));
     int8* const buffer = GetString();
     fLength = 0;
     if (buffer == nullptr)
         return;
-    uint32 used = 0;
-    for (const uint16* unit = data; *unit != 0; ++unit)
+    if (total > fByteLength) // a fixed string takes what fits
     {
-        if (UnicodeNumBytes(*unit) > fByteLength - used)
-            break;
-        used += UnicodeToUTF8Char(*unit, reinterpret_cast<uint8*>(buffer) + used);
-        ++fLength;
+        uint32 used = 0;
+        for (end = data; UnicodeNumBytes(*end) <= fByteLength - used; ++end)
+            used += UnicodeNumBytes(*end);
     }
+    const uint8* const written = NqEncodeUTF8(data, end, reinterpret_cast<uint8*>(buffer));
+    const uint32 used = static_cast<uint32>(written - AsBytes(buffer));
+    fLength = static_cast<uint32>(end - data);
     SetByteLength(used);
     buffer[used] = 0;
 }
@@ -384,14 +385,9 @@ uint16* TNqString::ToUnicode(uint16* data, int32 dataSize) const
         return data;
     const TByteRun text = GetText(*this);
     const uint8* const bytes = AsBytes(text.fBytes);
-    int32 index = 0;
-    for (uint32 at = 0; at < text.fByteLength && bytes[at] != 0;)
-    {
-        if (!NqCheck(index < dataSize))
-            break;
-        data[index++] = UTF8CharToUnicode(bytes + at, text.fByteLength - at);
-        at += NqCharWidth(bytes, text.fByteLength, at); // stays on a byte that starts no character: zeros to the end
-    }
+    const TNqUTF8Decoding decoded = NqDecodeUTF8(bytes, bytes + text.fByteLength, data, data + dataSize);
+    int32 index = static_cast<int32>(decoded.fOut - data);
+    NqCheckText(decoded.IsAtEnd(), "index < dataSize");
     if (!NqCheckText(index < dataSize, badSize))
         index = dataSize - 1;
     data[index] = 0;

@@ -51,13 +51,13 @@ uint32 FindPosition(const TNqCharacterTable& table, TNqHashMap<uint16, uint8>*& 
 
 void NqSetToByte(TNqArray<uint8>& bytes, uint8 byte)
 {
-    if (bytes.SetElemCount(1))
+    if (bytes.GetElemCount() == 1 || bytes.SetElemCount(1))
         bytes[0] = byte;
 }
 
 void NqSetToUTF8(TNqArray<uint8>& bytes, uint16 ch)
 {
-    if (bytes.SetElemCount(UnicodeNumBytes(ch)))
+    if (bytes.GetElemCount() == UnicodeNumBytes(ch) || bytes.SetElemCount(UnicodeNumBytes(ch)))
         UnicodeToUTF8Char(ch, bytes.BaseAddress());
 }
 
