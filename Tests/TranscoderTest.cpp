@@ -197,16 +197,37 @@ TEST_F(TranscoderTest, RandomBytesDecodeAsAWholeTextModelSays)
         wanted.erase(std::remove(wanted.begin(), wanted.end(), kNqNoCharacter), wanted.end());
         ASSERT_EQ(EncodeAll(*transcoder, bytes), wanted);
         // A string takes them up to the first character 0.
-        const TBytes text = RandomBytes(random, random() % 40, false);
+        TBytes text = RandomBytes(random, random() % 40, false);
+        if (random() % 4 == 0)
+            for (uint8& byte : text)
+                byte = byte % 0x80 == 0 ? 'x' : byte % 0x80;
+        text.insert(text.begin(), 'a');
         wanted = DecodeAll(text);
         wanted.erase(std::remove(wanted.begin(), wanted.end(), kNqNoCharacter), wanted.end());
         wanted.erase(std::find(wanted.begin(), wanted.end(), 0), wanted.end());
         TNqDynamicString s("before");
-        transcoder->Encode('a'); // and begin anew
-        s.FromEncodedPtr(std::basic_string<uint8>(text.begin(), text.end()).c_str(), transcoder);
+        transcoder->Encode(0xE2); // which every text abandons
+        transcoder->Encode(0x82);
+        const std::basic_string<uint8> encoded(text.begin(), text.end());
+        s.FromEncodedPtr(encoded.c_str(), transcoder);
         ASSERT_EQ(s.Length(), wanted.size());
         for (uint32 i = 0; i < s.Length(); ++i)
             ASSERT_EQ(s[i], wanted[i]);
+        ASSERT_EQ(transcoder->Encode(0xAC), kNqNoCharacter); // nothing is left of any sequence
+        TNqString15 cut, cutWanted;
+        cut.FromEncodedPtr(encoded.c_str(), transcoder);
+        const TTexts reports = TakeReports();
+        wanted.push_back(0);
+        cutWanted.FromUnicode(wanted.data());
+        ASSERT_TRUE(cut == cutWanted && cut.Length() == cutWanted.Length());
+        ASSERT_EQ(TakeReports(), reports);
+        ForEachFailingAllocation(
+            [&](int64)
+            {
+                s.FromText("before", 6);
+                s.FromEncodedPtr(encoded.c_str(), transcoder);
+            },
+            [&] { ASSERT_TRUE((s.Length() == 0) == (s.ByteLength() == 0)); });
     }
     EXPECT_EQ(EncodeAll(*transcoder, {0xE2, 0x82, 'A', 0xA9, 0xF0, 0x9F, 0xC0, 0x98, 0x80, 0}),
               (TCharacters{'A', 0xF600, 0}))

@@ -13,6 +13,7 @@
 #include "NqCore/Include/NqDecimalWeights.h"
 #include "NqCore/Include/NqDigits.h"
 #include "NqCore/Include/NqStreamAccess.h"
+#include "NqCore/Include/NqTextRuns.h"
 #include "NqCore/Include/UTF8Transcoder.h"
 #include "NqCore/PublicAPI/ITranscoder.h"
 #include "NqCore/PublicAPI/NqMath.h"
@@ -590,7 +591,7 @@ public:
     explicit NqTextEncoder(ITranscoder* encoding)
         : fEncoding(encoding),
           fUTF8(encoding == nullptr || typeid(*encoding) == typeid(TUTF8Transcoder)),
-          fAsciiAsIs(fUTF8 || IsTable(encoding))
+          fAsciiAsIs(encoding == nullptr || NqHasAsciiAsItIs(*encoding))
     {
     }
 
@@ -612,8 +613,6 @@ public:
     }
 
 private:
-    static bool IsTable(ITranscoder* encoding);
-
     ITranscoder* fEncoding;
     bool fUTF8;
     bool fAsciiAsIs;

@@ -11,6 +11,7 @@
 #pragma once
 
 #include "NqCore/Include/NqStringWalk.h"
+#include "NqCore/PublicAPI/ITranscoder.h"
 
 #if defined(__GNUC__) && defined(__has_builtin) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 #define NQ_CHARACTER_VECTORS __has_builtin(__builtin_shufflevector)
@@ -80,6 +81,13 @@ private:
 // The same into such an encoding; a character that it has not is written in UTF-8.
 uint8* NqEncodeWithTable(const TNqByteTable& table, const uint16* first, const uint16* last, uint8* out);
 uint8* NqEncodeWithTablePlain(const TNqByteTable& table, const uint16* first, const uint16* last, uint8* out);
+
+// Whether all bytes are below 0x80.
+bool NqIsAscii(const uint8* bytes, uint64 count);
+
+// Whether such bytes are their own characters to the transcoder, and it is known to do nothing else for them: one of
+// exactly this library's classes. What it holds of a sequence ends with the first of them.
+bool NqHasAsciiAsItIs(const ITranscoder& transcoder);
 
 // The first character 0.
 const uint16* NqFindEnd(const uint16* characters);

@@ -41,6 +41,11 @@ boolean DecodeOneByOne(ITranscoder& transcoder, const uint16* first, const uint1
 
 } // namespace
 
+bool NqHasAsciiAsItIs(const ITranscoder& transcoder)
+{
+    return GetTextDecoder(transcoder) != nullptr;
+}
+
 void NqCreateTranscoder(TNqCountedPtr<ITranscoder>& out, TranscoderType type)
 {
     switch (type)

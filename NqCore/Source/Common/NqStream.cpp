@@ -1,7 +1,5 @@
 #include "NqCore/PublicAPI/NqStream.h"
 
-#include "NqCore/Include/AnsiTranscoder.h"
-#include "NqCore/Include/MacTranscoder.h"
 #include "NqCore/Include/NqStreamText.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqHostServices.h"
@@ -17,12 +15,6 @@ const int8 kStringEscape = '\\';
 const real64 gPowersTen[16] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
 
 int8 TNqiostream::fStandardSeparators[5] = " \n\r\t";
-
-bool NqTextEncoder::IsTable(ITranscoder* encoding)
-{
-    return encoding != nullptr &&
-           (typeid(*encoding) == typeid(TAnsiTranscoder) || typeid(*encoding) == typeid(TMacTranscoder));
-}
 
 TNqiostreamContext::~TNqiostreamContext() = default;
 

@@ -299,8 +299,24 @@ void TNqString::FromEncodedPtr(const uint8* data, ITranscoder* transcoder)
 {
     if (!NqCheck(transcoder) || data == nullptr)
         return;
+    const uint64 total = std::strlen(reinterpret_cast<const char*>(data));
+    if (NqHasAsciiAsItIs(*transcoder) && NqIsAscii(data, total))
+    {
+        // Most texts: characters, and what FromUnicode makes of them, are these bytes.
+        transcoder->Encode(0); // what it has of a sequence ends here
+        SetByteLength(ClampByteLength(total));
+        int8* const buffer = GetString();
+        fLength = 0;
+        if (buffer == nullptr)
+            return;
+        fLength = static_cast<uint32>(std::min<uint64>(total, fByteLength));
+        std::memmove(buffer, data, fLength);
+        SetByteLength(fLength);
+        buffer[fLength] = 0;
+        return;
+    }
     TNqArray<uint16> units;
-    if (!units.SetElemSpace(ClampByteLength(std::strlen(reinterpret_cast<const char*>(data)) + 2)))
+    if (!units.SetElemSpace(ClampByteLength(total + 2)))
         return;
     uint16 unit;
     do

@@ -195,6 +195,20 @@ uint64 CountRuns(const uint16*& ioFirst, const uint16* last)
 
 } // namespace
 
+bool NqIsAscii(const uint8* bytes, uint64 count)
+{
+    uint64 all = 0;
+    for (; count >= sizeof(all); bytes += sizeof(all), count -= sizeof(all))
+    {
+        uint64 eight;
+        std::memcpy(&eight, bytes, sizeof(eight));
+        all |= eight;
+    }
+    for (; count > 0; --count)
+        all |= *bytes++;
+    return (all & 0x8080808080808080u) == 0;
+}
+
 void NqDecodeUTF8Plain(TNqUTF8Decoding& io)
 {
     while (!io.IsAtEnd() && io.fOut != io.fOutEnd)
