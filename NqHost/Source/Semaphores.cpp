@@ -22,7 +22,11 @@ public:
     TNqSemaphore(uint32 inMaximum, uint32 inUnits) : fMaximum(inMaximum), fState(inUnits) {}
     ~TNqSemaphore();
 
-    void Signal();
+    void Signal()
+    {
+        if (!AddUnit(false))
+            WakeSleeper();
+    }
     bool Wait(int inMilliseconds); // false: the time passed without a unit; negative waits without limit
 
 private:
@@ -33,6 +37,7 @@ private:
     static bool HasSleepers(uint64 inState) { return inState >= kSleeper; }
 
     bool AddUnit(bool inMayWake);
+    [[gnu::noinline]] void WakeSleeper();
     bool TakeUnit(uint64 inSleeper);
 
     const uint32 fMaximum;
@@ -43,7 +48,7 @@ private:
 
 // Adds a unit unless the semaphore is full. False, with nothing added, when there are sleepers and the caller may not
 // wake them.
-bool TNqSemaphore::AddUnit(bool inMayWake)
+inline bool TNqSemaphore::AddUnit(bool inMayWake)
 {
     uint64 state = fState.load();
     do
@@ -74,11 +79,9 @@ TNqSemaphore::~TNqSemaphore()
     const std::lock_guard<std::mutex> lock(fMutex);
 }
 
-void TNqSemaphore::Signal()
+// Under the mutex, so that whoever takes this unit and deletes the semaphore waits until we have left it.
+void TNqSemaphore::WakeSleeper()
 {
-    if (AddUnit(false))
-        return;
-    // Under the mutex, so that whoever takes this unit and deletes the semaphore waits until we have left it.
     const std::lock_guard<std::mutex> lock(fMutex);
     AddUnit(true);
     fWake.notify_one();

@@ -14,9 +14,20 @@ public:
     bool HasSlot(int32 index) const { return index >= 0 && index < fCount; }
 
     boolean Initialize(int32 count);
-    void Enter(int32 index);
-    void Leave(int32 index);
     void CleanUp();
+
+    void Enter(int32 index)
+    {
+        if (IncrementAtomicCounter(State(index)) >= 2)
+            EnterTaken(index);
+    }
+
+    void Leave(int32 index)
+    {
+        DecrementAtomicCounter(State(index));
+        SetAtomicCounterValue(fThreadsToCheck, GetAtomicCounterValue(fWaitingThreads));
+        NqSignal(fSemaphore);
+    }
 
 private:
     friend struct TNqCriticalSectionArrayLayout;
@@ -26,7 +37,7 @@ private:
     void Drop(TCounters& ioCounters);
     static void Delete(TCounters& ioCounters);
 
-    void EnterTaken(int32 index);
+    [[gnu::noinline]] void EnterTaken(int32 index);
     void AddWaiter(int32 index);
     void RemoveWaiter(int32 index);
     void PassOn();
@@ -127,12 +138,6 @@ void TNqCriticalSectionArrayInternal::Delete(TCounters& ioCounters)
     ioCounters.ArrayFree();
 }
 
-void TNqCriticalSectionArrayInternal::Enter(int32 index)
-{
-    if (IncrementAtomicCounter(State(index)) >= 2)
-        EnterTaken(index);
-}
-
 // A thread that failed was in the way of others while it tried: one that failed because of it may sleep although the
 // slot has become free. And a unit may wake a thread of another slot than the one that was left. So whoever sleeps has
 // looked at its slot once it could be seen waiting, and whoever took a unit sees to it that the unit was not meant for
@@ -185,13 +190,6 @@ void TNqCriticalSectionArrayInternal::PassOn()
     }
 }
 
-void TNqCriticalSectionArrayInternal::Leave(int32 index)
-{
-    DecrementAtomicCounter(State(index));
-    SetAtomicCounterValue(fThreadsToCheck, GetAtomicCounterValue(fWaitingThreads));
-    NqSignal(fSemaphore);
-}
-
 TNqCriticalSectionArray::TNqCriticalSectionArray() : fInternal(new TNqCriticalSectionArrayInternal)
 {
     NqCheck(fInternal != nullptr);
@@ -202,7 +200,7 @@ TNqCriticalSectionArray::~TNqCriticalSectionArray()
     delete fInternal;
 }
 
-bool TNqCriticalSectionArray::HasSlot(int32 index) const
+inline bool TNqCriticalSectionArray::HasSlot(int32 index) const
 {
     return NqCheckText(fInternal != nullptr && fInternal->HasSlot(index), "index < fInternal->fCount");
 }

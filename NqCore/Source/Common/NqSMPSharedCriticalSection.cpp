@@ -45,13 +45,28 @@ public:
 
     bool IsValid() const { return fWriteCS != nullptr && fReaderCount != nullptr && fHasWriter != nullptr; }
 
-    void EnterShared();
+    void EnterShared()
+    {
+        EnterReader(fReaderCount, fHasWriter, fReaderWait, [this] { AwaitWriter(); });
+    }
     void LeaveShared() { LeaveReader(fReaderCount, fHasWriter, fReaderWait); }
-    void EnterExclusive();
-    void LeaveExclusive();
+    void EnterExclusive()
+    {
+        EnterCS(fWriteCS);
+        IncrementAtomicCounter(fHasWriter);
+        while (GetAtomicCounterValueOrdered(fReaderCount) > 0)
+            NqAwaitSignal(fReaderWait);
+    }
+    void LeaveExclusive()
+    {
+        DecrementAtomicCounter(fHasWriter);
+        LeaveCS(fWriteCS);
+    }
 
 private:
     friend struct TNqSharedCriticalSectionLayout;
+
+    [[gnu::noinline]] void AwaitWriter() { const CWhileInCS wait(fWriteCS); }
 
     TNqCriticalSection* fWriteCS;        // held by the writer, inside and while it waits for readers
     TNqSemaphore* fReaderWait;           // the writer sleeps on it until the readers have left
@@ -87,17 +102,37 @@ public:
     bool HasSlot(int32 index) const { return index >= 0 && index < fCount; }
 
     boolean Initialize(int32 count);
-    void EnterShared(int32 index);
-    void LeaveShared(int32 index);
-    void EnterExclusive(int32 index);
-    void LeaveExclusive(int32 index);
+    void EnterShared(int32 index)
+    {
+        TElem& elem = Elem(index);
+        EnterReader(elem.fReaderCount, elem.fHasWriter, fReaderWait, [this, index] { AwaitWriter(index); });
+    }
+    void LeaveShared(int32 index)
+    {
+        TElem& elem = Elem(index);
+        LeaveReader(elem.fReaderCount, elem.fHasWriter, fReaderWait);
+    }
+    void EnterExclusive(int32 index)
+    {
+        fWriteCS.Enter(index);
+        TElem& elem = Elem(index);
+        IncrementAtomicCounter(elem.fHasWriter);
+        if (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
+            AwaitReaders(index);
+    }
+    void LeaveExclusive(int32 index)
+    {
+        DecrementAtomicCounter(Elem(index).fHasWriter);
+        fWriteCS.Leave(index);
+    }
 
 private:
     friend struct TNqSharedCriticalSectionLayout;
     using TElem = TNqSharedCriticalSectionArrayElem;
 
     boolean MakeElems(uint32 count);
-    void AwaitReaders(int32 index);
+    [[gnu::noinline]] void AwaitWriter(int32 index) { const CWhileInCSArray wait(fWriteCS, index); }
+    [[gnu::noinline]] void AwaitReaders(int32 index);
     void PassOn(int32 index);
     TElem& Elem(int32 index) { return fData.ArrayData()[index]; }
 
@@ -139,25 +174,6 @@ TNqSharedCriticalSectionInternal::~TNqSharedCriticalSectionInternal()
         DeleteCS(fWriteCS);
 }
 
-void TNqSharedCriticalSectionInternal::EnterShared()
-{
-    EnterReader(fReaderCount, fHasWriter, fReaderWait, [this] { const CWhileInCS wait(fWriteCS); });
-}
-
-void TNqSharedCriticalSectionInternal::EnterExclusive()
-{
-    EnterCS(fWriteCS);
-    IncrementAtomicCounter(fHasWriter);
-    while (GetAtomicCounterValueOrdered(fReaderCount) > 0)
-        NqAwaitSignal(fReaderWait);
-}
-
-void TNqSharedCriticalSectionInternal::LeaveExclusive()
-{
-    DecrementAtomicCounter(fHasWriter);
-    LeaveCS(fWriteCS);
-}
-
 TNqSharedCriticalSectionArrayInternal::TNqSharedCriticalSectionArrayInternal()
     : fCount(0),
       fReaderWait(NewSemaphore(1, 1))
@@ -190,28 +206,6 @@ boolean TNqSharedCriticalSectionArrayInternal::MakeElems(uint32 count)
     return valid;
 }
 
-void TNqSharedCriticalSectionArrayInternal::EnterShared(int32 index)
-{
-    TElem& elem = Elem(index);
-    EnterReader(elem.fReaderCount, elem.fHasWriter, fReaderWait,
-                [this, index] { const CWhileInCSArray wait(fWriteCS, index); });
-}
-
-void TNqSharedCriticalSectionArrayInternal::LeaveShared(int32 index)
-{
-    TElem& elem = Elem(index);
-    LeaveReader(elem.fReaderCount, elem.fHasWriter, fReaderWait);
-}
-
-void TNqSharedCriticalSectionArrayInternal::EnterExclusive(int32 index)
-{
-    fWriteCS.Enter(index);
-    TElem& elem = Elem(index);
-    IncrementAtomicCounter(elem.fHasWriter);
-    if (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
-        AwaitReaders(index);
-}
-
 // A unit may wake the writer of another slot than the one whose readers have left, and nobody would signal again. So a
 // writer that sleeps can be told by its count of 2, and whoever took a unit signals for one that need not sleep.
 void TNqSharedCriticalSectionArrayInternal::AwaitReaders(int32 index)
@@ -242,12 +236,6 @@ void TNqSharedCriticalSectionArrayInternal::PassOn(int32 index)
     }
 }
 
-void TNqSharedCriticalSectionArrayInternal::LeaveExclusive(int32 index)
-{
-    DecrementAtomicCounter(Elem(index).fHasWriter);
-    fWriteCS.Leave(index);
-}
-
 TNqSharedCriticalSection::TNqSharedCriticalSection() : fInternal(new TNqSharedCriticalSectionInternal)
 {
     NqCheck(fInternal != nullptr);
@@ -258,6 +246,17 @@ TNqSharedCriticalSection::~TNqSharedCriticalSection()
     delete fInternal;
 }
 
+namespace
+{
+
+// Whether the lock is there; a call to it would cost as much as the rest of a free lock's entry.
+inline bool IsThere(const TNqSharedCriticalSectionInternal* inInternal)
+{
+    return NqCheckText(inInternal != nullptr && inInternal->IsValid(), "IsValid()");
+}
+
+} // namespace
+
 boolean TNqSharedCriticalSection::IsValid() const
 {
     return fInternal != nullptr && fInternal->IsValid();
@@ -265,25 +264,25 @@ boolean TNqSharedCriticalSection::IsValid() const
 
 void TNqSharedCriticalSection::EnterShared()
 {
-    if (NqCheck(IsValid()))
+    if (IsThere(fInternal))
         fInternal->EnterShared();
 }
 
 void TNqSharedCriticalSection::LeaveShared()
 {
-    if (NqCheck(IsValid()))
+    if (IsThere(fInternal))
         fInternal->LeaveShared();
 }
 
 void TNqSharedCriticalSection::EnterExclusive()
 {
-    if (NqCheck(IsValid()))
+    if (IsThere(fInternal))
         fInternal->EnterExclusive();
 }
 
 void TNqSharedCriticalSection::LeaveExclusive()
 {
-    if (NqCheck(IsValid()))
+    if (IsThere(fInternal))
         fInternal->LeaveExclusive();
 }
 
@@ -297,7 +296,7 @@ TNqSharedCriticalSectionArray::~TNqSharedCriticalSectionArray()
     delete fInternal;
 }
 
-bool TNqSharedCriticalSectionArray::HasSlot(int32 index) const
+inline bool TNqSharedCriticalSectionArray::HasSlot(int32 index) const
 {
     return NqCheckText(fInternal != nullptr && fInternal->HasSlot(index), "index < fInternal->fCount");
 }
