@@ -180,18 +180,21 @@ TEST_F(HostServices, CountersHandOutEachValueOnce)
     constexpr int kSteps = 5000;
     TNqAtomicCounter* counter = NewAtomicCounter();
     EXPECT_EQ(GetAtomicCounterValue(counter), 0);
-    std::vector<std::vector<int32>> values(kThreads);
+    std::vector<std::vector<int32>> values(kThreads + 1);
     const auto count = [&](int index)
     {
         for (TNqAtomicCounter* mine = counter; values[static_cast<size_t>(index)].size() < kSteps;)
             values[static_cast<size_t>(index)].push_back(IncrementAtomicCounter(mine));
     };
+    count(kThreads); // alone at first, and where nothing has started a thread, the only one of the process
     OnThreads(kThreads, count);
     std::set<int32> all;
     for (const std::vector<int32>& part : values)
         all.insert(part.begin(), part.end());
-    EXPECT_TRUE(all.size() == kThreads * kSteps && *all.begin() == 1 && *all.rbegin() == kThreads * kSteps);
+    EXPECT_TRUE(all.size() == (kThreads + 1) * kSteps && *all.begin() == 1 && *all.rbegin() == (kThreads + 1) * kSteps);
 
+    SetAtomicCounterValue(counter, 0x7FFFFFFF);
+    EXPECT_EQ(IncrementAtomicCounter(counter), -0x7FFFFFFF - 1);
     SetAtomicCounterValue(counter, 1);
     EXPECT_EQ(DecrementAtomicCounter(counter), 0);
     EXPECT_EQ(DecrementAtomicCounter(counter), -1);

@@ -9,6 +9,10 @@
 #include <memory>
 #include <new>
 
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#endif
+
 namespace
 {
 
@@ -16,6 +20,16 @@ constexpr size_t kCacheLine = 64;
 
 // Wherever such a block begins, a whole cache line lies in it. The system takes three times as long for an aligned one.
 constexpr size_t kBlockSize = 2 * kCacheLine - alignof(std::max_align_t);
+
+// False once the process has had a second thread: the system says so before that thread starts.
+bool IsOnlyThread()
+{
+#if __has_include(<sys/single_threaded.h>)
+    return __libc_single_threaded != 0;
+#else
+    return false;
+#endif
+}
 
 } // namespace
 
@@ -48,17 +62,34 @@ void DeleteAtomicCounter(TNqAtomicCounter* inCounter)
         NqHostFree(inCounter->fBlock);
 }
 
+namespace
+{
+
+// A read and a write do while there is nobody to come in between, and take a fifth of the time: starting a thread
+// orders them before all that it does.
+inline int32 Add(std::atomic<int32>& ioValue, int32 inStep)
+{
+    if (!IsOnlyThread())
+        return ioValue.fetch_add(inStep) + inStep;
+    const int32 sum =
+        static_cast<int32>(static_cast<uint32>(ioValue.load(std::memory_order_relaxed)) + static_cast<uint32>(inStep));
+    ioValue.store(sum, std::memory_order_relaxed);
+    return sum;
+}
+
+} // namespace
+
 // Counting and the ordered read are sequentially consistent: the reader/writer locks compare two counters, and each
 // side must see the other's count or have its own seen. Setting a value only publishes what came before it: nobody
 // waits for it to be seen, and every slot of an array that is left sets one.
 int32 IncrementAtomicCounter(TNqAtomicCounter*& ioCounter)
 {
-    return ioCounter->fValue.fetch_add(1) + 1;
+    return Add(ioCounter->fValue, 1);
 }
 
 int32 DecrementAtomicCounter(TNqAtomicCounter*& ioCounter)
 {
-    return ioCounter->fValue.fetch_sub(1) - 1;
+    return Add(ioCounter->fValue, -1);
 }
 
 int32 GetAtomicCounterValue(TNqAtomicCounter* inCounter)

@@ -17,13 +17,16 @@ std::atomic<int64> gAllocations{0};
 std::atomic<int64> gFirstFailure{0};
 std::atomic<int64> gFailures{0};
 
-bool FailsNow()
+[[gnu::cold]] bool CountedFailsNow()
 {
-    if (!gCounting.load(std::memory_order_relaxed))
-        return false;
     const int64 number = gAllocations.fetch_add(1, std::memory_order_relaxed) + 1;
     const int64 first = gFirstFailure.load(std::memory_order_relaxed);
     return first > 0 && number >= first && number - first < gFailures.load(std::memory_order_relaxed);
+}
+
+inline bool FailsNow()
+{
+    return gCounting.load(std::memory_order_relaxed) && CountedFailsNow();
 }
 
 class TMemoryUtilities final : public IShMemoryUtilities
