@@ -115,7 +115,7 @@ public:
     {
         if (!NqCheckText(i >= 0 && i < fElemCount, "i>=0 && i < fElemCount"))
             return GetScratch();
-        T* const array = fIndex[static_cast<uint32>(i >> fLogGrowSize)];
+        T* const array = fIndex.BaseAddress()[i >> fLogGrowSize]; // which has every block of the elements in use
         if (!NqCheck(array))
             return GetScratch();
         return array[i & fMask];

@@ -43,8 +43,14 @@ TIndex gIndices[kIndexCount];
 TThreadTable* gFirstTable = nullptr;
 std::atomic<uint64> gGeneration{0}; // of the layer: tables of an earlier one are gone
 
-thread_local TThreadTable* tTable = nullptr;
-thread_local uint64 tGeneration = 0;
+// Side by side, so that one look finds both.
+struct TOwnTable
+{
+    TThreadTable* fTable;
+    uint64 fGeneration;
+};
+
+thread_local TOwnTable tOwn = {nullptr, 0};
 
 void Link(TThreadTable& inTable)
 {
@@ -116,10 +122,10 @@ void EndTable(TThreadTable& inTable)
 TThreadTable* ClaimOwnTable()
 {
     const std::lock_guard<std::mutex> lock(gStorageMutex);
-    if (GetLocalStorage() == nullptr || tTable->fIsEnding)
+    if (GetLocalStorage() == nullptr || tOwn.fTable->fIsEnding)
         return nullptr;
-    tTable->fIsEnding = true;
-    return tTable;
+    tOwn.fTable->fIsEnding = true;
+    return tOwn.fTable;
 }
 
 // Any table that nobody ends yet; null when there is none. outIsLast tells whether others are being ended.
@@ -143,7 +149,7 @@ struct TThreadEnd
     {
         if (TThreadTable* const table = ClaimOwnTable())
             EndTable(*table);
-        tTable = nullptr;
+        tOwn.fTable = nullptr;
     }
     void Arm() const {}
 };
@@ -234,8 +240,7 @@ public:
 private:
     static void Adopt(TThreadTable& inTable)
     {
-        tTable = &inTable;
-        tGeneration = gGeneration;
+        tOwn = {&inTable, gGeneration};
         tThreadEnd.Arm();
         const std::lock_guard<std::mutex> lock(gStorageMutex);
         Link(inTable);
@@ -277,7 +282,9 @@ int32 CountProcessors()
 
 TNqLocalStorageDataPtrArray* GetLocalStorage()
 {
-    return tTable != nullptr && tGeneration == gGeneration.load(std::memory_order_relaxed) ? &tTable->fValues : nullptr;
+    const TOwnTable& own = tOwn;
+    const bool isValid = own.fTable != nullptr && own.fGeneration == gGeneration.load(std::memory_order_relaxed);
+    return isValid ? &own.fTable->fValues : nullptr;
 }
 
 void NqHostStartSMP(int32 inWorkerCount)

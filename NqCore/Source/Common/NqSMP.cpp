@@ -8,11 +8,19 @@ TNqLocalStorage* gSMPAbortFlagTLS = nullptr;
 namespace
 {
 
+inline TNqLocalStorageData* FindInTable(TNqLocalStorageDataPtrArray& inTable, int32 inIndex)
+{
+    return inIndex >= 0 && inIndex < inTable.GetElemCount() ? &inTable[inIndex] : nullptr;
+}
+
 // The calling thread's element, null after a report.
-TNqLocalStorageData* GetThreadElem(const TNqLocalStorage& inStorage)
+inline TNqLocalStorageData* GetThreadElem(const TNqLocalStorage& inStorage)
 {
     TNqLocalStorageDataPtrArray* const localStorage = GetLocalStorage();
-    return NqCheck(localStorage) ? localStorage->GetElem(inStorage.GetIndex()) : nullptr;
+    if (!NqCheck(localStorage))
+        return nullptr;
+    TNqLocalStorageData* const data = FindInTable(*localStorage, inStorage.GetIndex());
+    return data != nullptr ? data : localStorage->GetElem(inStorage.GetIndex());
 }
 
 } // namespace
@@ -40,7 +48,7 @@ TNqLocalStorageData* TNqLocalStorageDataPtrArray::GetElem(int32 inIndex)
 
 TNqLocalStorageData* TNqLocalStorageDataPtrArray::FindElem(int32 inIndex)
 {
-    return inIndex >= 0 && inIndex < GetElemCount() ? &(*this)[inIndex] : nullptr;
+    return FindInTable(*this, inIndex);
 }
 
 // To the end of the block in which the element lies, so that neighbours need no further growth.
