@@ -3,6 +3,7 @@
 #include "Tests/TestHost.h"
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace
@@ -103,6 +104,15 @@ TEST_F(ColorTest, BytesComeOutAsTheNearest)
         ASSERT_NEAR(reals.blue, a / 255.0, 1e-7);
         reals.ToRGBA8(back);
         ASSERT_EQ(back, color);
+
+        // All four together as each by itself, whatever the bits are.
+        uint32 bits[4];
+        for (uint32& part : bits)
+            part = static_cast<uint32>(random()) & (random() % 2 == 0 ? 0xFFFFFFFF : 0x3FFFFFFF);
+        std::memcpy(static_cast<void*>(&reals), bits, sizeof reals);
+        reals.ToRGBA8(back);
+        reals.TNqColorRGB::ToRGBA8(color, NqColorMath::ClampedToByte(reals.alpha));
+        ASSERT_EQ(back, color) << std::hex << bits[0] << ' ' << bits[1] << ' ' << bits[2] << ' ' << bits[3];
     }
 }
 

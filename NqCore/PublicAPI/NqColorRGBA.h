@@ -16,6 +16,8 @@
 
 #include "NqCore/PublicAPI/NqColorRGB.h"
 
+#include <cstring>
+
 class TNqColorRGBA : public TNqColorRGB
 {
 public:
@@ -176,10 +178,32 @@ inline void TNqColorRGB::ToRGBA(TNqColorRGBA& outColor, real32 alpha) const
     outColor.Set(red, green, blue, alpha);
 }
 
+#if defined(__GNUC__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+// All components at a time, with the steps of ClampedToByte: a comparison with what is not a number gives 0.
+inline void TNqColorRGBA::ToRGBA8(TNqColorRGBA8& outColor) const
+{
+    using TReals = real32 __attribute__((vector_size(16)));
+    using TIntegers = int32 __attribute__((vector_size(16)));
+    static_assert(offsetof(TNqColorRGB, red) == 0 && offsetof(TNqColorRGB, green) == 4 &&
+                      offsetof(TNqColorRGB, blue) == 8,
+                  "the components are read as they lie");
+    constexpr TReals zero = {0, 0, 0, 0}, one = {1, 1, 1, 1};
+    TReals colour;
+    std::memcpy(&colour, static_cast<const void*>(this), sizeof colour);
+    colour = colour > zero ? colour : zero;
+    colour = colour < one ? colour : one;
+    const TIntegers bytes = __builtin_convertvector(colour * 255.0F, TIntegers);
+    uint64 halves[2]; // red and green, blue and alpha: 32 bits each
+    std::memcpy(halves, &bytes, sizeof halves);
+    const uint32 pixel = static_cast<uint32>(halves[0] << 16 | halves[0] >> 24 | halves[1] | halves[1] >> 8);
+    std::memcpy(static_cast<void*>(&outColor), &pixel, sizeof outColor);
+}
+#else
 inline void TNqColorRGBA::ToRGBA8(TNqColorRGBA8& outColor) const
 {
     TNqColorRGB::ToRGBA8(outColor, NqColorMath::ClampedToByte(alpha));
 }
+#endif
 
 inline void TNqColorRGBA::ToRGBA8Unclamped(TNqColorRGBA8& outColor) const
 {
