@@ -120,7 +120,7 @@ run() {
   # What is caught is caught early: it needs no room for all states, which takes longer to clear than to fill.
   case $outcome in holds | goes-on) ;; *) flags=(-m500000 -w20) ;; esac
   case $outcome in goes-on | spins) kind=(-DNP -DNFAIR=3) flags+=(-l -f) ;; esac
-  # Keeping what states are made of apart saves memory, but time only where states are large.
+  # Keeping each process of a state by itself saves memory, but time only where states are large.
   [[ $model != $collapsed ]] || kind+=(-DCOLLAPSE)
   mkdir "$folder" && cd "$folder"
   {
