@@ -39,6 +39,11 @@ public:
 extern TMesh mesh;
 extern TSMPSingleSection section;
 
+#elif defined(QUICK_START_OF_ITranscoder)
+extern const uint16* characters;
+extern uint32 count;
+extern TNqArray<uint8> outBytes;
+
 #elif defined(QUICK_START_OF_NqAsciiTranslationTable)
 #include "NqCore/PublicAPI/NqString.h"
 #include "NqHost/PublicAPI/NqHost.h"
