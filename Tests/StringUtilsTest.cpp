@@ -91,6 +91,45 @@ struct TTranslateModel
     }
 };
 
+TEST_F(StringUtilsTest, TheCaseOfATextIsThatOfTheWholeQString)
+{
+    // Characters that become several, pairs and halves of them.
+    const char16_t odd[] = {0xDF, 0x149, 0x130, 0x1F0, 0xFB03, 0x130, 0xD801, 0xDC28, 0xDC00, 0xD83D};
+    std::mt19937 random(31);
+    for (int round = 0; round < 3000; ++round)
+    {
+        const uint32 rareness = 1U << random() % 8;
+        std::u16string text;
+        for (size_t left = random() % 100; left != 0; --left)
+            text += static_cast<char16_t>(random() % rareness != 0 ? 0x20 + random() % 0x60
+                                          : random() % 8 == 0      ? odd[random() % 10]
+                                                                   : 1 + random() % (random() % 2 ? 0x5FF : 0xFFFF));
+        if (round == 0)
+        {
+            for (uint32 ch = 1; ch < 0x10000; ++ch) // each by itself: a half of a pair has another beside it nowhere
+                text += {static_cast<char16_t>(ch), u'.'};
+            text.erase(std::remove_if(text.begin(), text.end(), [](char16_t ch) { return QChar::isSurrogate(ch); }),
+                       text.end());
+        }
+        for (const bool isUpper : {false, true})
+        {
+            TNqDynamicString s, wanted;
+            s.FromUnicode(reinterpret_cast<const uint16*>(text.c_str()));
+            if (random() % 4 == 0 && s.ByteLength() != 0) // also malformed, and with a NUL inside
+                s.SetSBCharAt(static_cast<char>(random() % 3 == 0 ? 0 : random()),
+                              static_cast<int32>(random() % s.ByteLength()));
+            QString q;
+            NqStringToQString(s, q);
+            QStringToNqString(isUpper ? q.toUpper() : q.toLower(), wanted);
+            TakeReports();
+            isUpper ? NqUpperString(s) : NqLowerString(s);
+            TakeReports();
+            ASSERT_EQ(Bytes(s), Bytes(wanted));
+            ASSERT_EQ(s.Length(), wanted.Length());
+        }
+    }
+}
+
 TEST_F(StringUtilsTest, TranslationFollowsAModelThatMovesTheTextAtEachStep)
 {
     std::mt19937 random(5);

@@ -11,6 +11,7 @@
 #include <QString>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <cstring>
 #include <iterator>
@@ -65,12 +66,75 @@ bool MapAsciiCase(TNqString& s, char first, char last)
     return true;
 }
 
-// Without memory the text stays as it is.
-void MapCase(TNqString& s, QString (*map)(const QString&))
+// What QString makes of each character by itself, asked once for each 256 of them. Its own walk looks up the properties
+// of every character of a text, which takes several times as long. Threads: any, they all write the same.
+template <QString (*kMap)(const QString&)>
+class TCaseTable
 {
+public:
+    // Maps the characters in place. False, with nothing changed, when one becomes several or may be half of a pair.
+    bool MapEach(uint16* first, uint16* last)
+    {
+        if (!std::all_of(first, last, [this](uint16 ch) { return Get(ch) != kNotAlone; }))
+            return false;
+        std::transform(first, last, first, [this](uint16 ch) { return Get(ch); });
+        return true;
+    }
+
+private:
+    static constexpr uint16 kNotAlone = 0; // nothing else becomes 0
+    static constexpr uint32 kPageLength = 256;
+
+    uint16 Get(uint16 ch)
+    {
+        if (!fIsPageFilled[ch / kPageLength].load(std::memory_order_acquire))
+            FillPage(ch / kPageLength);
+        return fCharacters[ch].load(std::memory_order_relaxed);
+    }
+
+    void FillPage(uint32 page)
+    {
+        for (uint32 ch = page * kPageLength; ch != (page + 1) * kPageLength; ++ch)
+        {
+            const QString mapped = kMap(QString(QChar(ch)));
+            const bool isAlone = mapped.size() == 1 && !QChar::isSurrogate(ch);
+            fCharacters[ch].store(isAlone ? mapped[0].unicode() : kNotAlone, std::memory_order_relaxed);
+        }
+        fIsPageFilled[page].store(true, std::memory_order_release);
+    }
+
+    std::atomic<bool> fIsPageFilled[0x10000 / kPageLength] = {};
+    std::atomic<uint16> fCharacters[0x10000] = {};
+};
+
+QString ToCapitals(const QString& text)
+{
+    return text.toUpper();
+}
+
+QString ToSmallLetters(const QString& text)
+{
+    return text.toLower();
+}
+
+// Without memory the text stays as it is.
+template <QString (*kMap)(const QString&)>
+void MapCase(TNqString& s)
+{
+    static TCaseTable<kMap> sTable;
+    const TNqWideString characters(s);
+    uint16* const first = characters.StrGet();
+    if (first == nullptr)
+        return;
+    uint16* const last = std::find(first, first + characters.Length(), 0);
+    if (sTable.MapEach(first, last))
+    {
+        s.FromUnicode(first);
+        return;
+    }
     QString text;
-    if (FillQString(s, text))
-        QStringToNqString(map(text), s);
+    text.setUtf16(first, characters.Length()); // half of a pair is another thing before a NUL than at the end
+    QStringToNqString(kMap(text), s);
 }
 
 CFStringRef CreateCFString(const TNqWideString& text)
@@ -95,13 +159,13 @@ int16 CompareBytes(const TNqString& a, const TNqString& b)
 void NqUpperString(TNqString& s)
 {
     if (!MapAsciiCase(s, 'a', 'z'))
-        MapCase(s, [](const QString& text) { return text.toUpper(); });
+        MapCase<ToCapitals>(s);
 }
 
 void NqLowerString(TNqString& s)
 {
     if (!MapAsciiCase(s, 'A', 'Z'))
-        MapCase(s, [](const QString& text) { return text.toLower(); });
+        MapCase<ToSmallLetters>(s);
 }
 
 int16 NqCompareStrings(const TNqString& a, const TNqString& b)
