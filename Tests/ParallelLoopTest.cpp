@@ -493,6 +493,34 @@ TEST_P(SMPJob, TheFirstExceptionIsThrownAndTheRestIsDropped)
     EXPECT_EQ(runs, -1);
 }
 
+TEST_P(SMPJob, IsHelpedEachTimeAlsoBesideAnother)
+{
+    const auto run = [](int)
+    {
+        const TNqCountedPtr<ISMPJob> reused = NewJob();
+        for (int round = 0; round < 60; ++round)
+        {
+            const TNqCountedPtr<ISMPJob> job = round % 2 == 0 ? reused : NewJob();
+            job->AddTask(TCallTask::Make([](ISMPJobTask**) {}));
+            job->Wait();          // mostly before anybody could come
+            if (round % 20 == 19) // those who were at hand have gone
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            std::atomic<int> begun{0};
+            const auto meet = [&](ISMPJobTask**)
+            {
+                for (++begun; begun < 2 && std::chrono::steady_clock::now() < latest;)
+                    std::this_thread::yield();
+            };
+            job->AddTask(TCallTask::Make(meet));
+            job->AddTask(TCallTask::Make(meet));
+            job->Wait();
+            ASSERT_LT(std::chrono::steady_clock::now(), latest) << "nobody came in round " << round;
+        }
+    };
+    OnThreads(GetParam() / 2, run); // with as many helpers at least
+}
+
 TEST_P(SMPJob, AJobThatNobodyWaitsForLeavesNothingBehind)
 {
     for (int i = 0; i < 20; ++i)

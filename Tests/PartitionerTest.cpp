@@ -1,6 +1,7 @@
 // Partitioners and estimators, on a pool that only says how many workers it has.
 
 #include "NqCore/PublicAPI/ISMPJob.h"
+#include "NqCore/PublicAPI/NqSMPParallel.h"
 #include "Tests/TestHost.h"
 
 #include <chrono>
@@ -34,7 +35,7 @@ public:
     TNqTiming GetTaskOverhead() override { return TNqTiming(2000); }
     ISMPJobWorkerThread* GetCurrentWorkerThread() override { return nullptr; }
     ISMPJob* GetCurrentJob() override { return nullptr; }
-    void CreateJob(ISMPJob**) override {}
+    void CreateJob(ISMPJob** outJob) override { *outJob = fJob; }
 
     ISMPJobWorkers* GetSMPWorkers() override { return fCount != 0 ? this : nullptr; }
     TNqLocalStorage* NewTLS(void (*)(void**)) override { return nullptr; }
@@ -42,6 +43,45 @@ public:
     void SetupThreadLocalStorage() override {}
 
     int32 fCount = 4;
+    ISMPJob* fJob = nullptr;
+};
+
+// Of a host that holds each task twice, and whose threads give the references back at the same time.
+class TSharingJob final : public ISMPJob
+{
+public:
+    NqErr QueryInterface(const NqIID&, void**) override { return kNqNoInterface; }
+    uint32 AddRef() override { return 1; }
+    uint32 Release() override { return 1; }
+    void AddTask(ISMPJobTask* inTask) override
+    {
+        EXPECT_EQ(inTask->AddRef(), 2U);
+        EXPECT_EQ(inTask->AddRef(), 3U);
+        fTasks.push_back(inTask);
+    }
+    boolean RunPendingWork() override { return false; }
+    void Wait() override
+    {
+        while (!fTasks.empty())
+        {
+            ISMPJobTask* const task = fTasks.back();
+            fTasks.pop_back();
+            ISMPJobTask* next = nullptr;
+            task->Execute(&next);
+            uint32 left[2];
+            const auto release = [&](int thread)
+            {
+                for (int i = 0; i < 2000; ++i)
+                    task->AddRef(), task->Release();
+                left[thread] = task->Release();
+            };
+            OnThreads(2, release);
+            EXPECT_EQ(left[0] + left[1], 3U);
+        }
+    }
+
+private:
+    std::vector<ISMPJobTask*> fTasks;
 };
 
 // W = 4 to begin with; 0 stands for no pool.
@@ -59,6 +99,7 @@ protected:
         NqTest::TearDown();
     }
     void SetWorkerCount(int32 inCount) { fPool.fCount = inCount; }
+    void SetJob(ISMPJob* inJob) { fPool.fJob = inJob; }
 
 private:
     IShSMPUtilities* const fRealSMP = gShellSMPUtilities;
@@ -148,6 +189,17 @@ TEST_F(Partitioner, PiecesTileTheRangeWhateverTheSettings)
             ExpectTiles(TGuidedPartitioner(start, end, grain, step % 50 == 0 ? std::nanf("") : ratio, chunks)))
             << start << " " << end << " " << grain << " " << ratio << " " << chunks;
     }
+}
+
+TEST_F(Partitioner, PiecesAreCountedHoweverManyHoldThem)
+{
+    TSharingJob job;
+    SetJob(&job);
+    std::vector<int> visits(60);
+    TBasicEstimator always;
+    SMPParallelFor(TSimplePartitioner(0, 60, 1), always,
+                   [&](const TRange& range) { ++visits[static_cast<size_t>(range.fStart)]; });
+    EXPECT_EQ(visits, std::vector<int>(60, 1));
 }
 
 TEST_F(Partitioner, SizesComputedByHand)

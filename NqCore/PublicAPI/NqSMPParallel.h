@@ -28,6 +28,7 @@
 
 #include "NqCore/PublicAPI/ISMPJob.h"
 
+#include <atomic>
 #include <type_traits>
 
 template <class P, class E, class B>
@@ -48,20 +49,37 @@ template <class P, class E, class B>
 class TSMPLoopTask final : public TBasicSMPTask
 {
 public:
-    TSMPLoopTask(TSMPLoop<P, E, B>& inLoop, const P& inRange) : fLoop(inLoop), fRange(inRange), fNextFree(nullptr) {}
+    TSMPLoopTask(TSMPLoop<P, E, B>& inLoop, const P& inRange)
+        : fLoop(inLoop),
+          fRange(inRange),
+          fNextFree(nullptr),
+          fOtherReferences(0)
+    {
+    }
 
     void Execute(ISMPJobTask**) override { fLoop.RunPiece(fRange); }
 
     // A body may wait for a loop, or for work of a single section.
     boolean CanSpawnTasks() override { return true; }
 
-    // The loop holds the first reference for as long as it lives.
+    // The loop holds the first reference for as long as it lives and leaves the task alone while there are others. So
+    // who takes the first of these, or gives back the last, is the only one who counts: a read and a write do then.
+    uint32 AddRef() override
+    {
+        if (fOtherReferences.load(std::memory_order_relaxed) != 0)
+            return fOtherReferences.fetch_add(1) + 2;
+        fOtherReferences.store(1, std::memory_order_relaxed);
+        return 2;
+    }
     uint32 Release() override
     {
-        const uint32 count = TBasicSMPTask::Release();
-        if (count == 1)
-            fLoop.Recycle(*this);
-        return count;
+        // What others did before they gave theirs back has happened when this one is the last.
+        if (fOtherReferences.load(std::memory_order_acquire) == 1)
+            fOtherReferences.store(0, std::memory_order_relaxed);
+        else if (const uint32 others = fOtherReferences.fetch_sub(1) - 1)
+            return others + 1;
+        fLoop.Recycle(*this);
+        return 1;
     }
 
 private:
@@ -70,6 +88,8 @@ private:
     TSMPLoop<P, E, B>& fLoop;
     P fRange;
     TSMPLoopTask* fNextFree;
+    std::atomic<uint32> fOtherReferences; // than the loop's
+    int8 fGap[64];                        // keeps the tasks that other workers use off its last cache line
 };
 
 // One run of a loop on the pool, on the stack of its caller.
@@ -95,7 +115,7 @@ public:
     {
         P root(inRange);
         root.fIsSerial = false;
-        AddPiece(root);
+        AddPiece(root, fFree.GetCurrent());
         fJob.Wait();
     }
 
@@ -103,12 +123,16 @@ public:
     // nothing on its right.
     void RunPiece(P ioRange)
     {
-        while (ioRange.ShouldSplit())
+        if (ioRange.ShouldSplit())
         {
-            P right(ioRange);
-            ioRange.Split(ioRange, right);
-            if (right.Size() > 0)
-                AddPiece(right);
+            TTask*& firstFree = fFree.GetCurrent();
+            do
+            {
+                P right(ioRange);
+                ioRange.Split(ioRange, right);
+                if (right.Size() > 0)
+                    AddPiece(right, firstFree);
+            } while (ioRange.ShouldSplit());
         }
         NqRunLoopBody(ioRange, fEstimator, fBody);
     }
@@ -131,10 +155,10 @@ private:
         return task;
     }
 
-    void AddPiece(const P& inRange)
+    // ioFirstFree is the calling worker's.
+    void AddPiece(const P& inRange, TTask*& ioFirstFree)
     {
-        TTask*& firstFree = fFree.GetCurrent();
-        TTask* task = TakeFree(firstFree);
+        TTask* task = TakeFree(ioFirstFree);
         if (task != nullptr)
             task->fRange = inRange;
         else
@@ -146,7 +170,7 @@ private:
         catch (...)
         {
             // The job may have taken its reference, and given it back.
-            if (firstFree != task)
+            if (ioFirstFree != task)
                 Recycle(*task);
             throw;
         }

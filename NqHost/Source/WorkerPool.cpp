@@ -3,8 +3,9 @@
 // A job has one queue for each worker. A thread puts the tasks that it adds into its own queue and takes the newest of
 // them first; a thread that finds its own queue empty takes the oldest task of another, which tends to be the largest
 // piece of work. The thread that waits for a job runs its tasks, as worker 0 or, when it belongs to the pool itself, as
-// the worker that it is. Threads of the pool come to help when a task is added and leave when they find none: a job
-// that nobody helps is run by the one who waits, so that no job ever needs a second thread.
+// the worker that it is. Threads of the pool come to help when a job asks for them and leave when they find no task,
+// after a moment in which the next job may ask: a job that nobody helps is run by the one who waits, so that no job
+// ever needs a second thread.
 
 #include "NqCore/PublicAPI/ISMPJob.h"
 #include "NqCore/PublicAPI/NqSMP.h"
@@ -261,17 +262,18 @@ public:
 
     NqErr QueryInterface(const NqIID& iid, void** outInterface) override;
     uint32 AddRef() override { return fRefCount.fetch_add(1) + 1; }
+    bool AddRefUnlessDying();
     uint32 Release() override;
     void AddTask(ISMPJobTask* inTask) override;
     boolean RunPendingWork() override;
     void Wait() override;
 
-    TPool& GetPool() const;
-
-    // The whole visit of a thread of the pool that was called to help. Gives up the helper's reference.
+    // The whole visit of a thread of the pool that comes to help. Gives up the helper's reference.
     void Serve(ISMPJobWorkerThread& inWorker);
 
 private:
+    friend class TPool;
+
     // Threads that run tasks of this job in the low half, how often one began to in the high half.
     static constexpr uint64 kOneRunning = 1;
     static constexpr uint64 kOneBeginning = (uint64(1) << 32) | kOneRunning;
@@ -317,6 +319,7 @@ private:
     void Sleep(bool inMayRun);
     void WakeSleepers();
     void CallHelp();
+    void WithdrawCalls();
     bool BecomeHelper();
     void Help();
 
@@ -326,12 +329,16 @@ private:
     const uint64 fMaker;                  // the task that cannot spawn others in which the job was made
     const TNqAbortFlag* const fAbortFlag; // of the thread that made the job
     std::atomic<uint32> fRefCount{1};
-    std::atomic<int32> fHelpers{0};  // threads of the pool that help or were called to, each with a reference
+    std::atomic<int32> fHelpers{0};  // threads of the pool that help, each with a reference, or were asked to
     std::atomic<int32> fSleepers{0}; // waiting threads that sleep or are about to
     std::atomic<bool> fFailed{false};
     std::mutex fMutex; // guards fError, and the step into sleep
     std::condition_variable fWake;
     std::exception_ptr fError; // the first
+    // Of the pool's list, and changed by the pool alone.
+    std::atomic<int32> fAskedFor{0}; // helpers; in the list while there are any
+    TJob* fPreviousAsking = nullptr;
+    TJob* fNextAsking = nullptr;
     alignas(kCacheLine) std::atomic<uint64> fActivity{0};
 };
 
@@ -371,20 +378,37 @@ public:
     // Threads that may help: W - 1, or as many as the system gave once they were started.
     int32 GetThreadCount() const { return fThreadCount.load(std::memory_order_relaxed); }
 
-    // Has a thread of the pool help the job. False: none will come.
-    bool CallThread(TJob& inJob);
+    // Has one more thread of the pool help the job, unless the job withdraws first. False: none will come.
+    bool AskFor(TJob& inJob);
+
+    // Nobody comes any more who has not yet. Returns how many threads that were.
+    int32 Withdraw(TJob& inJob);
 
     // In a child process, which has none of its parent's threads.
     void ForgetThreads();
 
 private:
-    static void RunThread(void* inJob, int32 inWorkerID);
+    static void RunThread(void* inPool, int32 inWorkerID);
     void StartThreads();
+    bool NoteAsking(TJob& inJob);
+    void ChangeAsks(TJob& inJob, int32 inChange);
+    TJob* TakeAskingJob();
+    TJob* AwaitAskingJob();
+    bool IsDeserted();
 
     const int32 fWorkerCount;
     std::atomic<int32> fThreadCount;
     TWorkerThread fWorkers[kMaxWorkerCount];
-    std::atomic<int32> fCalled{0}; // threads called that have not left yet
+
+    TSpinLock fLock; // guards what follows
+    TJob* fFirstAsking = nullptr;
+    TJob* fLastAsking = nullptr;
+    std::atomic<int32> fAsks{0}; // of all jobs, for helpers
+    int32 fExpected = 0;         // threads called that have not come yet
+    int32 fPresent = 0;          // those that have, and have not left
+    int32 fIdle = 0;             // those of them that look out for a job
+
+    std::atomic<bool> fIsStopping{false};
     std::once_flag fStartOnce;
     std::unique_ptr<TPoolThreads> fThreads; // started by the first call
 };
@@ -411,6 +435,7 @@ TJob* TJob::Make(TPool& inPool)
 // Nobody waited: what is left is dropped.
 TJob::~TJob()
 {
+    WithdrawCalls();
     while (ISMPJobTask* task = Take())
         task->Release();
     std::destroy_n(fQueues, fQueueCount);
@@ -419,6 +444,17 @@ TJob::~TJob()
 NqErr TJob::QueryInterface(const NqIID& iid, void** outInterface)
 {
     return AnswerQuery(*this, iid, outInterface);
+}
+
+bool TJob::AddRefUnlessDying()
+{
+    uint32 count = fRefCount.load();
+    while (count != 0)
+    {
+        if (fRefCount.compare_exchange_weak(count, count + 1))
+            return true;
+    }
+    return false;
 }
 
 uint32 TJob::Release()
@@ -471,6 +507,7 @@ void TJob::Wait()
         if (!mayRun || !SpinForTasks(yields))
             Sleep(mayRun);
     }
+    WithdrawCalls();
     std::exception_ptr error;
     {
         const std::lock_guard<std::mutex> lock(fMutex);
@@ -481,33 +518,16 @@ void TJob::Wait()
         std::rethrow_exception(error);
 }
 
-// oneTBB has handed the job to this thread in the right order, but sanitizers do not see inside it: they see the
-// counter.
-TPool& TJob::GetPool() const
-{
-    fHelpers.load();
-    return fPool;
-}
-
-// A thread that is in a task of the pool already, and got here through a wait of oneTBB in that task, does nothing: the
-// job is finished by whoever waits for it.
 void TJob::Serve(ISMPJobWorkerThread& inWorker)
 {
-    if (tThread.fWorker == nullptr)
-    {
-        tThread.fWorker = &inWorker;
-        tThread.fWorkerID = inWorker.GetWorkerID();
-        NqHostMarkPoolThread(true);
-        SetupSmpThreadLocalStorage();
-        Help();
-        NqHostMarkPoolThread(false);
-        tThread.fWorker = nullptr;
-        tThread.fWorkerID = 0;
-    }
-    else
-    {
-        fHelpers.fetch_sub(1);
-    }
+    tThread.fWorker = &inWorker;
+    tThread.fWorkerID = inWorker.GetWorkerID();
+    NqHostMarkPoolThread(true);
+    SetupSmpThreadLocalStorage();
+    Help();
+    NqHostMarkPoolThread(false);
+    tThread.fWorker = nullptr;
+    tThread.fWorkerID = 0;
     Release();
 }
 
@@ -631,14 +651,14 @@ void TJob::WakeSleepers()
 
 void TJob::CallHelp()
 {
-    if (!BecomeHelper())
-        return;
-    AddRef();
-    if (!fPool.CallThread(*this))
-    {
+    if (BecomeHelper() && !fPool.AskFor(*this))
         fHelpers.fetch_sub(1);
-        Release();
-    }
+}
+
+void TJob::WithdrawCalls()
+{
+    if (fAskedFor.load(std::memory_order_relaxed) != 0)
+        fHelpers.fetch_sub(fPool.Withdraw(*this));
 }
 
 bool TJob::BecomeHelper()
@@ -662,8 +682,15 @@ TPool::TPool(int32 inWorkerCount) : fWorkerCount(inWorkerCount), fThreadCount(in
 
 TPool::~TPool()
 {
-    while (fCalled.load() != 0)
+    fIsStopping = true;
+    while (!IsDeserted())
         std::this_thread::yield();
+}
+
+bool TPool::IsDeserted()
+{
+    const std::lock_guard<TSpinLock> locked(fLock);
+    return fExpected == 0 && fPresent == 0;
 }
 
 void TPool::CreateJob(ISMPJob** outJob)
@@ -679,7 +706,13 @@ void TPool::ForgetThreads()
     gThreadsAreLost = true;
     (void)fThreads.release();
     fThreadCount = 0;
-    fCalled = 0;
+    fLock.unlock(); // a thread that is lost may have held it, and been about to change the list
+    fFirstAsking = nullptr;
+    fLastAsking = nullptr;
+    fAsks = 0;
+    fExpected = 0;
+    fPresent = 0;
+    fIdle = 0;
 }
 
 // Programs that never run a loop have no threads.
@@ -690,24 +723,118 @@ void TPool::StartThreads()
     fThreadCount = fThreads != nullptr ? fThreads->GetCount() : 0;
 }
 
-bool TPool::CallThread(TJob& inJob)
+// Calling a thread through oneTBB takes longer than a small loop. So threads stay for a moment, and one is called only
+// when those that are idle or on their way do not suffice.
+bool TPool::AskFor(TJob& inJob)
 {
     std::call_once(fStartOnce, [this] { StartThreads(); });
     if (fThreads == nullptr)
         return false;
-    fCalled.fetch_add(1);
-    if (fThreads->Call(RunThread, &inJob))
+    if (!NoteAsking(inJob) || fThreads->Call(RunThread, this))
         return true;
-    fCalled.fetch_sub(1);
+    const std::lock_guard<TSpinLock> locked(fLock);
+    --fExpected;
+    if (inJob.fAskedFor == 0)
+        return true; // a thread that was here has come
+    ChangeAsks(inJob, -1);
     return false;
 }
 
-void TPool::RunThread(void* inJob, int32 inWorkerID)
+// Whether a thread is to be called.
+bool TPool::NoteAsking(TJob& inJob)
 {
-    TJob& job = *static_cast<TJob*>(inJob);
-    TPool& pool = job.GetPool();
-    job.Serve(pool.fWorkers[inWorkerID]);
-    pool.fCalled.fetch_sub(1);
+    const std::lock_guard<TSpinLock> locked(fLock);
+    ChangeAsks(inJob, 1);
+    if (fAsks <= fExpected + fIdle || fExpected + fPresent >= GetThreadCount())
+        return false;
+    ++fExpected;
+    return true;
+}
+
+// Under the lock. Jobs stand in the list in the order in which they came to ask.
+void TPool::ChangeAsks(TJob& inJob, int32 inChange)
+{
+    const int32 before = inJob.fAskedFor;
+    fAsks = fAsks + inChange;
+    if (before == 0)
+    {
+        inJob.fPreviousAsking = fLastAsking;
+        inJob.fNextAsking = nullptr;
+        (fLastAsking != nullptr ? fLastAsking->fNextAsking : fFirstAsking) = &inJob;
+        fLastAsking = &inJob;
+    }
+    else if (before + inChange == 0)
+    {
+        TJob* const previous = inJob.fPreviousAsking;
+        TJob* const next = inJob.fNextAsking;
+        (previous != nullptr ? previous->fNextAsking : fFirstAsking) = next;
+        (next != nullptr ? next->fPreviousAsking : fLastAsking) = previous;
+    }
+    inJob.fAskedFor = before + inChange;
+}
+
+int32 TPool::Withdraw(TJob& inJob)
+{
+    if (fThreads == nullptr)
+        return 0; // forgotten, and the list with them
+    const std::lock_guard<TSpinLock> locked(fLock);
+    const int32 asks = inJob.fAskedFor;
+    if (asks != 0)
+        ChangeAsks(inJob, -asks);
+    return asks;
+}
+
+// Under the lock. A job that dies waits for the lock to leave the list; its last reference is gone.
+TJob* TPool::TakeAskingJob()
+{
+    TJob* job = fFirstAsking;
+    while (job != nullptr && !job->AddRefUnlessDying())
+        job = job->fNextAsking;
+    if (job != nullptr)
+        ChangeAsks(*job, -1);
+    return job;
+}
+
+// Null: no job has asked for a moment, and the thread counts as gone.
+TJob* TPool::AwaitAskingJob()
+{
+    constexpr int32 yields = 100;
+    std::unique_lock<TSpinLock> locked(fLock);
+    TJob* job = TakeAskingJob();
+    if (job == nullptr)
+    {
+        ++fIdle;
+        locked.unlock();
+        TBackoff backoff(yields);
+        while (fAsks.load(std::memory_order_relaxed) == 0 && !fIsStopping.load() && backoff.Pause())
+        {
+        }
+        locked.lock();
+        --fIdle;
+        job = TakeAskingJob();
+    }
+    if (job == nullptr)
+        --fPresent;
+    return job;
+}
+
+// A thread that is in a task of the pool already, and got here through a wait of oneTBB in that task, goes back to it:
+// the job is finished by whoever waits for it. oneTBB has handed the pool to this thread in the right order, but
+// sanitizers do not see inside it: they see the counter.
+void TPool::RunThread(void* inPool, int32 inWorkerID)
+{
+    TPool& pool = *static_cast<TPool*>(inPool);
+    pool.fAsks.load();
+    const bool isFree = tThread.fWorker == nullptr;
+    {
+        const std::lock_guard<TSpinLock> locked(pool.fLock);
+        --pool.fExpected;
+        pool.fPresent += isFree ? 1 : 0;
+    }
+    if (!isFree)
+        return;
+    while (TJob* job = pool.AwaitAskingJob())
+        job->Serve(pool.fWorkers[inWorkerID]);
 }
 
 } // namespace
