@@ -108,7 +108,9 @@ void SkipTokens(benchmark::State& state)
 
 // ---- RapidJSON ------------------------------------------------------------------------------------------------------
 
-std::string JsonText()
+} // namespace
+
+std::string NqBench::ObjectsJson()
 {
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
@@ -130,14 +132,17 @@ std::string JsonText()
     return {buffer.GetString(), buffer.GetSize()};
 }
 
+namespace
+{
+
 void WriteJson(benchmark::State& state)
 {
-    MeasureWriting(state, AttributeCount(), [] { return JsonText().size(); });
+    MeasureWriting(state, AttributeCount(), [] { return ObjectsJson().size(); });
 }
 
 void ReadJson(benchmark::State& state)
 {
-    const std::string text = JsonText();
+    const std::string text = ObjectsJson();
     std::vector<TObject> objects;
     for (auto _ : state)
     {
@@ -147,6 +152,64 @@ void ReadJson(benchmark::State& state)
         for (const auto& value : document.GetArray())
             objects.push_back({value["name"].GetString(), value["id"].GetInt(), value["visible"].GetBool(),
                                value["mass"].GetFloat()});
+    }
+    Finish(state, AttributeCount(), text.size(), AreLike(objects, Objects()));
+}
+
+// Takes the values as they pass.
+struct TObjectHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, TObjectHandler>
+{
+    explicit TObjectHandler(std::vector<TObject>& outObjects) : fObjects(outObjects) {}
+
+    bool StartObject()
+    {
+        fObjects.emplace_back();
+        return true;
+    }
+    bool Key(const char* inText, rapidjson::SizeType, bool)
+    {
+        fKey = *inText;
+        return true;
+    }
+    bool String(const char* inText, rapidjson::SizeType inLength, bool)
+    {
+        fObjects.back().fName.assign(inText, inLength);
+        return true;
+    }
+    bool Bool(bool inValue)
+    {
+        fObjects.back().fVisible = inValue;
+        return true;
+    }
+    bool Uint(unsigned inValue)
+    {
+        if (fKey == 'i')
+            fObjects.back().fId = static_cast<int32>(inValue);
+        else
+            fObjects.back().fMass = static_cast<real32>(inValue);
+        return true;
+    }
+    bool Double(double inValue)
+    {
+        fObjects.back().fMass = static_cast<real32>(inValue);
+        return true;
+    }
+
+    std::vector<TObject>& fObjects;
+    char fKey = 0;
+};
+
+void ReadJsonEvents(benchmark::State& state)
+{
+    const std::string text = ObjectsJson();
+    std::vector<TObject> objects;
+    for (auto _ : state)
+    {
+        objects.clear();
+        rapidjson::Reader reader;
+        rapidjson::StringStream stream(text.c_str());
+        TObjectHandler handler(objects);
+        reader.Parse(stream, handler);
     }
     Finish(state, AttributeCount(), text.size(), AreLike(objects, Objects()));
 }
@@ -191,11 +254,12 @@ void ReadXml(benchmark::State& state)
 
 } // namespace
 
-NQ_BENCHMARK(WriteTokens, "write small attributes/NqCore tokens");
-NQ_BENCHMARK(WriteJson, "write small attributes/RapidJSON");
+NQ_BENCHMARK(WriteTokens, "write small attributes/NqCore");
+NQ_BENCHMARK(WriteJson, "write small attributes/RapidJSON Writer");
 NQ_BENCHMARK(WriteXml, "write small attributes/pugixml");
 
-NQ_BENCHMARK(ReadTokens, "read small attributes/NqCore tokens");
+NQ_BENCHMARK(ReadTokens, "read small attributes/NqCore");
 NQ_BENCHMARK(SkipTokens, "read small attributes/NqCore, skipped only");
 NQ_BENCHMARK(ReadJson, "read small attributes/RapidJSON document");
+NQ_BENCHMARK(ReadJsonEvents, "read small attributes/RapidJSON SAX");
 NQ_BENCHMARK(ReadXml, "read small attributes/pugixml document");

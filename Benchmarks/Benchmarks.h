@@ -50,6 +50,7 @@ struct TObject
 };
 const std::vector<TObject>& Objects();
 bool AreLike(const std::vector<TObject>& inA, const std::vector<TObject>& inB);
+std::string ObjectsJson();
 
 // Text in several scripts, in UTF-8.
 const std::string& Prose();

@@ -122,23 +122,32 @@ void SearchStandard(benchmark::State& state)
     Finish(state, static_cast<int64>(Prose().size()), Prose().size(), found == std::string::npos);
 }
 
+// "fox" by "vixen".
+bool IsReplaced(size_t inSize, size_t inCount)
+{
+    return inCount > 10000 && inSize == Prose().size() + 2 * inCount;
+}
+
 void ReplaceCore(benchmark::State& state)
 {
     const TNqString15 pattern("fox");
     const TNqString15 replacement("vixen");
     uint32 count = 0;
+    size_t size = 0;
     for (auto _ : state)
     {
         TNqDynamicString text(Prose().data(), static_cast<uint32>(Prose().size()));
         count = text.ReplaceStr(pattern, replacement, 0);
+        size = text.ByteLength();
         benchmark::DoNotOptimize(text.StrGet());
     }
-    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), count > 10000);
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), IsReplaced(size, count));
 }
 
 void ReplaceStandard(benchmark::State& state)
 {
     size_t count = 0;
+    size_t size = 0;
     for (auto _ : state)
     {
         std::string text;
@@ -150,22 +159,24 @@ void ReplaceStandard(benchmark::State& state)
             start = at + 3;
         }
         text.append(Prose(), start);
+        size = text.size();
         benchmark::DoNotOptimize(text.data());
     }
-    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), count > 10000);
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), IsReplaced(size, count));
 }
 
 void UpperCore(benchmark::State& state)
 {
     const TNqDynamicString text(Prose().data(), static_cast<uint32>(Prose().size()));
-    bool changed = false;
+    TNqDynamicString expected(QString::fromStdString(Prose()).toUpper().toUtf8().constData());
+    bool correct = false;
     for (auto _ : state)
     {
         TNqDynamicString upper(text);
         upper.ToUpper();
-        changed = upper != text;
+        correct = upper == expected;
     }
-    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), changed);
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), correct);
 }
 
 void UpperQt(benchmark::State& state)
@@ -197,7 +208,7 @@ void DecodeUTF8Core(benchmark::State& state)
     }
     const QString expected = QString::fromStdString(Prose());
     Finish(state, static_cast<int64>(Prose().size()), Prose().size(),
-           static_cast<qsizetype>(characters.size()) == expected.size());
+           std::equal(characters.begin(), characters.end(), expected.utf16(), expected.utf16() + expected.size()));
 }
 
 void ToUnicodeCore(benchmark::State& state)
@@ -207,7 +218,10 @@ void ToUnicodeCore(benchmark::State& state)
     const uint16* end = nullptr;
     for (auto _ : state)
         benchmark::DoNotOptimize(end = text.ToUnicode(characters.data(), static_cast<int32>(characters.size())));
-    Finish(state, static_cast<int64>(Prose().size()), Prose().size(), end == &characters.back());
+    const QString expected = QString::fromStdString(Prose());
+    Finish(state, static_cast<int64>(Prose().size()), Prose().size(),
+           end == &characters.back() && std::equal(characters.begin(), characters.end() - 1, expected.utf16(),
+                                                   expected.utf16() + expected.size()));
 }
 
 void DecodeUTF8Qt(benchmark::State& state)
@@ -234,7 +248,26 @@ void EncodeCore(benchmark::State& state)
             bytes.insert(bytes.end(), encoded.BaseAddress(), encoded.BaseAddress() + encoded.GetElemCount());
         }
     }
-    Finish(state, characters.size(), bytes.size(), !bytes.empty());
+    // Each character is in either of the one-byte sets.
+    const size_t expected = state.range(0) == kUTF8Transcoder ? Prose().size() : static_cast<size_t>(characters.size());
+    Finish(state, characters.size(), bytes.size(), bytes.size() == expected);
+}
+
+// A whole text at once.
+void FromUnicodeCore(benchmark::State& state)
+{
+    const QString characters = QString::fromStdString(Prose());
+    const uint16* const units = reinterpret_cast<const uint16*>(characters.utf16());
+    TNqDynamicString text;
+    for (auto _ : state)
+    {
+        TNqDynamicString made;
+        made.FromUnicode(units);
+        benchmark::DoNotOptimize(made.StrGet());
+        if (text.ByteLength() == 0)
+            text = made;
+    }
+    Finish(state, characters.size(), Prose().size(), text.StrGet() == Prose());
 }
 
 void EncodeWholeCore(benchmark::State& state)
@@ -300,6 +333,7 @@ NQ_BENCHMARK(UpperQt, "change a long text to capitals/QString");
 NQ_BENCHMARK(DecodeUTF8Core, "UTF-8 to characters/NqCore transcoder, by the byte");
 NQ_BENCHMARK(ToUnicodeCore, "UTF-8 to characters/TNqDynamicString::ToUnicode");
 NQ_BENCHMARK(DecodeUTF8Qt, "UTF-8 to characters/QString::fromUtf8");
+NQ_BENCHMARK(FromUnicodeCore, "characters to UTF-8/TNqDynamicString::FromUnicode");
 NQ_BENCHMARK(EncodeCore, "characters to UTF-8/NqCore transcoder, one by one")->Arg(kUTF8Transcoder);
 NQ_BENCHMARK(EncodeWholeCore, "characters to UTF-8/NqCore transcoder, whole text")->Arg(kUTF8Transcoder);
 NQ_BENCHMARK(FromUnicodeCore, "characters to UTF-8/TNqDynamicString::FromUnicode");

@@ -1,10 +1,16 @@
-// Runs the benchmarks and prints one table per task, the library's own row first and every other against it.
+// Runs the benchmarks and prints one table per task, the first row's contender as it is and every other against it.
+//   nqbench [--scene=FILE] [options of the benchmark library]
+//   nqbench --rows                                      the rows by which the library is judged, see Table.h
+//   nqbench --row=ROW --json=FILE [--scene=FILE]        measures one of them, or tells of the scenes (ROW is "scene")
 
+#include "Benchmarks/Scene.h"
+#include "Benchmarks/Table.h"
 #include "NqHost/PublicAPI/NqHost.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <thread>
@@ -61,15 +67,53 @@ private:
     double fFirstTime = 0; // seconds of the task's first contender
 };
 
+// Takes an option of this program, such as --scene=FILE, out of the arguments.
+std::string TakeOption(int& ioCount, char** ioArguments, const std::string& inName)
+{
+    std::string value;
+    int kept = 1;
+    for (int i = 1; i < ioCount; ++i)
+    {
+        const std::string argument = ioArguments[i];
+        if (argument.compare(0, inName.size(), inName) == 0)
+            value = argument.substr(inName.size());
+        else
+            ioArguments[kept++] = ioArguments[i];
+    }
+    ioCount = kept;
+    return value;
+}
+
+// Makes freed memory stay with the process, as in an application that has had a large document open: until a large
+// block was freed, the C library gives each block back to the system and fetches it anew, page by page.
+void KeepMemory()
+{
+    constexpr size_t largest = (size_t{32} << 20) - 8192; // up to which the C library learns
+    void* block = std::malloc(largest);
+    benchmark::DoNotOptimize(block);
+    std::free(block);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::string(argv[1]) == "--rows")
+    {
+        NqBench::PrintRows();
+        return 0;
+    }
     TNqHost host;
+    NqBench::SetSceneFile(TakeOption(argc, argv, "--scene="));
+    const std::string json = TakeOption(argc, argv, "--json=");
+    const std::string row = TakeOption(argc, argv, "--row=");
+    KeepMemory();
     std::thread([] {}).join(); // while there was only one thread, the peers leave out what makes locks and counts safe
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;
+    if (!row.empty())
+        return (row == "scene" ? NqBench::DescribeScene(json) : NqBench::RunRow(row, json)) ? 0 : 1;
     TTables tables;
     benchmark::RunSpecifiedBenchmarks(&tables);
     return 0;

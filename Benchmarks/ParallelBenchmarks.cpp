@@ -18,6 +18,7 @@
 #include <oneapi/tbb/spin_rw_mutex.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -68,8 +69,16 @@ struct TLoop
     }
 };
 
+constexpr int64 kCountOnly = -1; // instead of steps
+std::atomic<int64> gCounted{0};  // iterations run so
+
 int64 RunBody(int64 inSteps, int32 inStart, int32 inEnd)
 {
+    if (inSteps == kCountOnly)
+    {
+        gCounted += inEnd - inStart;
+        return 0;
+    }
     int64 sum = 0;
     for (int32 i = inStart; i < inEnd; ++i)
         sum += Compute(inSteps) + static_cast<uint32>(i);
@@ -147,6 +156,10 @@ void Register(const std::string& inTask, const std::string& inContender, const T
                                  [inLoop, inRun](benchmark::State& ioState)
                                  {
                                      const int64 steps = inLoop.CountSteps();
+                                     gCounted = 0;
+                                     inRun(kCountOnly, inLoop.fIterations);
+                                     if (gCounted != inLoop.fIterations)
+                                         ioState.SkipWithError("other iterations were run");
                                      for (auto _ : ioState)
                                          benchmark::DoNotOptimize(inRun(steps, inLoop.fIterations));
                                      ioState.SetItemsProcessed(ioState.iterations() * inLoop.fIterations);
@@ -335,7 +348,8 @@ bool RegisterOperations()
         Register("1000 x lock" + who + "std::mutex", LockStdMutex, threads);
         Register("1000 x lock" + who + "host section", LockSection, threads);
         Register("1000 x lock" + who + "section array", LockSlot, threads);
-        Register("1000 x lock" + who + "safe section", LockSafe, threads);
+        Register("1000 x safe section" + who + "std::mutex", LockStdMutex, threads);
+        Register("1000 x safe section" + who + "safe section", LockSafe, threads);
         Register("1000 x lock" + who + "safe critical section", LockOwned, threads);
         Register("1000 x write lock" + who + "std::shared_mutex", LockStdExclusive, threads);
         Register("1000 x write lock" + who + "tbb::spin_rw_mutex", LockTbbExclusive, threads);
