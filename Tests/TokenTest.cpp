@@ -691,6 +691,16 @@ std::string Bytes(Write&& inWrite)
     return bytes;
 }
 
+// The same into a few lent bytes, and what became of the stream.
+template <class Stream, class Write>
+std::string WrittenInto(int32 room, Write&& inWrite)
+{
+    int8 lent[24] = {};
+    Stream stream(lent, room, kUTF8Transcoder, eWrite);
+    inWrite(stream);
+    return std::string(lent, sizeof(lent)) + std::to_string(stream.pcount()) + (stream.good() ? " good" : " failed");
+}
+
 enum ESettings
 {
     kPlain,
@@ -779,7 +789,7 @@ TEST_F(Token, WritesTheseBytes)
         {kPlain, [&](S& s) { PutInt32ArrayAttribute(s, kName, 3, nullptr); }, "NAME 0\r"},
         {kIndented, [&](S& s) { PutReal32ArrayAttribute(s, 0, 2, reals); }, " 0.1,-2"},
         {kPlain, [](S& s) { PutInt32Token(s, 5); }, " 5\r"},
-        {kPlain, [&](S& s) { PutNonLocalizedStringAttribute(s, kName, text, true); }, "NAME \"Cu\\\"b\\\\\\\x01\"\r"},
+        {kPlain, [&](S& s) { PutNonLocalizedStringAttribute(s, kName, text, false); }, "NAME \"Cu\\\"b\\\\\\\x01\"\r"},
         {kCompact, [&](S& s) { PutNonLocalizedLongStringAttribute(s, kName, none, true); }, "NAME\"\"\r"},
         {kCompact, [&](S& s) { PutLocalizedLongStringAttribute(s, kName, text, true); }, "NAME\"Cu\\\"b\\\\\\\x01\"\r"},
         {kPlain, [&](S& s) { PutPathRefAttribute(s, kName, path); }, "NAME \"/a/b\"\r"},
@@ -805,14 +815,30 @@ TEST_F(Token, WritesTheseBytes)
         {kPlain, [](S& s) { PutSixBit(s, "A", 1); }, "11"},
         {kPlain, [](S& s) { PutSixBit(s, "ABCDE", 1); }, "19d@4E4"},
     };
+    TTexts told;
     for (const auto& [settings, write, bytes] : cases)
-        EXPECT_EQ(Bytes([set = settings, &put = write](S& s) { Apply(s, set), put(s); }), bytes);
+    {
+        const auto putAll = [set = settings, &put = write](S& s) { Apply(s, set), put(s); };
+        EXPECT_EQ(Bytes(putAll), bytes);
+        for (const std::string& report : TakeReports())
+            told.push_back(report);
+        for (int32 room = 0; room <= 20; ++room)
+            EXPECT_EQ(WrittenInto<TNqstrstream>(room, putAll), WrittenInto<TDerived<TNqstrstream>>(room, putAll))
+                << bytes << " into " << room;
+        TakeReports(); // the same ones
+    }
+    EXPECT_EQ(told, (TTexts{"&stream != &content", "&stream != &content", "&stream != &out", "&stream != &out"}));
     PutInt32Attribute(content, kName, 3); // it still has its block
     EXPECT_EQ(content.pcount(), 16);
     EXPECT_EQ(Bytes([](S& s) { PutToken(s, 0x412C4243, true); }), "A,BC");
-    TTexts reports = {"&stream != &content", "&stream != &content", "&stream != &out", "&stream != &out"};
-    reports.insert(reports.end(), 2, "c != tCOMMA");
-    EXPECT_EQ(TakeReports(), reports);
+    const auto putDeep = [](S& s)
+    {
+        Apply(s, kIndented);
+        GetNqTokenData(s)->fTokenIndentLevel = 1000;
+        PutInt32Attribute(s, kName, 7);
+    };
+    EXPECT_EQ(Bytes(putDeep), std::string(1000, ' ') + "NAME 7\r");
+    EXPECT_EQ(TakeReports(), TTexts(2, "c != tCOMMA"));
     TNqstrstream own(kUTF8Transcoder), shared(kUTF8Transcoder);
     uint32 state = 9;
     PutBufferAsBinHex(own, nullptr, 0, state);

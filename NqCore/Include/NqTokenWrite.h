@@ -48,6 +48,49 @@ void PutLineName(Sink& sink, const NqTokenData& data, int32 token)
     PutName(sink, static_cast<uint32>(token));
 }
 
+// A short line that is made beside the buffer and stored at once: in small attributes the steps from piece to piece
+// take longer than the pieces. inFill(at) writes what stands between the indentation and the end of the line, at most
+// kShortLine bytes, and returns what is behind it, or null for what is not plain. False, and nothing written, then and
+// where the buffer has no room for the line.
+constexpr int32 kShortLine = 300;
+
+template <class Sink, class Fill>
+bool PutLineAtHand(Sink& sink, const NqTokenData& data, Fill&& inFill)
+{
+    if constexpr (Sink::kIsDirect)
+    {
+        constexpr int32 kDeepest = 32;
+        int8 line[kDeepest + kShortLine + 1];
+        int8* at = line;
+        if (data.fTokenIndent && data.fTokenIndentLevel > kDeepest)
+            return false;
+        for (int32 i = 0; data.fTokenIndent && i < data.fTokenIndentLevel; ++i)
+            *at++ = ' ';
+        at = inFill(at);
+        if (at == nullptr || at + 1 - line > sink.RoomAtHand())
+            return false;
+        *at++ = '\r';
+        sink.Write(line, static_cast<int32>(at - line));
+        return true;
+    }
+    return false;
+}
+
+// A name up to its first blank; null for one with bytes that are reported or replaced.
+inline int8* StoreName(int8* at, uint32 token)
+{
+    for (int32 shift = 24; shift >= 0; shift -= 8)
+    {
+        const int8 c = static_cast<int8>(token >> shift & 0xFF);
+        if (c == ' ')
+            break;
+        if (c == 0 || c == ',')
+            return nullptr;
+        *at++ = c;
+    }
+    return at;
+}
+
 template <class Sink>
 void PutLineEnd(Sink& sink)
 {

@@ -7,70 +7,7 @@ using namespace NqTokenWrite;
 namespace
 {
 
-// ---- Lines ---------------------------------------------------------------------------------------------------------
-
-// A line with a name, a blank and the value that inPut(sink) writes.
-template <class Put>
-void PutValueLine(TNqiostream& stream, int32 token, Put&& inPut)
-{
-    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
-    NqWithSink(stream,
-               [&](auto& sink)
-               {
-                   PutLineName(sink, data, token);
-                   sink.Put(' ');
-                   inPut(sink);
-                   PutLineEnd(sink);
-               });
-}
-
-template <class T>
-void PutNumberLine(TNqiostream& stream, int32 token, T value)
-{
-    PutValueLine(stream, token, [value](auto& sink) { NqInsert(sink, value); });
-}
-
-// A line whose value is text that inPut() writes to the stream; compact documents have no blank before it.
-template <class Put>
-void PutTextLine(TNqiostream& stream, int32 token, Put&& inPut)
-{
-    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
-    NqWithSink(stream,
-               [&](auto& sink)
-               {
-                   PutLineName(sink, data, token);
-                   if (!data.fTokenCompact)
-                       sink.Put(' ');
-                   sink.Run(inPut);
-                   PutLineEnd(sink);
-               });
-}
-
-// An opening brace at the end of a line; what follows is one level deeper.
-template <class Sink>
-void PutBrace(Sink& sink, NqTokenData& data)
-{
-    if (!data.fTokenCompact)
-        sink.Put(' ');
-    sink.Put('{');
-    PutLineEnd(sink);
-    if (data.fTokenIndent)
-        ++data.fTokenIndentLevel;
-}
-
-// The brace stands in line with the contents of the block, and only then the level falls. Files are compared byte by
-// byte.
-template <class Sink>
-void PutClosingBrace(Sink& sink, NqTokenData& data)
-{
-    PutIndent(sink, data);
-    sink.Put('}');
-    PutLineEnd(sink);
-    if (data.fTokenIndent)
-        --data.fTokenIndentLevel;
-}
-
-// ---- Values --------------------------------------------------------------------------------------------------------
+// ---- Numbers -------------------------------------------------------------------------------------------------------
 
 inline int8* StoreNumber(int8* text, real32 value)
 {
@@ -81,6 +18,137 @@ inline int8* StoreNumber(int8* text, int32 value)
 {
     return NqStoreInteger(text, value);
 }
+
+inline int8* StoreNumber(int8* text, uint32 value)
+{
+    return NqStoreUnsigned(text, value);
+}
+
+inline int8* StoreNumber(int8*, real64)
+{
+    return nullptr;
+}
+
+// Whether StoreNumber writes what the stream's operator does, where it does not return null.
+template <class T, class Sink>
+bool IsStored(Sink& sink)
+{
+    if constexpr (std::is_same_v<T, real32>)
+        return NqHasSixDecimals(sink.Precision());
+    return sizeof(T) > 1; // one byte is a character
+}
+
+// ---- Lines ---------------------------------------------------------------------------------------------------------
+
+// A line with a name, a blank and the value that inPut(sink) writes.
+template <class Sink, class Put>
+void PutValueLine(Sink& sink, const NqTokenData& data, int32 token, Put&& inPut)
+{
+    PutLineName(sink, data, token);
+    sink.Put(' ');
+    inPut(sink);
+    PutLineEnd(sink);
+}
+
+template <class Put>
+void PutValueLine(TNqiostream& stream, int32 token, Put&& inPut)
+{
+    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
+    NqWithSink(stream, [&](auto& sink) { PutValueLine(sink, data, token, inPut); });
+}
+
+template <class T>
+void PutNumberLine(TNqiostream& stream, int32 token, T value)
+{
+    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
+    const auto store = [token, value](int8* at)
+    {
+        at = StoreName(at, static_cast<uint32>(token));
+        if (at != nullptr)
+            *at++ = ' ';
+        return at != nullptr ? StoreNumber(at, +value) : nullptr;
+    };
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   if (!IsStored<T>(sink) || !PutLineAtHand(sink, data, store))
+                       PutValueLine(sink, data, token, [value](auto& to) { NqInsert(to, value); });
+               });
+}
+
+// A line whose value is text that inPut() writes to the stream; compact documents have no blank before it.
+template <class Sink, class Put>
+void PutTextLine(Sink& sink, const NqTokenData& data, int32 token, Put&& inPut)
+{
+    PutLineName(sink, data, token);
+    if (!data.fTokenCompact)
+        sink.Put(' ');
+    sink.Run(inPut);
+    PutLineEnd(sink);
+}
+
+template <class Put>
+void PutTextLine(TNqiostream& stream, int32 token, Put&& inPut)
+{
+    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
+    NqWithSink(stream, [&](auto& sink) { PutTextLine(sink, data, token, inPut); });
+}
+
+// Bytes between quotes that need no escape; null when one does, or when they are too many for a short line.
+inline int8* StoreQuotedBytes(int8* at, const int8* bytes, uint32 count)
+{
+    constexpr uint32 kMost = 255;
+    if (count > kMost)
+        return nullptr;
+    *at++ = '"';
+    for (uint32 i = 0; i < count; ++i)
+    {
+        if (NqNeedsEscape(static_cast<uint8>(bytes[i])))
+            return nullptr;
+        *at++ = bytes[i];
+    }
+    *at++ = '"';
+    return at;
+}
+
+inline void Deepen(NqTokenData& data)
+{
+    if (data.fTokenIndent)
+        ++data.fTokenIndentLevel;
+}
+
+// An opening brace at the end of a line; what follows is one level deeper.
+template <class Sink>
+void PutBrace(Sink& sink, NqTokenData& data)
+{
+    if (!data.fTokenCompact)
+        sink.Put(' ');
+    sink.Put('{');
+    PutLineEnd(sink);
+    Deepen(data);
+}
+
+// The brace stands in line with the contents of the block, and only then the level falls. Files are compared byte by
+// byte.
+template <class Sink>
+void PutClosingBrace(Sink& sink, NqTokenData& data)
+{
+    const auto store = [](int8* at)
+    {
+        *at = '}';
+        return at + 1;
+    };
+    if (!PutLineAtHand(sink, data, store))
+    {
+        PutIndent(sink, data);
+        sink.Put('}');
+        PutLineEnd(sink);
+    }
+    if (data.fTokenIndent)
+        --data.fTokenIndentLevel;
+}
+
+// ---- Values --------------------------------------------------------------------------------------------------------
 
 // Plain values with a comma behind each, as many as fit the buffer; at most `most`. Returns how many. They are made in
 // pieces beside the buffer, since making one touches bytes behind it, where a stream may hold others.
@@ -186,9 +254,23 @@ void IndentToken(TNqiostream& stream)
 TNqiostreamContext* PutBeginToken(TNqiostream& stream, int32 token, boolean wantContext)
 {
     NqTokenData& data = *GetNqTokenData(stream);
+    const auto store = [token, &data](int8* at)
+    {
+        at = StoreName(at, static_cast<uint32>(token));
+        if (at != nullptr && !data.fTokenCompact)
+            *at++ = ' ';
+        if (at != nullptr)
+            *at++ = '{';
+        return at;
+    };
     return NqWithSink(stream,
-                      [&](auto& sink)
+                      [&](auto& sink) -> TNqiostreamContext*
                       {
+                          if (!wantContext && PutLineAtHand(sink, data, store))
+                          {
+                              Deepen(data);
+                              return nullptr;
+                          }
                           PutLineName(sink, data, token);
                           TNqiostreamContext* context = nullptr;
                           if (wantContext)
@@ -330,7 +412,22 @@ void PutLocalizedString(TNqiostream& stream, const TNqString& text, boolean tran
 
 void PutNonLocalizedStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
 {
-    PutTextLine(stream, token, [&] { PutNonLocalizedString(stream, text, translate); });
+    const NqTokenData& data = *GetNqTokenData(stream);
+    const auto store = [&](int8* at)
+    {
+        at = StoreName(at, static_cast<uint32>(token));
+        if (at != nullptr && !data.fTokenCompact)
+            *at++ = ' ';
+        const int8* const bytes = text.StrGet();
+        return at != nullptr && bytes != nullptr ? StoreQuotedBytes(at, bytes, text.ByteLength()) : nullptr;
+    };
+    NqWithSink(stream,
+               [&](auto& sink)
+               {
+                   // An empty string may be one that has lost its memory, which is reported once.
+                   if (translate || text.ByteLength() == 0 || !PutLineAtHand(sink, data, store))
+                       PutTextLine(sink, data, token, [&] { PutNonLocalizedString(stream, text, translate); });
+               });
 }
 
 void PutNonLocalizedLongStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
