@@ -68,6 +68,22 @@ TNqSafeCriticalSection::~TNqSafeCriticalSection()
         DeleteCS(fCS);
 }
 
+inline void TNqSafeCriticalSection::EnterHostSection()
+{
+    if (NqCheckText(fCS != nullptr, "fCS"))
+        EnterCS(fCS);
+}
+
+// The owner is recorded inside the host's section: done before, it would overwrite that of the thread inside, which
+// would then not be recognised when it comes again, and wait for itself.
+inline void TNqSafeCriticalSection::EnterFromOutside(int32 threadID)
+{
+    while (fThreadID.load(std::memory_order_acquire) != kNoThread)
+        gShellThreadUtilities->Yield(0);
+    EnterHostSection();
+    fThreadID.store(threadID, std::memory_order_release);
+}
+
 int32 TNqSafeCriticalSection::Enter(boolean allowReentry)
 {
     if (!IsInMainSMPProcess())
@@ -86,22 +102,6 @@ int32 TNqSafeCriticalSection::Enter(boolean allowReentry)
         throw TNqException(kNqErrSection, NqSourcePath(__FILE__), __LINE__);
     EnterHostSection();
     return threadID;
-}
-
-// The owner is recorded inside the host's section: done before, it would overwrite that of the thread inside, which
-// would then not be recognised when it comes again, and wait for itself.
-void TNqSafeCriticalSection::EnterFromOutside(int32 threadID)
-{
-    while (fThreadID.load(std::memory_order_acquire) != kNoThread)
-        gShellThreadUtilities->Yield(0);
-    EnterHostSection();
-    fThreadID.store(threadID, std::memory_order_release);
-}
-
-void TNqSafeCriticalSection::EnterHostSection()
-{
-    if (NqCheckText(fCS != nullptr, "fCS"))
-        EnterCS(fCS);
 }
 
 void TNqSafeCriticalSection::Leave(int32 previousOwner)
