@@ -65,14 +65,15 @@ void DeleteAtomicCounter(TNqAtomicCounter* inCounter)
 namespace
 {
 
-// A read and a write do while there is nobody to come in between, and take a fifth of the time: starting a thread
-// orders them before all that it does.
+// Returns the sum, which wraps around. A read and a write do while there is nobody to come in between, and take less
+// time: starting a thread orders them before all that it does.
 inline int32 Add(std::atomic<int32>& ioValue, int32 inStep)
 {
+    const auto plusStep = [inStep](int32 value)
+    { return static_cast<int32>(static_cast<uint32>(value) + static_cast<uint32>(inStep)); };
     if (!IsOnlyThread())
-        return ioValue.fetch_add(inStep) + inStep;
-    const int32 sum =
-        static_cast<int32>(static_cast<uint32>(ioValue.load(std::memory_order_relaxed)) + static_cast<uint32>(inStep));
+        return plusStep(ioValue.fetch_add(inStep));
+    const int32 sum = plusStep(ioValue.load(std::memory_order_relaxed));
     ioValue.store(sum, std::memory_order_relaxed);
     return sum;
 }
