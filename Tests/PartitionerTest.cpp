@@ -76,7 +76,8 @@ public:
                 left[thread] = task->Release();
             };
             OnThreads(2, release);
-            EXPECT_EQ(left[0] + left[1], 3U);
+            EXPECT_EQ(std::min(left[0], left[1]), 1U); // the loop's
+            EXPECT_GT(std::max(left[0], left[1]), 1U);
         }
     }
 
