@@ -1,4 +1,5 @@
 #include "NqCore/Include/NqNumberText.h"
+#include "NqCore/Include/NqTextRuns.h"
 #include "NqCore/Include/UTF8Transcoder.h"
 #include "NqCore/PublicAPI/NqException.h"
 #include "Tests/StringFixture.h"
@@ -708,6 +709,52 @@ TEST_F(StringTest, WideStringsHoldTheUnitsAndATerminator)
         wide.FromUnicode(wide.StrGet() + first);
         EXPECT_EQ(std::u16string(reinterpret_cast<char16_t*>(wide.StrGet())), std::u16string(&u"abcdef"[first]));
         EXPECT_EQ(wide.Length(), 6 - first);
+    }
+}
+
+TEST_F(StringTest, PatternsAreFoundAndReplacedInLongTextsAsByAPlainWalk)
+{
+    gRandom.seed(33);
+    for (int round = 0; round < 20000; ++round)
+    {
+        const uint32 kinds = 2 + Below(6); // few kinds of characters, so that patterns often begin
+        const auto randomText = [kinds](uint32 most)
+        {
+            const char* const chars[] = {"a", "b", "\xC3\xA9", "\xE2\x82\xAC", "\xA9", "c", "\xC3"};
+            std::string text;
+            for (uint32 left = Below(most); left != 0; --left)
+                text += chars[Below(kinds)];
+            return text;
+        };
+        std::string text = randomText(round % 10 == 0 ? 400 : 100);
+        const std::string pattern = "a" + randomText(round % 4 != 0 ? 3 : 22);
+        const uint32 offset = Below(16);
+        const std::unique_ptr<char[]> block(new char[offset + text.size()]);
+        char* const first = block.get() + offset; // the text ends where its block does
+        std::copy(text.begin(), text.end(), first);
+        ASSERT_EQ(NqFindPattern(first, first + text.size(), pattern.data(), pattern.size()) - first,
+                  std::search(text.begin(), text.end(), pattern.begin(), pattern.end()) - text.begin());
+
+        if (Below(8) == 0 && !text.empty())
+            text[Below(static_cast<uint32>(text.size()))] = 0;
+        TNqDynamicString s(text.data(), static_cast<uint32>(text.size()));
+        const TNqDynamicString what(pattern.c_str()), with(randomText(Below(4) == 0 ? 30 : 4).c_str());
+        const auto* const bytes = reinterpret_cast<const uint8*>(text.c_str());
+        const uint32 end = static_cast<uint32>(std::strlen(text.c_str()));
+        const uint32 from = Below(3) == 0 ? Below(s.Length() + 1) : 0;
+        const std::string searched = pattern.substr(0, what.Length()); // as many bytes as it has characters
+        size_t at = UTF8CharIndex(bytes, from, end);
+        std::string wanted;
+        uint32 count = 0;
+        for (size_t found; (found = text.substr(0, end).find(searched, at)) != std::string::npos; ++count)
+        {
+            wanted += text.substr(at, found - at) + Bytes(with);
+            at = found + UTF8CharIndex(bytes + found, what.Length(), end - found);
+        }
+        wanted = count != 0 ? wanted + text.substr(at) : text;
+        ASSERT_EQ(s.ReplaceStr(what, with, from), count);
+        ASSERT_EQ(Bytes(s), wanted);
+        ASSERT_EQ(s.MaxLength(), std::max(text.size(), wanted.size()));
     }
 }
 

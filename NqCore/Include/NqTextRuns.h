@@ -91,3 +91,6 @@ bool NqHasAsciiAsItIs(const ITranscoder& transcoder);
 
 // The first character 0.
 const uint16* NqFindEnd(const uint16* characters);
+
+// Where a pattern of at least one byte stands first, `last` when it does not. Linear in the bytes.
+const int8* NqFindPattern(const int8* first, const int8* last, const int8* pattern, size_t length);

@@ -729,39 +729,54 @@ uint32 TNqString::ReplaceStr(const TNqString& ss, const TNqString& replace, uint
         return 0;
     const TByteRun text = GetText(*this);
     const TByteRun with = GetText(replace);
-    const uint32 end = GetCharBytes(text.fBytes, text.fByteLength);
-    const uint32 start = UTF8CharIndex(AsBytes(text.fBytes), nIndex, end);
-    const auto findNext = [&](uint32 from) { return FindBytes(text.fBytes, end, from, pattern.fBytes, patternLength); };
-    const auto skipMatch = [&](uint32 found)
-    { return found + UTF8CharIndex(AsBytes(text.fBytes) + found, ss.fLength, end - found); };
-
-    uint32 count = 0;
-    uint64 newByteLength = 0;
-    uint32 at = start;
-    for (uint32 found; (found = findNext(at)) != kNqNotFound; at = skipMatch(found), ++count)
-        newByteLength += static_cast<uint64>(found - at) + with.fByteLength;
-    newByteLength += text.fByteLength - at;
-    if (count == 0)
-        return 0;
-
-    TNqDynamicString result;
-    result.SetByteLength(ClampByteLength(newByteLength));
-    int8* out = result.GetString();
-    if (out == nullptr)
-        return 0;
-    const auto put = [&out](const int8* bytes, uint32 byteLength)
+    const int8* const end = text.fBytes + GetCharBytes(text.fBytes, text.fByteLength);
+    const int8* const textEnd = text.fBytes + text.fByteLength;
+    const auto isAscii = [](int8 byte) { return byte >= 0; };
+    const bool isAsciiPattern =
+        patternLength == ss.fLength && std::all_of(pattern.fBytes, pattern.fBytes + patternLength, isAscii);
+    const auto findNext = [&](const int8* from) { return NqFindPattern(from, end, pattern.fBytes, patternLength); };
+    const auto skipMatch = [&](const int8* found)
     {
-        std::memcpy(out, bytes, byteLength);
-        out += byteLength;
+        const int8* const after = found + patternLength; // as many characters as bytes, when no stray byte follows
+        if (isAsciiPattern && (after == end || UTF8IsCharStart(static_cast<uint8>(*after))))
+            return after;
+        return found + UTF8CharIndex(AsBytes(found), ss.fLength, static_cast<NqSize>(end - found));
     };
-    at = start;
-    for (uint32 found; (found = findNext(at)) != kNqNotFound; at = skipMatch(found))
+
+    const int8* at = text.fBytes + UTF8CharIndex(AsBytes(text.fBytes), nIndex, static_cast<NqSize>(end - text.fBytes));
+    const int8* found = findNext(at);
+    if (found == end)
+        return 0;
+    TNqDynamicString result;
+    int8* out = nullptr;
+    uint64 used = 0;
+    const auto put = [&](const int8* bytes, uint64 byteLength)
     {
-        put(text.fBytes + at, found - at);
-        put(with.fBytes, with.fByteLength);
+        const uint64 needed = used + byteLength;
+        if (out == nullptr || needed > result.fByteLength)
+        {
+            // Room for the rest as it is, and some for what replacements add to it.
+            const uint64 rest = static_cast<uint64>(textEnd - at);
+            const uint64 wanted = needed + rest + (needed + rest) / 4;
+            result.SetByteLength(ClampByteLength(std::max(needed, std::min<uint64>(wanted, kMaxByteLength))));
+            out = result.GetString();
+            if (out == nullptr)
+                return false;
+        }
+        std::memcpy(out + used, bytes, byteLength);
+        used = needed;
+        return true;
+    };
+    uint32 count = 0;
+    for (; found != end; found = findNext(at), ++count)
+    {
+        if (!put(at, static_cast<uint64>(found - at)) || !put(with.fBytes, with.fByteLength))
+            return 0;
+        at = skipMatch(found);
     }
-    put(text.fBytes + at, text.fByteLength - at);
-    FromText(result.GetString(), result.fByteLength);
+    if (!put(at, static_cast<uint64>(textEnd - at)))
+        return 0;
+    FromText(out, static_cast<uint32>(used));
     return count;
 }
 

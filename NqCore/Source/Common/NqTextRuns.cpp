@@ -191,6 +191,37 @@ uint64 CountRuns(const uint16*& ioFirst, const uint16* last)
     return count;
 }
 
+// Sixteen places a step, at which the first and the last byte of the pattern are looked for. Moves ioFirst to where it
+// is found; otherwise close to the end.
+bool FindShortPattern(const int8*& ioFirst, const int8* last, const int8* pattern, size_t length)
+{
+    using TPlaces = int8 __attribute__((vector_size(2 * kStep)));
+    const int8 start = pattern[0];
+    const int8 end = pattern[length - 1];
+    const int64 reach = static_cast<int64>(length - 1 + sizeof(TPlaces));
+    for (; last - ioFirst >= reach; ioFirst += sizeof(TPlaces))
+    {
+        const TPlaces matches = (Load<TPlaces>(ioFirst) == start) & (Load<TPlaces>(ioFirst + length - 1) == end);
+        const auto find = [&](uint64 marks, int64 from)
+        {
+            for (marks &= kHighBits; marks != 0; marks &= marks - 1)
+            {
+                const int8* const at = ioFirst + from + FirstMark(marks);
+                if (std::equal(pattern + 1, pattern + length - 1, at + 1))
+                {
+                    ioFirst = at;
+                    return true;
+                }
+            }
+            return false;
+        };
+        if (find(Load<uint64>(&matches), 0) ||
+            find(Load<uint64>(reinterpret_cast<const uint8*>(&matches) + kStep), kStep))
+            return true;
+    }
+    return false;
+}
+
 #endif
 
 } // namespace
@@ -291,4 +322,15 @@ const uint16* NqFindEnd(const uint16* characters)
     while (*characters != 0)
         ++characters;
     return characters;
+}
+
+const int8* NqFindPattern(const int8* first, const int8* last, const int8* pattern, size_t length)
+{
+#if NQ_CHARACTER_VECTORS
+    constexpr size_t kMostCompared = 16; // at each place, so that the cost stays linear
+    if (length > 1 && length <= kMostCompared && FindShortPattern(first, last, pattern, length))
+        return first;
+#endif
+    const void* const found = memmem(first, static_cast<size_t>(last - first), pattern, length);
+    return found != nullptr ? static_cast<const int8*>(found) : last;
 }

@@ -1,5 +1,6 @@
 #include "NqCore/Include/UTF8Transcoder.h"
 
+#include "NqCore/Include/NqTextRuns.h"
 #include "NqCore/Include/NqTranscoderHelpers.h"
 
 #include <algorithm>
@@ -42,6 +43,20 @@ uint32 CountRun(const uint8* bytes, NqSize byteLength)
 {
     uint64 columns = 0;
     NqSize i = 0;
+#if NQ_CHARACTER_VECTORS
+    // The same sixteen bytes a step: a comparison gives -1 in each byte where it holds.
+    using TVector = signed char __attribute__((vector_size(16)));
+    TVector starts = {};
+    for (; i + sizeof(TVector) <= byteLength; i += sizeof(TVector))
+    {
+        TVector vector;
+        std::memcpy(&vector, bytes + i, sizeof vector);
+        starts -= TVector(vector >= 0) | (TVector(vector > -0x3F) & TVector(vector < -0x0B)); // from 0xC2 to 0xF4
+    }
+    uint64 halves[2];
+    std::memcpy(halves, &starts, sizeof halves);
+    columns = halves[0] + halves[1]; // both are at most 127
+#endif
     for (; i + 8 <= byteLength; i += 8)
         columns += MarkCharStarts(LoadWord(bytes + i));
     uint32 count = static_cast<uint32>(SumBytes(columns));
