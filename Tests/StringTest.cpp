@@ -712,6 +712,31 @@ TEST_F(StringTest, WideStringsHoldTheUnitsAndATerminator)
     }
 }
 
+TEST_F(StringTest, ShortTextsCountTheirCharactersAsLongOnesDo)
+{
+    gRandom.seed(34);
+    for (int round = 0; round < 50000; ++round)
+    {
+        const auto randomText = []
+        {
+            std::string text(Below(20), 'a');
+            for (uint32 odd = text.empty() ? 0 : Below(3); odd != 0; --odd)
+                text[Below(static_cast<uint32>(text.size()))] = "\0\x01\x7F\x80\xA9\xC1\xC3\xF5\xFF"[Below(9)];
+            return text;
+        };
+        const std::string first = randomText(), second = randomText();
+        TNqString31 s(first.data(), static_cast<uint32>(first.size()));
+        const auto counted = [&s] { return UTF8StrLen(reinterpret_cast<const uint8*>(s.GetString()), s.ByteLength()); };
+        ASSERT_EQ(s.Length(), counted());
+        s += TNqString31(second.data(), static_cast<uint32>(second.size()));
+        ASSERT_EQ(Bytes(s), (first + second).substr(0, 31));
+        ASSERT_EQ(s.Length(), counted());
+        s.FromText(second.data(), static_cast<uint32>(second.size()));
+        ASSERT_EQ(s.Length(), counted());
+        TakeReports(); // of those that were cut
+    }
+}
+
 TEST_F(StringTest, PatternsAreFoundAndReplacedInLongTextsAsByAPlainWalk)
 {
     gRandom.seed(33);
@@ -738,7 +763,11 @@ TEST_F(StringTest, PatternsAreFoundAndReplacedInLongTextsAsByAPlainWalk)
         if (Below(8) == 0 && !text.empty())
             text[Below(static_cast<uint32>(text.size()))] = 0;
         TNqDynamicString s(text.data(), static_cast<uint32>(text.size()));
-        const TNqDynamicString what(pattern.c_str()), with(randomText(Below(4) == 0 ? 30 : 4).c_str());
+        TNqDynamicString what((pattern + "xx").c_str());
+        if (Below(4) != 0)
+            what = TNqDynamicString(pattern.c_str());
+        what.SetByteLength(static_cast<uint32>(pattern.size())); // the count of characters may stay too large
+        const TNqDynamicString with(randomText(Below(4) == 0 ? 30 : 4).c_str());
         const auto* const bytes = reinterpret_cast<const uint8*>(text.c_str());
         const uint32 end = static_cast<uint32>(std::strlen(text.c_str()));
         const uint32 from = Below(3) == 0 ? Below(s.Length() + 1) : 0;

@@ -277,6 +277,7 @@ protected:
 private:
     friend struct TNqStringLayout;
 
+    void Terminate(int8* buffer, bool isAscii); // TerminateAndCount, when ASCII need not be counted
     static uint32 GetPatternLength(TByteRun inPattern, uint32 inLength); // bytes that SearchStr compares; 0: no match
     void RemoveBytes(uint32 start, uint32 end); // terminates the rest, whose characters the caller counts
     void CorrectLength();                       // malformed text may leave fewer bytes than characters were counted

@@ -52,6 +52,30 @@ uint32 GetCharBytes(const int8* text, uint32 byteLength)
     return static_cast<uint32>(strnlen(text, byteLength));
 }
 
+template <class TWord>
+bool IsAsciiWord(const int8* bytes)
+{
+    constexpr TWord kEveryByte = static_cast<TWord>(0x0101010101010101);
+    constexpr TWord kHighBits = static_cast<TWord>(0x8080808080808080);
+    TWord word;
+    std::memcpy(&word, bytes, sizeof word);
+    return (((word - kEveryByte) | word) & kHighBits) == 0; // a 0 borrows
+}
+
+// Whether each of up to sixteen bytes is a character by itself and no NUL, as in most names. Two words tell, in the
+// sizes in which such bytes are copied: a walk, or a load of bytes just stored in other sizes, takes as long as all the
+// rest of an assignment.
+bool IsShortAscii(const int8* bytes, uint32 byteLength)
+{
+    if (byteLength > 16)
+        return false;
+    if (byteLength >= 8)
+        return IsAsciiWord<uint64>(bytes) && IsAsciiWord<uint64>(bytes + byteLength - 8);
+    if (byteLength >= 4)
+        return IsAsciiWord<uint32>(bytes) && IsAsciiWord<uint32>(bytes + byteLength - 4);
+    return std::all_of(bytes, bytes + byteLength, [](int8 byte) { return byte > 0; });
+}
+
 // Numbers are printed and parsed as in the C locale, whatever locale the host has set for itself.
 class CWhileInCLocale
 {
@@ -142,8 +166,13 @@ void TNqString::Initialize(char* myData, uint32 maxLen, const char* inData, uint
 
 void TNqString::TerminateAndCount(int8* buffer)
 {
+    Terminate(buffer, IsShortAscii(buffer, fByteLength));
+}
+
+void TNqString::Terminate(int8* buffer, bool isAscii)
+{
     buffer[fByteLength] = 0;
-    fLength = UTF8StrLen(AsBytes(buffer), fByteLength);
+    fLength = isAscii ? fByteLength : UTF8StrLen(AsBytes(buffer), fByteLength);
     CorrectLength();
 }
 
@@ -493,8 +522,9 @@ TNqString& TNqString::operator+=(const TNqString& inString)
         return *this;
     if (this == &inString)
         text.fBytes = buffer; // it may have moved
+    const bool isAscii = IsShortAscii(buffer, oldByteLength) && IsShortAscii(text.fBytes, text.fByteLength);
     SpliceBytes(buffer, oldByteLength, text);
-    TerminateAndCount(buffer);
+    Terminate(buffer, isAscii);
     return *this;
 }
 
