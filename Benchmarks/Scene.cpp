@@ -267,7 +267,7 @@ TScene MakeScene()
                 TakeArrays(block.fItems, scene);
             }
     scene.fSums = scene.fRealSums;
-    scene.fSums.fCount += scene.fIntegerSums.fCount;
+    scene.fSums.fIntegerCount = scene.fIntegerSums.fIntegerCount;
     scene.fSums.fIntegers = scene.fIntegerSums.fIntegers;
 
     rapidjson::StringBuffer buffer;

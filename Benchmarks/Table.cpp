@@ -408,7 +408,7 @@ bool DescribeScene(const std::string& inFile)
     PutNumber(json, "xml bytes", static_cast<double>(Scene().fXml.size()));
     PutNumber(json, "scenes", static_cast<double>(Scene().fScenes));
     PutNumber(json, "meshes", static_cast<double>(Scene().fMeshes));
-    PutNumber(json, "values", static_cast<double>(Scene().fSums.fCount));
+    PutNumber(json, "values", static_cast<double>(Scene().fSums.Count()));
     json.EndObject();
     return WriteFile(inFile, text.GetString(), text.GetSize());
 }
