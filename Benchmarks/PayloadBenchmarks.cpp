@@ -77,6 +77,13 @@ std::string Text()
 template <class Form>
 void Write(benchmark::State& state)
 {
+    // The text has as many characters as the other's, and reads as the bytes.
+    std::string text = Text<Form>();
+    std::vector<int8> bytes(kBytes);
+    TNqstrstream in(text.data(), static_cast<int32>(text.size()), kUTF8Transcoder, eRead);
+    Form::Get(in, bytes.data());
+    const bool isRight = text.size() == static_cast<size_t>(Form::PutQt().size()) &&
+                         std::equal(bytes.begin(), bytes.end(), Bytes().begin());
     size_t size = 0;
     for (auto _ : state)
     {
@@ -84,20 +91,13 @@ void Write(benchmark::State& state)
         Form::Put(stream);
         size = static_cast<size_t>(stream.pcount());
     }
-    // The text has as many characters as the other's, and reads as the bytes.
-    std::string text = Text<Form>();
-    std::vector<int8> bytes(kBytes);
-    TNqstrstream stream(text.data(), static_cast<int32>(text.size()), kUTF8Transcoder, eRead);
-    Form::Get(stream, bytes.data());
-    Finish(state, kBytes, kBytes,
-           size == static_cast<size_t>(Form::PutQt().size()) &&
-               std::equal(bytes.begin(), bytes.end(), Bytes().begin()));
+    Finish(state, kBytes, kBytes, isRight && size == text.size());
 }
 
 template <class Form>
 void WriteQt(benchmark::State& state)
 {
-    QByteArray text;
+    QByteArray text = Form::PutQt();
     for (auto _ : state)
     {
         text = Form::PutQt();

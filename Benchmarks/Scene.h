@@ -131,10 +131,10 @@ void MeasureReading(benchmark::State& ioState, const TSums& inExpected, size_t i
 template <void (*Run)(benchmark::State&)>
 void WithScene(benchmark::State& ioState)
 {
-    if (HasScene())
-        Run(ioState);
-    else
-        ioState.SkipWithError("needs scenes: Benchmarks/run makes some");
+    if (!HasScene())
+        return ioState.SkipWithError("needs scenes: Benchmarks/run makes some");
+    Scene(); // is read before the time begins
+    Run(ioState);
 }
 #define NQ_SCENE_BENCHMARK(function, name) BENCHMARK((WithScene<function>))->Name(name)->UseRealTime()
 

@@ -424,18 +424,32 @@ std::vector<char>& Room()
     return sRoom;
 }
 
+// Writes to the room once to see that it is right, and then once an iteration: inWrite() returns how many bytes.
+template <class T, class Write>
+void MeasureRoom(benchmark::State& ioState, Write&& inWrite)
+{
+    const size_t size = inWrite();
+    const bool isRight = HoldsArrays<T>(std::string(Room<T>().data(), size));
+    bool isSame = true;
+    for (auto _ : ioState)
+    {
+        isSame = inWrite() == size && isSame;
+        benchmark::ClobberMemory();
+    }
+    FinishWriting<T>(ioState, isRight && isSame);
+}
+
 template <class T>
 void WriteArrays(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-    {
-        TNqstrstream stream(Room<T>().data(), static_cast<int32>(Room<T>().size()), kUTF8Transcoder, eWrite);
-        PutArrays<T>(stream);
-        size = static_cast<size_t>(stream.pcount());
-        benchmark::ClobberMemory();
-    }
-    FinishWriting<T>(state, HoldsArrays<T>(std::string(Room<T>().data(), size)));
+    MeasureRoom<T>(state,
+                   []
+                   {
+                       TNqstrstream stream(Room<T>().data(), static_cast<int32>(Room<T>().size()), kUTF8Transcoder,
+                                           eWrite);
+                       PutArrays<T>(stream);
+                       return static_cast<size_t>(stream.pcount());
+                   });
 }
 
 // To a block of the stream's own.
@@ -503,25 +517,23 @@ struct TFmt
 template <class T, class Peer>
 void WriteArraysWith(benchmark::State& state)
 {
-    size_t size = 0;
-    for (auto _ : state)
-    {
-        char* out = Room<T>().data();
-        for (const std::vector<T>& array : Arrays<T>())
-        {
-            std::memcpy(out, "NAME ", 5);
-            out += 5;
-            for (const T value : array)
-            {
-                out = Peer::Put(out, value);
-                *out++ = ',';
-            }
-            out[-1] = '\r';
-        }
-        size = static_cast<size_t>(out - Room<T>().data());
-        benchmark::ClobberMemory();
-    }
-    FinishWriting<T>(state, HoldsArrays<T>(std::string(Room<T>().data(), size)));
+    MeasureRoom<T>(state,
+                   []
+                   {
+                       char* out = Room<T>().data();
+                       for (const std::vector<T>& array : Arrays<T>())
+                       {
+                           std::memcpy(out, "NAME ", 5);
+                           out += 5;
+                           for (const T value : array)
+                           {
+                               out = Peer::Put(out, value);
+                               *out++ = ',';
+                           }
+                           out[-1] = '\r';
+                       }
+                       return static_cast<size_t>(out - Room<T>().data());
+                   });
 }
 
 // Through a buffer that goes to the file when it is full.
