@@ -187,6 +187,47 @@ TYPED_TEST(LockArrays, ForgetNobodyWhileAnotherSlotStaysTaken)
                       });
 }
 
+// Each slot is taken, and somebody waits for it. The one whose slot is left gets in, while the other waits on: the
+// signal may have woken that one.
+TYPED_TEST(LockArrays, WakeTheOneWhoseSlotIsLeft)
+{
+    constexpr int kRounds = 200;
+    TypeParam lock;
+    ASSERT_TRUE(lock.Initialize(2));
+    std::atomic<int> round{0};
+    std::atomic<int> inside[2] = {{0}, {0}}; // the last round in which the writer got in
+    const auto await = [](const std::atomic<int>& number, int wanted)
+    {
+        while (number < wanted)
+            sched_yield();
+    };
+    OnYieldingThreads(3,
+                      [&](int index, TRandom& ioRandom)
+                      {
+                          for (int mine = 1; mine <= kRounds; ++mine)
+                          {
+                              if (index > 0)
+                              {
+                                  await(round, mine);
+                                  lock.EnterExclusive(index - 1);
+                                  inside[index - 1] = mine;
+                                  lock.LeaveExclusive(index - 1);
+                                  continue;
+                              }
+                              lock.EnterShared(0);
+                              lock.EnterShared(1);
+                              round = mine;
+                              std::this_thread::sleep_for(std::chrono::microseconds(200)); // until both sleep
+                              const int32 first = ioRandom.Below(2);
+                              for (const int32 slot : {first, 1 - first})
+                              {
+                                  lock.LeaveShared(slot);
+                                  await(inside[slot], mine);
+                              }
+                          }
+                      });
+}
+
 // Whatever the host cannot make: it is reported, and the lock either refuses to be set up and then touches nothing, or
 // excludes as ever.
 TYPED_TEST(Locks, StandWhateverTheHostCannotMake)

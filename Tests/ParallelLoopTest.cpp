@@ -521,12 +521,49 @@ TEST_P(SMPJob, IsHelpedEachTimeAlsoBesideAnother)
     OnThreads(GetParam() / 2, run); // with as many helpers at least
 }
 
+// Nor does one whose queue finds no memory for a task.
 TEST_P(SMPJob, AJobThatNobodyWaitsForLeavesNothingBehind)
 {
-    for (int i = 0; i < 20; ++i)
+    const auto leave = [](int64)
     {
         const TNqCountedPtr<ISMPJob> job = NewJob();
         for (int task = 0; task < 100; ++task)
             job->AddTask(TCallTask::Make([](ISMPJobTask**) { std::this_thread::yield(); }));
-    }
+    };
+    const std::string outOfMemory = std::to_string(static_cast<uint32>(kNqErrOutOfMemory));
+    ForEachFailingAllocation(
+        [&](int64 n)
+        {
+            const std::string thrown = WhatIsThrown([&] { leave(n); });
+            EXPECT_TRUE(thrown.empty() || thrown == outOfMemory) << thrown;
+        });
+}
+
+// While all others are busy with the oldest tasks, which they took before the queue had to grow.
+TEST_P(SMPJob, AWorkerRunsItsNewestTaskFirst)
+{
+    const TNqCountedPtr<ISMPJob> job = NewJob();
+    std::atomic<int> busy{0};
+    std::atomic<bool> done{false};
+    const auto await = [](auto&& isReached)
+    {
+        for (int i = 0; i < 10000 && !isReached(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return isReached();
+    };
+    const auto keepBusy = [&](ISMPJobTask**) { ++busy, await([&] { return done.load(); }); };
+    for (int i = 1; i < GetParam(); ++i)
+        job->AddTask(TCallTask::Make(keepBusy));
+    ASSERT_TRUE(await([&] { return busy == GetParam() - 1; }));
+    std::vector<int> order;
+    for (int task = 0; task < 100; ++task)
+        job->AddTask(TCallTask::Make(
+            [&, task](ISMPJobTask**)
+            {
+                order.push_back(task);
+                done = done || task == 0;
+            }));
+    job->Wait();
+    ASSERT_EQ(order.size(), 100U);
+    EXPECT_TRUE(std::is_sorted(order.rbegin(), order.rend()));
 }

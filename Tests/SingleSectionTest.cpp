@@ -153,11 +153,14 @@ TEST_P(SingleSection, WhatTheWorkThrowsReachesWhoAsked)
     TWork ours(1, [] { throw TNqException(kNqErrFormat, nullptr, 0); });
     TWork another(2, [] { throw 5; });
     TWork again(3, [&] { section.InternalExecute(again); });
-    const std::function<void()> loops[] = {[&] { section.InternalExecute(ours); },
-                                           [&] { section.InternalExecute(another); },
-                                           [&] { section.InternalExecute(again); }};
-    const std::string codes[] = {Code(kNqErrFormat), Code(kNqErrUnknown), Code(kNqErrSection)};
-    for (int i = 0; i < 3; ++i)
+    TSMPSingleSection between;
+    TWork back(4, [&] { section.InternalExecute(again); });
+    TWork around(5, [&] { between.InternalExecute(back); }); // it would wait for itself as well
+    const std::function<void()> loops[] = {
+        [&] { section.InternalExecute(ours); }, [&] { section.InternalExecute(another); },
+        [&] { section.InternalExecute(again); }, [&] { section.InternalExecute(around); }};
+    const std::string codes[] = {Code(kNqErrFormat), Code(kNqErrUnknown), Code(kNqErrSection), Code(kNqErrSection)};
+    for (int i = 0; i < 4; ++i)
     {
         EXPECT_EQ(WhatIsThrown(loops[i]), codes[i]);
         EXPECT_EQ(WhatIsThrown([&] { ForEach(20, [&](int32) { loops[i](); }); }), codes[i]);
