@@ -12,6 +12,7 @@ namespace
 
 thread_local int tBadCall = 0;
 thread_local int tCalls = 0;
+thread_local int tError = EIO;
 thread_local bool tKills = false;
 std::atomic<int> gBadRead{0};
 std::atomic<int> gReads{0};
@@ -21,7 +22,7 @@ bool Fails()
 {
     if (tBadCall == 0 || ++tCalls != tBadCall)
         return false;
-    errno = EIO;
+    errno = tError;
     return true;
 }
 
@@ -33,9 +34,10 @@ void KillIfWanted()
 
 } // namespace
 
-void FailCall(int inCall)
+void FailCall(int inCall, int inError)
 {
     tBadCall = inCall;
+    tError = inError;
     if (inCall != 0)
         tCalls = 0;
 }
@@ -92,9 +94,10 @@ ssize_t __wrap_write(int file, const void* bytes, size_t count)
 {
     if (!Fails())
         return __real_write(file, bytes, count);
-    __real_write(file, bytes, count / 2);
+    if (tError != EINTR) // or what was written would count
+        __real_write(file, bytes, count / 2);
     KillIfWanted();
-    errno = EIO;
+    errno = tError;
     return -1;
 }
 

@@ -2,9 +2,12 @@
 
 #pragma once
 
-// Makes the call with this number, from 1 on, fail with EIO, of those that put a file in place: open, write (which
-// moves half of its bytes first), fchmod, fsync, close and rename. Calls before and after it work. 0 for none.
-void FailCall(int inCall);
+#include <cerrno>
+
+// Makes the call with this number, from 1 on, fail with EIO or another error, of those that put a file in place: open,
+// write (which moves half of its bytes first, unless it is interrupted), fchmod, fsync, close and rename. Calls before
+// and after it work. 0 for none.
+void FailCall(int inCall, int inError = EIO);
 int CallsMade();
 // This process is killed at that call instead, when half of its bytes are written or before it does anything.
 void KillAtCall(int inCall);

@@ -450,11 +450,37 @@ TEST_F(FileStreamTest, AClosedStreamKeepsWhatAContextNeeds)
             EXPECT_EQ(again->good(), mode == eReadWrite);
             TakeReports();
         }
-    TNqfstream failing(kPath, kUTF8Transcoder, eRead, 4, nullptr);
-    fDisk.fBadCall = fDisk.fCalls + 1;
-    failing.close();
-    EXPECT_FALSE(failing.good());
-    EXPECT_EQ(TakeReports(), TTexts{"Stream throw TNqException"});
+}
+
+// With a buffer and without: an operation of which a host call fails is not good.
+TEST_F(FileStreamTest, EachHostCallThatFailsIsTold)
+{
+    const std::function<void(TNqfstream&)> operations[] = {
+        [](TNqfstream& s) { s.close(); },
+        [](TNqfstream& s) { s.synch(); },
+        [](TNqfstream& s) { s.tell(); },
+        [](TNqfstream& s) { s.seek(3, TNqiostream::end); },
+        [](TNqfstream& s) { s.putback('4'); },
+        [](TNqfstream& s) { s.write("0123456789", 10); },
+        [](TNqfstream& s, std::string bytes = "1234567") { s.read(bytes.data(), 7); },
+        [](TNqfstream& s) { s.GetStreamSize(); },
+    };
+    for (const int32 bufferSize : {0, 4})
+        for (const auto& operate : operations)
+            for (int bad = 1; bad != 0;)
+            {
+                Disk() = "0123456789ABCDEF";
+                TNqfstream stream(kPath, kUTF8Transcoder, eReadWrite, bufferSize, nullptr);
+                stream.seek(2, TNqiostream::beg);
+                stream.write("ab", 2);
+                fDisk.fBadCall = fDisk.fCalls + bad;
+                operate(stream);
+                const bool reached = fDisk.fCalls >= fDisk.fBadCall;
+                EXPECT_EQ(stream.good(), !reached) << (&operate - operations) << " with " << bufferSize << ", " << bad;
+                fDisk.fBadCall = 0;
+                bad = reached ? bad + 1 : 0;
+                TakeReports();
+            }
 }
 
 // Without memory for its transcoder a stream would write in another encoding than the one asked for.
@@ -468,6 +494,12 @@ TEST_F(FileStreamTest, OpeningWithoutATranscoderFails)
             EXPECT_EQ(stream.good(), error == 0);
             EXPECT_TRUE(error != 0 || stream.GetTranscoder() != nullptr);
         });
+    TNqstrstream memory(kUTF8Transcoder);
+    memory << "kept";
+    TestHost().FailAllocations(1);
+    memory.SetTranscoder(kMacTranscoder);
+    EXPECT_FALSE(memory.good());
+    TakeReports();
 }
 
 // These move about, and each seek clears the state: a failure on the way is still told.

@@ -3,6 +3,7 @@
 #include "NqCore/PublicAPI/NqException.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 #include "NqCore/PublicAPI/NqString.h"
+#include "Tests/FailingCalls.h"
 #include "Tests/TestHost.h"
 
 #include <fcntl.h>
@@ -252,6 +253,17 @@ TEST_F(HostFile, CreateMakesAnEmptyFileAndSparesOneThatIsThere)
     EXPECT_EQ(NewFile(old, eWrite)->Open(), kNqNoErr);
     EXPECT_EQ(ReadAll(old), "kept");
     EXPECT_EQ(NewFile(Path("no folder/new"), eReadWrite)->Create(), kNqErrFileNotFound);
+    // A file is closed whatever the system says; what a signal interrupts has not failed.
+    for (const int error : {EIO, EINTR})
+    {
+        const std::vector<int> before = OpenDescriptors();
+        file = NewFile(old, eWrite);
+        ASSERT_EQ(file->Open(), kNqNoErr);
+        FailCall(1, error);
+        EXPECT_EQ(file->Close(), error == EINTR ? kNqNoErr : kNqErrInvalidData);
+        FailCall(0);
+        EXPECT_EQ(OpenDescriptors(), before);
+    }
 }
 
 TEST_F(HostFile, NamesBecomeAbsoluteAndAreCopiedWithTheirPermission)

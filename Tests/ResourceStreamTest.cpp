@@ -164,6 +164,14 @@ TEST_F(ResourceStream, TextsThatDoNotFit)
     in.ReadCString(text); // in Mac OS Roman, up to the end
     EXPECT_STREQ(text.StrGet(), "\3\xE2\x88\x9A\xC2\xA9@1@Mx");
     EXPECT_TRUE(in.eof());
+    int8 shorter[] = "\0\0\0\6abcdef\0\0\0\2gh\3ijk\1l"; // nothing is left of the text before
+    TNqByteSwapStream texts(shorter, sizeof shorter - 1, kUTF8Transcoder, eRead);
+    for (const char* whole : {"abcdef", "gh", "ijk", "l"})
+    {
+        TNqString& read = texts.tell() < 16 ? static_cast<TNqString&>(text) : name;
+        texts >> read;
+        EXPECT_STREQ(read.StrGet(), whole);
+    }
     int8 cut[] = "\0\0\0\5ab";
     TNqByteSwapStream(cut, 6, kUTF8Transcoder, eRead) >> text;
     EXPECT_STREQ(text.StrGet(), "ab");

@@ -299,12 +299,19 @@ TEST_F(StringUtilsTest, ParametersAreFilledInAsOneByOne)
         NqParameterText(dynamic, parameter, index);
         ASSERT_EQ(Bytes(dynamic), Bytes(expectedDynamic)) << text << " " << Bytes(parameter);
         ASSERT_EQ(dynamic.MaxLength(), expectedDynamic.MaxLength());
-        TNqString15 fixed(text.substr(0, 15).c_str()), expectedFixed(fixed);
-        FillOneByOne(expectedFixed, placeholder, parameter);
-        const TTexts reports = TakeReports();
-        NqParameterText(fixed, parameter, index);
-        ASSERT_EQ(Bytes(fixed), Bytes(expectedFixed)) << text << " " << Bytes(parameter);
-        ASSERT_EQ(TakeReports(), reports);
+        // What does not fit is cut at each step, which may cut a placeholder.
+        const auto fill = [&](auto fixed)
+        {
+            auto expected = fixed;
+            FillOneByOne(expected, placeholder, parameter);
+            const TTexts reports = TakeReports();
+            NqParameterText(fixed, parameter, index);
+            ASSERT_EQ(Bytes(fixed), Bytes(expected)) << text << " " << Bytes(parameter);
+            ASSERT_EQ(TakeReports(), reports);
+        };
+        fill(TNqString15(text.substr(0, 15).c_str()));
+        if (!longTail.empty())
+            fill(TNqString1023((text + std::string(random() % 1000, '-') + text).substr(0, 1023).c_str()));
     }
     TNqString63 message("Saved ^0 of ^1, ^2");
     TNqString15 three("3"), seven("7");

@@ -20,7 +20,7 @@ namespace
 {
 
 const std::string kScene =
-    "\xEF\xBB\xBF# $ \"\rSCEN{A $00000003\r\0\1\2$\"$\\\"\"$FFFFFFFF\r{\"#\0$B $00000000\r$C D$E 1}"s;
+    "\xEF\xBB\xBF# $ \"\rSCEN{A $00000003\r\0\1\2$\"$\\\"\1\"\"$FFFFFFFF\r{\"#\0$B $00000000\r$C D$E 1}"s;
 
 class TransferTest : public FolderTest
 {
