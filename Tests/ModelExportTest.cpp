@@ -101,23 +101,30 @@ TSceneCounts CountScene(const Scene& scene)
     TSceneCounts counts;
     const auto add = [&](const Mesh& mesh, const std::array<double, 16>& m)
     {
+        std::vector<TPoint> corners;
+        const auto addCorner = [&](int32 vertex)
+        {
+            const real32* p = &mesh.fPositions[static_cast<size_t>(vertex) * 3];
+            TPoint& world = corners.emplace_back();
+            for (size_t row = 0; row < 3; ++row)
+                world[row] = m[row * 4] * p[0] + m[row * 4 + 1] * p[1] + m[row * 4 + 2] * p[2] + m[row * 4 + 3];
+            counts.fFaces.AddCorner(world);
+        };
+        const double volume = m[0] * (m[5] * m[10] - m[6] * m[9]) - m[1] * (m[4] * m[10] - m[6] * m[8]) +
+                              m[2] * (m[4] * m[9] - m[5] * m[8]);
+        auto corner = mesh.fCorners.begin();
         for (const int32 size : mesh.fFaceSizes)
         {
             counts.fFaces.AddFace(static_cast<size_t>(size));
             counts.fPieces += size > 3 ? static_cast<size_t>(size) - 2 : 0;
+            corners.clear();
+            std::for_each(corner, corner + size, addCorner);
+            corner += size;
+            counts.fFaces.AddArea(corners, volume < 0 ? -1 : 1); // what is mirrored keeps its outside
         }
         counts.fFaces.fVertices += static_cast<size_t>(mesh.fVertexCount);
-        std::vector<int32> corners = mesh.fCorners;
         for (int32 vertex = 0; vertex < mesh.fVertexCount && mesh.fFaceSizes.empty(); ++vertex, ++counts.fBare)
-            corners.push_back(vertex);
-        for (const int32 vertex : corners)
-        {
-            const real32* p = &mesh.fPositions[static_cast<size_t>(vertex) * 3];
-            std::array<double, 3> world;
-            for (size_t row = 0; row < 3; ++row)
-                world[row] = m[row * 4] * p[0] + m[row * 4 + 1] * p[1] + m[row * 4 + 2] * p[2] + m[row * 4 + 3];
-            counts.fFaces.AddCorner(world);
-        }
+            addCorner(vertex);
     };
     std::vector<std::array<double, 16>> worlds;
     const std::array<double, 16> identity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
@@ -169,6 +176,12 @@ std::string Untold(const TSceneCounts& scene, const TModelCounts& model, const s
     {
         if (std::fabs(model.fBox[i] - faces.fBox[i]) > 1e-6 * extent && notes.find("positions") == notes.npos)
             return text + "another box, not told";
+    }
+    for (size_t i = 0; i < 3 && target != "m.gltf" && target != "m.glb"; ++i)
+    {
+        if (std::fabs(model.fArea[i] - faces.fArea[i]) > 1e-3 * faces.fWholeArea &&
+            notes.find("positions") == notes.npos)
+            return text + "faces that look the other way, not told";
     }
     return text;
 }
@@ -375,6 +388,14 @@ TEST_F(ModelExport, WritesTheseBytes)
     ASSERT_TRUE(WriteStl(scene, stl).Ok());
     EXPECT_EQ(stl,
               "binary" + std::string(74, ' ') + "\1\0\0\0"s + reals({0, 0, 1, 4, 1, 0, 2, 0, 0, 4, 0, 0}) + "\0\0"s);
+    for (const size_t leaning : {0U, 3U, 6U}) // of corners that do not agree none speaks for the face
+    {
+        scene.fMeshes[0].fNormals.assign({0, 0.6F, 0.8F, 0, 0.6F, 0.8F, 0, 0.6F, 0.8F});
+        scene.fMeshes[0].fNormals[leaning + 1] = 0;
+        std::string plane;
+        ASSERT_TRUE(WriteStl(scene, plane).Ok());
+        EXPECT_EQ(plane, stl) << leaning;
+    }
 }
 
 // A polygon is cut into triangles that have its area in all and none of them turned over: then they cover it.
@@ -588,6 +609,21 @@ TEST_F(ModelExport, NamesNeverBreakALine)
                 EXPECT_EQ(back.fMeshes[i].fPositions[2], static_cast<real32>(i)) << target;
             }
         }
+    }
+    // The meshes of a node become one, which is named after its pieces only if all of them are some.
+    for (const auto& [first, second, name] :
+         {std::tuple{"rod-0", "rod-1", "rod-0"}, {"rod-0", "x-1", "rod-0-0"}, {"rod-0", "rod-2", "rod-0-0"}})
+    {
+        Scene scene, back;
+        for (const char* part : {first, second})
+        {
+            scene.fMeshes.push_back(MeshOf({0, 0, 0, 1, 0, 0, 0, 1, 0}, {{0, 1, 2}}));
+            scene.fMeshes.back().fName = part;
+        }
+        scene.fNodes = {NodeOf(-1, {0, 1})};
+        Export(scene, "m.glb", &back);
+        ASSERT_EQ(back.fMeshes.size(), 2U);
+        EXPECT_EQ(back.fMeshes[0].fName, name) << second;
     }
     EXPECT_EQ(LineName(" a\nb\"c\\ "), "a\\nb'c_");
     EXPECT_EQ(QuotedName("a\nb\"c\\ "), "a\nb\"c\\ ");

@@ -19,7 +19,9 @@
 #include <string>
 #include <vector>
 
-// The faces of a model by their corners, and the box around the corners.
+using TPoint = std::array<double, 3>;
+
+// The faces of a model by their corners, the box around the corners, and which way the faces look.
 struct TModelCounts
 {
     size_t fVertices = 0; // 0 where the format numbers none
@@ -29,13 +31,32 @@ struct TModelCounts
     size_t fPolygons = 0;
     bool fHasBox = false;
     std::array<double, 6> fBox = {INFINITY, INFINITY, INFINITY, -INFINITY, -INFINITY, -INFINITY};
+    TPoint fArea = {}; // of all faces, each as the vector on which it stands: how it is cut does not matter
+    double fWholeArea = 0;
     std::string fFault; // what is wrong with the file; empty when nothing is
 
     void AddFace(size_t size, size_t count = 1)
     {
         (size == 1 ? fPoints : size == 2 ? fLines : size == 3 ? fTriangles : fPolygons) += size > 0 ? count : 0;
     }
-    void AddCorner(const std::array<double, 3>& position)
+    void AddArea(const std::vector<TPoint>& corners, double sign = 1)
+    {
+        TPoint area = {};
+        for (size_t i = 2; i < corners.size(); ++i)
+        {
+            for (size_t axis = 0; axis < 3; ++axis)
+            {
+                const size_t u = (axis + 1) % 3, v = (axis + 2) % 3;
+                const auto side = [&](size_t corner, size_t along)
+                { return corners[corner][along] - corners[0][along]; };
+                area[axis] += sign * (side(i - 1, u) * side(i, v) - side(i - 1, v) * side(i, u));
+            }
+        }
+        for (size_t axis = 0; axis < 3; ++axis)
+            fArea[axis] += area[axis];
+        fWholeArea += std::sqrt(area[0] * area[0] + area[1] * area[1] + area[2] * area[2]);
+    }
+    void AddCorner(const TPoint& position)
     {
         fHasBox = true;
         for (size_t i = 0; i < 3; ++i)
@@ -106,7 +127,7 @@ inline TModelCounts ReadPlyModel(const std::string& path)
             words >> properties.emplace_back().first >> properties.back().second;
     }
     TByteReader reader(bytes, end + 12);
-    std::vector<std::array<double, 3>> positions;
+    std::vector<TPoint> positions;
     for (size_t i = 0; i < counts.fVertices && !reader.IsPastEnd(); ++i)
     {
         positions.emplace_back();
@@ -121,13 +142,15 @@ inline TModelCounts ReadPlyModel(const std::string& path)
     {
         const auto size = static_cast<size_t>(reader.TakeAs(countType));
         counts.AddFace(size);
+        std::vector<TPoint> corners;
         for (size_t corner = 0; corner < size && !reader.IsPastEnd(); ++corner)
         {
             const auto vertex = static_cast<size_t>(reader.TakeAs(indexType));
             if (vertex >= positions.size())
                 return counts.fFault = "a corner at vertex " + std::to_string(vertex), counts;
-            counts.AddCorner(positions[vertex]);
+            counts.AddCorner(corners.emplace_back(positions[vertex]));
         }
+        counts.AddArea(corners);
     }
     if (!reader.IsAtEnd())
         counts.fFault = "header and body do not fit";
@@ -144,14 +167,16 @@ inline TModelCounts ReadStlModel(const std::string& path)
         return counts.fFault = "not as long as its count says", counts;
     for (size_t i = 0; i < counts.fTriangles; ++i)
     {
-        for (size_t vector = 0; vector < 4; ++vector)
+        std::vector<TPoint> vectors(4); // a normal and three corners
+        for (TPoint& vector : vectors)
         {
-            std::array<double, 3> values;
-            for (double& value : values)
+            for (double& value : vector)
                 value = reader.TakeAs("float");
-            if (vector > 0)
-                counts.AddCorner(values);
         }
+        vectors.erase(vectors.begin());
+        for (const TPoint& corner : vectors)
+            counts.AddCorner(corner);
+        counts.AddArea(vectors);
         reader.Take<uint16>();
     }
     return counts;
@@ -161,7 +186,7 @@ inline TModelCounts ReadObjModel(const std::string& path)
 {
     TModelCounts counts;
     std::set<std::string> materials;
-    std::vector<std::array<double, 3>> positions;
+    std::vector<TPoint> positions;
     std::array<size_t, 3> sizes = {}; // of v, vt and vn
     const auto read = [&](const std::string& text, auto&& use)
     {
@@ -180,8 +205,8 @@ inline TModelCounts ReadObjModel(const std::string& path)
     const auto face = [&](const std::string& corners)
     {
         std::istringstream words(corners);
-        size_t size = 0;
-        for (std::string word; words >> word; ++size)
+        std::vector<TPoint> points;
+        for (std::string word; words >> word;)
         {
             std::istringstream numbers(word);
             std::string number;
@@ -191,10 +216,11 @@ inline TModelCounts ReadObjModel(const std::string& path)
                 if (index == 0 || (!number.empty() && index > sizes[i]))
                     counts.fFault = "no such vertex: " + word;
                 else if (i == 0)
-                    counts.AddCorner(positions[index - 1]);
+                    counts.AddCorner(points.emplace_back(positions[index - 1]));
             }
         }
-        return size;
+        counts.AddArea(points);
+        return points.size();
     };
     read(BytesOfFile(path),
          [&](const std::string& key, const std::string& rest)

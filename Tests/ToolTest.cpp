@@ -823,6 +823,10 @@ TEST_F(ToolTest, ACrashInAModelLibraryIsAStatus)
     EXPECT_EQ(run([] { return 1; }), "1");
     EXPECT_EQ(run([]() -> int { abort(); }),
               "2nqtoken: a.obj: the library that reads and writes models crashed (Aborted); nothing was written\n");
+    // A signal that nohup has had ignored ends neither the work nor who waits for it.
+    const auto before = signal(SIGHUP, SIG_IGN);
+    EXPECT_EQ(run([] { return kill(getppid(), SIGHUP) + 1; }), "1");
+    signal(SIGHUP, before);
 }
 
 // What reads models cannot take all of the machine: a limit that is met is named, and its option.
