@@ -1198,26 +1198,34 @@ TEST_F(Token, EveryCutOfADocumentIsFound)
 
 // ---- Memory
 
+// With a transcoder and without one, which leaves the text UTF-8.
 TEST_F(Token, ReadersSurviveEachFailedAllocation)
 {
-    const std::string tall(5000, 'w');
-    std::string bytes = "{\"" + tall + "\"} ";
-    const auto string = [](S& s) { return GetBeginToken(s), Text(GetNonLocalizedStringToken(s)); };
-    const std::tuple<std::function<std::string(S&)>, std::string, bool> readers[] = {
-        {Dynamic, tall, false},
-        {string, tall.substr(0, 255), false},
-        {Extract, "{\"" + tall + "\"}", true}, // without its block it leaves what was there, and reports it
-        {Copy, "\"" + tall + "\" ", false}};
-    const auto readAll = [&](int64)
+    std::string bytes;
+    for (const bool isPlain : {true, false})
     {
-        for (const auto& [read, whole, mayLeave] : readers)
+        std::string tall;
+        while (tall.size() < 5000)
+            tall += isPlain ? "w" : "\xC3\xA9";
+        bytes = "{\"" + tall + "\"} ";
+        const auto string = [](S& s) { return GetBeginToken(s), Text(GetNonLocalizedStringToken(s)); };
+        const std::tuple<std::function<std::string(S&)>, std::string, bool> readers[] = {
+            {Dynamic, tall, false},
+            {string, tall.substr(0, isPlain ? 255 : 254), false},
+            {Extract, "{\"" + tall + "\"}", true}, // without its block it leaves what was there, and reports it
+            {Copy, "\"" + tall + "\" ", false}};
+        const auto readAll = [&](int64)
         {
-            TNqstrstream stream(bytes.data(), static_cast<int32>(bytes.size()), kUTF8Transcoder, eRead);
-            const std::string outcome = Outcome(stream, read);
-            EXPECT_TRUE(outcome == "!2" || outcome == whole || (mayLeave && outcome.empty())) << outcome.size();
-        }
-    };
-    ForEachFailingAllocation(readAll);
+            for (const auto& [read, whole, mayLeave] : readers)
+            {
+                TNqstrstream stream(bytes.data(), static_cast<int32>(bytes.size()),
+                                    isPlain ? kUTF8Transcoder : kJpnTranscoder, eRead);
+                const std::string outcome = Outcome(stream, read);
+                EXPECT_TRUE(outcome == "!2" || outcome == whole || (mayLeave && outcome.empty())) << outcome.size();
+            }
+        };
+        ForEachFailingAllocation(readAll);
+    }
     int8 small[20];
     TNqstrstream full(small, 20, kUTF8Transcoder, eWrite);
     TNqstrstream stream(bytes.data(), static_cast<int32>(bytes.size()), kUTF8Transcoder, eRead);

@@ -324,14 +324,17 @@ bool ReadFourChars(Source& source, int8* name)
     return true;
 }
 
+// Without a transcoder they are UTF-8.
 bool HoldsCharacters(const int8* bytes, ITranscoder* encoding)
 {
-    if (encoding == nullptr)
-        return *bytes > 0;
     bool found = false;
+    uint8 index = 0, total = 0;
+    uint8 sequence[4];
     do
     {
-        const uint16 character = encoding->Encode(static_cast<uint8>(*bytes));
+        const uint8 byte = static_cast<uint8>(*bytes);
+        const uint16 character =
+            encoding != nullptr ? encoding->Encode(byte) : UTF8TakeByte(byte, index, total, sequence);
         found = found || (character != 0 && character != kNqNoCharacter);
     } while (*bytes++ != 0);
     return found;
