@@ -138,15 +138,20 @@ NqErr TNqHostAtomicFile::Write(const int8* bytes, unsigned long size, std::strin
 }
 
 // Some file systems tell of a failed write only when a file is closed. Another descriptor keeps the lock meanwhile.
+// What a signal interrupts is begun again; a file whose closing it interrupts is closed, and its bytes are on the disk.
 NqErr TNqHostAtomicFile::Sync(std::string& outReason)
 {
-    if (fsync(fDescriptor) != 0)
+    int synced;
+    do
+        synced = fsync(fDescriptor);
+    while (synced != 0 && errno == EINTR);
+    if (synced != 0)
         return Fails(errno, "", outReason);
     const int another = fcntl(fDescriptor, F_DUPFD_CLOEXEC, 0);
     if (another < 0)
         return Fails(errno, "", outReason);
     const int closed = close(std::exchange(fDescriptor, another));
-    if (closed != 0)
+    if (closed != 0 && errno != EINTR)
         return Fails(errno, "", outReason);
     fSynced = true;
     return kNqNoErr;

@@ -221,7 +221,7 @@ int NqHostMakeTemporaryFile(const std::string& folder, unsigned int mode, std::s
         std::free(copy);
         if (outDescriptor >= 0)
             close(outDescriptor);
-        else if (error != EEXIST)
+        else if (error != EEXIST && error != EINTR)
             return error;
     }
     return EEXIST;
