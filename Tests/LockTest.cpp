@@ -187,8 +187,8 @@ TYPED_TEST(LockArrays, ForgetNobodyWhileAnotherSlotStaysTaken)
                       });
 }
 
-// Each slot is taken, and somebody waits for it. The one whose slot is left gets in, while the other waits on: the
-// signal may have woken that one.
+// Each slot is taken, and somebody waits for it. The one whose slot is left gets in while the other waits on, whom the
+// signal may have woken; and when both are left at once, both get in before either leaves.
 TYPED_TEST(LockArrays, WakeTheOneWhoseSlotIsLeft)
 {
     constexpr int kRounds = 200;
@@ -211,6 +211,7 @@ TYPED_TEST(LockArrays, WakeTheOneWhoseSlotIsLeft)
                                   await(round, mine);
                                   lock.EnterExclusive(index - 1);
                                   inside[index - 1] = mine;
+                                  await(inside[2 - index], mine % 2 == 0 ? mine : 0);
                                   lock.LeaveExclusive(index - 1);
                                   continue;
                               }
@@ -219,11 +220,11 @@ TYPED_TEST(LockArrays, WakeTheOneWhoseSlotIsLeft)
                               round = mine;
                               std::this_thread::sleep_for(std::chrono::microseconds(200)); // until both sleep
                               const int32 first = ioRandom.Below(2);
-                              for (const int32 slot : {first, 1 - first})
-                              {
-                                  lock.LeaveShared(slot);
-                                  await(inside[slot], mine);
-                              }
+                              lock.LeaveShared(first);
+                              await(inside[first], mine % 2 == 0 ? 0 : mine);
+                              lock.LeaveShared(1 - first);
+                              await(inside[0], mine);
+                              await(inside[1], mine);
                           }
                       });
 }
