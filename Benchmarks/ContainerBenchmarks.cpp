@@ -285,18 +285,6 @@ void EncodeWholeCore(benchmark::State& state)
                    });
 }
 
-void FromUnicodeCore(benchmark::State& state)
-{
-    const QString characters = QString::fromStdString(Prose());
-    MeasureWriting(state, characters.size(),
-                   [&]
-                   {
-                       TNqDynamicString text;
-                       text.FromUnicode(reinterpret_cast<const uint16*>(characters.utf16()));
-                       return text.ByteLength();
-                   });
-}
-
 void EncodeUTF8Qt(benchmark::State& state)
 {
     const QString characters = QString::fromStdString(Prose());
@@ -336,7 +324,6 @@ NQ_BENCHMARK(DecodeUTF8Qt, "UTF-8 to characters/QString::fromUtf8");
 NQ_BENCHMARK(FromUnicodeCore, "characters to UTF-8/TNqDynamicString::FromUnicode");
 NQ_BENCHMARK(EncodeCore, "characters to UTF-8/NqCore transcoder, one by one")->Arg(kUTF8Transcoder);
 NQ_BENCHMARK(EncodeWholeCore, "characters to UTF-8/NqCore transcoder, whole text")->Arg(kUTF8Transcoder);
-NQ_BENCHMARK(FromUnicodeCore, "characters to UTF-8/TNqDynamicString::FromUnicode");
 NQ_BENCHMARK(EncodeUTF8Qt, "characters to UTF-8/QString::toUtf8");
 NQ_BENCHMARK(EncodeCore, "characters to one byte each/NqCore, Windows-1252")->Arg(kAnsiTranscoder);
 NQ_BENCHMARK(EncodeCore, "characters to one byte each/NqCore, Mac OS Roman")->Arg(kMacTranscoder);
