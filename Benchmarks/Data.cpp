@@ -67,7 +67,7 @@ std::string MakeProse()
 
 struct TStringWriter : pugi::xml_writer
 {
-    void write(const void* data, size_t size) override { fText.append(static_cast<const char*>(data), size); }
+    void write(const void* inData, size_t inSize) override { fText.append(static_cast<const char*>(inData), inSize); }
     std::string fText;
 };
 

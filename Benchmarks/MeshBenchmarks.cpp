@@ -223,28 +223,28 @@ void ReadJsonDocument(benchmark::State& state)
 // Takes the numbers as they pass, without a document in between.
 struct TJsonMeshHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, TJsonMeshHandler>
 {
-    bool Key(const char* text, rapidjson::SizeType, bool)
+    bool Key(const char* inText, rapidjson::SizeType, bool)
     {
-        fReals = *text == 'p'   ? &fMesh.fPositions
-                 : *text == 'n' ? &fMesh.fNormals
-                 : *text == 't' ? &fMesh.fTexture
-                                : nullptr;
+        fReals = *inText == 'p'   ? &fMesh.fPositions
+                 : *inText == 'n' ? &fMesh.fNormals
+                 : *inText == 't' ? &fMesh.fTexture
+                                  : nullptr;
         return true;
     }
-    bool Double(double value)
+    bool Double(double inValue)
     {
-        fReals->push_back(static_cast<real32>(value));
+        fReals->push_back(static_cast<real32>(inValue));
         return true;
     }
-    bool Int(int value)
+    bool Int(int inValue)
     {
         if (fReals != nullptr)
-            fReals->push_back(static_cast<real32>(value));
+            fReals->push_back(static_cast<real32>(inValue));
         else
-            fMesh.fFaces.push_back(value);
+            fMesh.fFaces.push_back(inValue);
         return true;
     }
-    bool Uint(unsigned value) { return Int(static_cast<int>(value)); }
+    bool Uint(unsigned inValue) { return Int(static_cast<int>(inValue)); }
 
     TMesh fMesh;
     std::vector<real32>* fReals = nullptr;

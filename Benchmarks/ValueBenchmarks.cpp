@@ -23,10 +23,10 @@ namespace
 
 // All contenders of a task must come to the same sum.
 template <class Sum>
-void FinishAlike(benchmark::State& state, int64 items, const std::string& task, Sum sum)
+void FinishAlike(benchmark::State& state, int64 inItems, const std::string& inTask, Sum inSum)
 {
     static std::map<std::string, Sum> sSums;
-    Finish(state, items, 0, sSums.emplace(task, sum).first->second == sum);
+    Finish(state, inItems, 0, sSums.emplace(inTask, inSum).first->second == inSum);
 }
 
 // ---- Bits: a million of them ----------------------------------------------------------------------------------------
@@ -53,9 +53,9 @@ struct TOurs
     TOurs() { fBits.SetSize(kBits, false); }
     void Set(int32 i) { fBits.SetBit(static_cast<uint32>(i)); }
     bool Test(int32 i) const { return fBits.TestBit(static_cast<uint32>(i)); }
-    void Or(const TOurs& other) { fBits |= other.fBits; }
-    void And(const TOurs& other) { fBits &= other.fBits; }
-    bool Equal(const TOurs& other) const { return fBits == other.fBits; }
+    void Or(const TOurs& inOther) { fBits |= inOther.fBits; }
+    void And(const TOurs& inOther) { fBits &= inOther.fBits; }
+    bool Equal(const TOurs& inOther) const { return fBits == inOther.fBits; }
     size_t List(std::vector<int32>&) const
     {
         static TNqArray<int32> sIndices;
@@ -70,15 +70,15 @@ struct TStandardFixed
     using TBits = std::bitset<kBits>;
     void Set(int32 i) { fBits->set(static_cast<size_t>(i)); }
     bool Test(int32 i) const { return fBits->test(static_cast<size_t>(i)); }
-    void Or(const TStandardFixed& other) { *fBits |= *other.fBits; }
-    void And(const TStandardFixed& other) { *fBits &= *other.fBits; }
-    bool Equal(const TStandardFixed& other) const { return *fBits == *other.fBits; }
-    size_t List(std::vector<int32>& indices) const
+    void Or(const TStandardFixed& inOther) { *fBits |= *inOther.fBits; }
+    void And(const TStandardFixed& inOther) { *fBits &= *inOther.fBits; }
+    bool Equal(const TStandardFixed& inOther) const { return *fBits == *inOther.fBits; }
+    size_t List(std::vector<int32>& ioIndices) const
     {
-        indices.clear();
+        ioIndices.clear();
         for (size_t i = fBits->_Find_first(); i < kBits; i = fBits->_Find_next(i))
-            indices.push_back(static_cast<int32>(i));
-        return indices.size();
+            ioIndices.push_back(static_cast<int32>(i));
+        return ioIndices.size();
     }
     std::unique_ptr<TBits> fBits = std::make_unique<TBits>();
 };
@@ -87,24 +87,24 @@ struct TStandardVector
 {
     void Set(int32 i) { fBits[static_cast<size_t>(i)] = true; }
     bool Test(int32 i) const { return fBits[static_cast<size_t>(i)]; }
-    void Or(const TStandardVector& other)
+    void Or(const TStandardVector& inOther)
     {
         for (size_t i = 0; i < kBits; ++i)
-            fBits[i] = fBits[i] || other.fBits[i];
+            fBits[i] = fBits[i] || inOther.fBits[i];
     }
-    void And(const TStandardVector& other)
+    void And(const TStandardVector& inOther)
     {
         for (size_t i = 0; i < kBits; ++i)
-            fBits[i] = fBits[i] && other.fBits[i];
+            fBits[i] = fBits[i] && inOther.fBits[i];
     }
-    bool Equal(const TStandardVector& other) const { return fBits == other.fBits; }
-    size_t List(std::vector<int32>& indices) const
+    bool Equal(const TStandardVector& inOther) const { return fBits == inOther.fBits; }
+    size_t List(std::vector<int32>& ioIndices) const
     {
-        indices.clear();
+        ioIndices.clear();
         for (size_t i = 0; i < kBits; ++i)
             if (fBits[i])
-                indices.push_back(static_cast<int32>(i));
-        return indices.size();
+                ioIndices.push_back(static_cast<int32>(i));
+        return ioIndices.size();
     }
     std::vector<bool> fBits = std::vector<bool>(kBits);
 };
@@ -113,15 +113,15 @@ struct TBoost
 {
     void Set(int32 i) { fBits.set(static_cast<size_t>(i)); }
     bool Test(int32 i) const { return fBits.test(static_cast<size_t>(i)); }
-    void Or(const TBoost& other) { fBits |= other.fBits; }
-    void And(const TBoost& other) { fBits &= other.fBits; }
-    bool Equal(const TBoost& other) const { return fBits == other.fBits; }
-    size_t List(std::vector<int32>& indices) const
+    void Or(const TBoost& inOther) { fBits |= inOther.fBits; }
+    void And(const TBoost& inOther) { fBits &= inOther.fBits; }
+    bool Equal(const TBoost& inOther) const { return fBits == inOther.fBits; }
+    size_t List(std::vector<int32>& ioIndices) const
     {
-        indices.clear();
+        ioIndices.clear();
         for (size_t i = fBits.find_first(); i < kBits; i = fBits.find_next(i))
-            indices.push_back(static_cast<int32>(i));
-        return indices.size();
+            ioIndices.push_back(static_cast<int32>(i));
+        return ioIndices.size();
     }
     boost::dynamic_bitset<> fBits = boost::dynamic_bitset<>(kBits);
 };
@@ -221,9 +221,9 @@ struct TPlainColour
 };
 
 template <class Pixel>
-std::vector<Pixel> MakePixels(uint32 seed)
+std::vector<Pixel> MakePixels(uint32 inSeed)
 {
-    std::minstd_rand random(seed);
+    std::minstd_rand random(inSeed);
     std::vector<Pixel> pixels(kPixels);
     for (Pixel& pixel : pixels)
     {
@@ -234,10 +234,10 @@ std::vector<Pixel> MakePixels(uint32 seed)
 }
 
 template <class Pixel>
-uint32 Checksum(const std::vector<Pixel>& pixels)
+uint32 Checksum(const std::vector<Pixel>& inPixels)
 {
     uint32 sum = 0;
-    for (const Pixel& pixel : pixels)
+    for (const Pixel& pixel : inPixels)
     {
         uint32 bits;
         std::memcpy(&bits, &pixel, 4);
@@ -246,79 +246,80 @@ uint32 Checksum(const std::vector<Pixel>& pixels)
     return sum;
 }
 
-void ToReals(const std::vector<TNqColorRGBA8>& pixels, std::vector<TNqColorRGBA>& colours)
+void ToReals(const std::vector<TNqColorRGBA8>& inPixels, std::vector<TNqColorRGBA>& ioColours)
 {
     for (size_t i = 0; i < kPixels; ++i)
-        pixels[i].ToRGBA(colours[i]);
+        inPixels[i].ToRGBA(ioColours[i]);
 }
-void ToReals(const std::vector<TPlainPixel>& pixels, std::vector<TPlainColour>& colours)
+void ToReals(const std::vector<TPlainPixel>& inPixels, std::vector<TPlainColour>& ioColours)
 {
     constexpr real32 scale = 0.003921569F;
     for (size_t i = 0; i < kPixels; ++i)
     {
-        colours[i].r = static_cast<real32>(pixels[i].r) * scale;
-        colours[i].g = static_cast<real32>(pixels[i].g) * scale;
-        colours[i].b = static_cast<real32>(pixels[i].b) * scale;
-        colours[i].a = static_cast<real32>(pixels[i].a) * scale;
+        ioColours[i].r = static_cast<real32>(inPixels[i].r) * scale;
+        ioColours[i].g = static_cast<real32>(inPixels[i].g) * scale;
+        ioColours[i].b = static_cast<real32>(inPixels[i].b) * scale;
+        ioColours[i].a = static_cast<real32>(inPixels[i].a) * scale;
     }
 }
 
-void ToBytes(const std::vector<TNqColorRGBA>& colours, std::vector<TNqColorRGBA8>& pixels)
+void ToBytes(const std::vector<TNqColorRGBA>& inColours, std::vector<TNqColorRGBA8>& ioPixels)
 {
     for (size_t i = 0; i < kPixels; ++i)
-        colours[i].ToRGBA8(pixels[i]);
+        inColours[i].ToRGBA8(ioPixels[i]);
 }
 uint8 PlainByte(real32 c)
 {
     return static_cast<uint8>(255.0F * std::clamp(c, 0.0F, 1.0F));
 }
-void ToBytes(const std::vector<TPlainColour>& colours, std::vector<TPlainPixel>& pixels)
+void ToBytes(const std::vector<TPlainColour>& inColours, std::vector<TPlainPixel>& ioPixels)
 {
     for (size_t i = 0; i < kPixels; ++i)
     {
-        pixels[i].r = PlainByte(colours[i].r);
-        pixels[i].g = PlainByte(colours[i].g);
-        pixels[i].b = PlainByte(colours[i].b);
-        pixels[i].a = PlainByte(colours[i].a);
+        ioPixels[i].r = PlainByte(inColours[i].r);
+        ioPixels[i].g = PlainByte(inColours[i].g);
+        ioPixels[i].b = PlainByte(inColours[i].b);
+        ioPixels[i].a = PlainByte(inColours[i].a);
     }
 }
 
 void Mix(const std::vector<TNqColorRGBA8>& a, const std::vector<TNqColorRGBA8>& b, real32 t,
-         std::vector<TNqColorRGBA8>& out)
+         std::vector<TNqColorRGBA8>& outText)
 {
     for (size_t i = 0; i < kPixels; ++i)
-        out[i].Interpolate(a[i], b[i], t);
+        outText[i].Interpolate(a[i], b[i], t);
 }
 uint8 PlainMix(uint8 a, uint8 b, real32 t)
 {
     return static_cast<uint8>(0.5F + static_cast<real32>(b) * t + static_cast<real32>(a) * (1 - t));
 }
-void Mix(const std::vector<TPlainPixel>& a, const std::vector<TPlainPixel>& b, real32 t, std::vector<TPlainPixel>& out)
+void Mix(const std::vector<TPlainPixel>& a, const std::vector<TPlainPixel>& b, real32 t,
+         std::vector<TPlainPixel>& outText)
 {
     for (size_t i = 0; i < kPixels; ++i)
     {
-        out[i].r = PlainMix(a[i].r, b[i].r, t);
-        out[i].g = PlainMix(a[i].g, b[i].g, t);
-        out[i].b = PlainMix(a[i].b, b[i].b, t);
-        out[i].a = PlainMix(a[i].a, b[i].a, t);
+        outText[i].r = PlainMix(a[i].r, b[i].r, t);
+        outText[i].g = PlainMix(a[i].g, b[i].g, t);
+        outText[i].b = PlainMix(a[i].b, b[i].b, t);
+        outText[i].a = PlainMix(a[i].a, b[i].a, t);
     }
 }
 
 void Mix(const std::vector<TNqColorRGBA>& a, const std::vector<TNqColorRGBA>& b, real32 t,
-         std::vector<TNqColorRGBA>& out)
+         std::vector<TNqColorRGBA>& outText)
 {
     for (size_t i = 0; i < kPixels; ++i)
-        out[i].Interpolate(a[i], b[i], t);
+        outText[i].Interpolate(a[i], b[i], t);
 }
 void Mix(const std::vector<TPlainColour>& a, const std::vector<TPlainColour>& b, real32 t,
-         std::vector<TPlainColour>& out)
+         std::vector<TPlainColour>& outText)
 {
     for (size_t i = 0; i < kPixels; ++i)
     {
-        out[i].r = a[i].r + (b[i].r - a[i].r) * t;
-        out[i].g = a[i].g + (b[i].g - a[i].g) * t;
-        out[i].b = a[i].b + (b[i].b - a[i].b) * t;
-        out[i].a = a[i].a + (b[i].a - a[i].a) * t;
+        outText[i].r = a[i].r + (b[i].r - a[i].r) * t;
+        outText[i].g = a[i].g + (b[i].g - a[i].g) * t;
+        outText[i].b = a[i].b + (b[i].b - a[i].b) * t;
+        outText[i].a = a[i].a + (b[i].a - a[i].a) * t;
     }
 }
 
@@ -402,28 +403,28 @@ const std::vector<real64>& Instants()
 // One face for both contenders, as above: each gives a number that comes from all it has computed.
 struct TOurDates
 {
-    int64 Fields(real64 instant)
+    int64 Fields(real64 inInstant)
     {
         TNqSystemTime time;
-        time.fSeconds = instant;
+        time.fSeconds = inInstant;
         TNqUserTimeRecord record;
         record.SysTimeToTimeRecord(time);
         return record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute + record.fSecond;
     }
-    int64 Normalised(TNqUserTimeRecord record)
+    int64 Normalised(TNqUserTimeRecord inRecord)
     {
-        record.NormalizeTimeRecord();
-        return record.fYear + record.fMonth + record.fDay + record.fHour + record.fMinute;
+        inRecord.NormalizeTimeRecord();
+        return inRecord.fYear + inRecord.fMonth + inRecord.fDay + inRecord.fHour + inRecord.fMinute;
     }
-    real64 Seconds(const TNqUserTimeRecord& record)
+    real64 Seconds(const TNqUserTimeRecord& inRecord)
     {
         TNqSystemTime time;
-        time.TimeRecordToSysTime(record);
+        time.TimeRecordToSysTime(inRecord);
         return time.fSeconds;
     }
-    int64 Weekday(const TNqUserTimeRecord& record)
+    int64 Weekday(const TNqUserTimeRecord& inRecord)
     {
-        return TNqUserTimeRecord::DayOfWeek(record.fYear, record.fMonth, record.fDay);
+        return TNqUserTimeRecord::DayOfWeek(inRecord.fYear, inRecord.fMonth, inRecord.fDay);
     }
 };
 
@@ -431,36 +432,36 @@ struct TOurDates
 struct TIcuDates
 {
     TIcuDates() { fCalendar.setGregorianChange(-1e18, fStatus); }
-    int64 Get(UCalendarDateFields field) { return fCalendar.get(field, fStatus); }
-    void Set(const TNqUserTimeRecord& record)
+    int64 Get(UCalendarDateFields inField) { return fCalendar.get(inField, fStatus); }
+    void Set(const TNqUserTimeRecord& inRecord)
     {
         fCalendar.clear();
-        fCalendar.set(record.fYear, record.fMonth - 1, record.fDay, record.fHour, record.fMinute, 0);
+        fCalendar.set(inRecord.fYear, inRecord.fMonth - 1, inRecord.fDay, inRecord.fHour, inRecord.fMinute, 0);
     }
     int64 Sum()
     {
         return Get(UCAL_EXTENDED_YEAR) + Get(UCAL_MONTH) + 1 + Get(UCAL_DATE) + Get(UCAL_HOUR_OF_DAY) +
                Get(UCAL_MINUTE);
     }
-    int64 Fields(real64 instant)
+    int64 Fields(real64 inInstant)
     {
-        fCalendar.setTime((instant + kSecondsBefore2001) * 1000, fStatus);
+        fCalendar.setTime((inInstant + kSecondsBefore2001) * 1000, fStatus);
         return Sum() + Get(UCAL_SECOND);
     }
-    int64 Normalised(const TNqUserTimeRecord& record)
+    int64 Normalised(const TNqUserTimeRecord& inRecord)
     {
-        Set(record);
+        Set(inRecord);
         return Sum();
     }
-    real64 Seconds(const TNqUserTimeRecord& record)
+    real64 Seconds(const TNqUserTimeRecord& inRecord)
     {
-        Set(record);
+        Set(inRecord);
         return fCalendar.getTime(fStatus) / 1000 - kSecondsBefore2001;
     }
-    int64 Weekday(const TNqUserTimeRecord& record)
+    int64 Weekday(const TNqUserTimeRecord& inRecord)
     {
         fCalendar.clear();
-        fCalendar.set(record.fYear, record.fMonth - 1, record.fDay);
+        fCalendar.set(inRecord.fYear, inRecord.fMonth - 1, inRecord.fDay);
         return Get(UCAL_DAY_OF_WEEK);
     }
     UErrorCode fStatus = U_ZERO_ERROR;
@@ -487,9 +488,9 @@ TNqUserTimeRecord MakeRecordInMonth(int32 i)
 }
 
 template <class Sum, class Value>
-void AddUpDates(benchmark::State& state, const std::string& task, Value&& value)
+void AddUpDates(benchmark::State& state, const std::string& inTask, Value&& inValue)
 {
-    FinishAlike(state, kDates, task, AddUp<Sum>(state, kDates, value));
+    FinishAlike(state, kDates, inTask, AddUp<Sum>(state, kDates, inValue));
 }
 
 template <class T>

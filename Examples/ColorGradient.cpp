@@ -17,31 +17,31 @@ namespace
 constexpr int32 kWidth = 320;
 constexpr int32 kHeight = 200;
 
-TNqColorRGBAIndex Key(real32 index, real32 hue, real32 lightness, real32 saturation)
+TNqColorRGBAIndex Key(real32 inIndex, real32 inHue, real32 inLightness, real32 inSaturation)
 {
     TNqColorRGB color;
-    color.SetHLS(hue, lightness, saturation);
+    color.SetHLS(inHue, inLightness, inSaturation);
     TNqColorRGBAIndex key;
     color.ToRGBA(key.fColor, 1);
-    key.fIndex = index;
+    key.fIndex = inIndex;
     return key;
 }
 
 // The key at a place; the keys ascend from 0 to 1.
-TNqColorRGBAIndex GetKeyAt(const TNqArray<TNqColorRGBAIndex>& keys, real32 place)
+TNqColorRGBAIndex GetKeyAt(const TNqArray<TNqColorRGBAIndex>& inKeys, real32 inPlace)
 {
     uint32 next = 1;
-    while (next + 1 < keys.GetElemCount() && keys[next].fIndex < place)
+    while (next + 1 < inKeys.GetElemCount() && inKeys[next].fIndex < inPlace)
         ++next;
-    const TNqColorRGBAIndex& from = keys[next - 1];
-    const TNqColorRGBAIndex& to = keys[next];
+    const TNqColorRGBAIndex& from = inKeys[next - 1];
+    const TNqColorRGBAIndex& to = inKeys[next];
     TNqColorRGBAIndex key;
-    key.Interpolate(from, to, (place - from.fIndex) / (to.fIndex - from.fIndex));
+    key.Interpolate(from, to, (inPlace - from.fIndex) / (to.fIndex - from.fIndex));
     return key;
 }
 
 // Stars stand about where a simple sequence of numbers puts them, fewer and fainter towards the horizon.
-void PaintStars(TNqArray<TNqColorRGBA8>& pixels)
+void PaintStars(TNqArray<TNqColorRGBA8>& ioPixels)
 {
     const TNqColorRGBA8 white(255, 255, 255, 255);
     uint32 number = 1;
@@ -50,30 +50,30 @@ void PaintStars(TNqArray<TNqColorRGBA8>& pixels)
         number = number * 1664525U + 1013904223U;
         const uint32 row = (number >> 20) % (kHeight / 2);
         const uint32 column = (number >> 8) % kWidth;
-        TNqColorRGBA8& pixel = pixels[row * kWidth + column];
+        TNqColorRGBA8& pixel = ioPixels[row * kWidth + column];
         pixel.Interpolate(pixel, white, 1 - static_cast<real32>(row) / (kHeight / 2));
     }
 }
 
 // False when the file could not be written whole.
-bool WriteImage(const TNqArray<TNqColorRGBA8>& pixels, const char* path)
+bool WriteImage(const TNqArray<TNqColorRGBA8>& inPixels, const char* inPath)
 {
-    TNqfstream file(path, kUTF8Transcoder, eWrite, 65536, nullptr);
+    TNqfstream file(inPath, kUTF8Transcoder, eWrite, 65536, nullptr);
     if (!file.good())
         return false;
     file << "P6 " << kWidth << " " << kHeight << " 255\n";
-    for (uint32 i = 0; i < pixels.GetElemCount(); ++i)
+    for (uint32 i = 0; i < inPixels.GetElemCount(); ++i)
     {
-        const uint8 rgb[3] = {pixels[i].red, pixels[i].green, pixels[i].blue};
+        const uint8 rgb[3] = {inPixels[i].red, inPixels[i].green, inPixels[i].blue};
         file.write(reinterpret_cast<const int8*>(rgb), 3);
     }
     file.flush();
     return file.good();
 }
 
-void Print(const char* what, const TNqColorRGBA8& pixel)
+void Print(const char* inWhat, const TNqColorRGBA8& inPixel)
 {
-    std::printf("%s: #%02X%02X%02X\n", what, unsigned{pixel.red}, unsigned{pixel.green}, unsigned{pixel.blue});
+    std::printf("%s: #%02X%02X%02X\n", inWhat, unsigned{inPixel.red}, unsigned{inPixel.green}, unsigned{inPixel.blue});
 }
 
 } // namespace

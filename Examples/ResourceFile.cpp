@@ -18,22 +18,22 @@ constexpr FourCharT kDefaults = NqFourChar("DFLT");
 constexpr const char* kPath = "cursors.nqr";
 
 // A resource whose data are the point of a cursor.
-NqErr AddPoint(TNqHostResourceFile& file, FourCharT type, int16 id, const char* name, int16 x, int16 y)
+NqErr AddPoint(TNqHostResourceFile& ioFile, FourCharT inType, int16 inId, const char* inName, int16 x, int16 y)
 {
     TNqByteSwapStream out;
     out << x << y;
     const uint32 size = static_cast<uint32>(out.pcount());
     TNqCountedPtr<TNqResource> resource;
-    *&resource = new TNqResource(type, id, TNqString255(name)); // the pointer takes over the first reference
+    *&resource = new TNqResource(inType, inId, TNqString255(inName)); // the pointer takes over the first reference
     resource->TakeData(out.str(), size);
-    return file.AddResource(*resource);
+    return ioFile.AddResource(*resource);
 }
 
-void List(TNqHostResourceFile& file)
+void List(TNqHostResourceFile& ioFile)
 {
     FourCharT type;
-    for (boolean more = file.GetFirstType(type); more; more = file.GetNextType(type))
-        for (uint32 i = 0; TNqResource* const resource = file.GetResource(type, i); ++i)
+    for (boolean more = ioFile.GetFirstType(type); more; more = ioFile.GetNextType(type))
+        for (uint32 i = 0; TNqResource* const resource = ioFile.GetResource(type, i); ++i)
         {
             TNqString15 code;
             code.FromFourCharT(type, true);

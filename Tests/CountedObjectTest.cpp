@@ -22,10 +22,7 @@ struct TNqCountedObjectLayout
 struct TNqSMPCountedObjectLayout
 {
     static_assert(sizeof(TNqSMPCountedObject) == 16 && offsetof(TNqSMPCountedObject, fRefCountAC) == 8);
-    static void SetCount(TNqSMPCountedObject& ioObject, int inCount)
-    {
-        SetAtomicCounterValue(ioObject.fRefCountAC, inCount);
-    }
+    static void SetCount(TNqSMPCountedObject& object, int count) { SetAtomicCounterValue(object.fRefCountAC, count); }
 };
 struct TNqExceptionLayout
 {

@@ -34,17 +34,17 @@ void KillIfWanted()
 
 } // namespace
 
-void FailCall(int inCall, int inError)
+void FailCall(int call, int error)
 {
-    tBadCall = inCall;
-    tError = inError;
-    if (inCall != 0)
+    tBadCall = call;
+    tError = error;
+    if (call != 0)
         tCalls = 0;
 }
 
-void KillAtCall(int inCall)
+void KillAtCall(int call)
 {
-    FailCall(inCall);
+    FailCall(call);
     tKills = true;
 }
 
@@ -53,10 +53,10 @@ int CallsMade()
     return tCalls;
 }
 
-void FailRead(int inCall)
+void FailRead(int call)
 {
     gReads = 0;
-    gBadRead = inCall;
+    gBadRead = call;
 }
 
 int ReadsMade()
@@ -64,9 +64,9 @@ int ReadsMade()
     return gReads;
 }
 
-void FailReadAt(long inPosition)
+void FailReadAt(long position)
 {
-    gBadPosition = inPosition;
+    gBadPosition = position;
 }
 
 // The linker sends calls of f to __wrap_f and those of __real_f to f (--wrap in CMakeLists.txt).
@@ -104,15 +104,15 @@ ssize_t __wrap_write(int file, const void* bytes, size_t count)
 namespace
 {
 
-// Reads by inRead(count) at a position of a file, -1 for what has none, up to the byte that cannot be read.
+// Reads by read(count) at a position of a file, -1 for what has none, up to the byte that cannot be read.
 template <class Read>
-ssize_t ReadUnlessBad(long position, size_t count, Read&& inRead)
+ssize_t ReadUnlessBad(long position, size_t count, Read&& read)
 {
     const bool isBad = gBadRead != 0 && ++gReads == gBadRead;
     const long before =
         position < 0 || gBadPosition < position ? -1 : gBadPosition - position; // bytes that can be read
     if (!isBad && before != 0)
-        return inRead(before > 0 ? std::min(count, static_cast<size_t>(before)) : count);
+        return read(before > 0 ? std::min(count, static_cast<size_t>(before)) : count);
     errno = EIO;
     return -1;
 }

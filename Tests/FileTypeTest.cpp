@@ -59,8 +59,8 @@ struct TModelType
 
 struct TFakeFile : TNqFile
 {
-    void GetInfo(APIFileInfo& outInfo) const override { outInfo.fType.fID = fCode; }
-    void GetExtension(TNqString& outExtension) const override { outExtension.FromCPtr(fExtension); }
+    void GetInfo(APIFileInfo& info) const override { info.fType.fID = fCode; }
+    void GetExtension(TNqString& extension) const override { extension.FromCPtr(fExtension); }
 
     IDType fCode = 0;
     const char* fExtension = "";

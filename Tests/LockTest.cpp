@@ -23,10 +23,10 @@ namespace
 constexpr int kThreads = 6; // more than processors
 constexpr int kSlots = 3;
 
-// Runs inBody(0, random) and so on, each on a thread that loses the processor now and then on its way through a lock.
+// Runs body(0, random) and so on, each on a thread that loses the processor now and then on its way through a lock.
 // When one is not back in time it sleeps for ever, and nothing can go on.
 template <class Body>
-void OnYieldingThreads(int count, const Body& inBody)
+void OnYieldingThreads(int count, const Body& body)
 {
     std::promise<void> done;
     std::thread watch(
@@ -38,11 +38,11 @@ void OnYieldingThreads(int count, const Body& inBody)
             std::abort();
         });
     OnThreads(count,
-              [&inBody](int index)
+              [&body](int index)
               {
                   TRandom random(index);
                   YieldAroundHostCalls(4, static_cast<unsigned>(index));
-                  inBody(index, random);
+                  body(index, random);
               });
     done.set_value();
     watch.join();
@@ -51,10 +51,10 @@ void OnYieldingThreads(int count, const Body& inBody)
 // What a lock protects: written in two steps, and by plain accesses, which the thread sanitizer watches.
 struct TProtected
 {
-    void Write(TRandom& ioRandom)
+    void Write(TRandom& random)
     {
         ++fFirst;
-        if (ioRandom.OneIn(4))
+        if (random.OneIn(4))
             sched_yield();
         EXPECT_EQ(fFirst, ++fSecond);
     }
@@ -89,7 +89,7 @@ constexpr int kMostSlots = std::is_same_v<TLock, TSingle> ? 1 : kSlots;
 
 // Reads and writes any slot; a writer of a slot may take those behind it too.
 template <class TLock>
-void Stress(TLock& ioLock, int32 slots, int rounds, int writeEvery)
+void Stress(TLock& lock, int32 slots, int rounds, int writeEvery)
 {
     std::array<TProtected, kSlots> data;
     std::atomic<int> writes{0};
@@ -102,18 +102,18 @@ void Stress(TLock& ioLock, int32 slots, int rounds, int writeEvery)
                               const int32 end = ioRandom.OneIn(4) ? slots : first + 1;
                               if (!ioRandom.OneIn(writeEvery))
                               {
-                                  ioLock.EnterShared(first);
+                                  lock.EnterShared(first);
                                   data[static_cast<size_t>(first)].Read();
-                                  ioLock.LeaveShared(first);
+                                  lock.LeaveShared(first);
                                   continue;
                               }
                               for (int32 slot = first; slot < end; ++slot)
-                                  ioLock.EnterExclusive(slot);
+                                  lock.EnterExclusive(slot);
                               for (int32 slot = first; slot < end; ++slot)
                               {
                                   data[static_cast<size_t>(slot)].Write(ioRandom);
                                   ++writes;
-                                  ioLock.LeaveExclusive(slot);
+                                  lock.LeaveExclusive(slot);
                               }
                           }
                       });

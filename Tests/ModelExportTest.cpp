@@ -48,13 +48,13 @@ protected:
     }
 
     // Writes the scene, reads it again, and gives the notes in one text.
-    std::string Export(const Scene& scene, const std::string& name, Scene* outBack = nullptr) const
+    std::string Export(const Scene& scene, const std::string& name, Scene* result = nullptr) const
     {
         std::vector<std::string> notes, ignored;
         const Outcome outcome = ExportModel(scene, Path(name), notes);
         EXPECT_TRUE(outcome.Ok()) << outcome.Text();
         Scene back;
-        const Outcome read = ImportModel(Path(name), outBack != nullptr ? *outBack : back, ignored);
+        const Outcome read = ImportModel(Path(name), result != nullptr ? *result : back, ignored);
         EXPECT_TRUE(read.Ok()) << read.Text();
         std::string text;
         for (const std::string& note : notes)
@@ -186,8 +186,8 @@ std::string Untold(const TSceneCounts& scene, const TModelCounts& model, const s
     return text;
 }
 
-// Takes a scene through all formats: what came of each in outLine, and true when all is well.
-bool Sweep(const Scene& scene, const std::string& folder, std::string& outLine)
+// Takes a scene through all formats: what came of each in line, and true when all is well.
+bool Sweep(const Scene& scene, const std::string& folder, std::string& line)
 {
     const TSceneCounts counts = CountScene(scene);
     bool isRight = true;
@@ -209,11 +209,11 @@ bool Sweep(const Scene& scene, const std::string& folder, std::string& outLine)
         else if (fs::exists(path))
             fault = "written, though refused";
         isRight = isRight && fault.empty();
-        outLine += "  " + target.substr(2) + " " +
-                   (!fault.empty()  ? "FAULT: " + fault
-                    : !outcome.Ok() ? "refused"
-                    : notes.empty() ? "same"
-                                    : std::to_string(notes.size()) + " told");
+        line += "  " + target.substr(2) + " " +
+                (!fault.empty()  ? "FAULT: " + fault
+                 : !outcome.Ok() ? "refused"
+                 : notes.empty() ? "same"
+                                 : std::to_string(notes.size()) + " told");
     }
     return isRight;
 }

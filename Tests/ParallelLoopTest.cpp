@@ -31,21 +31,21 @@ constexpr char kCancelText[] = "A cancel exception is being thrown";
 class TVisits
 {
 public:
-    explicit TVisits(const TRange& inRange)
-        : fStart(inRange.fStart),
-          fCounts(static_cast<size_t>(std::max<int64>(inRange.Size(), 0)))
+    explicit TVisits(const TRange& range)
+        : fStart(range.fStart),
+          fCounts(static_cast<size_t>(std::max<int64>(range.Size(), 0)))
     {
     }
 
     // Without atomics: two calls with the same index are a race that a sanitizer sees.
-    void Visit(const TRange& inPiece)
+    void Visit(const TRange& piece)
     {
-        for (int32 i = inPiece.fStart; i < inPiece.fEnd; ++i)
+        for (int32 i = piece.fStart; i < piece.fEnd; ++i)
             ++fCounts[static_cast<size_t>(i - fStart)];
     }
-    bool AreAll(uint8 inCount) const
+    bool AreAll(uint8 count) const
     {
-        return std::all_of(fCounts.begin(), fCounts.end(), [inCount](uint8 c) { return c == inCount; });
+        return std::all_of(fCounts.begin(), fCounts.end(), [count](uint8 c) { return c == count; });
     }
     size_t Count() const { return static_cast<size_t>(std::count(fCounts.begin(), fCounts.end(), 1)); }
 
@@ -54,28 +54,28 @@ private:
     std::vector<uint8> fCounts;
 };
 
-void SometimesYield(uint32 inSeed)
+void SometimesYield(uint32 seed)
 {
-    if (inSeed * 2654435761U >> 30 == 0)
+    if (seed * 2654435761U >> 30 == 0)
         std::this_thread::yield();
 }
 
 template <class P>
-void ExpectEachIndexOnce(const P& inRange)
+void ExpectEachIndexOnce(const P& whole)
 {
-    TVisits visits(inRange);
+    TVisits visits(whole);
     TBasicEstimator always;
     std::atomic<int> calls{0};
-    SMPParallelFor(inRange, always,
+    SMPParallelFor(whole, always,
                    [&](const TRange& range)
                    {
                        ++calls;
-                       EXPECT_EQ(range.fIsSerial != 0, !inRange.ShouldRunParallel());
+                       EXPECT_EQ(range.fIsSerial != 0, !whole.ShouldRunParallel());
                        visits.Visit(range);
                        SometimesYield(static_cast<uint32>(range.fStart));
                    });
     EXPECT_TRUE(visits.AreAll(1));
-    EXPECT_EQ(calls == 0, inRange.Size() <= 0);
+    EXPECT_EQ(calls == 0, whole.Size() <= 0);
 }
 
 // The loop works as ever.
@@ -86,19 +86,19 @@ void ExpectUsable()
 
 using TSum = TSMPJobReduce<SMPReduce::TAdd<int64>>;
 
-void AddUp(const TRange& inRange, TSum& ioSum)
+void AddUp(const TRange& range, TSum& total)
 {
     int64 sum = 0;
-    for (int32 i = inRange.fStart; i < inRange.fEnd; ++i)
+    for (int32 i = range.fStart; i < range.fEnd; ++i)
         sum += i;
-    ioSum.Update(sum);
+    total.Update(sum);
 }
 
-int64 SumTo(int32 inEnd, int32 inGrain)
+int64 SumTo(int32 end, int32 grain)
 {
     TBasicEstimator always;
     int64 sum = -1;
-    SMPParallelReduce<SMPReduce::TAdd<int64>>(TSimplePartitioner(0, inEnd, inGrain), always, AddUp, sum);
+    SMPParallelReduce<SMPReduce::TAdd<int64>>(TSimplePartitioner(0, end, grain), always, AddUp, sum);
     return sum;
 }
 
@@ -256,10 +256,10 @@ class TEndPartitioner : public TSimplePartitioner
 {
 public:
     using TSimplePartitioner::TSimplePartitioner;
-    void Split(TEndPartitioner& ioWhole, TEndPartitioner& outEnd) const
+    void Split(TEndPartitioner& whole, TEndPartitioner& end) const
     {
-        outEnd = *this;
-        outEnd.fStart = --ioWhole.fEnd;
+        end = *this;
+        end.fStart = --whole.fEnd;
     }
 };
 
@@ -337,7 +337,7 @@ class TYieldRecorder final : public IShThreadUtilities
 {
 public:
     int32 GetCurrentThreadID() override { return 1; }
-    void Yield(int32 inArgument) override { fArguments.push_back(inArgument); }
+    void Yield(int32 argument) override { fArguments.push_back(argument); }
 
     std::vector<int32> fArguments;
 };

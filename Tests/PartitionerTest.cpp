@@ -35,7 +35,7 @@ public:
     TNqTiming GetTaskOverhead() override { return TNqTiming(2000); }
     ISMPJobWorkerThread* GetCurrentWorkerThread() override { return nullptr; }
     ISMPJob* GetCurrentJob() override { return nullptr; }
-    void CreateJob(ISMPJob** outJob) override { *outJob = fJob; }
+    void CreateJob(ISMPJob** job) override { *job = fJob; }
 
     ISMPJobWorkers* GetSMPWorkers() override { return fCount != 0 ? this : nullptr; }
     TNqLocalStorage* NewTLS(void (*)(void**)) override { return nullptr; }
@@ -53,11 +53,11 @@ public:
     NqErr QueryInterface(const NqIID&, void**) override { return kNqNoInterface; }
     uint32 AddRef() override { return 1; }
     uint32 Release() override { return 1; }
-    void AddTask(ISMPJobTask* inTask) override
+    void AddTask(ISMPJobTask* task) override
     {
-        EXPECT_EQ(inTask->AddRef(), 2U);
-        EXPECT_EQ(inTask->AddRef(), 3U);
-        fTasks.push_back(inTask);
+        EXPECT_EQ(task->AddRef(), 2U);
+        EXPECT_EQ(task->AddRef(), 3U);
+        fTasks.push_back(task);
     }
     boolean RunPendingWork() override { return false; }
     void Wait() override
@@ -99,8 +99,8 @@ protected:
         gShellSMPUtilities = fRealSMP;
         NqTest::TearDown();
     }
-    void SetWorkerCount(int32 inCount) { fPool.fCount = inCount; }
-    void SetJob(ISMPJob* inJob) { fPool.fJob = inJob; }
+    void SetWorkerCount(int32 count) { fPool.fCount = count; }
+    void SetJob(ISMPJob* job) { fPool.fJob = job; }
 
 private:
     IShSMPUtilities* const fRealSMP = gShellSMPUtilities;
@@ -112,10 +112,10 @@ using Estimator = FakePool;
 
 // The pieces that a loop would run, from left to right; each has at least one index.
 template <class P>
-std::vector<P> CutAll(const P& inWhole)
+std::vector<P> CutAll(const P& whole)
 {
     std::vector<P> pieces;
-    std::vector<P> stack{inWhole};
+    std::vector<P> stack{whole};
     while (!stack.empty())
     {
         P piece = stack.back();
@@ -138,26 +138,26 @@ std::vector<P> CutAll(const P& inWhole)
 }
 
 template <class P>
-std::vector<int64> SizesOf(const P& inWhole)
+std::vector<int64> SizesOf(const P& whole)
 {
     std::vector<int64> sizes;
-    for (const P& piece : CutAll(inWhole))
+    for (const P& piece : CutAll(whole))
         sizes.push_back(piece.Size());
     return sizes;
 }
 
 template <class P>
-void ExpectTiles(const P& inWhole)
+void ExpectTiles(const P& whole)
 {
-    int64 next = inWhole.fStart;
-    for (const P& piece : CutAll(inWhole))
+    int64 next = whole.fStart;
+    for (const P& piece : CutAll(whole))
     {
         ASSERT_EQ(piece.fStart, next);
         ASSERT_GT(piece.Size(), 0);
-        ASSERT_EQ(piece.fIsSerial, inWhole.fIsSerial);
+        ASSERT_EQ(piece.fIsSerial, whole.fIsSerial);
         next = piece.fEnd;
     }
-    ASSERT_EQ(next, inWhole.fEnd);
+    ASSERT_EQ(next, whole.fEnd);
 }
 
 } // namespace

@@ -13,18 +13,18 @@ class TCallTask : public TBasicSMPTask
 public:
     using TCall = std::function<void(ISMPJobTask**)>;
 
-    static TNqCountedPtr<ISMPJobTask> Make(TCall inCall, bool inSpawns = false)
+    static TNqCountedPtr<ISMPJobTask> Make(TCall call, bool spawns = false)
     {
         TNqCountedPtr<ISMPJobTask> task;
-        TNqCountedCreateHelper<ISMPJobTask>{& task} = new TCallTask(std::move(inCall), inSpawns);
+        TNqCountedCreateHelper<ISMPJobTask>{& task} = new TCallTask(std::move(call), spawns);
         return task;
     }
 
-    void Execute(ISMPJobTask** outNext) override { fCall(outNext); }
+    void Execute(ISMPJobTask** next) override { fCall(next); }
     boolean CanSpawnTasks() override { return fSpawns; }
 
 private:
-    TCallTask(TCall inCall, bool inSpawns) : fCall(std::move(inCall)), fSpawns(inSpawns) {}
+    TCallTask(TCall call, bool spawns) : fCall(std::move(call)), fSpawns(spawns) {}
 
     const TCall fCall;
     const bool fSpawns;
@@ -55,10 +55,10 @@ protected:
     }
 
     // The reports of loops that were cancelled or whose bodies threw, any number of them.
-    static void ExpectReports(const std::string& inText = "An exception is being thrown")
+    static void ExpectReports(const std::string& expected = "An exception is being thrown")
     {
         for (const std::string& text : TakeReports())
-            EXPECT_EQ(text, inText);
+            EXPECT_EQ(text, expected);
     }
 
     static TNqCountedPtr<ISMPJob> NewJob()
@@ -70,11 +70,11 @@ protected:
 };
 
 // What a call throws, as text: a code as the number it is, "" when it throws nothing.
-inline std::string WhatIsThrown(const std::function<void()>& inCall)
+inline std::string WhatIsThrown(const std::function<void()>& call)
 {
     try
     {
-        inCall();
+        call();
     }
     catch (const TNqException& error)
     {

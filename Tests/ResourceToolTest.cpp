@@ -19,12 +19,12 @@ namespace
 class ResourceTool : public FolderTest
 {
 protected:
-    // The file that a text makes; "" and outFault when it is at fault.
-    static std::string Built(const std::string& text, std::string& outFault)
+    // The file that a text makes; "" and fault when it is at fault.
+    static std::string Built(const std::string& text, std::string& fault)
     {
         TNqHostResourceFile file;
         const Outcome outcome = BuildResources("t", text, file);
-        outFault = outcome.Text();
+        fault = outcome.Text();
         return outcome.Ok() ? BytesOf(file) : "";
     }
 

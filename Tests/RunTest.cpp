@@ -196,14 +196,14 @@ TEST_F(RunTest, ArraysOfEveryLengthAreWrittenAsByteByByte)
     }
 }
 
-// Writes every real32 whose bits are a multiple of inStep, both ways.
-void WriteReals(uint32 inStep)
+// Writes every real32 whose bits are a multiple of step, both ways.
+void WriteReals(uint32 step)
 {
     std::vector<real32> values;
     for (uint64 bits = 0; bits <= std::numeric_limits<uint32>::max() && !::testing::Test::HasFailure();)
     {
         values.clear();
-        for (; values.size() < 10000 && bits <= std::numeric_limits<uint32>::max(); bits += inStep)
+        for (; values.size() < 10000 && bits <= std::numeric_limits<uint32>::max(); bits += step)
         {
             const uint32 pattern = static_cast<uint32>(bits);
             real32 value;
@@ -224,7 +224,7 @@ TEST_F(RunTest, RealsAreWrittenAsByteByByte)
 
 // Payloads in pieces of any size, and what a reader makes of them when other bytes stand in between.
 template <class Stream>
-std::string Payloads(Stream& stream, TRandom random, std::string& outText)
+std::string Payloads(Stream& stream, TRandom random, std::string& text)
 {
     std::string data(static_cast<size_t>(random.Below(3000) + 1), 0);
     for (char& c : data)
@@ -244,14 +244,14 @@ std::string Payloads(Stream& stream, TRandom random, std::string& outText)
     NqToken::BeginBufferAsBinHex(state);
     inPieces([&](int8* bytes, int32 count) { NqToken::PutBufferAsBinHex(stream, bytes, count, state); });
     NqToken::EndPutBufferAsBinHex(stream, state);
-    outText = WholeText(stream);
+    text = WholeText(stream);
     const std::string written = data;
     std::string seen = std::to_string(stream.good());
     try
     {
         if (random.OneIn(3)) // something that does not belong there
         {
-            stream.seek(random.Below(static_cast<int32>(outText.size())), TNqiostream::beg);
+            stream.seek(random.Below(static_cast<int32>(text.size())), TNqiostream::beg);
             const int8 byte = "\r \n\xB0g{~"[random.Below(7)];
             stream.write(&byte, 1);
         }

@@ -12,16 +12,16 @@ class TWork final : public TSMPSingleSection::ISectionJob
 {
 public:
     explicit TWork(
-        int inNumber, std::function<void()> inRun = [] {})
-        : fNumber(inNumber),
-          fRun(std::move(inRun))
+        int number, std::function<void()> run = [] {})
+        : fNumber(number),
+          fRun(std::move(run))
     {
     }
 
     void Run() override { fRun(); }
-    boolean IsEqual(const ISectionJob& inOther) const override
+    boolean IsEqual(const ISectionJob& other) const override
     {
-        return static_cast<const TWork&>(inOther).fNumber == fNumber;
+        return static_cast<const TWork&>(other).fNumber == fNumber;
     }
 
 private:
@@ -29,22 +29,22 @@ private:
     const std::function<void()> fRun;
 };
 
-std::string Code(NqErr inError)
+std::string Code(NqErr error)
 {
-    return std::to_string(static_cast<uint32>(inError));
+    return std::to_string(static_cast<uint32>(error));
 }
 
-void WaitUntil(const std::atomic<bool>& inFlag, std::chrono::milliseconds inAtMost = std::chrono::minutes(1))
+void WaitUntil(const std::atomic<bool>& flag, std::chrono::milliseconds atMost = std::chrono::minutes(1))
 {
-    const auto end = std::chrono::steady_clock::now() + inAtMost;
-    while (!inFlag && std::chrono::steady_clock::now() < end)
+    const auto end = std::chrono::steady_clock::now() + atMost;
+    while (!flag && std::chrono::steady_clock::now() < end)
         std::this_thread::yield();
 }
 
 class TFakeThread final : public ISMPJobWorkerThread
 {
 public:
-    explicit TFakeThread(int32 inID) : fID(inID) {}
+    explicit TFakeThread(int32 iD) : fID(iD) {}
 
     NqErr QueryInterface(const NqIID&, void**) override { return kNqNoInterface; }
     uint32 AddRef() override { return ++fReferences; }
@@ -60,16 +60,16 @@ private:
 class SingleSection : public PoolTest
 {
 protected:
-    // Runs inBody(i) for 0 to inCount - 1, one task each.
+    // Runs body(i) for 0 to count - 1, one task each.
     template <class B>
-    static void ForEach(int32 inCount, B&& inBody)
+    static void ForEach(int32 count, B&& body)
     {
         TBasicEstimator always;
-        SMPParallelFor(TSimplePartitioner(0, inCount, 1), always,
+        SMPParallelFor(TSimplePartitioner(0, count, 1), always,
                        [&](const TRange& range)
                        {
                            for (int32 i = range.fStart; i < range.fEnd; ++i)
-                               inBody(i);
+                               body(i);
                        });
     }
 };

@@ -187,12 +187,12 @@ public:
     using Stream::Stream;
 };
 
-// The bytes that inWrite puts into a memory stream.
+// The bytes that write puts into a memory stream.
 template <class Stream = TNqstrstream, class Write>
-std::string WrittenBy(Write&& inWrite, TranscoderType type = kUTF8Transcoder)
+std::string WrittenBy(Write&& write, TranscoderType type = kUTF8Transcoder)
 {
     Stream stream(type);
-    inWrite(stream);
+    write(stream);
     const std::unique_ptr<int8, void (*)(void*)> block(stream.str(), Nqfree);
     return std::string(block.get(), static_cast<size_t>(stream.pcount()));
 }

@@ -89,11 +89,11 @@ const TOperation kReads[] = {
 
 // A reader of tokens; what it throws is its result.
 template <class Read>
-void NoteTokens(TCall& call, Read&& inRead)
+void NoteTokens(TCall& call, Read&& read)
 {
     try
     {
-        inRead(call.fStream);
+        read(call.fStream);
     }
     catch (const TNqException& error)
     {

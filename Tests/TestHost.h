@@ -25,7 +25,7 @@ TNqHost& TestHost();
 
 // Starts it anew with so many workers; 0 for one per processor, as it is at first. No object of the library may be
 // alive.
-void StartTestHost(int inWorkerCount);
+void StartTestHost(int workerCount);
 
 struct TTestReport
 {
@@ -132,14 +132,14 @@ inline Function Slot(void* object, size_t index)
     return function;
 }
 
-// Runs inBody(0) to inBody(count - 1), each on a thread of its own.
+// Runs body(0) to body(count - 1), each on a thread of its own.
 template <class Body>
-void OnThreads(int count, Body&& inBody)
+void OnThreads(int count, Body&& body)
 {
     std::vector<std::thread> threads;
     threads.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i)
-        threads.emplace_back([&inBody, i] { inBody(i); });
+        threads.emplace_back([&body, i] { body(i); });
     for (std::thread& thread : threads)
         thread.join();
 }
@@ -152,19 +152,19 @@ inline bool PassesAnew(const std::string& test, const std::string& variable, con
                            .c_str()) == 0;
 }
 
-// Makes each allocation of `inBody` fail in turn, until a run needs none that fails. Calls inBody(n) for n = 1, 2, ...
-// with the n-th allocation failing, and inAfter() when allocations succeed again; both check what must hold then.
+// Makes each allocation of `body` fail in turn, until a run needs none that fails. Calls body(n) for n = 1, 2, ...
+// with the n-th allocation failing, and after() when allocations succeed again; both check what must hold then.
 template <class Body, class After = void (*)()>
 void ForEachFailingAllocation(
-    Body&& inBody, After&& inAfter = [] {})
+    Body&& body, After&& after = [] {})
 {
     for (int64 n = 1;; ++n)
     {
         TestHost().FailAllocations(n);
-        inBody(n);
+        body(n);
         const bool reached = TestHost().CountAllocations() >= n;
         TestHost().FailAllocations(0);
-        inAfter();
+        after();
         TakeReports();
         if (!reached)
             break;

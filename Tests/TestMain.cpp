@@ -44,11 +44,11 @@ std::vector<std::string> TakeReports()
     return texts;
 }
 
-void StartTestHost(int inWorkerCount)
+void StartTestHost(int workerCount)
 {
     gHost.reset();
     TNqHostOptions options;
-    options.fWorkerCount = inWorkerCount;
+    options.fWorkerCount = workerCount;
     options.fReportHandler = Record;
     gHost.emplace(options);
 }

@@ -31,9 +31,9 @@ public:
         DeleteSemaphore(fGiven);
         DeleteSemaphore(fDone);
     }
-    void Do(std::function<void()> inOrder)
+    void Do(std::function<void()> order)
     {
-        fOrder = std::move(inOrder);
+        fOrder = std::move(order);
         SignalSemaphore(fGiven);
         WaitForSemaphore(fDone, -1);
     }
@@ -60,10 +60,10 @@ using TValues = std::multiset<void*>;
 std::mutex gEndedMutex;
 TValues gEnded; // what the destructor was called with
 
-void RecordEnd(void** inValue)
+void RecordEnd(void** value)
 {
     const std::lock_guard<std::mutex> lock(gEndedMutex);
-    gEnded.insert(*inValue);
+    gEnded.insert(*value);
 }
 
 TValues TakeEnded()
@@ -72,9 +72,9 @@ TValues TakeEnded()
     return std::exchange(gEnded, {});
 }
 
-void* MakeValue(size_t inNumber)
+void* MakeValue(size_t number)
 {
-    return reinterpret_cast<void*>(inNumber * 16);
+    return reinterpret_cast<void*>(number * 16);
 }
 
 } // namespace

@@ -155,11 +155,11 @@ public:
 
 // What a reader gives, as text: "!" and the low byte of the code for an exception.
 template <class Read>
-std::string Outcome(S& stream, Read&& inRead)
+std::string Outcome(S& stream, Read&& read)
 {
     try
     {
-        return inRead(stream);
+        return read(stream);
     }
     catch (const TNqException& error)
     {
@@ -380,7 +380,7 @@ std::string Dynamic(S& s)
     return Text(GetNonLocalizedDynamicStringToken(s, text, true));
 }
 
-// The bytes that inFill(stream, count, bytes) reads.
+// The bytes that fill(stream, count, bytes) reads.
 template <class Fill>
 auto Into(int32 count, Fill fill)
 {
@@ -682,22 +682,22 @@ TEST_F(Token, DerivedStreamsSeeTheCallsOfTheirOperations)
 constexpr int32 kName = 0x4E414D45; // NAME
 constexpr int32 kLowest = -2147483647 - 1;
 
-// What inWrite puts into a memory stream, the same on one that somebody derived.
+// What write puts into a memory stream, the same on one that somebody derived.
 template <class Write>
-std::string Bytes(Write&& inWrite)
+std::string Bytes(Write&& write)
 {
-    const std::string bytes = WrittenBy(inWrite);
-    EXPECT_EQ(bytes, WrittenBy<TDerived<TNqstrstream>>(inWrite));
+    const std::string bytes = WrittenBy(write);
+    EXPECT_EQ(bytes, WrittenBy<TDerived<TNqstrstream>>(write));
     return bytes;
 }
 
 // The same into a few lent bytes, and what became of the stream.
 template <class Stream, class Write>
-std::string WrittenInto(int32 room, Write&& inWrite)
+std::string WrittenInto(int32 room, Write&& write)
 {
     int8 lent[24] = {};
     Stream stream(lent, room, kUTF8Transcoder, eWrite);
-    inWrite(stream);
+    write(stream);
     return std::string(lent, sizeof(lent)) + std::to_string(stream.pcount()) + (stream.good() ? " good" : " failed");
 }
 
@@ -1077,7 +1077,7 @@ TEST_F(Token, DocumentsReadBackAsTheyWereWritten)
 // Reads from a disk of which each call fails in turn. What is read is right, or nothing: a value that was cut short is
 // an exception, as the end is, and the failure bit tells the two apart.
 template <class Stream, class Read>
-void CheckFailingDisk(TTestDisk& disk, int32 space, const std::string& expected, Read&& inRead)
+void CheckFailingDisk(TTestDisk& disk, int32 space, const std::string& expected, Read&& read)
 {
     for (int bad = 1;; ++bad)
     {
@@ -1085,7 +1085,7 @@ void CheckFailingDisk(TTestDisk& disk, int32 space, const std::string& expected,
         disk.fCalls = disk.fBadCall = 0;
         Stream stream("/scene", kUTF8Transcoder, eRead, space, nullptr);
         disk.fBadCall = disk.fCalls + bad;
-        const std::string outcome = Outcome(stream, inRead);
+        const std::string outcome = Outcome(stream, read);
         const bool reached = disk.fCalls >= disk.fBadCall;
         ASSERT_TRUE(outcome == expected || (outcome == "!39" && reached && stream.fail())) << outcome;
         if (!reached)

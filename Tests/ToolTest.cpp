@@ -42,9 +42,9 @@ struct TRun
     std::string fErr;
 };
 
-bool Contains(const std::string& inText, const std::string& inPart)
+bool Contains(const std::string& text, const std::string& part)
 {
-    return inText.find(inPart) != std::string::npos;
+    return text.find(part) != std::string::npos;
 }
 
 class ToolTest : public FolderTest
@@ -56,8 +56,8 @@ protected:
         fs::create_directory(Path("io"));
     }
 
-    // Starts the tool in the test's folder. inPrepare is called in the new process, before the tool takes its place.
-    pid_t Start(const TTexts& inArguments, const std::function<void()>& inPrepare) const
+    // Starts the tool in the test's folder. prepare is called in the new process, before the tool takes its place.
+    pid_t Start(const TTexts& arguments, const std::function<void()>& prepare) const
     {
         for (const char* stale : {"io/out", "io/err"})
             fs::remove(Path(stale));
@@ -69,25 +69,24 @@ protected:
         open("io/in", O_RDONLY, STDIN_FILENO);
         open("io/out", O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
         open("io/err", O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
-        std::vector<char*> arguments = {const_cast<char*>("nqtoken")};
-        for (const std::string& argument : inArguments)
-            arguments.push_back(const_cast<char*>(argument.c_str()));
-        arguments.push_back(nullptr);
+        std::vector<char*> values = {const_cast<char*>("nqtoken")};
+        for (const std::string& argument : arguments)
+            values.push_back(const_cast<char*>(argument.c_str()));
+        values.push_back(nullptr);
         const std::string tool = fs::absolute(NQTOKEN_PATH);
         if (chdir(fFolder.c_str()) != 0)
             _exit(99);
-        if (inPrepare)
-            inPrepare();
-        execv(tool.c_str(), arguments.data());
+        if (prepare)
+            prepare();
+        execv(tool.c_str(), values.data());
         _exit(98);
     }
 
     // Runs it to its end.
-    TRun Run(const TTexts& inArguments, const std::string& inInput = {},
-             const std::function<void()>& inPrepare = {}) const
+    TRun Run(const TTexts& arguments, const std::string& input = {}, const std::function<void()>& prepare = {}) const
     {
-        Put("io/in", inInput);
-        const pid_t child = Start(inArguments, inPrepare);
+        Put("io/in", input);
+        const pid_t child = Start(arguments, prepare);
         TRun run;
         int status = 0;
         rusage usage = {};
@@ -101,11 +100,11 @@ protected:
         return run;
     }
 
-    void Succeeds(const std::vector<std::string>& inArguments, const std::string& inShown = {}) const
+    void Succeeds(const std::vector<std::string>& arguments, const std::string& shown = {}) const
     {
-        const TRun run = Run(inArguments);
-        EXPECT_EQ(run.fStatus, 0) << inArguments[0] << run.fOut << run.fErr;
-        EXPECT_TRUE(Contains(run.fOut, inShown)) << run.fOut;
+        const TRun run = Run(arguments);
+        EXPECT_EQ(run.fStatus, 0) << arguments[0] << run.fOut << run.fErr;
+        EXPECT_TRUE(Contains(run.fOut, shown)) << run.fOut;
     }
 
     // What is in the test's folder, temporary files that were left behind included.
@@ -974,10 +973,10 @@ TEST_F(ToolTest, DamagedScenesAreRefusedOrRead)
 
 // --- several files at a time
 
-TTexts Prefixed(const TTexts& inStart, const TTexts& inRest)
+TTexts Prefixed(const TTexts& start, const TTexts& rest)
 {
-    TTexts all = inStart;
-    all.insert(all.end(), inRest.begin(), inRest.end());
+    TTexts all = start;
+    all.insert(all.end(), rest.begin(), rest.end());
     return all;
 }
 

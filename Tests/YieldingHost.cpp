@@ -33,10 +33,10 @@ private:
 
 } // namespace
 
-void YieldAroundHostCalls(unsigned inEvery, unsigned inSeed)
+void YieldAroundHostCalls(unsigned every, unsigned seed)
 {
-    tRandom.seed(inSeed);
-    tEvery = inEvery;
+    tRandom.seed(seed);
+    tEvery = every;
 }
 
 // The linker sends calls of f to __wrap_f and those of __real_f to f (--wrap in CMakeLists.txt).

@@ -3,6 +3,6 @@
 
 #pragma once
 
-// From now on the calling thread gives up its time slice around one such call in `inEvery`, and sometimes sleeps, as
+// From now on the calling thread gives up its time slice around one such call in `every`, and sometimes sleeps, as
 // the seed has it; 0 ends it.
-void YieldAroundHostCalls(unsigned inEvery, unsigned inSeed);
+void YieldAroundHostCalls(unsigned every, unsigned seed);

@@ -14,20 +14,21 @@ public:
     TAnsiTranscoder();
     ~TAnsiTranscoder() override;
 
-    // A new transcoder in *out, which holds its one reference. Throws kNqErrOutOfMemory; a null `out` is reported.
-    static void Create(ITranscoder** out);
+    // A new transcoder in *outTranscoder, which holds its one reference. Throws kNqErrOutOfMemory; a null
+    // `outTranscoder` is reported.
+    static void Create(ITranscoder** outTranscoder);
 
     NqErr QueryInterface(const NqIID& iid, void** outInterface) override;
     uint32 AddRef() override { return TNqSMPCountedObject::AddRef(); }
     uint32 Release() override { return TNqSMPCountedObject::Release(); }
 
-    uint16 Encode(uint8 byte) override;
+    uint16 Encode(uint8 inByte) override;
     const TNqArray<uint8>& Decode(uint16 ch) override;
     TranscoderType GetType() override { return kAnsiTranscoder; }
     const uint8* GetIdentifier() override { return nullptr; }
 
     // Writes what Decode gives for each of the characters, at most three bytes, and returns the end.
-    static uint8* DecodeText(const uint16* first, const uint16* last, uint8* out);
+    static uint8* DecodeText(const uint16* inFirst, const uint16* inLast, uint8* outBytes);
 
 private:
     friend struct TNqTranscoderLayout;

@@ -12,7 +12,7 @@ template <typename T>
 class CFMacPtr
 {
 public:
-    explicit CFMacPtr(T ref) : fMacRef(ref) {} // takes over the reference, which may be null
+    explicit CFMacPtr(T inRef) : fMacRef(inRef) {} // takes over the reference, which may be null
     ~CFMacPtr()
     {
         if (fMacRef != nullptr)

@@ -20,8 +20,8 @@
 class NqByteBuffer
 {
 public:
-    // The first block, made when the object itself is full, holds `space` bytes or more.
-    explicit NqByteBuffer(uint32 space) : fData(fInside), fSpace(std::max<uint32>(space, 2 * kInside)) {}
+    // The first block, made when the object itself is full, holds `inSpace` bytes or more.
+    explicit NqByteBuffer(uint32 inSpace) : fData(fInside), fSpace(std::max<uint32>(inSpace, 2 * kInside)) {}
     NqByteBuffer(const NqByteBuffer&) = delete;
     NqByteBuffer& operator=(const NqByteBuffer&) = delete;
     ~NqByteBuffer()
@@ -39,19 +39,19 @@ public:
     }
 
     // All of them, or, without memory, as many as fit.
-    bool Append(const int8* first, const int8* last)
+    bool Append(const int8* inFirst, const int8* inLast)
     {
-        while (last - first > fCapacity - fCount)
+        while (inLast - inFirst > fCapacity - fCount)
         {
             const uint32 part = fCapacity - fCount;
-            std::memcpy(fData + fCount, first, part);
+            std::memcpy(fData + fCount, inFirst, part);
             fCount += part;
-            first += part;
+            inFirst += part;
             if (!Grow())
                 return false;
         }
-        std::memcpy(fData + fCount, first, static_cast<size_t>(last - first));
-        fCount += static_cast<uint32>(last - first);
+        std::memcpy(fData + fCount, inFirst, static_cast<size_t>(inLast - inFirst));
+        fCount += static_cast<uint32>(inLast - inFirst);
         return true;
     }
 

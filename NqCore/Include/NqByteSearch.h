@@ -22,10 +22,10 @@
 // Sixteen bytes; a comparison gives 0xFF in each byte where it holds.
 using NqByteVector = signed char __attribute__((vector_size(16)));
 
-inline NqByteVector NqLoadVector(const int8* bytes)
+inline NqByteVector NqLoadVector(const int8* inBytes)
 {
     NqByteVector vector;
-    std::memcpy(&vector, bytes, sizeof(vector));
+    std::memcpy(&vector, inBytes, sizeof(vector));
     return vector;
 }
 #endif
@@ -35,57 +35,57 @@ struct NqByteSet
 {
     static constexpr bool Has(int8 c) { return ((c == kBytes) || ...); }
 #if NQ_BYTE_VECTORS
-    static NqByteVector Matches(NqByteVector bytes)
+    static NqByteVector Matches(NqByteVector inBytes)
     {
-        return ((bytes == kBytes) | ...);
+        return ((inBytes == kBytes) | ...);
     }
 #endif
 };
 
 template <class Set>
-const int8* NqFindBytePlain(const int8* first, const int8* last)
+const int8* NqFindBytePlain(const int8* inFirst, const int8* inLast)
 {
-    while (first != last && !Set::Has(*first))
-        ++first;
-    return first;
+    while (inFirst != inLast && !Set::Has(*inFirst))
+        ++inFirst;
+    return inFirst;
 }
 
-// The first byte that belongs to the set, or `last`.
+// The first byte that belongs to the set, or `inLast`.
 template <class Set>
-const int8* NqFindByte(const int8* first, const int8* last)
+const int8* NqFindByte(const int8* inFirst, const int8* inLast)
 {
 #if NQ_BYTE_VECTORS
-    for (; last - first >= static_cast<int64>(sizeof(NqByteVector)); first += sizeof(NqByteVector))
+    for (; inLast - inFirst >= static_cast<int64>(sizeof(NqByteVector)); inFirst += sizeof(NqByteVector))
     {
-        const NqByteVector matches = Set::Matches(NqLoadVector(first));
+        const NqByteVector matches = Set::Matches(NqLoadVector(inFirst));
         uint64 halves[2];
         std::memcpy(halves, &matches, sizeof(halves));
         if (halves[0] != 0)
-            return first + (__builtin_ctzll(halves[0]) >> 3);
+            return inFirst + (__builtin_ctzll(halves[0]) >> 3);
         if (halves[1] != 0)
-            return first + 8 + (__builtin_ctzll(halves[1]) >> 3);
+            return inFirst + 8 + (__builtin_ctzll(halves[1]) >> 3);
     }
 #endif
-    return NqFindBytePlain<Set>(first, last);
+    return NqFindBytePlain<Set>(inFirst, inLast);
 }
 
 // How many of the bytes are `c`.
-inline int64 NqCountByte(const int8* first, const int8* last, int8 c)
+inline int64 NqCountByte(const int8* inFirst, const int8* inLast, int8 c)
 {
     int64 count = 0;
 #if NQ_BYTE_VECTORS
     constexpr int64 kStep = sizeof(NqByteVector);
-    while (last - first >= kStep)
+    while (inLast - inFirst >= kStep)
     {
         NqByteVector sums = {};
-        const int8* const stop = first + (last - first < 127 * kStep ? (last - first) / kStep : 127) * kStep;
-        for (; first != stop; first += kStep)
-            sums -= NqLoadVector(first) == c;
+        const int8* const stop = inFirst + (inLast - inFirst < 127 * kStep ? (inLast - inFirst) / kStep : 127) * kStep;
+        for (; inFirst != stop; inFirst += kStep)
+            sums -= NqLoadVector(inFirst) == c;
         for (int32 i = 0; i < kStep; ++i)
             count += sums[i];
     }
 #endif
-    for (; first != last; ++first)
-        count += *first == c;
+    for (; inFirst != inLast; ++inFirst)
+        count += *inFirst == c;
     return count;
 }

@@ -18,7 +18,7 @@ public:
             weight /= 10;
         }
     }
-    constexpr real64 operator[](int32 place) const { return fWeights[place]; }
+    constexpr real64 operator[](int32 inPlace) const { return fWeights[inPlace]; }
 
 private:
     real64 fWeights[kCount];

@@ -63,46 +63,46 @@ public:
     public:
         static constexpr bool kIsDirect = false;
 
-        explicit PlainSource(TNqiostream& stream) : fStream(stream) {}
+        explicit PlainSource(TNqiostream& ioStream) : fStream(ioStream) {}
 
         void Get(int8& c) { fStream.get(c); }
         void Putback(int8 c) { fStream.putback(c); }
-        void Read(int8* data, int32 count) { fStream.read(data, count); }
+        void Read(int8* outData, int32 inCount) { fStream.read(outData, inCount); }
 
         template <class Take>
-        bool GetWhile(int8& c, Take&& take)
+        bool GetWhile(int8& c, Take&& inTake)
         {
             do
             {
                 fStream.get(c);
                 if (!fStream.good())
                     return false;
-            } while (take(c));
+            } while (inTake(c));
             return true;
         }
 
         template <class Take>
-        bool ReadWhile(int8& c, Take&& take)
+        bool ReadWhile(int8& c, Take&& inTake)
         {
             do
             {
                 fStream.read(&c, 1);
                 if (!fStream.good())
                     return false;
-            } while (take(c));
+            } while (inTake(c));
             return true;
         }
 
         template <class Set, class TakeRun>
-        bool GetUntil(int8& c, TakeRun&& take)
+        bool GetUntil(int8& c, TakeRun&& inTake)
         {
-            return GetWhile(c, [&](int8 byte) { return !Set::Has(byte) && (take(&byte, &byte + 1), true); });
+            return GetWhile(c, [&](int8 byte) { return !Set::Has(byte) && (inTake(&byte, &byte + 1), true); });
         }
 
         template <class Set, class TakeRun>
-        bool ReadUntil(int8& c, TakeRun&& take)
+        bool ReadUntil(int8& c, TakeRun&& inTake)
         {
-            return ReadWhile(c, [&](int8 byte) { return !Set::Has(byte) && (take(&byte, &byte + 1), true); });
+            return ReadWhile(c, [&](int8 byte) { return !Set::Has(byte) && (inTake(&byte, &byte + 1), true); });
         }
 
         bool Eof() const { return fStream.eof(); }
@@ -114,7 +114,7 @@ public:
         class Cursor
         {
         public:
-            explicit Cursor(PlainSource& source) : fStream(source.fStream) {}
+            explicit Cursor(PlainSource& ioSource) : fStream(ioSource.fStream) {}
 
             // False when the stream is not good any more.
             bool Next(int8& c)
@@ -124,10 +124,10 @@ public:
             }
             // As GetWhile.
             template <class Take>
-            bool NextWhile(int8& c, Take&& take)
+            bool NextWhile(int8& c, Take&& inTake)
             {
                 while (Next(c))
-                    if (!take(c))
+                    if (!inTake(c))
                         return true;
                 return false;
             }
@@ -150,7 +150,7 @@ public:
     public:
         static constexpr bool kIsDirect = true;
 
-        explicit DirectSource(StreamClass& stream) : fStream(stream) {}
+        explicit DirectSource(StreamClass& ioStream) : fStream(ioStream) {}
 
         void Get(int8& c)
         {
@@ -160,13 +160,13 @@ public:
             Self().Take(1);
         }
 
-        void Read(int8* data, int32 count)
+        void Read(int8* outData, int32 inCount)
         {
-            if (count <= 0 || count > Self().Left())
-                return fStream.read(data, count);
-            std::memcpy(data, Self().At(), static_cast<size_t>(count));
-            Self().Take(count);
-            fStream.fgcount = count;
+            if (inCount <= 0 || inCount > Self().Left())
+                return fStream.read(outData, inCount);
+            std::memcpy(outData, Self().At(), static_cast<size_t>(inCount));
+            Self().Take(inCount);
+            fStream.fgcount = inCount;
         }
 
         void Putback(int8 c)
@@ -178,27 +178,27 @@ public:
         }
 
         template <class TakeByte>
-        bool GetWhile(int8& c, TakeByte&& take)
+        bool GetWhile(int8& c, TakeByte&& inTake)
         {
-            return TakeRuns(c, ByGet(), StopAtByte(take));
+            return TakeRuns(c, ByGet(), StopAtByte(inTake));
         }
 
         template <class TakeByte>
-        bool ReadWhile(int8& c, TakeByte&& take)
+        bool ReadWhile(int8& c, TakeByte&& inTake)
         {
-            return NoteRead(TakeRuns(c, ByRead(), StopAtByte(take)));
+            return NoteRead(TakeRuns(c, ByRead(), StopAtByte(inTake)));
         }
 
         template <class Set, class TakeRun>
-        bool GetUntil(int8& c, TakeRun&& take)
+        bool GetUntil(int8& c, TakeRun&& inTake)
         {
-            return TakeRuns(c, ByGet(), StopAtSet<Set>(take));
+            return TakeRuns(c, ByGet(), StopAtSet<Set>(inTake));
         }
 
         template <class Set, class TakeRun>
-        bool ReadUntil(int8& c, TakeRun&& take)
+        bool ReadUntil(int8& c, TakeRun&& inTake)
         {
-            return NoteRead(TakeRuns(c, ByRead(), StopAtSet<Set>(take)));
+            return NoteRead(TakeRuns(c, ByRead(), StopAtSet<Set>(inTake)));
         }
 
         // The bytes in the buffer behind the position, for a scanner that takes many in one step.
@@ -223,11 +223,11 @@ public:
             return fStream.fSeparators == TNqiostream::fStandardSeparators ? WordsAtHand() : Bytes{nullptr, nullptr};
         }
         // Moves over bytes at hand, as Get of each.
-        void Pass(int64 bytes) { Self().Take(bytes); }
+        void Pass(int64 inBytes) { Self().Take(inBytes); }
         // The same when the last of them came by Read.
-        void PassRead(int64 bytes)
+        void PassRead(int64 inBytes)
         {
-            Self().Take(bytes);
+            Self().Take(inBytes);
             fStream.fgcount = 1;
         }
 
@@ -241,9 +241,9 @@ public:
         class Cursor
         {
         public:
-            explicit Cursor(Derived& source)
-                : fSource(source),
-                  fStandard(source.fStream.fSeparators == TNqiostream::fStandardSeparators)
+            explicit Cursor(Derived& ioSource)
+                : fSource(ioSource),
+                  fStandard(ioSource.fStream.fSeparators == TNqiostream::fStandardSeparators)
             {
                 Open();
             }
@@ -259,21 +259,21 @@ public:
                 return true;
             }
 
-            // The inner loop makes no call: what `take` changes stays in registers.
+            // The inner loop makes no call: what `ioTake` changes stays in registers.
             template <class TakeByte>
-            [[gnu::always_inline]] bool NextWhile(int8& c, TakeByte&& take)
+            [[gnu::always_inline]] bool NextWhile(int8& c, TakeByte&& inTake)
             {
                 do
                 {
                     while (fAt != fLast)
                     {
                         c = *fAt++;
-                        if (!take(c))
+                        if (!inTake(c))
                             return true;
                     }
                     if (!NextFromStream(c))
                         return false;
-                } while (take(c));
+                } while (inTake(c));
                 return true;
             }
 
@@ -365,31 +365,31 @@ public:
         {
             return [this](int8& next) { fStream.read(&next, 1); };
         }
-        bool NoteRead(bool stopped)
+        bool NoteRead(bool inStopped)
         {
-            if (stopped)
+            if (inStopped)
                 fStream.fgcount = 1;
-            return stopped;
+            return inStopped;
         }
 
         template <class TakeByte>
-        static auto StopAtByte(TakeByte& take)
+        static auto StopAtByte(TakeByte& ioTake)
         {
-            return [&take](const int8* first, const int8* last)
+            return [&ioTake](const int8* first, const int8* last)
             {
-                while (first != last && take(*first))
+                while (first != last && ioTake(*first))
                     ++first;
                 return first;
             };
         }
         template <class Set, class TakeRun>
-        static auto StopAtSet(TakeRun& take)
+        static auto StopAtSet(TakeRun& ioTake)
         {
-            return [&take](const int8* first, const int8* last)
+            return [&ioTake](const int8* first, const int8* last)
             {
                 const int8* const stop = NqFindByte<Set>(first, last);
                 if (stop != first)
-                    take(first, stop);
+                    ioTake(first, stop);
                 return stop;
             };
         }
@@ -411,9 +411,9 @@ public:
         void StepBack() { --fStream.fCur; }
         bool MustWriteFirst() const { return false; }
 
-        void Take(int64 bytes)
+        void Take(int64 inBytes)
         {
-            fStream.fCur += bytes;
+            fStream.fCur += inBytes;
             fStream.fState = 0;
         }
 
@@ -443,9 +443,9 @@ public:
         void StepBack() { --fStream.fBufferPos; }
         bool MustWriteFirst() const { return fStream.fBufferModified; } // before the position goes backwards
 
-        void Take(int64 bytes)
+        void Take(int64 inBytes)
         {
-            fStream.fBufferPos += static_cast<uint32>(bytes);
+            fStream.fBufferPos += static_cast<uint32>(inBytes);
             fStream.fgcount = 1;
             fStream.fState = 0;
         }
@@ -472,12 +472,12 @@ public:
     class ValueState
     {
     public:
-        explicit ValueState(TNqiostream& stream)
-            : fStream(stream),
-              fMarks((stream.fState & (TNqiostream::failbit | kFailedBefore)) == TNqiostream::failbit)
+        explicit ValueState(TNqiostream& ioStream)
+            : fStream(ioStream),
+              fMarks((ioStream.fState & (TNqiostream::failbit | kFailedBefore)) == TNqiostream::failbit)
         {
             if (fMarks)
-                stream.fState |= kFailedBefore;
+                ioStream.fState |= kFailedBefore;
         }
         ValueState(const ValueState&) = delete;
         ValueState& operator=(const ValueState&) = delete;
@@ -526,15 +526,15 @@ public:
 
         using ValueState::ValueState;
 
-        void Write(const int8* data, int32 count)
+        void Write(const int8* inData, int32 inCount)
         {
-            Run([&] { Stream().write(data, count); });
+            Run([&] { Stream().write(inData, inCount); });
         }
         void Put(int8 c) { Write(&c, 1); }
-        void PutEach(const int8* data, int64 count)
+        void PutEach(const int8* inData, int64 inCount)
         {
-            for (int64 i = 0; i < count && !Failed(); ++i)
-                Write(data + i, 1);
+            for (int64 i = 0; i < inCount && !Failed(); ++i)
+                Write(inData + i, 1);
         }
     };
 
@@ -545,14 +545,14 @@ public:
     public:
         static constexpr bool kIsDirect = true;
 
-        explicit DirectSink(StreamClass& stream) : ValueState(stream), fStream(stream) {}
+        explicit DirectSink(StreamClass& ioStream) : ValueState(ioStream), fStream(ioStream) {}
 
-        void Write(const int8* data, int32 count)
+        void Write(const int8* inData, int32 inCount)
         {
-            if (count > 0 && count <= RoomAtHand())
-                Self().Store(data, count);
+            if (inCount > 0 && inCount <= RoomAtHand())
+                Self().Store(inData, inCount);
             else
-                WriteToStream(data, count);
+                WriteToStream(inData, inCount);
         }
 
         void Put(int8 c) { Write(&c, 1); }
@@ -561,18 +561,18 @@ public:
         int64 RoomAtHand() { return Failed() ? 0 : std::max<int64>(Self().Room(), 0); }
 
         // Where the buffer is full one byte goes to the stream, which makes room in its own way, and the run goes on.
-        void PutEach(const int8* data, int64 count)
+        void PutEach(const int8* inData, int64 inCount)
         {
-            while (count > 0 && !Failed())
+            while (inCount > 0 && !Failed())
             {
-                const int64 run = std::min(count, RoomAtHand());
+                const int64 run = std::min(inCount, RoomAtHand());
                 if (run > 0)
-                    Self().Store(data, run);
+                    Self().Store(inData, run);
                 else
-                    WriteToStream(data, 1);
+                    WriteToStream(inData, 1);
                 const int64 done = std::max<int64>(run, 1);
-                data += done;
-                count -= done;
+                inData += done;
+                inCount -= done;
             }
         }
 
@@ -580,9 +580,9 @@ public:
         StreamClass& fStream;
 
     private:
-        void WriteToStream(const int8* data, int32 count)
+        void WriteToStream(const int8* inData, int32 inCount)
         {
-            Run([&] { fStream.write(data, count); });
+            Run([&] { fStream.write(inData, inCount); });
         }
 
         Derived& Self() { return static_cast<Derived&>(*this); }
@@ -603,10 +603,10 @@ public:
             return std::max(fStream.fBufferSize, fStream.fBufferAllocatedSize) - (fStream.fCur - fStream.fBuffer);
         }
 
-        void Store(const int8* data, int64 count)
+        void Store(const int8* inData, int64 inCount)
         {
-            std::memcpy(fStream.fCur, data, static_cast<size_t>(count));
-            fStream.fCur += count;
+            std::memcpy(fStream.fCur, inData, static_cast<size_t>(inCount));
+            fStream.fCur += inCount;
             fStream.fBufferSize = std::max(fStream.fBufferSize, fStream.pcount());
             fStream.fState = 0;
         }
@@ -630,10 +630,10 @@ public:
             return plain ? static_cast<int64>(fStream.fBufferSize) - fStream.fBufferPos : 0;
         }
 
-        void Store(const int8* data, int64 count)
+        void Store(const int8* inData, int64 inCount)
         {
-            std::memcpy(fStream.fBuffer + fStream.fBufferPos, data, static_cast<size_t>(count));
-            NoteBytesWritten(fStream, static_cast<uint32>(count));
+            std::memcpy(fStream.fBuffer + fStream.fBufferPos, inData, static_cast<size_t>(inCount));
+            NoteBytesWritten(fStream, static_cast<uint32>(inCount));
             fStream.fState = 0;
         }
     };
@@ -642,31 +642,31 @@ public:
 
     // ---- Single fields ---------------------------------------------------------------------------------------------
 
-    static uint8& NumberEnd(TNqiostream& stream) { return stream.fNumberEnd; }
+    static uint8& NumberEnd(TNqiostream& ioStream) { return ioStream.fNumberEnd; }
 
     // Moves the position over bytes that have just been put into the buffer of a file.
-    static void NoteBytesWritten(TNqfstream& stream, uint32 count)
+    static void NoteBytesWritten(TNqfstream& ioStream, uint32 inCount)
     {
-        stream.fBufferPos += count;
-        stream.fActualBufSize = std::max(stream.fActualBufSize, stream.fBufferPos);
-        stream.fBufferModified = true;
-        stream.fFileSize = std::max(stream.fFileSize, stream.fBufferOffset + stream.fBufferPos);
+        ioStream.fBufferPos += inCount;
+        ioStream.fActualBufSize = std::max(ioStream.fActualBufSize, ioStream.fBufferPos);
+        ioStream.fBufferModified = true;
+        ioStream.fFileSize = std::max(ioStream.fFileSize, ioStream.fBufferOffset + ioStream.fBufferPos);
     }
 
     // The bytes of a memory stream; none once the block has been handed out.
-    static int32 MemorySize(const TNqstrstream& stream) { return std::max(stream.fBufferSize, 0); }
-    static const int8* MemoryBytes(const TNqstrstream& stream) { return stream.fBuffer; }
-    static bool IsReadable(const TNqiostream& stream) { return (stream.fMode & eRead) != 0; }
+    static int32 MemorySize(const TNqstrstream& inStream) { return std::max(inStream.fBufferSize, 0); }
+    static const int8* MemoryBytes(const TNqstrstream& inStream) { return inStream.fBuffer; }
+    static bool IsReadable(const TNqiostream& inStream) { return (inStream.fMode & eRead) != 0; }
 
     static bool IsStandardSeparator(int8 c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
 private:
-    static bool IsSeparator(const TNqiostream& stream, int8 c)
+    static bool IsSeparator(const TNqiostream& inStream, int8 c)
     {
-        return stream.fSeparators == TNqiostream::fStandardSeparators ? IsStandardSeparator(c) : stream.isWhite(c);
+        return inStream.fSeparators == TNqiostream::fStandardSeparators ? IsStandardSeparator(c) : inStream.isWhite(c);
     }
 
-    static int DecimalsOf(const TNqiostream& stream) { return stream.fPrecision; }
+    static int DecimalsOf(const TNqiostream& inStream) { return inStream.fPrecision; }
 };
 
 using NqPlainSource = NqStreamAccess::PlainSource;
@@ -675,43 +675,43 @@ using NqPlainSink = NqStreamAccess::PlainSink;
 // Whether the stream is of exactly this class. The addresses suffice: were there two type objects of one class in a
 // process, the plain kind would be chosen, with the same results.
 template <class Class>
-inline bool NqIsExactly(const TNqiostream& stream)
+inline bool NqIsExactly(const TNqiostream& inStream)
 {
-    return &typeid(stream) == &typeid(Class);
+    return &typeid(inStream) == &typeid(Class);
 }
 
 // Calls inBody(source) with the fastest source there is for the stream, and returns its result.
 template <class Body>
-inline decltype(auto) NqWithSource(TNqiostream& stream, Body&& inBody)
+inline decltype(auto) NqWithSource(TNqiostream& ioStream, Body&& inBody)
 {
-    if (NqIsExactly<TNqstrstream>(stream))
+    if (NqIsExactly<TNqstrstream>(ioStream))
     {
-        NqStreamAccess::MemorySource source(static_cast<TNqstrstream&>(stream));
+        NqStreamAccess::MemorySource source(static_cast<TNqstrstream&>(ioStream));
         return inBody(source);
     }
-    if (NqIsExactly<TNqfstream>(stream))
+    if (NqIsExactly<TNqfstream>(ioStream))
     {
-        NqStreamAccess::FileSource source(static_cast<TNqfstream&>(stream));
+        NqStreamAccess::FileSource source(static_cast<TNqfstream&>(ioStream));
         return inBody(source);
     }
-    NqPlainSource source(stream);
+    NqPlainSource source(ioStream);
     return inBody(source);
 }
 
 // The same with a sink.
 template <class Body>
-inline decltype(auto) NqWithSink(TNqiostream& stream, Body&& inBody)
+inline decltype(auto) NqWithSink(TNqiostream& ioStream, Body&& inBody)
 {
-    if (NqIsExactly<TNqstrstream>(stream))
+    if (NqIsExactly<TNqstrstream>(ioStream))
     {
-        NqStreamAccess::MemorySink sink(static_cast<TNqstrstream&>(stream));
+        NqStreamAccess::MemorySink sink(static_cast<TNqstrstream&>(ioStream));
         return inBody(sink);
     }
-    if (NqIsExactly<TNqfstream>(stream))
+    if (NqIsExactly<TNqfstream>(ioStream))
     {
-        NqStreamAccess::FileSink sink(static_cast<TNqfstream&>(stream));
+        NqStreamAccess::FileSink sink(static_cast<TNqfstream&>(ioStream));
         return inBody(sink);
     }
-    NqPlainSink sink(stream);
+    NqPlainSink sink(ioStream);
     return inBody(sink);
 }

@@ -4,13 +4,13 @@
 
 #include "NqCore/Include/UTF8Transcoder.h"
 
-// Bytes of the character that starts at `at`: what its lead byte asks for, as far as it is there. 0 where none starts,
-// as at a NUL.
-inline uint32 NqCharWidth(const uint8* bytes, uint32 byteLength, uint32 at)
+// Bytes of the character that starts at `inAt`: what its lead byte asks for, as far as it is there. 0 where none
+// starts, as at a NUL.
+inline uint32 NqCharWidth(const uint8* inBytes, uint32 inByteLength, uint32 inAt)
 {
-    const uint32 wanted = bytes[at] != 0 ? UTF8NumBytes(bytes[at]) : 0;
+    const uint32 wanted = inBytes[inAt] != 0 ? UTF8NumBytes(inBytes[inAt]) : 0;
     uint32 width = wanted != 0;
-    while (width < wanted && at + width < byteLength && bytes[at + width] != 0)
+    while (width < wanted && inAt + width < inByteLength && inBytes[inAt + width] != 0)
         ++width;
     return width;
 }
@@ -20,9 +20,9 @@ inline uint32 NqCharWidth(const uint8* bytes, uint32 byteLength, uint32 at)
 class TNqCharWalk
 {
 public:
-    TNqCharWalk(const int8* bytes, uint32 byteLength)
-        : fBytes(reinterpret_cast<const uint8*>(bytes)),
-          fByteLength(byteLength),
+    TNqCharWalk(const int8* inBytes, uint32 inByteLength)
+        : fBytes(reinterpret_cast<const uint8*>(inBytes)),
+          fByteLength(inByteLength),
           fNext(0)
     {
     }

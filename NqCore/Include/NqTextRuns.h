@@ -32,16 +32,16 @@ struct TNqUTF8Decoding
 
 // Decodes until the bytes end or the room for characters does. A byte that starts no character gives 0 and stays where
 // it is, so that the rest of the room fills with zeros. Nothing is written behind the last character.
-TNqUTF8Decoding NqDecodeUTF8(const uint8* first, const uint8* last, uint16* out, uint16* outEnd);
-void NqDecodeUTF8Plain(TNqUTF8Decoding& io);
+TNqUTF8Decoding NqDecodeUTF8(const uint8* inFirst, const uint8* inLast, uint16* outText, uint16* outEnd);
+void NqDecodeUTF8Plain(TNqUTF8Decoding& ioIo);
 
 // Bytes of the characters in UTF-8.
-uint64 NqCountUTF8(const uint16* first, const uint16* last);
-uint64 NqCountUTF8Plain(const uint16* first, const uint16* last);
+uint64 NqCountUTF8(const uint16* inFirst, const uint16* inLast);
+uint64 NqCountUTF8Plain(const uint16* inFirst, const uint16* inLast);
 
 // Writes them and returns their end. Surrogates are characters like any other.
-uint8* NqEncodeUTF8(const uint16* first, const uint16* last, uint8* out);
-uint8* NqEncodeUTF8Plain(const uint16* first, const uint16* last, uint8* out);
+uint8* NqEncodeUTF8(const uint16* inFirst, const uint16* inLast, uint8* outBytes);
+uint8* NqEncodeUTF8Plain(const uint16* inFirst, const uint16* inLast, uint8* outBytes);
 
 // The bytes of an encoding whose bytes below 0x80, and from inSameFrom on, are their own characters, and which has a
 // table of those from 0x80 to there. Made when the library is compiled, so that no character waits for another.
@@ -79,18 +79,19 @@ private:
 };
 
 // The same into such an encoding; a character that it has not is written in UTF-8.
-uint8* NqEncodeWithTable(const TNqByteTable& table, const uint16* first, const uint16* last, uint8* out);
-uint8* NqEncodeWithTablePlain(const TNqByteTable& table, const uint16* first, const uint16* last, uint8* out);
+uint8* NqEncodeWithTable(const TNqByteTable& inTable, const uint16* inFirst, const uint16* inLast, uint8* outBytes);
+uint8* NqEncodeWithTablePlain(const TNqByteTable& inTable, const uint16* inFirst, const uint16* inLast,
+                              uint8* outBytes);
 
 // Whether all bytes are below 0x80.
-bool NqIsAscii(const uint8* bytes, uint64 count);
+bool NqIsAscii(const uint8* inBytes, uint64 inCount);
 
 // Whether such bytes are their own characters to the transcoder, and it is known to do nothing else for them: one of
 // exactly this library's classes. What it holds of a sequence ends with the first of them.
-bool NqHasAsciiAsItIs(const ITranscoder& transcoder);
+bool NqHasAsciiAsItIs(const ITranscoder& inTranscoder);
 
 // The first character 0.
-const uint16* NqFindEnd(const uint16* characters);
+const uint16* NqFindEnd(const uint16* inCharacters);
 
-// Where a pattern of at least one byte stands first, `last` when it does not. Linear in the bytes.
-const int8* NqFindPattern(const int8* first, const int8* last, const int8* pattern, size_t length);
+// Where a pattern of at least one byte stands first, `inLast` when it does not. Linear in the bytes.
+const int8* NqFindPattern(const int8* inFirst, const int8* inLast, const int8* inPattern, size_t inLength);

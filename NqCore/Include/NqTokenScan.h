@@ -34,10 +34,10 @@ constexpr int32 kCountDigits = 8;           // hexadecimal digits of a count
 constexpr uint32 kMaxTokenBytes = NqToken::kTokenBufferSize - 1;
 
 // Passes a scanner's code on, with the place that calls this.
-inline void ThrowUnlessNoErr(NqErr err, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+inline void ThrowUnlessNoErr(NqErr inErr, const char* inFile = __builtin_FILE(), int inLine = __builtin_LINE())
 {
-    if (err != kNqNoErr)
-        throw TNqException(err, NqSourcePath(file), line);
+    if (inErr != kNqNoErr)
+        throw TNqException(inErr, NqSourcePath(inFile), inLine);
 }
 
 // ---- Characters ----------------------------------------------------------------------------------------------------
@@ -57,7 +57,7 @@ using TWordEnds = NqByteSet<' ', '\t', '\r', '\n', '#', '{', '}', '"'>;
 using TStringEnds = NqByteSet<'"', '\\', 1>; // and escapes
 
 // As NqFindByte, by a table.
-inline const int8* FindWordEnd(const int8* first, const int8* last)
+inline const int8* FindWordEnd(const int8* inFirst, const int8* inLast)
 {
     struct Table
     {
@@ -69,9 +69,9 @@ inline const int8* FindWordEnd(const int8* first, const int8* last)
         bool fEnds[256];
     };
     static constexpr Table kTable;
-    while (first != last && !kTable.fEnds[static_cast<uint8>(*first)])
-        ++first;
-    return first;
+    while (inFirst != inLast && !kTable.fEnds[static_cast<uint8>(*inFirst)])
+        ++inFirst;
+    return inFirst;
 }
 
 inline ETokenKind KindOfFirstByte(int8 c)
@@ -103,39 +103,39 @@ inline int32 HexDigitValue(int8 c)
 
 // Takes one byte; false at the end of the stream.
 template <class Source>
-bool NextByte(Source& source, int8& c)
+bool NextByte(Source& ioSource, int8& c)
 {
-    source.Get(c);
-    return source.Good();
+    ioSource.Get(c);
+    return ioSource.Good();
 }
 
 // Takes bytes up to the first that is no blank.
 template <class Source>
-bool NextNonBlank(Source& source, int8& c)
+bool NextNonBlank(Source& ioSource, int8& c)
 {
-    return source.GetWhile(c, IsBlank);
+    return ioSource.GetWhile(c, IsBlank);
 }
 
-// Hands `count` bytes to inTake(const int8*, int32) in pieces; false when the stream ends before.
+// Hands `inCount` bytes to inTake(const int8*, int32) in pieces; false when the stream ends before.
 template <class Source, class Take>
-bool ReadInPieces(Source& source, uint64 count, Take&& inTake)
+bool ReadInPieces(Source& ioSource, uint64 inCount, Take&& inTake)
 {
     int8 piece[4096];
-    while (count > 0)
+    while (inCount > 0)
     {
-        const int32 size = static_cast<int32>(std::min<uint64>(count, sizeof(piece)));
-        source.Read(piece, size);
-        if (!source.Good())
+        const int32 size = static_cast<int32>(std::min<uint64>(inCount, sizeof(piece)));
+        ioSource.Read(piece, size);
+        if (!ioSource.Good())
             return false;
         inTake(piece, size);
-        count -= static_cast<uint64>(size);
+        inCount -= static_cast<uint64>(size);
     }
     return true;
 }
 
-// Passes over `count` bytes, at least one: with one absolute seek where the stream's positions can be believed, else by
-// reading. False, with the stream at its end, when it holds fewer; false and failed when it cannot be read.
-bool SkipAhead(TNqiostream& stream, uint64 count);
+// Passes over `inCount` bytes, at least one: with one absolute seek where the stream's positions can be believed, else
+// by reading. False, with the stream at its end, when it holds fewer; false and failed when it cannot be read.
+bool SkipAhead(TNqiostream& ioStream, uint64 inCount);
 
 // ---- Texts ---------------------------------------------------------------------------------------------------------
 
@@ -164,9 +164,9 @@ public:
     {
     }
     template <class Source>
-    bool TakeData(Source& source, uint64 count) // the data, with the byte before it
+    bool TakeData(Source& ioSource, uint64 inCount) // the data, with the byte before it
     {
-        return SkipAhead(source.Stream(), count);
+        return SkipAhead(ioSource.Stream(), inCount);
     }
     template <class Source>
     void EndData(Source&) // the closing '$' was taken
@@ -178,24 +178,24 @@ public:
 class TTokenBuffer : public TNoText
 {
 public:
-    TTokenBuffer(int8* buffer, bool keepDelimiters) : fBuffer(buffer), fKeep(keepDelimiters) {}
+    TTokenBuffer(int8* inBuffer, bool inKeepDelimiters) : fBuffer(inBuffer), fKeep(inKeepDelimiters) {}
     ~TTokenBuffer() { fBuffer[fLength] = 0; }
     TTokenBuffer(const TTokenBuffer&) = delete;
     TTokenBuffer& operator=(const TTokenBuffer&) = delete;
 
     // A brace stands alone and a payload leaves nothing: callers know them by the first byte.
     template <class Source>
-    void Begin(Source&, ETokenKind kind)
+    void Begin(Source&, ETokenKind inKind)
     {
-        if (kind == NqToken::kBeginToken || kind == NqToken::kEndToken || kind == NqToken::kRawToken)
+        if (inKind == NqToken::kBeginToken || inKind == NqToken::kEndToken || inKind == NqToken::kRawToken)
             fLength = 0;
     }
 
     // The last place is kept for the end of the line: what follows must not become part of the comment.
-    void Comment(const int8* first, const int8* last)
+    void Comment(const int8* inFirst, const int8* inLast)
     {
         if (fKeep)
-            StoreUpTo(kMaxTokenBytes - 1, first, last);
+            StoreUpTo(kMaxTokenBytes - 1, inFirst, inLast);
     }
 
     void CommentEnd(int8 c)
@@ -216,19 +216,19 @@ public:
         fLimit = kMaxTokenBytes - 1;
     }
 
-    void Content(const int8* first, const int8* last)
+    void Content(const int8* inFirst, const int8* inLast)
     {
-        fFullLength += static_cast<uint32>(last - first);
-        StoreUpTo(fLimit, first, last);
+        fFullLength += static_cast<uint32>(inLast - inFirst);
+        StoreUpTo(fLimit, inFirst, inLast);
     }
 
     // An escape and its byte are stored together, or neither and nothing after them.
-    void Escaped(int8 escape, int8 c)
+    void Escaped(int8 inEscape, int8 c)
     {
         if (fKeep && fLength + 2 > fLimit)
             fLimit = fLength;
         else if (fKeep)
-            Store(escape);
+            Store(inEscape);
         Content(&c, &c + 1);
     }
 
@@ -242,12 +242,12 @@ protected:
     void Store(int8 c) { fBuffer[fLength++] = c; }
 
     // What fits before the limit.
-    void StoreUpTo(uint32 limit, const int8* first, const int8* last)
+    void StoreUpTo(uint32 inLimit, const int8* inFirst, const int8* inLast)
     {
-        if (fLength >= limit)
+        if (fLength >= inLimit)
             return;
-        const uint32 count = static_cast<uint32>(std::min<int64>(last - first, limit - fLength));
-        std::memcpy(fBuffer + fLength, first, count);
+        const uint32 count = static_cast<uint32>(std::min<int64>(inLast - inFirst, inLimit - fLength));
+        std::memcpy(fBuffer + fLength, inFirst, count);
         fLength += count;
     }
 
@@ -265,10 +265,10 @@ class TInfoText : public TTokenBuffer
 public:
     static constexpr bool kAtOnce = false;
 
-    TInfoText(int8* buffer, NqToken::TNqTokenInfo& info, bool keepComments)
-        : TTokenBuffer(buffer, false),
-          fInfo(info),
-          fKeepComments(keepComments)
+    TInfoText(int8* inBuffer, NqToken::TNqTokenInfo& outInfo, bool inKeepComments)
+        : TTokenBuffer(inBuffer, false),
+          fInfo(outInfo),
+          fKeepComments(inKeepComments)
     {
     }
     ~TInfoText()
@@ -282,38 +282,38 @@ public:
     bool StopsAtComments() const { return fKeepComments; }
 
     template <class Source>
-    void Begin(Source& source, ETokenKind)
+    void Begin(Source& ioSource, ETokenKind)
     {
-        fInfo.fOffset = PositionFrom(source, -1);
+        fInfo.fOffset = PositionFrom(ioSource, -1);
     }
 
-    void Comment(const int8* first, const int8* last)
+    void Comment(const int8* inFirst, const int8* inLast)
     {
         if (fKeepComments)
-            TTokenBuffer::Content(first, last);
+            TTokenBuffer::Content(inFirst, inLast);
     }
 
     void CommentEnd(int8 c) { Comment(&c, &c + 1); }
 
-    void Content(const int8* first, const int8* last)
+    void Content(const int8* inFirst, const int8* inLast)
     {
-        fInfo.fCommaCount += static_cast<uint32>(NqCountByte(first, last, ','));
-        TTokenBuffer::Content(first, last);
+        fInfo.fCommaCount += static_cast<uint32>(NqCountByte(inFirst, inLast, ','));
+        TTokenBuffer::Content(inFirst, inLast);
     }
 
     void Escaped(int8, int8 c) { Content(&c, &c + 1); }
 
     template <class Source>
-    void BeginData(Source& source, uint32 count)
+    void BeginData(Source& ioSource, uint32 inCount)
     {
-        fInfo.fDataOffset = PositionFrom(source, 1);
-        fInfo.fDataSize = count;
+        fInfo.fDataOffset = PositionFrom(ioSource, 1);
+        fInfo.fDataSize = inCount;
     }
 
     template <class Source>
-    void EndData(Source& source)
+    void EndData(Source& ioSource)
     {
-        const int32 closing = PositionFrom(source, -1);
+        const int32 closing = PositionFrom(ioSource, -1);
         fInfo.fDataOffset = std::min(fInfo.fDataOffset, closing);
         const uint32 found = static_cast<uint32>(int64{closing} - fInfo.fDataOffset);
         if (fInfo.fDataSize == kUnknownSize)
@@ -322,12 +322,13 @@ public:
     }
 
 private:
-    // The position `distance` bytes on, as far as positions go.
+    // The position `inDistance` bytes on, as far as positions go.
     template <class Source>
-    static int32 PositionFrom(Source& source, int64 distance)
+    static int32 PositionFrom(Source& ioSource, int64 inDistance)
     {
         using TLimits = std::numeric_limits<int32>;
-        return static_cast<int32>(std::clamp<int64>(source.Stream().tell() + distance, TLimits::min(), TLimits::max()));
+        return static_cast<int32>(
+            std::clamp<int64>(ioSource.Stream().tell() + inDistance, TLimits::min(), TLimits::max()));
     }
 
     NqToken::TNqTokenInfo& fInfo;
@@ -342,42 +343,42 @@ class TCopyText : public TNoText
 public:
     static constexpr bool kAtOnce = false;
 
-    explicit TCopyText(Sink& sink) : fSink(sink) {}
+    explicit TCopyText(Sink& ioSink) : fSink(ioSink) {}
 
     bool Failed() const { return fFailed; }
 
     void Put(int8 c) { Write(&c, 1); }
 
-    void Comment(const int8* first, const int8* last) { Content(first, last); }
+    void Comment(const int8* inFirst, const int8* inLast) { Content(inFirst, inLast); }
     void CommentEnd(int8 c) { Put(c); }
     void OpenQuote() { Put('"'); }
-    void Content(const int8* first, const int8* last) // each byte by itself, as it came
+    void Content(const int8* inFirst, const int8* inLast) // each byte by itself, as it came
     {
         if (fFailed)
             return;
-        fSink.PutEach(first, last - first);
+        fSink.PutEach(inFirst, inLast - inFirst);
         fFailed = fSink.Stream().fail();
     }
-    void Escaped(int8 escape, int8 c)
+    void Escaped(int8 inEscape, int8 c)
     {
-        Put(escape);
+        Put(inEscape);
         Put(c);
     }
     void CloseQuote() { Put('"'); }
     void RawFrame(int8 c) { Put(c); }
 
     template <class Source>
-    bool TakeData(Source& source, uint64 count)
+    bool TakeData(Source& ioSource, uint64 inCount)
     {
-        return ReadInPieces(source, count, [this](const int8* bytes, int32 size) { Write(bytes, size); });
+        return ReadInPieces(ioSource, inCount, [this](const int8* bytes, int32 size) { Write(bytes, size); });
     }
 
 private:
-    void Write(const int8* bytes, int32 size)
+    void Write(const int8* inBytes, int32 inSize)
     {
         if (fFailed)
             return;
-        fSink.Write(bytes, size);
+        fSink.Write(inBytes, inSize);
         fFailed = fSink.Stream().fail();
     }
 
@@ -389,75 +390,75 @@ private:
 
 // Behind the '#', up to the end of the line.
 template <class Source, class Text>
-bool ScanComment(Source& source, Text& text)
+bool ScanComment(Source& ioSource, Text& ioText)
 {
     constexpr int8 kSign = '#';
     int8 c = 0;
-    text.Comment(&kSign, &kSign + 1);
-    const auto take = [&](const int8* first, const int8* last) { text.Comment(first, last); };
-    const bool ended = source.template GetUntil<TLineEnds>(c, take);
+    ioText.Comment(&kSign, &kSign + 1);
+    const auto take = [&](const int8* first, const int8* last) { ioText.Comment(first, last); };
+    const bool ended = ioSource.template GetUntil<TLineEnds>(c, take);
     if (ended)
-        text.CommentEnd(c);
+        ioText.CommentEnd(c);
     return ended;
 }
 
 // Behind the opening quote.
 template <class Source, class Text>
-NqErr ScanQuoted(Source& source, Text& text)
+NqErr ScanQuoted(Source& ioSource, Text& ioText)
 {
-    const auto take = [&](const int8* first, const int8* last) { text.Content(first, last); };
-    text.OpenQuote();
+    const auto take = [&](const int8* first, const int8* last) { ioText.Content(first, last); };
+    ioText.OpenQuote();
     for (;;)
     {
         int8 c = 0;
-        if (!source.template GetUntil<TStringEnds>(c, take))
+        if (!ioSource.template GetUntil<TStringEnds>(c, take))
             return kNqErrEndOfFile;
         if (c == '"')
             break;
         const int8 escape = c;
-        if (!NextByte(source, c))
+        if (!NextByte(ioSource, c))
             return kNqErrEndOfFile;
-        text.Escaped(escape, c);
+        ioText.Escaped(escape, c);
     }
-    text.CloseQuote();
+    ioText.CloseQuote();
     return kNqNoErr;
 }
 
-// A word of which `first` was taken. What ends it is put back; where that fails the word is not whole either, since the
-// byte behind it is lost.
+// A word of which `inFirst` was taken. What ends it is put back; where that fails the word is not whole either, since
+// the byte behind it is lost.
 template <class Source, class Text>
-NqErr ScanWord(Source& source, Text& text, int8 first)
+NqErr ScanWord(Source& ioSource, Text& ioText, int8 inFirst)
 {
     int8 c = 0;
-    text.Content(&first, &first + 1);
-    const auto take = [&](const int8* begin, const int8* end) { text.Content(begin, end); };
-    if (!source.template GetUntil<TWordEnds>(c, take))
+    ioText.Content(&inFirst, &inFirst + 1);
+    const auto take = [&](const int8* begin, const int8* end) { ioText.Content(begin, end); };
+    if (!ioSource.template GetUntil<TWordEnds>(c, take))
         return kNqErrEndOfFile;
-    source.Putback(c);
-    return source.Stream().fail() ? kNqErrEndOfFile : kNqNoErr;
+    ioSource.Putback(c);
+    return ioSource.Stream().fail() ? kNqErrEndOfFile : kNqNoErr;
 }
 
 // Eight hexadecimal digits; what stands between them is skipped, except a '$', which is put back.
 template <class Source, class Text>
-NqErr ScanCount(Source& source, Text& text, uint32& count)
+NqErr ScanCount(Source& ioSource, Text& ioText, uint32& outCount)
 {
-    count = 0;
+    outCount = 0;
     for (int32 digits = 0; digits < kCountDigits;)
     {
         int8 c = 0;
-        source.Read(&c, 1);
-        if (!source.Good())
+        ioSource.Read(&c, 1);
+        if (!ioSource.Good())
             return kNqErrEndOfFile;
         if (c == '$')
         {
-            source.Putback(c);
+            ioSource.Putback(c);
             return kNqErrFormat;
         }
-        text.RawFrame(c);
+        ioText.RawFrame(c);
         const int32 digit = HexDigitValue(c);
         if (digit < 0)
             continue;
-        count = count << 4 | static_cast<uint32>(digit);
+        outCount = outCount << 4 | static_cast<uint32>(digit);
         ++digits;
     }
     return kNqNoErr;
@@ -465,41 +466,41 @@ NqErr ScanCount(Source& source, Text& text, uint32& count)
 
 // Behind the count of a payload, up to its closing '$'.
 template <class Source, class Text>
-NqErr ScanData(Source& source, Text& text, uint32 count)
+NqErr ScanData(Source& ioSource, Text& ioText, uint32 inCount)
 {
-    text.BeginData(source, count);
-    if (count != kUnknownSize && !text.TakeData(source, uint64{count} + 1))
+    ioText.BeginData(ioSource, inCount);
+    if (inCount != kUnknownSize && !ioText.TakeData(ioSource, uint64{inCount} + 1))
         return kNqErrEndOfFile;
     int8 c = 0;
     do
     {
-        if (!NextByte(source, c))
+        if (!NextByte(ioSource, c))
             return kNqErrEndOfFile;
-        text.RawFrame(c);
+        ioText.RawFrame(c);
     } while (c != '$');
-    text.EndData(source);
+    ioText.EndData(ioSource);
     return kNqNoErr;
 }
 
 // Behind the opening '$'.
 template <class Source, class Text>
-NqErr ScanRaw(Source& source, Text& text)
+NqErr ScanRaw(Source& ioSource, Text& ioText)
 {
     uint32 count = 0;
-    text.RawFrame('$');
-    const NqErr err = ScanCount(source, text, count);
-    return err != kNqNoErr ? err : ScanData(source, text, count);
+    ioText.RawFrame('$');
+    const NqErr err = ScanCount(ioSource, ioText, count);
+    return err != kNqNoErr ? err : ScanData(ioSource, ioText, count);
 }
 
 // A short token that the buffer holds whole, with what ends it: most are names, braces and small values, for which the
 // steps between the functions above cost more than the bytes. False, and nothing taken or told, otherwise.
 template <class Source, class Text>
-bool ScanTokenAtHand(Source& source, Text& text, ETokenKind& kind)
+bool ScanTokenAtHand(Source& ioSource, Text& ioText, ETokenKind& outKind)
 {
     if constexpr (Source::kIsDirect && Text::kAtOnce)
     {
         constexpr int64 kFarthest = 64; // looked at; a longer token is not worth it, and its bytes count twice
-        const auto [first, end] = source.WordsAtHand();
+        const auto [first, end] = ioSource.WordsAtHand();
         const int8* const last = first + std::min<int64>(end - first, kFarthest);
         const int8* at = first;
         while (at != last && IsBlank(*at))
@@ -519,60 +520,60 @@ bool ScanTokenAtHand(Source& source, Text& text, ETokenKind& kind)
             behind = NqFindByte<TStringEnds>(behind, last);
         if (behind == last || (found == NqToken::kStringToken && *behind != '"'))
             return false;
-        kind = found;
-        text.Begin(source, kind);
-        if (kind == NqToken::kWordToken)
-            text.Content(at, behind);
-        else if (kind == NqToken::kStringToken)
+        outKind = found;
+        ioText.Begin(ioSource, outKind);
+        if (outKind == NqToken::kWordToken)
+            ioText.Content(at, behind);
+        else if (outKind == NqToken::kStringToken)
         {
-            text.OpenQuote();
-            text.Content(at + 1, behind++);
-            text.CloseQuote();
+            ioText.OpenQuote();
+            ioText.Content(at + 1, behind++);
+            ioText.CloseQuote();
         }
         else
-            text.Brace(*at);
-        source.Pass(behind - first);
+            ioText.Brace(*at);
+        ioSource.Pass(behind - first);
         return true;
     }
     return false;
 }
 
-// One token with the blanks and comments before it. `kind` is what was begun, also when the stream ends in it.
+// One token with the blanks and comments before it. `outKind` is what was begun, also when the stream ends in it.
 template <class Source, class Text>
-NqErr ScanToken(Source& source, Text& text, ETokenKind& kind)
+NqErr ScanToken(Source& ioSource, Text& ioText, ETokenKind& outKind)
 {
-    if (ScanTokenAtHand(source, text, kind))
+    if (ScanTokenAtHand(ioSource, ioText, outKind))
         return kNqNoErr;
-    kind = NqToken::kNoToken;
+    outKind = NqToken::kNoToken;
     int8 c = 0;
-    if (!NextNonBlank(source, c))
+    if (!NextNonBlank(ioSource, c))
         return kNqErrEndOfFile;
     while (c == '#')
     {
-        if (text.StopsAtComments())
+        if (ioText.StopsAtComments())
         {
-            kind = NqToken::kCommentToken;
-            text.Begin(source, kind);
+            outKind = NqToken::kCommentToken;
+            ioText.Begin(ioSource, outKind);
         }
-        if (!ScanComment(source, text))
+        if (!ScanComment(ioSource, ioText))
             return kNqErrEndOfFile;
-        if (text.StopsAtComments())
+        if (ioText.StopsAtComments())
             return kNqNoErr;
-        if (!NextNonBlank(source, c))
+        if (!NextNonBlank(ioSource, c))
             return kNqErrEndOfFile;
     }
-    kind = KindOfFirstByte(c);
-    text.Begin(source, kind);
-    switch (kind)
+    outKind = KindOfFirstByte(c);
+    ioText.Begin(ioSource, outKind);
+    switch (outKind)
     {
     case NqToken::kStringToken:
-        return ScanQuoted(source, text);
+        return ScanQuoted(ioSource, ioText);
     case NqToken::kRawToken:
-        return ScanRaw(source, text);
+        return ScanRaw(ioSource, ioText);
     case NqToken::kWordToken:
-        return ScanWord(source, text, c);
+        return ScanWord(ioSource, ioText, c);
     default:
-        text.Brace(c);
+        ioText.Brace(c);
         return kNqNoErr;
     }
 }

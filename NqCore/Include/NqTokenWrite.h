@@ -11,41 +11,41 @@ namespace NqTokenWrite
 {
 
 template <class Sink>
-void PutIndent(Sink& sink, const NqTokenData& data)
+void PutIndent(Sink& ioSink, const NqTokenData& inData)
 {
-    if (data.fTokenIndent)
-        for (int32 i = 0; i < data.fTokenIndentLevel; ++i)
-            sink.Put(' ');
+    if (inData.fTokenIndent)
+        for (int32 i = 0; i < inData.fTokenIndentLevel; ++i)
+            ioSink.Put(' ');
 }
 
-// A name; with `compact` up to its first blank.
+// A name; with `inCompact` up to its first blank.
 template <class Sink>
-void PutName(Sink& sink, uint32 token, bool compact = true)
+void PutName(Sink& ioSink, uint32 inToken, bool inCompact = true)
 {
     constexpr int8 tCOMMA = ',';
     int8 name[4];
     int32 count = 0;
     for (int32 shift = 24; shift >= 0; shift -= 8)
     {
-        const int8 c = static_cast<int8>(token >> shift & 0xFF);
+        const int8 c = static_cast<int8>(inToken >> shift & 0xFF);
         if (!NqCheck(c != tCOMMA)) // what stands before it is written by then
         {
-            sink.PutEach(name, count);
+            ioSink.PutEach(name, count);
             count = 0;
         }
-        if (compact && c == ' ')
+        if (inCompact && c == ' ')
             break;
         name[count++] = c == 0 ? '\'' : c;
     }
-    sink.PutEach(name, count);
+    ioSink.PutEach(name, count);
 }
 
 // The name at the start of a line.
 template <class Sink>
-void PutLineName(Sink& sink, const NqTokenData& data, int32 token)
+void PutLineName(Sink& ioSink, const NqTokenData& inData, int32 inToken)
 {
-    PutIndent(sink, data);
-    PutName(sink, static_cast<uint32>(token));
+    PutIndent(ioSink, inData);
+    PutName(ioSink, static_cast<uint32>(inToken));
 }
 
 // A short line that is made beside the buffer and stored at once: in small attributes the steps from piece to piece
@@ -55,58 +55,58 @@ void PutLineName(Sink& sink, const NqTokenData& data, int32 token)
 constexpr int32 kShortLine = 300;
 
 template <class Sink, class Fill>
-bool PutLineAtHand(Sink& sink, const NqTokenData& data, Fill&& inFill)
+bool PutLineAtHand(Sink& ioSink, const NqTokenData& inData, Fill&& inFill)
 {
     if constexpr (Sink::kIsDirect)
     {
         constexpr int32 kDeepest = 32;
         int8 line[kDeepest + kShortLine + 1];
         int8* at = line;
-        if (data.fTokenIndent && data.fTokenIndentLevel > kDeepest)
+        if (inData.fTokenIndent && inData.fTokenIndentLevel > kDeepest)
             return false;
-        for (int32 i = 0; data.fTokenIndent && i < data.fTokenIndentLevel; ++i)
+        for (int32 i = 0; inData.fTokenIndent && i < inData.fTokenIndentLevel; ++i)
             *at++ = ' ';
         at = inFill(at);
-        if (at == nullptr || at + 1 - line > sink.RoomAtHand())
+        if (at == nullptr || at + 1 - line > ioSink.RoomAtHand())
             return false;
         *at++ = '\r';
-        sink.Write(line, static_cast<int32>(at - line));
+        ioSink.Write(line, static_cast<int32>(at - line));
         return true;
     }
     return false;
 }
 
 // A name up to its first blank; null for one with bytes that are reported or replaced.
-inline int8* StoreName(int8* at, uint32 token)
+inline int8* StoreName(int8* inAt, uint32 inToken)
 {
     for (int32 shift = 24; shift >= 0; shift -= 8)
     {
-        const int8 c = static_cast<int8>(token >> shift & 0xFF);
+        const int8 c = static_cast<int8>(inToken >> shift & 0xFF);
         if (c == ' ')
             break;
         if (c == 0 || c == ',')
             return nullptr;
-        *at++ = c;
+        *inAt++ = c;
     }
-    return at;
+    return inAt;
 }
 
 template <class Sink>
-void PutLineEnd(Sink& sink)
+void PutLineEnd(Sink& ioSink)
 {
     if constexpr (Sink::kIsDirect)
-        sink.Put('\r'); // what endl writes
+        ioSink.Put('\r'); // what endl writes
     else
-        sink.Run([&] { sink.Stream() << endl; });
+        ioSink.Run([&] { ioSink.Stream() << endl; });
 }
 
 // A byte as two digits.
 template <class Sink>
-void PutHexByte(Sink& sink, uint8 value)
+void PutHexByte(Sink& ioSink, uint8 inValue)
 {
     constexpr int8 kDigits[] = "0123456789ABCDEF";
-    sink.Put(kDigits[value >> 4]);
-    sink.Put(kDigits[value & 15]);
+    ioSink.Put(kDigits[inValue >> 4]);
+    ioSink.Put(kDigits[inValue & 15]);
 }
 
 } // namespace NqTokenWrite

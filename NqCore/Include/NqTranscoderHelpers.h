@@ -9,27 +9,27 @@
 #include "NqCore/PublicAPI/NqHash.h"
 #include "NqCore/PublicAPI/NqSafeGUID.h"
 
-// A new T in *out, which holds its one reference.
+// A new T in *outTranscoder, which holds its one reference.
 template <typename T>
-void NqCreateTranscoderObject(ITranscoder** out)
+void NqCreateTranscoderObject(ITranscoder** outTranscoder)
 {
-    if (NqCheckText(out != nullptr, "out != NULL"))
-        TNqCountedCreateHelper<ITranscoder>{out} = new T;
+    if (NqCheckText(outTranscoder != nullptr, "out != NULL"))
+        TNqCountedCreateHelper<ITranscoder>{outTranscoder} = new T;
 }
 
 // The ITranscoder face of a transcoder; everything else is its counted object's business.
 template <typename T>
-NqErr NqQueryTranscoder(T& transcoder, const NqIID& iid, void** outInterface)
+NqErr NqQueryTranscoder(T& ioTranscoder, const NqIID& iid, void** outInterface)
 {
     if (!NqInlineIsEqualGUID(iid, IID_ITranscoder))
-        return transcoder.TNqSMPCountedObject::QueryInterface(iid, outInterface);
-    TNqCountedGetHelper<ITranscoder>{reinterpret_cast<ITranscoder**>(outInterface)} = &transcoder;
+        return ioTranscoder.TNqSMPCountedObject::QueryInterface(iid, outInterface);
+    TNqCountedGetHelper<ITranscoder>{reinterpret_cast<ITranscoder**>(outInterface)} = &ioTranscoder;
     return kNqNoErr;
 }
 
-// Set `bytes` to one byte, or to the UTF-8 form of a character; it becomes empty only when it never had memory.
-void NqSetToByte(TNqArray<uint8>& bytes, uint8 byte);
-void NqSetToUTF8(TNqArray<uint8>& bytes, uint16 ch);
+// Set `outBytes` to one byte, or to the UTF-8 form of a character; it becomes empty only when it never had memory.
+void NqSetToByte(TNqArray<uint8>& outBytes, uint8 inByte);
+void NqSetToUTF8(TNqArray<uint8>& outBytes, uint16 ch);
 
 // The characters of the bytes from 0x80 on, in order.
 struct TNqCharacterTable
@@ -39,7 +39,7 @@ struct TNqCharacterTable
     uint32 fBucketCount; // of the map from a character back to its byte
 };
 
-// Sets `bytes` to the byte of `ch` in the table, or to the UTF-8 form of a character that the table has not. The map is
-// built on first need and belongs to the caller; without memory for it the table itself is searched.
-void NqSetFromTable(TNqArray<uint8>& bytes, const TNqCharacterTable& table, TNqHashMap<uint16, uint8>*& ioMap,
+// Sets `outBytes` to the byte of `ch` in the table, or to the UTF-8 form of a character that the table has not. The map
+// is built on first need and belongs to the caller; without memory for it the table itself is searched.
+void NqSetFromTable(TNqArray<uint8>& outBytes, const TNqCharacterTable& inTable, TNqHashMap<uint16, uint8>*& ioMap,
                     uint16 ch);

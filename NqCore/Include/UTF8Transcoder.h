@@ -15,37 +15,37 @@
 #include "NqCore/PublicAPI/NqCountedObject.h"
 
 // Whether a character starts at this byte.
-inline boolean UTF8IsCharStart(uint8 byte)
+inline boolean UTF8IsCharStart(uint8 inByte)
 {
-    return byte < 0x80 || (byte >= 0xC2 && byte <= 0xF4);
+    return inByte < 0x80 || (inByte >= 0xC2 && inByte <= 0xF4);
 }
 
 // The characters before the first NUL, or before the end of the bytes.
-uint32 UTF8StrLen(const uint8* text);
-uint32 UTF8StrLen(const uint8* text, NqSize byteLength);
+uint32 UTF8StrLen(const uint8* inText);
+uint32 UTF8StrLen(const uint8* inText, NqSize inByteLength);
 
 // The byte index of the character with this index, the end of the text when there is none. The form without a number of
 // bytes gives 0 for an index that is negative as int32.
-uint32 UTF8CharIndex(const uint8* text, uint32 charIndex);
-uint32 UTF8CharIndex(const uint8* text, uint32 charIndex, NqSize byteLength);
+uint32 UTF8CharIndex(const uint8* inText, uint32 inCharIndex);
+uint32 UTF8CharIndex(const uint8* inText, uint32 inCharIndex, NqSize inByteLength);
 
 // Bytes of the sequence that this byte starts; 0 when it starts none.
-inline uint8 UTF8NumBytes(uint8 lead)
+inline uint8 UTF8NumBytes(uint8 inLead)
 {
-    if (lead < 0x80)
+    if (inLead < 0x80)
         return 1;
-    if (lead < 0xC2 || lead > 0xF4)
+    if (inLead < 0xC2 || inLead > 0xF4)
         return 0;
-    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    return inLead < 0xE0 ? 2 : inLead < 0xF0 ? 3 : 4;
 }
 
-// The character of the sequence at `bytes`, 0 when none starts there. Continuation bytes past `available`, or past a
-// NUL, count as 0. The lead byte of a four-byte sequence adds nothing: its character is the low 16 bits.
-inline uint16 UTF8CharToUnicode(const uint8* bytes, NqSize available)
+// The character of the sequence at `inBytes`, 0 when none starts there. Continuation bytes past `inAvailable`, or past
+// a NUL, count as 0. The lead byte of a four-byte sequence adds nothing: its character is the low 16 bits.
+inline uint16 UTF8CharToUnicode(const uint8* inBytes, NqSize inAvailable)
 {
-    if (available == 0)
+    if (inAvailable == 0)
         return 0;
-    const uint8 lead = bytes[0];
+    const uint8 lead = inBytes[0];
     const uint8 total = UTF8NumBytes(lead);
     if (total < 2)
         return total == 1 ? lead : 0;
@@ -53,16 +53,16 @@ inline uint16 UTF8CharToUnicode(const uint8* bytes, NqSize available)
     bool ended = false;
     for (uint8 i = 1; i < total; ++i)
     {
-        ended = ended || i >= available || bytes[i] == 0;
-        code = (code << 6) | (ended ? 0u : bytes[i] & 0x3Fu);
+        ended = ended || i >= inAvailable || inBytes[i] == 0;
+        code = (code << 6) | (ended ? 0u : inBytes[i] & 0x3Fu);
     }
     return static_cast<uint16>(code);
 }
 
 // The same for a NUL-terminated text.
-inline uint16 UTF8CharToUnicode(const uint8* bytes)
+inline uint16 UTF8CharToUnicode(const uint8* inBytes)
 {
-    return UTF8CharToUnicode(bytes, 4);
+    return UTF8CharToUnicode(inBytes, 4);
 }
 
 // Bytes of a character in UTF-8: 1 to 3.
@@ -73,23 +73,23 @@ inline uint8 UnicodeNumBytes(uint16 ch)
 
 // Writes the UTF-8 form of a character, at most 3 bytes, and returns their number. Surrogates are characters like any
 // other.
-inline uint8 UnicodeToUTF8Char(uint16 ch, uint8* out)
+inline uint8 UnicodeToUTF8Char(uint16 ch, uint8* outBytes)
 {
     const uint8 count = UnicodeNumBytes(ch);
     if (count == 1)
     {
-        out[0] = static_cast<uint8>(ch);
+        outBytes[0] = static_cast<uint8>(ch);
     }
     else if (count == 2)
     {
-        out[0] = static_cast<uint8>(0xC0 | (ch >> 6));
-        out[1] = static_cast<uint8>(0x80 | (ch & 0x3F));
+        outBytes[0] = static_cast<uint8>(0xC0 | (ch >> 6));
+        outBytes[1] = static_cast<uint8>(0x80 | (ch & 0x3F));
     }
     else
     {
-        out[0] = static_cast<uint8>(0xE0 | (ch >> 12));
-        out[1] = static_cast<uint8>(0x80 | ((ch >> 6) & 0x3F));
-        out[2] = static_cast<uint8>(0x80 | (ch & 0x3F));
+        outBytes[0] = static_cast<uint8>(0xE0 | (ch >> 12));
+        outBytes[1] = static_cast<uint8>(0x80 | ((ch >> 6) & 0x3F));
+        outBytes[2] = static_cast<uint8>(0x80 | (ch & 0x3F));
     }
     return count;
 }
@@ -97,7 +97,7 @@ inline uint8 UnicodeToUTF8Char(uint16 ch, uint8* out)
 // Takes in the next byte of a text. Returns the character that it completes, kNqNoCharacter when it completes none or
 // was dropped: a lead byte in the middle of a sequence abandons it, stray bytes are none. The others keep the sequence
 // from one call to the next: the index of its last byte, its length (both 0 at first), and its bytes.
-uint16 UTF8TakeByte(uint8 byte, uint8& ioIndex, uint8& ioTotal, uint8 (&ioBytes)[4]);
+uint16 UTF8TakeByte(uint8 inByte, uint8& ioIndex, uint8& ioTotal, uint8 (&ioBytes)[4]);
 
 // Assembles characters byte by byte, as UTF8TakeByte.
 class TUTF8Transcoder : public TNqSMPCountedObject, public ITranscoder
@@ -105,14 +105,15 @@ class TUTF8Transcoder : public TNqSMPCountedObject, public ITranscoder
 public:
     TUTF8Transcoder();
 
-    // A new transcoder in *out, which holds its one reference. Throws kNqErrOutOfMemory; a null `out` is reported.
-    static void Create(ITranscoder** out);
+    // A new transcoder in *outTranscoder, which holds its one reference. Throws kNqErrOutOfMemory; a null
+    // `outTranscoder` is reported.
+    static void Create(ITranscoder** outTranscoder);
 
     NqErr QueryInterface(const NqIID& iid, void** outInterface) override;
     uint32 AddRef() override { return TNqSMPCountedObject::AddRef(); }
     uint32 Release() override { return TNqSMPCountedObject::Release(); }
 
-    uint16 Encode(uint8 byte) override;
+    uint16 Encode(uint8 inByte) override;
     const TNqArray<uint8>& Decode(uint16 ch) override;
     TranscoderType GetType() override { return kUTF8Transcoder; }
     const uint8* GetIdentifier() override { return fBOM; }

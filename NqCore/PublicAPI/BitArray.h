@@ -25,11 +25,11 @@ class TBitArray : public TNqObject
 public:
     // Empty, nothing allocated.
     TBitArray() : fSize(0) {}
-    TBitArray(const TBitArray& source) : TBitArray() { *this = source; }
+    TBitArray(const TBitArray& inSource) : TBitArray() { *this = inSource; }
     ~TBitArray() = default;
 
     // The size and all words, stale bits included. Without memory: reported, unchanged.
-    TBitArray& operator=(const TBitArray& source);
+    TBitArray& operator=(const TBitArray& inSource);
 
     uint32 GetSize() const { return fSize; }
 
@@ -38,10 +38,10 @@ public:
 
     // Changes no bit: the last word keeps its stale bits, which growing brings into the array. New words are 0. False
     // without memory.
-    boolean SetSize(uint32 size);
+    boolean SetSize(uint32 inSize);
 
-    // The same, but growing makes all bits behind the old ones equal to `fill`, stale ones too.
-    boolean SetSize(uint32 size, boolean fill);
+    // The same, but growing makes all bits behind the old ones equal to `inFill`, stale ones too.
+    boolean SetSize(uint32 inSize, boolean inFill);
 
     // No bits and no memory.
     void ArrayFree();
@@ -64,21 +64,21 @@ public:
     }
 
     // Equal sizes and equal words, stale bits included.
-    boolean operator==(const TBitArray& other) const;
-    boolean operator!=(const TBitArray& other) const { return !(*this == other); }
+    boolean operator==(const TBitArray& inOther) const;
+    boolean operator!=(const TBitArray& inOther) const { return !(*this == inOther); }
 
     // Whether the first other.GetSize() bits of both are the same. Of bits that this array does not have, those in its
     // last word count as they are, stale, and those in words that it does not have as 0. Reports "need to test this"
-    // when it comes to a word that `other` uses in part.
-    boolean bitTest(const TBitArray& other) const;
+    // when it comes to a word that `inOther` uses in part.
+    boolean bitTest(const TBitArray& inOther) const;
 
-    // Each bit or'ed, and'ed with that of `other`. A shorter array first grows to the size of `other`, with zeros. In a
-    // longer one |= keeps and &= clears the bits past the end of `other`. Without memory: reported, unchanged.
-    TBitArray& operator|=(const TBitArray& other);
-    TBitArray& operator&=(const TBitArray& other);
+    // Each bit or'ed, and'ed with that of `inOther`. A shorter array first grows to the size of `inOther`, with zeros.
+    // In a longer one |= keeps and &= clears the bits past the end of `inOther`. Without memory: reported, unchanged.
+    TBitArray& operator|=(const TBitArray& inOther);
+    TBitArray& operator&=(const TBitArray& inOther);
 
     // Sets the bits with these indices. An index past the size is as for SetBit.
-    void SetFromArrayNoResize(const TNqArray<int32>& indices);
+    void SetFromArrayNoResize(const TNqArray<int32>& inIndices);
 
     // Replaces `outIndices` by the indices of all bits that are set, in ascending order. False, with no indices, when
     // there is no memory for them.
@@ -87,12 +87,12 @@ public:
 private:
     static constexpr uint32 kWordBits = 32;
 
-    static uint32 WordsOf(uint32 size) { return size / kWordBits + (size % kWordBits != 0); }
-    static IDType BitOf(uint32 elemNum) { return IDType{1} << (elemNum % kWordBits); }
-    static IDType LowBits(uint32 count) { return (IDType{1} << count) - 1; } // fewer than a word's
+    static uint32 WordsOf(uint32 inSize) { return inSize / kWordBits + (inSize % kWordBits != 0); }
+    static IDType BitOf(uint32 inElemNum) { return IDType{1} << (inElemNum % kWordBits); }
+    static IDType LowBits(uint32 inCount) { return (IDType{1} << inCount) - 1; } // fewer than a word's
 
-    bool HasWordOf(uint32 elemNum) const { return elemNum / kWordBits < fBits.GetElemCount(); }
-    boolean GrowTo(uint32 size) { return size <= fSize || SetSize(size, false); }
+    bool HasWordOf(uint32 inElemNum) const { return inElemNum / kWordBits < fBits.GetElemCount(); }
+    boolean GrowTo(uint32 inSize) { return inSize <= fSize || SetSize(inSize, false); }
     uint32 CountBits() const;
 
     uint32 fSize;           // bits

@@ -286,11 +286,11 @@ public:
     void Update(const Type& inValue) { R::Update(fData.GetCurrent(), inValue); }
 
     // All shares together. After the job, on one thread; they stay as they are.
-    void Reduce(Type& out)
+    void Reduce(Type& outResult)
     {
-        R::Init(out);
+        R::Init(outResult);
         for (int32 i = 0; i < fData.GetCount(); ++i)
-            R::Update(out, fData[i]);
+            R::Update(outResult, fData[i]);
     }
 
     // Every share neutral again, as after construction.

@@ -34,7 +34,7 @@ class ITranscoder : public INqUnknown
 public:
     // Feeds one external byte. Returns the character that it completes, kNqNoCharacter when it completes none or was
     // dropped.
-    virtual uint16 Encode(uint8 byte) = 0;
+    virtual uint16 Encode(uint8 inByte) = 0;
 
     // The external bytes of one character. The array is the transcoder's, valid until its next call.
     virtual const TNqArray<uint8>& Decode(uint16 ch) = 0;
@@ -49,11 +49,11 @@ protected:
     ~ITranscoder() = default;
 };
 
-// A new transcoder of this type in `out`, which releases what it held. A type without one is reported and leaves `out`
-// empty. Throws kNqErrOutOfMemory.
-void NqCreateTranscoder(TNqCountedPtr<ITranscoder>& out, TranscoderType type);
+// A new transcoder of this type in `outTranscoder`, which releases what it held. A type without one is reported and
+// leaves `outTranscoder` empty. Throws kNqErrOutOfMemory.
+void NqCreateTranscoder(TNqCountedPtr<ITranscoder>& outTranscoder, TranscoderType inType);
 
 // The external bytes of a whole text in outBytes, in place of what it held: what Decode gives for one character after
 // the other, but a run at a time where the transcoder is exactly one of this library. False without memory, which is
 // reported; outBytes then holds the bytes of the first characters. What Decode returned before is no longer valid.
-boolean NqDecodeText(ITranscoder& transcoder, const uint16* characters, uint32 count, TNqArray<uint8>& outBytes);
+boolean NqDecodeText(ITranscoder& ioTranscoder, const uint16* inCharacters, uint32 inCount, TNqArray<uint8>& outBytes);

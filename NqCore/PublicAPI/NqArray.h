@@ -104,12 +104,12 @@ public:
         fArrayFlags = (fArrayFlags & ~static_cast<uint32>(kNqArrayGrowSizeMask)) | largestStep | kNqArraySmartGrow;
     }
 
-    // Makes room for exactly `space` elements; elements beyond it are dropped. False, with the array as it was, without
-    // memory and on lent memory.
-    boolean SetElemSpace(uint32 space)
+    // Makes room for exactly `inSpace` elements; elements beyond it are dropped. False, with the array as it was,
+    // without memory and on lent memory.
+    boolean SetElemSpace(uint32 inSpace)
     {
         NqCheck(IsValid());
-        return ResizeSpace(space);
+        return ResizeSpace(inSpace);
     }
 
     // Drops all elements and the block. An array on lent memory only drops its elements; an invalid one stays as it is.
@@ -140,7 +140,7 @@ protected:
     static constexpr NqSize kLargestStepBytes = NqSize{128} * 1024;
 
     // Empty, nothing allocated, smart growth.
-    explicit TNqArrayBase(boolean zeroMem)
+    explicit TNqArrayBase(boolean inZeroMem)
     {
         static_assert(alignof(T) <= alignof(std::max_align_t), "the host aligns blocks for scalars only");
         static_assert(offsetof(TNqArrayBase, fElemCount) == 0 && offsetof(TNqArrayBase, fElemSpace) == 4 &&
@@ -149,7 +149,7 @@ protected:
                       "arrays are shared with modules built elsewhere");
         ZeroInternals();
         SetValid(true);
-        SetZeroMem(zeroMem);
+        SetZeroMem(inZeroMem);
         SetSmartGrow();
     }
     TNqArrayBase(const TNqArrayBase&) = delete;
@@ -158,8 +158,8 @@ protected:
     ~TNqArrayBase() = default;
 
     boolean GetZeroMem() const { return HasFlag(kNqArrayZeroMemory); }
-    void SetZeroMem(boolean zeroMem) { SetFlag(kNqArrayZeroMemory, zeroMem != 0); }
-    void SetValid(boolean valid) { SetFlag(kNqArrayValid, valid != 0); }
+    void SetZeroMem(boolean inZeroMem) { SetFlag(kNqArrayZeroMemory, inZeroMem != 0); }
+    void SetValid(boolean inValid) { SetFlag(kNqArrayValid, inValid != 0); }
 
     void FinishDestruction()
     {
@@ -167,7 +167,7 @@ protected:
         SetValid(false);
     }
 
-    boolean Allocate(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    boolean Allocate(uint32 initialCount, uint32 initialSpace, uint32 inGrowSize, boolean inZeroMem)
     {
         ZeroInternals();
         if (!NqCheck(initialCount <= initialSpace))
@@ -176,8 +176,8 @@ protected:
             return false;
         }
         SetValid(true);
-        SetGrowSize(growSize);
-        SetZeroMem(zeroMem);
+        SetGrowSize(inGrowSize);
+        SetZeroMem(inZeroMem);
         const bool hasSpace = ResizeSpace(initialSpace);
         const bool hasElems = ResizeCount(initialCount);
         if (!hasElems)
@@ -185,8 +185,8 @@ protected:
         return hasSpace && hasElems;
     }
 
-    // Starts on a block of `space` elements that the caller keeps alive and frees, the first `count` of them in use. It
-    // has a growth step, so that a full block is reported as what it is.
+    // Starts on a block of `inSpace` elements that the caller keeps alive and frees, the first `inCount` of them in
+    // use. It has a growth step, so that a full block is reported as what it is.
     boolean AllocateFromBuffer(T* buffer, uint32 count, uint32 space)
     {
         ZeroInternals();
@@ -223,15 +223,15 @@ protected:
         return ResizeCount(static_cast<uint32>(newCount));
     }
 
-    // How every assignment starts: takes over the smart growth of `source` and makes room for its elements. True when
+    // How every assignment starts: takes over the smart growth of `inSource` and makes room for its elements. True when
     // they are to be copied then; without memory, which is reported, and for the array itself they are not.
-    bool StartAssignment(const TArray& source)
+    bool StartAssignment(const TArray& inSource)
     {
-        if (this == &source)
+        if (this == &inSource)
             return false;
-        if (source.GetSmartGrow())
+        if (inSource.GetSmartGrow())
             SetSmartGrow();
-        if (source.fElemCount <= fElemSpace || ResizeSpace(source.fElemCount))
+        if (inSource.fElemCount <= fElemSpace || ResizeSpace(inSource.fElemCount))
             return true;
         NqNotify("Unable to complete operator=() memory allocation failed.");
         return false;
@@ -247,13 +247,13 @@ protected:
 
     // The same for a full array that is to get a copy of *value. Returns where that value is then, since an element of
     // this array moves with the block; null without memory.
-    const T* GrowForCopyOf(const T* value)
+    const T* GrowForCopyOf(const T* inValue)
     {
-        const bool isOwn = IsInArray(value);
-        const std::ptrdiff_t index = isOwn ? value - fArrayData : 0;
+        const bool isOwn = IsInArray(inValue);
+        const std::ptrdiff_t index = isOwn ? inValue - fArrayData : 0;
         if (!GrowForOneMore())
             return nullptr;
-        return isOwn ? fArrayData + index : value;
+        return isOwn ? fArrayData + index : inValue;
     }
 
     boolean ResizeCount(uint32 n)
@@ -268,9 +268,9 @@ protected:
     }
 
     // Always allocate, copy, free: a failure leaves the array as it was.
-    boolean ResizeSpace(uint64 space)
+    boolean ResizeSpace(uint64 inSpace)
     {
-        if (space == fElemSpace)
+        if (inSpace == fElemSpace)
             return true;
         if (ExternalMemory())
         {
@@ -278,29 +278,29 @@ protected:
             return false;
         }
         T* block = nullptr;
-        if (space != 0)
+        if (inSpace != 0)
         {
-            block = FitsBlock(space) ? static_cast<T*>(Nqmalloc(space * ElemSize())) : nullptr;
+            block = FitsBlock(inSpace) ? static_cast<T*>(Nqmalloc(inSpace * ElemSize())) : nullptr;
             if (!NqCheckText(block != nullptr, "Array allocation failed!"))
                 return false;
         }
-        MoveTo(block, static_cast<uint32>(space));
+        MoveTo(block, static_cast<uint32>(inSpace));
         return true;
     }
 
-    // Whether the block has room for an element at `index`, in use or not.
-    bool IsInSpace(NqSize index) const { return index < fElemSpace; }
+    // Whether the block has room for an element at `inIndex`, in use or not.
+    bool IsInSpace(NqSize inIndex) const { return inIndex < fElemSpace; }
 
-    static void CopyElems(T* to, const T* from, NqSize count)
+    static void CopyElems(T* inTo, const T* inFrom, NqSize inCount)
     {
-        if (count != 0)
-            std::memcpy(static_cast<void*>(to), static_cast<const void*>(from), count * ElemSize());
+        if (inCount != 0)
+            std::memcpy(static_cast<void*>(inTo), static_cast<const void*>(inFrom), inCount * ElemSize());
     }
 
-    static void ZeroElems(T* at, NqSize count)
+    static void ZeroElems(T* inAt, NqSize inCount)
     {
-        if (count != 0)
-            std::memset(static_cast<void*>(at), 0, count * ElemSize());
+        if (inCount != 0)
+            std::memset(static_cast<void*>(inAt), 0, inCount * ElemSize());
     }
 
     uint32_t fElemCount;  // elements in use, at most fElemSpace
@@ -311,10 +311,10 @@ protected:
 private:
     TArray& Self() { return static_cast<TArray&>(*this); }
 
-    boolean HasFlag(uint32 flag) const { return (fArrayFlags & flag) != 0; }
-    void SetFlag(uint32 flag, bool on) { fArrayFlags = on ? fArrayFlags | flag : fArrayFlags & ~flag; }
+    boolean HasFlag(uint32 inFlag) const { return (fArrayFlags & inFlag) != 0; }
+    void SetFlag(uint32 inFlag, bool inOn) { fArrayFlags = inOn ? fArrayFlags | inFlag : fArrayFlags & ~inFlag; }
 
-    static bool FitsBlock(uint64 space) { return space < kEndIndex && space * ElemSize() <= 0xFFFFFFFF; }
+    static bool FitsBlock(uint64 inSpace) { return inSpace < kEndIndex && inSpace * ElemSize() <= 0xFFFFFFFF; }
 
     void FreeAll()
     {
@@ -325,18 +325,18 @@ private:
     }
 
     // The fields change before elements end, so that what their end sets off sees an array in order.
-    void MoveTo(T* block, uint32 space)
+    void MoveTo(T* inBlock, uint32 inSpace)
     {
         T* const oldBlock = fArrayData;
         const uint32 oldCount = fElemCount;
-        CopyElems(block, oldBlock, Self().GetKeptCount(space));
-        fElemCount = Nq_Min(oldCount, space);
-        fElemSpace = space;
-        fArrayData = block;
+        CopyElems(inBlock, oldBlock, Self().GetKeptCount(inSpace));
+        fElemCount = Nq_Min(oldCount, inSpace);
+        fElemSpace = inSpace;
+        fArrayData = inBlock;
         if (GetZeroMem())
-            ZeroElems(block + fElemCount, space - fElemCount);
-        if (space < oldCount)
-            Self().EndElems(oldBlock + space, oldCount - space);
+            ZeroElems(inBlock + fElemCount, inSpace - fElemCount);
+        if (inSpace < oldCount)
+            Self().EndElems(oldBlock + inSpace, oldCount - inSpace);
         if (oldBlock != nullptr)
             Nqfree(oldBlock);
     }
@@ -362,32 +362,35 @@ protected:
             TNqIsBitwiseCopyable<T>::value,
             "the array copies and drops its elements as bytes: use TNqClassArray, or see TNqIsBitwiseCopyable");
     }
-    TNqPlainArray(uint32 count, boolean zeroMem) : TNqPlainArray(count, count, 0, zeroMem) { this->SetSmartGrow(); }
-    TNqPlainArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem) : TNqPlainArray()
+    TNqPlainArray(uint32 inCount, boolean inZeroMem) : TNqPlainArray(inCount, inCount, 0, inZeroMem)
     {
-        if (!ArrayAlloc(initialCount, initialSpace, growSize, zeroMem))
+        this->SetSmartGrow();
+    }
+    TNqPlainArray(uint32 inInitialCount, uint32 inInitialSpace, uint32 inGrowSize, boolean inZeroMem) : TNqPlainArray()
+    {
+        if (!ArrayAlloc(inInitialCount, inInitialSpace, inGrowSize, inZeroMem))
             NqNotify("Array allocation failed in constructor!");
         NqCheck(IsValid());
     }
-    TNqPlainArray(const TNqPlainArray& source) : TNqPlainArray()
+    TNqPlainArray(const TNqPlainArray& inSource) : TNqPlainArray()
     {
         this->SetGrowSize(1);
-        *this = source;
+        *this = inSource;
     }
-    TNqPlainArray& operator=(const TNqPlainArray& source)
+    TNqPlainArray& operator=(const TNqPlainArray& inSource)
     {
-        if (this->StartAssignment(source))
+        if (this->StartAssignment(inSource))
         {
-            this->ResizeCount(source.fElemCount);
-            this->CopyElems(fArrayData, source.fArrayData, fElemCount);
+            this->ResizeCount(inSource.fElemCount);
+            this->CopyElems(fArrayData, inSource.fArrayData, fElemCount);
         }
         return *this;
     }
     ~TNqPlainArray() { this->FinishDestruction(); }
 
-    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
+    boolean ArrayAlloc(uint32 inInitialCount, uint32 inInitialSpace, uint32 inGrowSize, boolean inZeroMem)
     {
-        return this->Allocate(initialCount, initialSpace, growSize, zeroMem);
+        return this->Allocate(inInitialCount, inInitialSpace, inGrowSize, inZeroMem);
     }
 
 private:
@@ -399,7 +402,7 @@ private:
         fElemCount = n;
     }
     void EndElems(T*, uint32) {}
-    uint32 GetKeptCount(uint32 space) const { return Nq_Min(kMovesWholeBlock ? fElemSpace : fElemCount, space); }
+    uint32 GetKeptCount(uint32 inSpace) const { return Nq_Min(kMovesWholeBlock ? fElemSpace : fElemCount, inSpace); }
 };
 
 template <typename T>
@@ -417,23 +420,23 @@ public:
     // Empty, nothing allocated, zero memory on, smart growth.
     TNqArray() = default;
 
-    // `count` elements, zero when zeroMem is set and indeterminate otherwise; smart growth.
-    TNqArray(uint32 count, boolean zeroMem) : TBase(count, zeroMem) {}
+    // `inCount` elements, zero when inZeroMem is set and indeterminate otherwise; smart growth.
+    TNqArray(uint32 inCount, boolean inZeroMem) : TBase(inCount, inZeroMem) {}
 
-    // `initialCount` elements in a block for `initialSpace`, growing by `growSize` at a time.
-    TNqArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
-        : TBase(initialCount, initialSpace, growSize, zeroMem)
+    // `inInitialCount` elements in a block for `inInitialSpace`, growing by `inGrowSize` at a time.
+    TNqArray(uint32 inInitialCount, uint32 inInitialSpace, uint32 inGrowSize, boolean inZeroMem)
+        : TBase(inInitialCount, inInitialSpace, inGrowSize, inZeroMem)
     {
     }
 
-    // A copy with zero memory on; it has smart growth when `source` has.
-    TNqArray(const TNqArray& source) = default;
+    // A copy with zero memory on; it has smart growth when `inSource` has.
+    TNqArray(const TNqArray& inSource) = default;
 
     ~TNqArray() = default;
 
     // Copies the elements; a source with smart growth passes it on, nothing else of the settings is copied. Without
     // memory: reported, the elements unchanged.
-    TNqArray& operator=(const TNqArray& source) = default;
+    TNqArray& operator=(const TNqArray& inSource) = default;
 
     // With zero memory on, a block is zero behind the elements when it is allocated, and so are elements that
     // SetElemCount drops. So elements that come into use are 0, except where a value was stored behind the count, on
@@ -448,22 +451,22 @@ public:
     using TBase::AddElemCount;
     using TBase::SetElemCount;
 
-    // Appends a copy of `value`, which may be an element of this array. False when the block could not grow.
-    boolean AddElem(const T& value)
+    // Appends a copy of `inValue`, which may be an element of this array. False when the block could not grow.
+    boolean AddElem(const T& inValue)
     {
         if (__builtin_expect(!NqCheck(IsValid()) || fElemCount == fElemSpace, 0))
-            return AddElemSlowly(std::addressof(value));
-        this->CopyElems(fArrayData + fElemCount, std::addressof(value), 1);
+            return AddElemSlowly(std::addressof(inValue));
+        this->CopyElems(fArrayData + fElemCount, std::addressof(inValue), 1);
         ++fElemCount;
         return true;
     }
 
     // Replaces an element. An index past the count is reported; the value is then stored only where the block has room.
-    void SetElem(uint32 index, const T& value)
+    void SetElem(uint32 index, const T& inValue)
     {
         NqCheck(IsValid());
         if (NqCheck(index < GetElemCount()) || this->IsInSpace(index))
-            std::memmove(static_cast<void*>(fArrayData + index), std::addressof(value), sizeof(T));
+            std::memmove(static_cast<void*>(fArrayData + index), std::addressof(inValue), sizeof(T));
     }
 
     // The element; an index past the count is reported and must not be used beyond the space.
@@ -483,20 +486,20 @@ public:
     // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
     using TBase::ArrayAlloc;
 
-    // Starts on lent memory: `space` elements at `buffer`, the first `count` in use. The caller keeps the block alive
-    // and frees it; the array never grows past it ("Can't resize array with external memory", false). As ArrayAlloc,
-    // for an array that holds nothing.
-    boolean ArrayAllocFromBuffer(T* buffer, uint32 count, uint32 space)
+    // Starts on lent memory: `inSpace` elements at `inBuffer`, the first `inCount` in use. The caller keeps the block
+    // alive and frees it; the array never grows past it ("Can't resize array with external memory", false). As
+    // ArrayAlloc, for an array that holds nothing.
+    boolean ArrayAllocFromBuffer(T* inBuffer, uint32 inCount, uint32 inSpace)
     {
-        return this->AllocateFromBuffer(buffer, count, space);
+        return this->AllocateFromBuffer(inBuffer, inCount, inSpace);
     }
 
 private:
-    [[gnu::noinline]] boolean AddElemSlowly(const T* value)
+    [[gnu::noinline]] boolean AddElemSlowly(const T* inValue)
     {
-        if (fElemCount == fElemSpace && (value = this->GrowForCopyOf(value)) == nullptr)
+        if (fElemCount == fElemSpace && (inValue = this->GrowForCopyOf(inValue)) == nullptr)
             return false;
-        this->CopyElems(fArrayData + fElemCount, value, 1);
+        this->CopyElems(fArrayData + fElemCount, inValue, 1);
         ++fElemCount;
         return true;
     }

@@ -25,14 +25,14 @@ public:
     TNqAsciiTranslationTable& operator=(const TNqAsciiTranslationTable&) = delete;
 
     // Takes both tables (256 bytes each, rows and columns exchanged) and both lists from a resource. The lists tell
-    // their own lengths, `size` is not looked at: `data` must be whole.
-    void InitFromResourceData(uint8* data, uint32 size);
+    // their own lengths, `inSize` is not looked at: `inData` must be whole.
+    void InitFromResourceData(uint8* inData, uint32 inSize);
 
-    // The entry of a byte; `inverse` chooses the direction.
-    uint8 Translate(uint8 ch, uint8 inverse) const { return inverse ? fITable[ch] : fTable[ch]; }
+    // The entry of a byte; `inInverse` chooses the direction.
+    uint8 Translate(uint8 ch, uint8 inInverse) const { return inInverse ? fITable[ch] : fTable[ch]; }
 
     // The NUL-terminated text that replaces a byte, null when the list has none.
-    const uint8* FindEscapeChar(uint8 ch, uint8 inverse) const;
+    const uint8* FindEscapeChar(uint8 ch, uint8 inInverse) const;
 
 private:
     friend struct TNqAsciiTranslationTableLayout;

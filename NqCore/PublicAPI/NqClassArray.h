@@ -39,27 +39,27 @@ public:
     // Empty, nothing allocated, smart growth.
     TNqClassArray() : TBase(false) {}
 
-    // A copy, element by element; it has smart growth when `source` has.
-    TNqClassArray(const TNqClassArray& source) : TNqClassArray()
+    // A copy, element by element; it has smart growth when `inSource` has.
+    TNqClassArray(const TNqClassArray& inSource) : TNqClassArray()
     {
         this->SetGrowSize(1);
-        *this = source;
+        *this = inSource;
     }
 
     ~TNqClassArray() { this->FinishDestruction(); }
 
-    // Assigns the elements that both have, constructs copies of the others and destroys those that `source` has not. A
-    // source with smart growth passes it on. Without memory: reported, the elements unchanged.
-    TNqClassArray& operator=(const TNqClassArray& source)
+    // Assigns the elements that both have, constructs copies of the others and destroys those that `inSource` has not.
+    // A source with smart growth passes it on. Without memory: reported, the elements unchanged.
+    TNqClassArray& operator=(const TNqClassArray& inSource)
     {
-        if (!this->StartAssignment(source))
+        if (!this->StartAssignment(inSource))
             return *this;
-        if (fElemCount > source.fElemCount)
-            this->ResizeCount(source.fElemCount);
-        std::copy(source.fArrayData, source.fArrayData + fElemCount, fArrayData);
-        std::uninitialized_copy(source.fArrayData + fElemCount, source.fArrayData + source.fElemCount,
+        if (fElemCount > inSource.fElemCount)
+            this->ResizeCount(inSource.fElemCount);
+        std::copy(inSource.fArrayData, inSource.fArrayData + fElemCount, fArrayData);
+        std::uninitialized_copy(inSource.fArrayData + fElemCount, inSource.fArrayData + inSource.fElemCount,
                                 fArrayData + fElemCount);
-        fElemCount = source.fElemCount;
+        fElemCount = inSource.fElemCount;
         return *this;
     }
 
@@ -83,11 +83,11 @@ public:
         return elem;
     }
 
-    // Appends a copy of `value`, which may be an element of this array. False when the block could not grow.
-    boolean AddElem(const T& value)
+    // Appends a copy of `inValue`, which may be an element of this array. False when the block could not grow.
+    boolean AddElem(const T& inValue)
     {
         NqCheck(IsValid());
-        const T* source = std::addressof(value);
+        const T* source = std::addressof(inValue);
         if (fElemCount == fElemSpace && (source = this->GrowForCopyOf(source)) == nullptr)
             return false;
         ::new (static_cast<void*>(fArrayData + fElemCount)) T(*source);
@@ -110,14 +110,14 @@ public:
     }
 
     // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
-    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize)
+    boolean ArrayAlloc(uint32 inInitialCount, uint32 inInitialSpace, uint32 inGrowSize)
     {
-        return this->Allocate(initialCount, initialSpace, growSize, false);
+        return this->Allocate(inInitialCount, inInitialSpace, inGrowSize, false);
     }
 
-    // Construct n copies of `model` in raw memory, and destroy n elements, in place. Neither touches the count.
-    static void Construct(T* at, uint32 n, const T& model) { std::uninitialized_fill_n(at, n, model); }
-    static void Destruct(T* at, uint32 n) { std::destroy_n(at, n); }
+    // Construct n copies of `inModel` in raw memory, and destroy n elements, in place. Neither touches the count.
+    static void Construct(T* inAt, uint32 n, const T& inModel) { std::uninitialized_fill_n(inAt, n, inModel); }
+    static void Destruct(T* inAt, uint32 n) { std::destroy_n(inAt, n); }
 
 private:
     static constexpr NqSize kLargestModel = NqSize{64} * 1024; // bytes that may lie on the stack
@@ -138,16 +138,16 @@ private:
     }
 
     // The first of them is the model of the others.
-    static void StartLargeElems(T* at, uint32 n)
+    static void StartLargeElems(T* inAt, uint32 n)
     {
-        ::new (static_cast<void*>(at)) T();
+        ::new (static_cast<void*>(inAt)) T();
         try
         {
-            Construct(at + 1, n - 1, *at);
+            Construct(inAt + 1, n - 1, *inAt);
         }
         catch (...)
         {
-            Destruct(at, 1);
+            Destruct(inAt, 1);
             throw;
         }
     }
@@ -158,8 +158,8 @@ private:
         fElemCount = n;
         Destruct(fArrayData + n, oldCount - n);
     }
-    void EndElems(T* at, uint32 n) { Destruct(at, n); }
-    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemCount, space); }
+    void EndElems(T* inAt, uint32 n) { Destruct(inAt, n); }
+    uint32 GetKeptCount(uint32 inSpace) const { return Nq_Min(fElemCount, inSpace); }
 };
 
 // Walks an array of objects by index, so it survives a block that moves while elements are appended.
@@ -173,7 +173,7 @@ template <typename T, typename A = TNqClassArray<T>>
 class TNqIterator : public TNqObject
 {
 public:
-    TNqIterator(A& array, uint32 index) : fMyArray(array), fCurrent(nullptr), fCurrentIndex(index) {}
+    TNqIterator(A& ioArray, uint32 inIndex) : fMyArray(ioArray), fCurrent(nullptr), fCurrentIndex(inIndex) {}
 
     // The first element, null when there is none.
     T* First()

@@ -74,18 +74,18 @@ inline uint8 ClampedToByte(real32 c)
     return UnitToByte(positive < 1 ? positive : 1);
 }
 
-inline uint8 ToByte(real32 value)
+inline uint8 ToByte(real32 inValue)
 {
-    return static_cast<uint8>(RealToInt32(value));
+    return static_cast<uint8>(RealToInt32(inValue));
 }
 
-inline bool AreEqual(real32 a, real32 b, real32 tolerance)
+inline bool AreEqual(real32 a, real32 b, real32 inTolerance)
 {
-    return tolerance == 0 ? a == b : (a > b ? a - b : b - a) <= tolerance;
+    return inTolerance == 0 ? a == b : (a > b ? a - b : b - a) <= inTolerance;
 }
 
 // Reports that the colour is not clamped, and converts it as it is.
-[[gnu::cold]] void ConvertReporting(const TNqColorRGB& color, uint8 alpha, TNqColorRGBA8& outColor);
+[[gnu::cold]] void ConvertReporting(const TNqColorRGB& inColor, uint8 inAlpha, TNqColorRGBA8& outColor);
 
 } // namespace NqColorMath
 
@@ -111,13 +111,13 @@ public:
     }
 
     // The clamped colour as bytes: 255 times the component, not rounded. The callers include NqColorRGBA.h.
-    inline void ToRGBA8(TNqColorRGBA8& outColor, uint8 alpha) const;
+    inline void ToRGBA8(TNqColorRGBA8& outColor, uint8 inAlpha) const;
 
     // The same for a colour that is clamped already. One that is not is reported, "IsClamped()", and converted as it
     // is.
-    inline void ToRGBA8Unclamped(TNqColorRGBA8& outColor, uint8 alpha) const;
+    inline void ToRGBA8Unclamped(TNqColorRGBA8& outColor, uint8 inAlpha) const;
 
-    inline void ToRGBA(TNqColorRGBA& outColor, real32 alpha) const;
+    inline void ToRGBA(TNqColorRGBA& outColor, real32 inAlpha) const;
 
     // From a, at 0, to b, at 1.
     void Interpolate(const TNqColorRGB& a, const TNqColorRGB& b, real32 t)
@@ -137,11 +137,11 @@ public:
     }
 
     // Whether no component differs by more than the tolerance; a tolerance of 0 takes the components as they are.
-    boolean IsEqual(const TNqColorRGB& other, real32 tolerance) const
+    boolean IsEqual(const TNqColorRGB& inOther, real32 inTolerance) const
     {
-        return NqColorMath::AreEqual(red, other.red, tolerance) &&
-               NqColorMath::AreEqual(green, other.green, tolerance) &&
-               NqColorMath::AreEqual(blue, other.blue, tolerance);
+        return NqColorMath::AreEqual(red, inOther.red, inTolerance) &&
+               NqColorMath::AreEqual(green, inOther.green, inTolerance) &&
+               NqColorMath::AreEqual(blue, inOther.blue, inTolerance);
     }
 
     // Hue, lightness and saturation of a clamped colour, 0..1 each; red has the hue 0, green 1/3, blue 2/3. Greys have
@@ -149,7 +149,7 @@ public:
     void GetHLS(real32& outHue, real32& outLightness, real32& outSaturation) const;
 
     // The colour of these. Hues up to one turn outside 0..1 are taken as well.
-    void SetHLS(real32 hue, real32 lightness, real32 saturation);
+    void SetHLS(real32 inHue, real32 inLightness, real32 inSaturation);
 
     union // both names are in use
     {
@@ -180,11 +180,11 @@ public:
     int32 Blue() const { return sign & kBlueNegative ? -int32{blue} : blue; }
 
     // The same bytes: a negative 0 is another one than 0.
-    boolean operator==(const TNqColorSignedRGB8& other) const
+    boolean operator==(const TNqColorSignedRGB8& inOther) const
     {
-        return red == other.red && green == other.green && blue == other.blue && sign == other.sign;
+        return red == inOther.red && green == inOther.green && blue == inOther.blue && sign == inOther.sign;
     }
-    boolean operator!=(const TNqColorSignedRGB8& other) const { return !(*this == other); }
+    boolean operator!=(const TNqColorSignedRGB8& inOther) const { return !(*this == inOther); }
 
     // As those of TNqColorRGB, rounded to the nearest difference.
     void Interpolate(const TNqColorSignedRGB8& a, const TNqColorSignedRGB8& b, real32 t);
@@ -215,11 +215,11 @@ public:
     int32 Blue() const { return exponent * blue; }
 
     // The same bytes: one colour may have several encodings.
-    boolean operator==(const TNqColorRGBE8& other) const
+    boolean operator==(const TNqColorRGBE8& inOther) const
     {
-        return red == other.red && green == other.green && blue == other.blue && exponent == other.exponent;
+        return red == inOther.red && green == inOther.green && blue == inOther.blue && exponent == inOther.exponent;
     }
-    boolean operator!=(const TNqColorRGBE8& other) const { return !(*this == other); }
+    boolean operator!=(const TNqColorRGBE8& inOther) const { return !(*this == inOther); }
 
     // As those of TNqColorRGB, rounded to the nearest integers before they are encoded.
     void Interpolate(const TNqColorRGBE8& a, const TNqColorRGBE8& b, real32 t);

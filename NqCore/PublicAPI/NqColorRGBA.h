@@ -35,9 +35,9 @@ public:
     }
 
     // Multiplies all four components.
-    TNqColorRGBA& operator*=(real32 factor)
+    TNqColorRGBA& operator*=(real32 inFactor)
     {
-        Set(red * factor, green * factor, blue * factor, alpha * factor);
+        Set(red * inFactor, green * inFactor, blue * inFactor, alpha * inFactor);
         return *this;
     }
 
@@ -65,9 +65,9 @@ public:
             NqColorMath::Mix(a.blue, b.blue, c.blue, uv), NqColorMath::Mix(a.alpha, b.alpha, c.alpha, uv));
     }
 
-    boolean IsEqual(const TNqColorRGBA& other, real32 tolerance) const
+    boolean IsEqual(const TNqColorRGBA& inOther, real32 inTolerance) const
     {
-        return TNqColorRGB::IsEqual(other, tolerance) && NqColorMath::AreEqual(alpha, other.alpha, tolerance);
+        return TNqColorRGB::IsEqual(inOther, inTolerance) && NqColorMath::AreEqual(alpha, inOther.alpha, inTolerance);
     }
 
     union
@@ -91,11 +91,11 @@ public:
     {
     }
 
-    boolean operator==(const TNqColorRGBA8& other) const
+    boolean operator==(const TNqColorRGBA8& inOther) const
     {
-        return blue == other.blue && green == other.green && red == other.red && alpha == other.alpha;
+        return blue == inOther.blue && green == inOther.green && red == inOther.red && alpha == inOther.alpha;
     }
-    boolean operator!=(const TNqColorRGBA8& other) const { return !(*this == other); }
+    boolean operator!=(const TNqColorRGBA8& inOther) const { return !(*this == inOther); }
 
     void ToRGBA(TNqColorRGBA& outColor) const
     {
@@ -158,24 +158,24 @@ public:
 
 // ---- Conversions ----------------------------------------------------------------------------------------------------
 
-inline void TNqColorRGB::ToRGBA8(TNqColorRGBA8& outColor, uint8 alpha) const
+inline void TNqColorRGB::ToRGBA8(TNqColorRGBA8& outColor, uint8 inAlpha) const
 {
     outColor = TNqColorRGBA8(NqColorMath::ClampedToByte(red), NqColorMath::ClampedToByte(green),
-                             NqColorMath::ClampedToByte(blue), alpha);
+                             NqColorMath::ClampedToByte(blue), inAlpha);
 }
 
-inline void TNqColorRGB::ToRGBA8Unclamped(TNqColorRGBA8& outColor, uint8 alpha) const
+inline void TNqColorRGB::ToRGBA8Unclamped(TNqColorRGBA8& outColor, uint8 inAlpha) const
 {
     using NqColorMath::UnitToByte;
     if (IsClamped())
-        outColor = TNqColorRGBA8(UnitToByte(red), UnitToByte(green), UnitToByte(blue), alpha);
+        outColor = TNqColorRGBA8(UnitToByte(red), UnitToByte(green), UnitToByte(blue), inAlpha);
     else
-        NqColorMath::ConvertReporting(*this, alpha, outColor);
+        NqColorMath::ConvertReporting(*this, inAlpha, outColor);
 }
 
-inline void TNqColorRGB::ToRGBA(TNqColorRGBA& outColor, real32 alpha) const
+inline void TNqColorRGB::ToRGBA(TNqColorRGBA& outColor, real32 inAlpha) const
 {
-    outColor.Set(red, green, blue, alpha);
+    outColor.Set(red, green, blue, inAlpha);
 }
 
 #if defined(__GNUC__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__

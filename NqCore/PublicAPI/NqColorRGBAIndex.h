@@ -16,9 +16,10 @@ public:
     TNqColorRGBAIndex() : fIndex(0) {}
 
     // Whether colours and indices differ by no more than the tolerance; 0 takes them as they are.
-    boolean IsEqual(const TNqColorRGBAIndex& other, real32 tolerance) const
+    boolean IsEqual(const TNqColorRGBAIndex& inOther, real32 inTolerance) const
     {
-        return fColor.IsEqual(other.fColor, tolerance) && NqColorMath::AreEqual(fIndex, other.fIndex, tolerance);
+        return fColor.IsEqual(inOther.fColor, inTolerance) &&
+               NqColorMath::AreEqual(fIndex, inOther.fIndex, inTolerance);
     }
 
     // The colour as TNqColorRGBA interpolates it, the index likewise and then clamped to 0..1.

@@ -21,56 +21,56 @@
 using NqSize = size_t; // byte counts
 
 // The two report functions, supplied by the host. Both may return.
-void Nq_CallAssert_(char* file, unsigned int line);
-void Nq_CallNotify_(char* file, unsigned int line, const char* text);
+void Nq_CallAssert_(char* inFile, unsigned int inLine);
+void Nq_CallNotify_(char* inFile, unsigned int inLine, const char* inText);
 
 // Whether a path starts with one of the top folders of the sources.
-constexpr bool NqStartsInTopFolder(std::string_view path)
+constexpr bool NqStartsInTopFolder(std::string_view inPath)
 {
     for (const std::string_view folder : {"NqCore/", "NqUtils/", "NqPlatform/", "NqHost/"})
     {
-        if (path.substr(0, folder.size()) == folder)
+        if (inPath.substr(0, folder.size()) == folder)
             return true;
     }
     return false;
 }
 
 // The tail of a source path that starts at the last top folder in it, so that a report names the same file wherever the
-// library was built or installed; without one the whole path. Points into `path`.
-constexpr const char* NqSourcePath(const char* path)
+// library was built or installed; without one the whole path. Points into `inPath`.
+constexpr const char* NqSourcePath(const char* inPath)
 {
-    const char* found = path;
-    for (const char* p = path; *p != 0; ++p)
+    const char* found = inPath;
+    for (const char* p = inPath; *p != 0; ++p)
     {
-        if ((p == path || p[-1] == '/') && NqStartsInTopFolder(p))
+        if ((p == inPath || p[-1] == '/') && NqStartsInTopFolder(p))
             found = p;
     }
     return found;
 }
 
-// Reports `text` to the host for the given place in the sources.
-[[gnu::cold, gnu::noinline]] inline void NqReport(const char* file, unsigned int line, const char* text)
+// Reports `inText` to the host for the given place in the sources.
+[[gnu::cold, gnu::noinline]] inline void NqReport(const char* inFile, unsigned int inLine, const char* inText)
 {
-    Nq_CallNotify_(const_cast<char*>(NqSourcePath(file)), line, text);
+    Nq_CallNotify_(const_cast<char*>(NqSourcePath(inFile)), inLine, inText);
 }
 
-[[gnu::cold, gnu::noinline]] inline void NqReportAssert(const char* file, unsigned int line)
+[[gnu::cold, gnu::noinline]] inline void NqReportAssert(const char* inFile, unsigned int inLine)
 {
-    Nq_CallAssert_(const_cast<char*>(NqSourcePath(file)), line);
+    Nq_CallAssert_(const_cast<char*>(NqSourcePath(inFile)), inLine);
 }
 
-inline bool NqReportUnless(bool holds, const char* file, unsigned int line, const char* text)
+inline bool NqReportUnless(bool inHolds, const char* inFile, unsigned int inLine, const char* inText)
 {
-    if (__builtin_expect(!holds, 0))
-        NqReport(file, line, text);
-    return holds;
+    if (__builtin_expect(!inHolds, 0))
+        NqReport(inFile, inLine, inText);
+    return inHolds;
 }
 
-inline bool NqReportAssertUnless(bool holds, const char* file, unsigned int line)
+inline bool NqReportAssertUnless(bool inHolds, const char* inFile, unsigned int inLine)
 {
-    if (__builtin_expect(!holds, 0))
-        NqReportAssert(file, line);
-    return holds;
+    if (__builtin_expect(!inHolds, 0))
+        NqReportAssert(inFile, inLine);
+    return inHolds;
 }
 
 // Reports the condition, as written, when it does not hold; yields whether it holds.

@@ -48,9 +48,9 @@ public:
     // Throws kNqErrOutOfMemory, with *outObject as it was. A null outObject is reported.
     static void Create(TNqCountedObject** outObject);
 
-    static void* operator new(NqSize byteCount) noexcept { return NqAllocateObject(byteCount); }
+    static void* operator new(NqSize inByteCount) noexcept { return NqAllocateObject(inByteCount); }
     static void operator delete(void* p) noexcept { NqFreeObject(p); }
-    static void* operator new[](NqSize byteCount) noexcept { return NqAllocateObjectArray(byteCount); }
+    static void* operator new[](NqSize inByteCount) noexcept { return NqAllocateObjectArray(inByteCount); }
     static void operator delete[](void* p) noexcept { NqFreeObjectArray(p); }
 
     // Its number among all counted objects ever created; 0 when it was created before the registry.
@@ -90,9 +90,9 @@ public:
     // As TNqCountedObject::Create.
     static void Create(TNqSMPCountedObject** outObject);
 
-    static void* operator new(NqSize byteCount) noexcept { return NqAllocateObject(byteCount); }
+    static void* operator new(NqSize inByteCount) noexcept { return NqAllocateObject(inByteCount); }
     static void operator delete(void* p) noexcept { NqFreeObject(p); }
-    static void* operator new[](NqSize byteCount) noexcept { return NqAllocateObjectArray(byteCount); }
+    static void* operator new[](NqSize inByteCount) noexcept { return NqAllocateObjectArray(inByteCount); }
     static void operator delete[](void* p) noexcept { NqFreeObjectArray(p); }
 
 protected:
@@ -114,10 +114,11 @@ extern TNqSMPCountedObject** gLastSMPCountedObject;  // kept for the host, not u
 extern TNqAtomicCounterHolder* gTotalCountedObjects;
 extern TNqAtomicCounterHolder* gCurrentCountedObjects;
 
-// Called once by the host, before the first counted object; `current` null turns the statistics off.
-void InitNqCountedObject(TNqCountedObject** first, TNqCountedObject** last, TNqSMPCountedObject** firstSMP,
-                         TNqSMPCountedObject** lastSMP, TNqAtomicCounter** total, TNqAtomicCounter** current);
+// Called once by the host, before the first counted object; `outCurrent` null turns the statistics off.
+void InitNqCountedObject(TNqCountedObject** inFirst, TNqCountedObject** inLast, TNqSMPCountedObject** inFirstSMP,
+                         TNqSMPCountedObject** inLastSMP, TNqAtomicCounter** inTotal, TNqAtomicCounter** inCurrent);
 
 // The six addresses, for a module that shares the registry of another.
-void GetNqCountedObject(TNqCountedObject**& first, TNqCountedObject**& last, TNqSMPCountedObject**& firstSMP,
-                        TNqSMPCountedObject**& lastSMP, TNqAtomicCounter**& total, TNqAtomicCounter**& current);
+void GetNqCountedObject(TNqCountedObject**& outFirst, TNqCountedObject**& outLast, TNqSMPCountedObject**& outFirstSMP,
+                        TNqSMPCountedObject**& outLastSMP, TNqAtomicCounter**& outTotal,
+                        TNqAtomicCounter**& outCurrent);

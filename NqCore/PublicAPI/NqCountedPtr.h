@@ -12,23 +12,23 @@
 
 #include "NqCore/PublicAPI/NqObject.h"
 
-// Takes a reference of an object that is alive. Returns `object`.
+// Takes a reference of an object that is alive. Returns `inObject`.
 template <class T>
-inline T* NqAddReference(T* object)
+inline T* NqAddReference(T* inObject)
 {
-    if (NqIsAlive(object))
-        object->AddRef();
-    return object;
+    if (NqIsAlive(inObject))
+        inObject->AddRef();
+    return inObject;
 }
 
-// Puts `object`, with a reference that the slot takes over, into `slot` and releases what was there, unless it is dead.
-// Everything that holds references stores them here. The slot changes first: whatever the end of the old object sets
-// off finds it in order and releases nothing twice.
+// Puts `inObject`, with a reference that the slot takes over, into `ioSlot` and releases what was there, unless it is
+// dead. Everything that holds references stores them here. The slot changes first: whatever the end of the old object
+// sets off finds it in order and releases nothing twice.
 template <class T>
-inline void NqStoreReference(T*& slot, T* object)
+inline void NqStoreReference(T*& ioSlot, T* inObject)
 {
-    T* const old = slot;
-    slot = object;
+    T* const old = ioSlot;
+    ioSlot = inObject;
     if (NqIsAlive(old))
         old->Release();
 }

@@ -20,12 +20,12 @@ public:
     explicit TNqCountedCreateHelper(T** inPtr) : fPtr(inPtr) {}
 
     // Throws kNqErrOutOfMemory for null, with *fPtr as it was. The pointer that is already there changes nothing.
-    T** operator=(T* newObject) const
+    T** operator=(T* inNewObject) const
     {
-        if (newObject == nullptr)
+        if (inNewObject == nullptr)
             throw TNqException(kNqErrOutOfMemory, NqSourcePath(__FILE__), __LINE__);
-        if (*fPtr != newObject)
-            NqStoreReference(*fPtr, newObject);
+        if (*fPtr != inNewObject)
+            NqStoreReference(*fPtr, inNewObject);
         return fPtr;
     }
 
@@ -39,9 +39,9 @@ class TNqCountedGetHelper : public TNqObject
 public:
     explicit TNqCountedGetHelper(T** inPtr) : fPtr(inPtr) {}
 
-    T** operator=(T* object) const
+    T** operator=(T* inObject) const
     {
-        NqStoreReference(*fPtr, NqAddReference(object));
+        NqStoreReference(*fPtr, NqAddReference(inObject));
         return fPtr;
     }
 

@@ -31,14 +31,14 @@ public:
 
     // The time of day, and the date in its short form, in the user's language and time zone: those of LC_ALL, LC_TIME
     // or LANG, and of TZ, where the system has these. The long form of the time has seconds and the zone. A text with
-    // characters beyond ASCII is not handed out: "converted" is reported and `str` stays as it is. Throw
+    // characters beyond ASCII is not handed out: "converted" is reported and `outStr` stays as it is. Throw
     // kNqErrInvalidData when the system has no locale, no form for it, or no text.
-    void SysTimeString(TNqString& str, uint8 display_seconds) const;
-    void SysDateString(TNqString& str) const;
+    void SysTimeString(TNqString& outStr, uint8 display_seconds) const;
+    void SysDateString(TNqString& outStr) const;
 
     // The instant of a record, read as GMT. Of month, day, hour and minute the low 8 bits are taken, so normalise a
     // record of which they may be far out of range.
-    void TimeRecordToSysTime(const TNqUserTimeRecord& timeRecord);
+    void TimeRecordToSysTime(const TNqUserTimeRecord& inTimeRecord);
 
     real64 fSeconds;
 };
@@ -53,17 +53,17 @@ public:
     // All fields from an instant. Fractions of a second are cut. Of the year the low 16 bits are kept.
     void SysTimeToTimeRecord(const TNqSystemTime& t);
 
-    static boolean IsLeapYear(int16 year);
+    static boolean IsLeapYear(int16 inYear);
 
     // 28 to 31. Months that there are not have 31 days.
-    static int16 DaysInMonth(int16 year, int16 month);
+    static int16 DaysInMonth(int16 inYear, int16 inMonth);
 
     // 1 is Sunday, 7 Saturday: not the numbers of fDayOfWeek. For years from 1 on; earlier ones yield some day.
-    static int16 DayOfWeek(int16 year, int16 month, int16 day);
+    static int16 DayOfWeek(int16 inYear, int16 inMonth, int16 inDay);
 
     // Carries a day out of range into month and year. The month is not looked at before: one out of range has 31 days,
     // and is carried only by stepping on from it. Of a year that leaves its 16 bits the low ones are kept.
-    static void NormalizeDate(int16& year, int16& month, int16& day);
+    static void NormalizeDate(int16& ioYear, int16& ioMonth, int16& ioDay);
 
     // Carries seconds into minutes, these into hours, those into days, and normalises the date. fDayOfWeek stays.
     void NormalizeTimeRecord();

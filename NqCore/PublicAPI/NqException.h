@@ -42,16 +42,16 @@ constexpr NqErr kNqErrUserCancelled = static_cast<NqErr>(0x800101EA);
 class TNqException : public TNqObject
 {
 public:
-    // `file` (may be null) must outlive the exception: a literal, NqSourcePath(__FILE__).
-    TNqException(int error, const char* file, int line);
+    // `inFile` (may be null) must outlive the exception: a literal, NqSourcePath(__FILE__).
+    TNqException(int inError, const char* inFile, int inLine);
 
     // The same with a message, which the exception takes over; null for none.
-    TNqException(int error, TNqString* errorString, const char* file, int line);
+    TNqException(int inError, TNqString* inErrorString, const char* inFile, int inLine);
 
-    // Take the message away from `other`. Assignment does not delete the message held before, nor does it touch
+    // Take the message away from `inOther`. Assignment does not delete the message held before, nor does it touch
     // anything when the exception is assigned to itself. Neither tells the host.
-    TNqException(const TNqException& other);
-    TNqException& operator=(const TNqException& other);
+    TNqException(const TNqException& inOther);
+    TNqException& operator=(const TNqException& inOther);
 
     ~TNqException();
 
@@ -75,7 +75,7 @@ private:
 
 // Tells the host that an exception with this code is on its way: a text of its own for a cancel and for a failed
 // connection, nothing for 0 and for kNqErrSilent.
-void NotifyProgramer(int error);
+void NotifyProgramer(int inError);
 
 // A hook for callers that catch exceptions of the platform. Does nothing.
 void CatchPlatformException(unsigned char);

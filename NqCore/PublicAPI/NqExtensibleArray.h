@@ -82,13 +82,13 @@ template <typename T>
 class TNqExtensibleArray : public TNqObject
 {
 public:
-    // At most 2^logMaxElemCount elements, in blocks of 2^logGrowSize; both are taken as 0 below that and as 30 above.
-    // With zeroMem every element that comes into use is zero.
-    TNqExtensibleArray(int32 logMaxElemCount, int32 logGrowSize, boolean zeroMem)
-        : fLogMaxElemCount(std::clamp(logMaxElemCount, 0, kLargestLog)),
-          fLogGrowSize(std::clamp(logGrowSize, 0, kLargestLog)),
+    // At most 2^inLogMaxElemCount elements, in blocks of 2^inLogGrowSize; both are taken as 0 below that and as 30
+    // above. With inZeroMem every element that comes into use is zero.
+    TNqExtensibleArray(int32 inLogMaxElemCount, int32 inLogGrowSize, boolean inZeroMem)
+        : fLogMaxElemCount(std::clamp(inLogMaxElemCount, 0, kLargestLog)),
+          fLogGrowSize(std::clamp(inLogGrowSize, 0, kLargestLog)),
           fMask((1 << fLogGrowSize) - 1),
-          fZeroMem(zeroMem),
+          fZeroMem(inZeroMem),
           fElemCount(0)
     {
     }
@@ -100,13 +100,13 @@ public:
 
     // Elements 0 to count - 1 are in use; whole blocks are added for them, and a lower count gives none back. False,
     // with nothing changed, for a count below 0 or past the maximum and, after a report, without memory.
-    boolean SetElemCount(int32 count)
+    boolean SetElemCount(int32 inCount)
     {
-        if (count < 0 || count > GetMaxElemCount() || !AddBlocksFor(count))
+        if (inCount < 0 || inCount > GetMaxElemCount() || !AddBlocksFor(inCount))
             return false;
         if (fZeroMem)
-            ZeroElems(count, fElemCount);
-        fElemCount = count;
+            ZeroElems(inCount, fElemCount);
+        fElemCount = inCount;
         return true;
     }
 
@@ -126,9 +126,9 @@ private:
 
     static constexpr int32 kLargestLog = 30;
 
-    bool AddBlocksFor(int32 count)
+    bool AddBlocksFor(int32 inCount)
     {
-        const int64 needed = (static_cast<int64>(count) + fMask) >> fLogGrowSize;
+        const int64 needed = (static_cast<int64>(inCount) + fMask) >> fLogGrowSize;
         const uint32 oldBlocks = fData.GetElemCount();
         while (fData.GetElemCount() < needed)
         {
@@ -152,9 +152,9 @@ private:
     }
 
     // New blocks are zero and dropped elements become it, so every element is when it comes into use.
-    void ZeroElems(int32 from, int32 to)
+    void ZeroElems(int32 inFrom, int32 inTo)
     {
-        for (int32 i = from; i < to; ++i)
+        for (int32 i = inFrom; i < inTo; ++i)
             std::memset(static_cast<void*>(fIndex[static_cast<uint32>(i >> fLogGrowSize)] + (i & fMask)), 0, sizeof(T));
     }
 

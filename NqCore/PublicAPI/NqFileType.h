@@ -90,7 +90,7 @@ public:
 
     // Appends a copy, or merges it into the type of the same id. A type without extension is reported
     // ("fileType.GetExtensionsCount() > 0") and added all the same.
-    void AddElem(const TNqFileType& fileType);
+    void AddElem(const TNqFileType& inFileType);
 
     // The lookups return null when nothing fits. What they return is good until the next type is added.
 

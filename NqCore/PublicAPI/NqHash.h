@@ -32,7 +32,7 @@ class TNqHashCommon : public TNqObject
 public:
     using TBucket = TNqArray<IDType>;
 
-    // `size` empty buckets; 0 is reported. Without memory some are missing.
+    // `inSize` empty buckets; 0 is reported. Without memory some are missing.
     explicit TNqHashCommon(unsigned int size) : fSize(size), fHashTable(size, true)
     {
         NqCheck(size > 0);
@@ -42,21 +42,21 @@ public:
     TNqHashCommon(const TNqHashCommon&) = delete;
     TNqHashCommon& operator=(const TNqHashCommon&) = delete;
 
-    // Reserves room for `count` entries, spread evenly over the buckets; room beyond that is given back, entries stay.
-    // False without memory.
-    virtual boolean SetElemSpace(unsigned int count)
+    // Reserves room for `inCount` entries, spread evenly over the buckets; room beyond that is given back, entries
+    // stay. False without memory.
+    virtual boolean SetElemSpace(unsigned int inCount)
     {
         if (fHashTable.GetElemCount() < fSize)
             return false;
         for (uint32 i = 0; i < fHashTable.GetElemCount(); ++i)
         {
             TBucket* const bucket = fHashTable[i];
-            const uint32 evenShare = count / fSize;
+            const uint32 evenShare = inCount / fSize;
             const uint32 share = std::max(evenShare + 1, evenShare); // the largest count has no larger one
             if (bucket == nullptr || !bucket->SetElemSpace(AtLeastCount(share, *bucket)))
                 return false;
         }
-        return fHashData.SetElemSpace(AtLeastCount(count, fHashData));
+        return fHashData.SetElemSpace(AtLeastCount(inCount, fHashData));
     }
 
     // Drops all entries; the buckets and the reserved space stay.
@@ -73,9 +73,9 @@ public:
     virtual boolean AreKeysEqual(const Key& a, const Key& b) const { return a == b; }
 
     // The bucket of a key: the sum of the key's bytes modulo the number of buckets.
-    virtual uint32 HashFunction(const Key& key) const
+    virtual uint32 HashFunction(const Key& inKey) const
     {
-        const uint8* const bytes = reinterpret_cast<const uint8*>(std::addressof(key));
+        const uint8* const bytes = reinterpret_cast<const uint8*>(std::addressof(inKey));
         uint32 sum = 0;
         for (NqSize i = 0; i < sizeof(Key); ++i)
             sum += bytes[i];
@@ -89,18 +89,18 @@ public:
     }
 
     // The bucket of a key, null when it is missing.
-    TBucket* GetElemArray(const Key& key) { return const_cast<TBucket*>(std::as_const(*this).GetElemArray(key)); }
-    const TBucket* GetElemArray(const Key& key) const
+    TBucket* GetElemArray(const Key& inKey) { return const_cast<TBucket*>(std::as_const(*this).GetElemArray(inKey)); }
+    const TBucket* GetElemArray(const Key& inKey) const
     {
-        const uint32 index = HashFunction(key);
+        const uint32 index = HashFunction(inKey);
         return index < fHashTable.GetElemCount() ? fHashTable[index] : nullptr;
     }
 
 protected:
     template <typename TArray>
-    static uint32 AtLeastCount(uint32 space, const TArray& array)
+    static uint32 AtLeastCount(uint32 inSpace, const TArray& inArray)
     {
-        return std::max(space, array.GetElemCount());
+        return std::max(inSpace, inArray.GetElemCount());
     }
 
     uint32 fSize;                    // buckets
@@ -117,11 +117,11 @@ class TNqHashMap : public TNqHashCommon<Key, Data>
 public:
     using typename TBase::TBucket;
 
-    explicit TNqHashMap(unsigned int size) : TBase(size) {}
+    explicit TNqHashMap(unsigned int inSize) : TBase(inSize) {}
 
-    boolean SetElemSpace(unsigned int count) override
+    boolean SetElemSpace(unsigned int inCount) override
     {
-        return TBase::SetElemSpace(count) && fHashKey.SetElemSpace(this->AtLeastCount(count, fHashKey));
+        return TBase::SetElemSpace(inCount) && fHashKey.SetElemSpace(this->AtLeastCount(inCount, fHashKey));
     }
 
     void ResetDatas() override
@@ -131,40 +131,40 @@ public:
     }
 
     // The index of the entry with this key in a bucket, kNqHashNotFound when there is none: the first added one
-    // fromStart, else the last. Throws kNqErrInvalidData for a null bucket.
-    uint32 FindInArray(const TNqArray<uint32>* bucket, const Key& key, boolean fromStart) const
+    // inFromStart, else the last. Throws kNqErrInvalidData for a null bucket.
+    uint32 FindInArray(const TNqArray<uint32>* inBucket, const Key& inKey, boolean inFromStart) const
     {
-        if (bucket == nullptr)
+        if (inBucket == nullptr)
             throw TNqException(kNqErrInvalidData, NqSourcePath(__FILE__), __LINE__);
-        const uint32 count = bucket->GetElemCount();
-        const uint32* const indices = bucket->BaseAddress();
+        const uint32 count = inBucket->GetElemCount();
+        const uint32* const indices = inBucket->BaseAddress();
         for (uint32 i = 0; i < count; ++i)
         {
-            const uint32 index = indices[fromStart ? i : count - 1 - i];
-            if (this->AreKeysEqual(fHashKey[index], key))
+            const uint32 index = indices[inFromStart ? i : count - 1 - i];
+            if (this->AreKeysEqual(fHashKey[index], inKey))
                 return index;
         }
         return kNqHashNotFound;
     }
 
     // The value of the entry with this key, null when there is none.
-    Data* FindElem(const Key& key, boolean fromStart) const
+    Data* FindElem(const Key& inKey, boolean inFromStart) const
     {
-        const uint32 index = FindInArray(this->GetElemArray(key), key, fromStart);
+        const uint32 index = FindInArray(this->GetElemArray(inKey), inKey, inFromStart);
         return index == kNqHashNotFound ? nullptr : const_cast<Data*>(&fHashData[index]);
     }
 
-    // Adds an entry and returns its index. A key that is there already keeps its value: alreadyThere is set and its
+    // Adds an entry and returns its index. A key that is there already keeps its value: outAlreadyThere is set and its
     // index returned. Without memory nothing is added and kNqHashNotFound returned.
-    uint32 AddElem(const Key& key, const Data& value, boolean& alreadyThere, boolean fromStart)
+    uint32 AddElem(const Key& inKey, const Data& inValue, boolean& outAlreadyThere, boolean inFromStart)
     {
-        TBucket* const bucket = this->GetElemArray(key);
-        const uint32 found = FindInArray(bucket, key, fromStart);
-        alreadyThere = found != kNqHashNotFound;
-        if (alreadyThere)
+        TBucket* const bucket = this->GetElemArray(inKey);
+        const uint32 found = FindInArray(bucket, inKey, inFromStart);
+        outAlreadyThere = found != kNqHashNotFound;
+        if (outAlreadyThere)
             return found;
         const uint32 index = fHashData.GetElemCount();
-        if (fHashData.AddElem(value) && fHashKey.AddElem(key) && bucket->AddElem(index))
+        if (fHashData.AddElem(inValue) && fHashKey.AddElem(inKey) && bucket->AddElem(index))
             return index;
         fHashData.SetElemCount(index);
         fHashKey.SetElemCount(index);

@@ -30,9 +30,9 @@ using TNqAtomicCounterHolder = TNqAtomicCounter*;
 
 // A block suitably aligned for any scalar, or null. Nqrealloc keeps the contents, and the old block when it fails; its
 // size is 32-bit.
-void* Nqmalloc(unsigned long byteCount);
-void* Nqrealloc(void* block, unsigned int byteCount);
-void Nqfree(void* block);
+void* Nqmalloc(unsigned long inByteCount);
+void* Nqrealloc(void* inBlock, unsigned int inByteCount);
+void Nqfree(void* inBlock);
 
 // ---- Reports: Nq_CallAssert_ and Nq_CallNotify_ stand in NqCompiler.h -----------------------------------------------
 
@@ -45,8 +45,8 @@ void DeleteCS(TNqCriticalSection* inSection);
 
 // ---- Counting semaphores --------------------------------------------------------------------------------------------
 
-// Saturates at maxCount: a signal at the maximum does nothing.
-TNqSemaphore* NewSemaphore(int maxCount, int initialCount);
+// Saturates at inMaxCount: a signal at the maximum does nothing.
+TNqSemaphore* NewSemaphore(int inMaxCount, int inInitialCount);
 void SignalSemaphore(TNqSemaphore* inSemaphore);
 // Takes one unit, waiting at most that many milliseconds, without limit when negative. 0 when a unit was taken.
 NqErr WaitForSemaphore(TNqSemaphore* inSemaphore, int inMilliseconds);
@@ -87,10 +87,10 @@ public:
     virtual void* HostOperation5() = 0;
     virtual void* HostOperation6() = 0;
     virtual void* HostOperation7() = 0;
-    virtual void* AllocateBlock(uint32 byteCount) = 0; // null without memory
-    virtual void FreeBlock(void* block) = 0;           // null does nothing
-    virtual void* AllocateArrayBlock(uint32 byteCount) = 0;
-    virtual void FreeArrayBlock(void* block) = 0;
+    virtual void* AllocateBlock(uint32 inByteCount) = 0; // null without memory
+    virtual void FreeBlock(void* inBlock) = 0;           // null does nothing
+    virtual void* AllocateArrayBlock(uint32 inByteCount) = 0;
+    virtual void FreeArrayBlock(void* inBlock) = 0;
 
 protected:
     ~IShMemoryUtilities() = default;

@@ -9,29 +9,30 @@
 #include "NqCore/PublicAPI/NqBasicTypes.h"
 
 // Copies byte by byte, ascending: with overlapping ranges a source below the destination smears.
-void Nqmemcpy(void* dst, const void* src, unsigned long byteCount);
+void Nqmemcpy(void* outDst, const void* inSrc, unsigned long inByteCount);
 
 // Copies between ranges that may overlap.
-void Nqmemmove(void* dst, const void* src, unsigned long byteCount);
+void Nqmemmove(void* outDst, const void* inSrc, unsigned long inByteCount);
 
 // Fills bytes.
-void Nqmemfill8(char value, void* dst, unsigned long byteCount);
+void Nqmemfill8(char inValue, void* outDst, unsigned long inByteCount);
 
-// Stores `count` 16-bit copies of `value`: the first as far as they lead to a 4-byte boundary, then a run of words,
+// Stores `inCount` 16-bit copies of `inValue`: the first as far as they lead to a 4-byte boundary, then a run of words,
 // then what is left over. That, an element or its second byte, is stored half way into the run instead of behind it. In
 // the run a negative value gives 0xFFFF in every second element. At an odd start the run misses the boundary: it is
 // reported and written all the same.
-void Nqmemfill16(short value, void* dst, unsigned long count);
+void Nqmemfill16(short inValue, void* outDst, unsigned long inCount);
 
-// Stores `count` 32-bit copies of `value`. At a start k bytes past a 4-byte boundary one copy is written as it is; of
-// more, the run behind the first has the bytes of `value` turned, and the last k bytes of the range stay as they were.
-void Nqmemfill32(int value, void* dst, unsigned long count);
+// Stores `inCount` 32-bit copies of `inValue`. At a start k bytes past a 4-byte boundary one copy is written as it is;
+// of more, the run behind the first has the bytes of `inValue` turned, and the last k bytes of the range stay as they
+// were.
+void Nqmemfill32(int inValue, void* outDst, unsigned long inCount);
 
 // The same at a 4-byte aligned start; another start is reported and filled all the same.
-void Nqmemfill32align(int value, void* dst, unsigned long count);
+void Nqmemfill32align(int inValue, void* outDst, unsigned long inCount);
 
-// Copies `count` words; nothing for 0 or less.
-void Nqmemcpy_uint32(uint32* dst, const uint32* src, int count);
+// Copies `inCount` words; nothing for 0 or less.
+void Nqmemcpy_uint32(uint32* outDst, const uint32* inSrc, int inCount);
 
-// Copies `count` words, the source first in the argument list.
-void memcpyl(uint32* src, uint32* dst, unsigned long count);
+// Copies `inCount` words, the source first in the argument list.
+void memcpyl(uint32* inSrc, uint32* outDst, unsigned long inCount);

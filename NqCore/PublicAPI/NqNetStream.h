@@ -38,11 +38,11 @@ public:
     static constexpr int32 kBufferSize = 256; // bytes of a block
 
     // Null: AttachToSocket gives the stream its socket later.
-    explicit TNqNetStream(INqSocket* socket);
+    explicit TNqNetStream(INqSocket* inSocket);
     ~TNqNetStream() override;
 
     // A stream that has a socket already reports it, and goes on with the new one.
-    void AttachToSocket(INqSocket* socket);
+    void AttachToSocket(INqSocket* inSocket);
     // Whether bytes that have come are waiting to be read; does not look at the socket.
     boolean MoreDataAvailable() const { return fCurrentPosition < fBufferCount; }
     // Sends what waits.
@@ -53,15 +53,15 @@ public:
     using TNqiostream::get;
     using TNqiostream::read;
     int32 tell() override;
-    void seek(int32 offset, seek_dir dir) override;
+    void seek(int32 inOffset, seek_dir dir) override;
     // Waits until all bytes have come. Where the data ends before, a zero byte is stored, the end bit is set, and it is
     // reported unless exactly one byte was missing. Zero bytes are bytes like any other. Does not clear the state.
-    void read(int8* data, int32 count) override;
+    void read(int8* outData, int32 inCount) override;
     void get(int8& c) override;
     // Steps back; the byte itself is not stored.
     void putback(int8 c) override;
     // Sends each block as soon as it is full.
-    void write(const int8* data, int32 count) override;
+    void write(const int8* inData, int32 inCount) override;
 
 protected:
     TNqCountedPtr<INqSocket> fSocket;

@@ -34,30 +34,30 @@ inline boolean NqCheckDeceased(const volatile void* inPointer)
 
 // Whether the first word of an object, where its virtual table would be, says that it is dead. The object is at least
 // as large as a word.
-inline bool NqIsMarkedDead(const void* object)
+inline bool NqIsMarkedDead(const void* inObject)
 {
     void* word;
-    std::memcpy(&word, object, sizeof word);
+    std::memcpy(&word, inObject, sizeof word);
     return NqCheckDeceased(word);
 }
 
 // Whether there is an object to use: the pointer is neither null nor dead, and what it leads to is not marked dead.
 // Objects smaller than a word cannot be marked.
 template <class T>
-inline bool NqIsAlive(const T* object)
+inline bool NqIsAlive(const T* inObject)
 {
-    if (object == nullptr || NqCheckDeceased(object))
+    if (inObject == nullptr || NqCheckDeceased(inObject))
         return false;
     if constexpr (sizeof(T) < sizeof(void*))
         return true;
     else
-        return !NqIsMarkedDead(object);
+        return !NqIsMarkedDead(inObject);
 }
 
 // The allocation that all the bases share. Sizes above 4 GiB are reported and requested modulo 2^32.
-void* NqAllocateObject(NqSize byteCount) noexcept;
+void* NqAllocateObject(NqSize inByteCount) noexcept;
 void NqFreeObject(void* p) noexcept;
-void* NqAllocateObjectArray(NqSize byteCount) noexcept;
+void* NqAllocateObjectArray(NqSize inByteCount) noexcept;
 void NqFreeObjectArray(void* p) noexcept;
 
 // Host-backed `operator new` and `delete`, written once for the bases and for the counted objects. Tag keeps the bases
@@ -66,9 +66,9 @@ template <int Tag>
 class TNqHostAllocated
 {
 public:
-    static void* operator new(NqSize byteCount) noexcept { return NqAllocateObject(byteCount); }
+    static void* operator new(NqSize inByteCount) noexcept { return NqAllocateObject(inByteCount); }
     static void operator delete(void* p) noexcept { NqFreeObject(p); }
-    static void* operator new[](NqSize byteCount) noexcept { return NqAllocateObjectArray(byteCount); }
+    static void* operator new[](NqSize inByteCount) noexcept { return NqAllocateObjectArray(inByteCount); }
     static void operator delete[](void* p) noexcept { NqFreeObjectArray(p); }
 };
 
@@ -77,7 +77,7 @@ class TNqObject : public TNqHostAllocated<0>
 public:
     using TNqHostAllocated<0>::operator new;
     using TNqHostAllocated<0>::operator delete;
-    static void* operator new(NqSize, void* where) noexcept { return where; }
+    static void* operator new(NqSize, void* inWhere) noexcept { return inWhere; }
     static void operator delete(void*, void*) noexcept {}
 };
 
@@ -86,7 +86,7 @@ class TNqObject0 : public TNqHostAllocated<1>
 public:
     using TNqHostAllocated<1>::operator new;
     using TNqHostAllocated<1>::operator delete;
-    static void* operator new(NqSize, void* where) noexcept { return where; }
+    static void* operator new(NqSize, void* inWhere) noexcept { return inWhere; }
     static void operator delete(void*, void*) noexcept {}
 };
 

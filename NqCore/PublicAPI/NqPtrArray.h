@@ -31,22 +31,22 @@ public:
     // Empty, nothing allocated, zero memory on, smart growth.
     TNqPtrArray() = default;
 
-    // `count` slots, null when zeroMem is set and indeterminate otherwise; smart growth.
-    TNqPtrArray(uint32 count, boolean zeroMem) : TBase(count, zeroMem) {}
+    // `inCount` slots, null when inZeroMem is set and indeterminate otherwise; smart growth.
+    TNqPtrArray(uint32 inCount, boolean inZeroMem) : TBase(inCount, inZeroMem) {}
 
-    // `initialCount` slots in a block for `initialSpace`, growing by `growSize` at a time.
-    TNqPtrArray(uint32 initialCount, uint32 initialSpace, uint32 growSize, boolean zeroMem)
-        : TBase(initialCount, initialSpace, growSize, zeroMem)
+    // `inInitialCount` slots in a block for `inInitialSpace`, growing by `inGrowSize` at a time.
+    TNqPtrArray(uint32 inInitialCount, uint32 inInitialSpace, uint32 inGrowSize, boolean inZeroMem)
+        : TBase(inInitialCount, inInitialSpace, inGrowSize, inZeroMem)
     {
     }
 
-    // The same pointers, zero memory on; it has smart growth when `source` has.
-    TNqPtrArray(const TNqPtrArray& source) = default;
+    // The same pointers, zero memory on; it has smart growth when `inSource` has.
+    TNqPtrArray(const TNqPtrArray& inSource) = default;
 
     ~TNqPtrArray() = default;
 
     // Copies the pointers, and the settings as TNqArray does.
-    TNqPtrArray& operator=(const TNqPtrArray& source) = default;
+    TNqPtrArray& operator=(const TNqPtrArray& inSource) = default;
 
     using TBase::GetZeroMem;
     using TBase::SetZeroMem;
@@ -131,23 +131,23 @@ public:
     // Empty, nothing allocated, smart growth.
     TNqCountedPtrArray() : TBase(true) {}
 
-    // The same objects, with references of its own; it has smart growth when `source` has.
-    TNqCountedPtrArray(const TNqCountedPtrArray& source) : TNqCountedPtrArray()
+    // The same objects, with references of its own; it has smart growth when `inSource` has.
+    TNqCountedPtrArray(const TNqCountedPtrArray& inSource) : TNqCountedPtrArray()
     {
         this->SetGrowSize(1);
-        *this = source;
+        *this = inSource;
     }
 
     ~TNqCountedPtrArray() { this->FinishDestruction(); }
 
     // Copies the pointers, and the settings as TNqArray does.
-    TNqCountedPtrArray& operator=(const TNqCountedPtrArray& source)
+    TNqCountedPtrArray& operator=(const TNqCountedPtrArray& inSource)
     {
-        if (!this->StartAssignment(source))
+        if (!this->StartAssignment(inSource))
             return *this;
-        this->ResizeCount(source.fElemCount);
-        for (uint32 i = 0; i < fElemCount && i < source.fElemCount; ++i)
-            TNqCountedPtr<T>::Assign(fArrayData + i, source.fArrayData[i]);
+        this->ResizeCount(inSource.fElemCount);
+        for (uint32 i = 0; i < fElemCount && i < inSource.fElemCount; ++i)
+            TNqCountedPtr<T>::Assign(fArrayData + i, inSource.fArrayData[i]);
         return *this;
     }
 
@@ -187,19 +187,19 @@ public:
     T* const* Begin() const { return fArrayData; }
 
     // The first allocation of an array that holds nothing: call ArrayFree before it on one that does.
-    boolean ArrayAlloc(uint32 initialCount, uint32 initialSpace, uint32 growSize)
+    boolean ArrayAlloc(uint32 inInitialCount, uint32 inInitialSpace, uint32 inGrowSize)
     {
-        return this->Allocate(initialCount, initialSpace, growSize, true);
+        return this->Allocate(inInitialCount, inInitialSpace, inGrowSize, true);
     }
 
-    // Starts on lent memory: `space` slots at `buffer`. The first `count` are in use and their references pass to the
-    // array; the others are set to null. The caller keeps the block alive and frees it. As ArrayAlloc, for an array
+    // Starts on lent memory: `inSpace` slots at `inBuffer`. The first `inCount` are in use and their references pass to
+    // the array; the others are set to null. The caller keeps the block alive and frees it. As ArrayAlloc, for an array
     // that holds nothing.
-    boolean ArrayAllocFromBuffer(T** buffer, uint32 count, uint32 space)
+    boolean ArrayAllocFromBuffer(T** inBuffer, uint32 inCount, uint32 inSpace)
     {
-        if (!this->AllocateFromBuffer(buffer, count, space))
+        if (!this->AllocateFromBuffer(inBuffer, inCount, inSpace))
             return false;
-        this->ZeroElems(buffer + count, space - count);
+        this->ZeroElems(inBuffer + inCount, inSpace - inCount);
         TBase::SetZeroMem(true);
         return true;
     }
@@ -220,13 +220,13 @@ private:
             NqStoreReference<T>(fArrayData[--fElemCount], nullptr);
     }
 
-    void EndElems(T** at, uint32 n)
+    void EndElems(T** inAt, uint32 n)
     {
         for (uint32 i = 0; i < n; ++i)
-            NqStoreReference<T>(at[i], nullptr);
+            NqStoreReference<T>(inAt[i], nullptr);
     }
 
-    uint32 GetKeptCount(uint32 space) const { return Nq_Min(fElemCount, space); }
+    uint32 GetKeptCount(uint32 inSpace) const { return Nq_Min(fElemCount, inSpace); }
 };
 
 // Walks a pointer array by index, so it survives a block that moves while pointers are appended. It does not own the
@@ -235,7 +235,9 @@ template <typename T, typename A = TNqPtrArray<T>>
 class TNqConstPtrIterator : public TNqObject
 {
 public:
-    TNqConstPtrIterator(const A& array, uint32 index) : fMyArray(array), fCurrent(nullptr), fCurrentIndex(index) {}
+    TNqConstPtrIterator(const A& inArray, uint32 inIndex) : fMyArray(inArray), fCurrent(nullptr), fCurrentIndex(inIndex)
+    {
+    }
 
     // The first pointer, null when there is none.
     const T* First()
@@ -261,7 +263,7 @@ public:
     uint32 GetIndex() const { return fCurrentIndex; }
 
 private:
-    const T** Slot(uint32 index) const { return const_cast<const T**>(fMyArray.BaseAddress()) + index; }
+    const T** Slot(uint32 inIndex) const { return const_cast<const T**>(fMyArray.BaseAddress()) + inIndex; }
 
     const A& fMyArray;
     const T** fCurrent; // null before First()

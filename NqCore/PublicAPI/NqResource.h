@@ -40,13 +40,13 @@ public:
 
     // The string, which stays where it is while others are appended. An index past the count is reported and gives an
     // empty string that is part of no table.
-    TNqString& operator[](uint32 index);
-    const TNqString& operator[](uint32 index) const;
+    TNqString& operator[](uint32 inIndex);
+    const TNqString& operator[](uint32 inIndex) const;
 
     // Appends an empty string and returns it; null without memory.
     TNqString* AddElem();
-    // Appends a copy of `text`. False, with the table as it was, without memory.
-    boolean AddElem(const TNqString& text);
+    // Appends a copy of `inText`. False, with the table as it was, without memory.
+    boolean AddElem(const TNqString& inText);
 
 private:
     TNqPtrArray<TNqDynamicString> fStrings; // owned
@@ -57,7 +57,7 @@ class TNqResource : public TNqObject
 {
 public:
     // Without data. Throws kNqErrOutOfMemory when the host has no counter to give.
-    TNqResource(FourCharT type, int16 id, const TNqString& name);
+    TNqResource(FourCharT inType, int16 inId, const TNqString& inName);
     TNqResource(const TNqResource&) = delete;
     TNqResource& operator=(const TNqResource&) = delete;
     ~TNqResource();
@@ -70,30 +70,30 @@ public:
     FourCharT GetType() const { return fType; }
     int16 GetID() const { return fID; }
     const TNqString& GetName() const { return fResName; }
-    void SetName(const TNqString& name) { fResName = name; } // at most 255 bytes of it
+    void SetName(const TNqString& inName) { fResName = inName; } // at most 255 bytes of it
 
     // Bits that the file keeps with the resource; what they mean is up to who uses it.
     int32 GetAttributes() const { return fAttributes; }
-    void SetAttributes(int32 attributes) { fAttributes = attributes; }
+    void SetAttributes(int32 inAttributes) { fAttributes = inAttributes; }
 
     uint32 GetSize() const { return fSize; }
     int8* GetData() const { return fResData; } // null when there is none
 
     // Replace the data. A stream over the data before must be gone. A block of the resource's own may be taken again,
     // with another size.
-    boolean SetData(const int8* data, uint32 size); // by a copy; false, and nothing changes, without memory
-    void TakeData(int8* data, uint32 size);         // by a block from Nqmalloc, which passes to the resource
-    void LendData(int8* data, uint32 size);         // by memory that stays the caller's and outlives the resource
+    boolean SetData(const int8* inData, uint32 inSize); // by a copy; false, and nothing changes, without memory
+    void TakeData(int8* inData, uint32 inSize);         // by a block from Nqmalloc, which passes to the resource
+    void LendData(int8* inData, uint32 inSize);         // by memory that stays the caller's and outlives the resource
 
     // The table of the texts that the data names; null for data that holds its texts itself.
     TResourceStrings* GetLocalizedStrings() const { return fLocalizedStrings; }
-    void SetLocalizedStrings(TResourceStrings* strings) { fLocalizedStrings = strings; }
+    void SetLocalizedStrings(TResourceStrings* inStrings) { fLocalizedStrings = inStrings; }
 
 private:
     friend class TNqResourceFile;
     friend struct TNqResourceLayout;
 
-    void ReplaceData(int8* data, uint32 size, boolean canDelete);
+    void ReplaceData(int8* inData, uint32 inSize, boolean inCanDelete);
 
     TNqResourceFile* fOwningFile;
     uint32 fSize;

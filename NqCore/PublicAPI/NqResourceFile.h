@@ -27,9 +27,9 @@ public:
     virtual ~TNqResourceFile();
 
     // The resource of that type and number; null when there is none.
-    virtual TNqResource* FindResource(FourCharT type, int16 id) = 0;
+    virtual TNqResource* FindResource(FourCharT inType, int16 inId) = 0;
     // The resource of that type, of the lowest number, whose name has exactly these bytes; null when there is none.
-    virtual TNqResource* FindResource(FourCharT type, const TNqString& name) = 0;
+    virtual TNqResource* FindResource(FourCharT inType, const TNqString& inName) = 0;
 
     // The types that there are, in ascending order. False when there is none, or no further one.
     //
@@ -40,11 +40,11 @@ public:
     virtual boolean GetNextType(FourCharT& ioType) = 0;
 
     // The resources of a type, by ascending numbers. An index out of range gives null.
-    virtual uint32 CountResources(FourCharT type) = 0;
-    virtual TNqResource* GetResource(FourCharT type, uint32 index) = 0;
+    virtual uint32 CountResources(FourCharT inType) = 0;
+    virtual TNqResource* GetResource(FourCharT inType, uint32 inIndex) = 0;
 
 protected:
     // Files say whose a resource is: this one's, or nobody's once it has left.
-    void Own(TNqResource& resource);
-    static void Disown(TNqResource& resource);
+    void Own(TNqResource& ioResource);
+    static void Disown(TNqResource& ioResource);
 };

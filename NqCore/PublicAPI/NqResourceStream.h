@@ -41,8 +41,8 @@ void ConvertShortPtr(int8* p);
 class TNqByteSwapStream : public TNqstrstream
 {
 public:
-    // Over `size` bytes of the caller's; size 0: up to the first NUL, reading only.
-    TNqByteSwapStream(int8* buffer, int32 size, TranscoderType type, int32 mode);
+    // Over `inSize` bytes of the caller's; size 0: up to the first NUL, reading only.
+    TNqByteSwapStream(int8* inBuffer, int32 inSize, TranscoderType inType, int32 inMode);
     // Writes into a block of its own.
     TNqByteSwapStream();
     ~TNqByteSwapStream() override;
@@ -52,31 +52,32 @@ public:
 
     TNqiostream& operator>>(int8& c) override; // the byte itself, separators too
     TNqiostream& operator>>(uint8& c) override;
-    TNqiostream& operator>>(int32& value) override;
-    TNqiostream& operator>>(uint32& value) override;
-    TNqiostream& operator>>(int16& value) override;
-    TNqiostream& operator>>(uint16& value) override;
-    TNqiostream& operator>>(real32& value) override;
-    TNqiostream& operator>>(real64& value) override;
+    TNqiostream& operator>>(int32& outValue) override;
+    TNqiostream& operator>>(uint32& outValue) override;
+    TNqiostream& operator>>(int16& outValue) override;
+    TNqiostream& operator>>(uint16& outValue) override;
+    TNqiostream& operator>>(real32& outValue) override;
+    TNqiostream& operator>>(real64& outValue) override;
     // A text behind its length, one byte for strings that hold at most 255 bytes, four for those that hold more and for
     // every TNqDynamicString. Empty when the stream ends before it. A length of 4096 and more is reported, "length <
     // sizeof(gAllPurposeBuffer)", and fails.
-    TNqiostream& operator>>(TNqString& text) override;
+    TNqiostream& operator>>(TNqString& outText) override;
 
     TNqiostream& operator<<(int8 c) override;
     TNqiostream& operator<<(uint8 c) override;
-    TNqiostream& operator<<(int32 value) override;
-    TNqiostream& operator<<(uint32 value) override;
-    TNqiostream& operator<<(int16 value) override;
-    TNqiostream& operator<<(uint16 value) override;
-    TNqiostream& operator<<(real32 value) override;
-    TNqiostream& operator<<(real64 value) override;
-    TNqiostream& operator<<(const TNqString& text) override;
+    TNqiostream& operator<<(int32 inValue) override;
+    TNqiostream& operator<<(uint32 inValue) override;
+    TNqiostream& operator<<(int16 inValue) override;
+    TNqiostream& operator<<(uint16 inValue) override;
+    TNqiostream& operator<<(real32 inValue) override;
+    TNqiostream& operator<<(real64 inValue) override;
+    TNqiostream& operator<<(const TNqString& inText) override;
 
-    // A Pascal field: a length byte and `size` bytes, zeros behind the text, which is cut at the field. A size below 0
-    // or above 255 is reported and nothing is done. What is read loses the tags of old resources (TranslateAfterRead).
-    virtual void ReadTNqString(int32 sizeToRead, TNqString& text);
-    virtual void WriteTNqString(int32 sizeToWrite, const TNqString& text);
+    // A Pascal field: a length byte and `inSize` bytes, zeros behind the text, which is cut at the field. A size below
+    // 0 or above 255 is reported and nothing is done. What is read loses the tags of old resources
+    // (TranslateAfterRead).
+    virtual void ReadTNqString(int32 inSizeToRead, TNqString& outText);
+    virtual void WriteTNqString(int32 inSizeToWrite, const TNqString& inText);
 
     // The fields by name.
     boolean ReadBoolean();
@@ -84,15 +85,15 @@ public:
     uint32 ReadLong();
     real32 ReadFloat();
     real64 ReadDouble();
-    void WriteBoolean(uint8 value);
-    void WriteShort(uint16 value);
-    void WriteLong(uint32 value);
-    void WriteFloat(real32 value);
-    void WriteDouble(real64 value);
+    void WriteBoolean(uint8 inValue);
+    void WriteShort(uint16 inValue);
+    void WriteLong(uint32 inValue);
+    void WriteFloat(real32 inValue);
+    void WriteDouble(real64 inValue);
 
     // A text up to a NUL, which is consumed, or the end of the stream.
-    void ReadCString(TNqString& text);
-    void WriteCString(const TNqString& text);
+    void ReadCString(TNqString& outText);
+    void WriteCString(const TNqString& inText);
 };
 
 static_assert(sizeof(TNqByteSwapStream) == sizeof(TNqstrstream), "other modules derive from streams");
@@ -108,30 +109,30 @@ class TNqResourceStream : public TNqByteSwapStream
 {
 public:
     // The resource's data in place, with its table, in UTF-8.
-    TNqResourceStream(TNqResource& resource, int32 mode);
+    TNqResourceStream(TNqResource& ioResource, int32 inMode);
     // Writes into a block of its own, with a table or, null, without.
-    explicit TNqResourceStream(TResourceStrings* strings);
+    explicit TNqResourceStream(TResourceStrings* inStrings);
     ~TNqResourceStream() override;
 
-    // A localized field of `size` bytes, at least 4; a size that is no multiple of 4 is reported and counts without its
-    // rest. False without a table, and for an index past the table, which is reported; the text is then as it was.
+    // A localized field of `inSize` bytes, at least 4; a size that is no multiple of 4 is reported and counts without
+    // its rest. False without a table, and for an index past the table, which is reported; the text is then as it was.
     using TNqiostream::ReadLocalizedString;
     using TNqiostream::WriteLocalizedString;
-    virtual boolean ReadLocalizedString(TNqString& text, int32 size);
+    virtual boolean ReadLocalizedString(TNqString& outText, int32 inSize);
     // False without a table, reported, and when the table has no memory: that is a failure of the stream, too.
-    virtual boolean WriteLocalizedString(const TNqString& text, int32 size);
+    virtual boolean WriteLocalizedString(const TNqString& inText, int32 inSize);
 
     // A localized field with a table; without one, in this order: a text behind its length, a text up to a NUL, a
     // Pascal field of the same size in both forms (size + 1 bytes).
-    void ReadLocalizedTNqString(TNqString& text);
-    void WriteLocalizedTNqString(const TNqString& text);
-    void ReadLocalizedCString(TNqString& text);
-    void WriteLocalizedCString(const TNqString& text);
-    void ReadLocalizedTNqString(int32 size, TNqString& text);
-    void WriteLocalizedTNqString(int32 size, const TNqString& text);
+    void ReadLocalizedTNqString(TNqString& outText);
+    void WriteLocalizedTNqString(const TNqString& inText);
+    void ReadLocalizedCString(TNqString& outText);
+    void WriteLocalizedCString(const TNqString& inText);
+    void ReadLocalizedTNqString(int32 inSize, TNqString& outText);
+    void WriteLocalizedTNqString(int32 inSize, const TNqString& inText);
 
     // Every string of the table, in order, as a localized string attribute "Strg" of the token format.
-    void WriteAllStrings(TNqiostream& out);
+    void WriteAllStrings(TNqiostream& ioStream);
 
 private:
     friend struct TNqResourceStreamLayout;
@@ -144,21 +145,21 @@ private:
 class TNqLocalizedTextResourceStream : public TNqstrstream
 {
 public:
-    // Reads `size` bytes of text; size 0: up to the NUL. It is a reading stream whatever `mode` says.
-    TNqLocalizedTextResourceStream(TResourceStrings& strings, int8* buffer, int32 size, int32 mode);
+    // Reads `inSize` bytes of text; size 0: up to the NUL. It is a reading stream whatever `inMode` says.
+    TNqLocalizedTextResourceStream(TResourceStrings& ioStrings, int8* inBuffer, int32 inSize, int32 inMode);
     // Writes into a block of its own.
-    explicit TNqLocalizedTextResourceStream(TResourceStrings& strings);
+    explicit TNqLocalizedTextResourceStream(TResourceStrings& ioStrings);
     ~TNqLocalizedTextResourceStream() override;
 
     // Appends the text to the table and writes its index and a line end.
-    void WriteLocalizedString(const TNqString& text) override;
+    void WriteLocalizedString(const TNqString& inText) override;
     // False for an index past the table, which is reported; the text is then as it was. Throw as NqToken's
     // GetInt32Token.
-    boolean ReadLocalizedString(TNqString& text) override;
-    void ReadLocalizedDynamicString(TNqDynamicString& text) override;
+    boolean ReadLocalizedString(TNqString& outText) override;
+    void ReadLocalizedDynamicString(TNqDynamicString& outText) override;
 
     // As TNqResourceStream::WriteAllStrings.
-    void WriteAllStrings(TNqiostream& out);
+    void WriteAllStrings(TNqiostream& ioStream);
 
 private:
     friend struct TNqResourceStreamLayout;

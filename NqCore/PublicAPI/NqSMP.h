@@ -93,7 +93,7 @@ boolean IsTLSValid();
 void* GetTLS(TNqLocalStorage* aTLS);
 
 // Sets the calling thread's value and returns it; null, with nothing stored, for a null handle or without a table.
-void* SetTLS(TNqLocalStorage*& aTLS, void* value);
+void* SetTLS(TNqLocalStorage*& aTLS, void* inValue);
 
 // The calling thread's abort flag (what it points to is the host's), null when there is none.
 void* GetSMPAbortFlag();

@@ -32,7 +32,7 @@ class TNqCriticalSectionArrayInternal;
 class CWhileInCS : public TNqObject
 {
 public:
-    explicit CWhileInCS(TNqCriticalSection* cs) : fCS(cs)
+    explicit CWhileInCS(TNqCriticalSection* inCs) : fCS(inCs)
     {
         if (fCS != nullptr)
             EnterCS(fCS);
@@ -63,21 +63,21 @@ public:
     TNqCriticalSectionArray(const TNqCriticalSectionArray&) = delete;
     TNqCriticalSectionArray& operator=(const TNqCriticalSectionArray&) = delete;
 
-    // Makes `count` free slots in place of those there were, in which nobody may be. False, and no slots, without
+    // Makes `inCount` free slots in place of those there were, in which nobody may be. False, and no slots, without
     // memory or with a negative count.
-    boolean Initialize(int32 count);
+    boolean Initialize(int32 inCount);
 
     // Waits until the slot is free, and takes it.
-    void Enter(int32 index);
+    void Enter(int32 inIndex);
 
     // Frees a slot that the calling thread holds.
-    void Leave(int32 index);
+    void Leave(int32 inIndex);
 
     // Drops all slots, in which nobody may be. What belonged to them goes back to the host with the array itself.
     void CleanUp();
 
 private:
-    bool HasSlot(int32 index) const;
+    bool HasSlot(int32 inIndex) const;
 
     TNqCriticalSectionArrayInternal* fInternal; // owned; null without memory
 };
@@ -86,8 +86,8 @@ private:
 class CWhileInCSArray
 {
 public:
-    CWhileInCSArray(TNqCriticalSectionArray& array, int32 index) : CWhileInCSArray(&array, index) {}
-    CWhileInCSArray(TNqCriticalSectionArray* array, int32 index) : fCS(array), fIndex(index)
+    CWhileInCSArray(TNqCriticalSectionArray& ioArray, int32 inIndex) : CWhileInCSArray(&ioArray, inIndex) {}
+    CWhileInCSArray(TNqCriticalSectionArray* inArray, int32 inIndex) : fCS(inArray), fIndex(inIndex)
     {
         if (fCS != nullptr)
             fCS->Enter(fIndex);

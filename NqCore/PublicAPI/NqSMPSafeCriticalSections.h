@@ -40,7 +40,7 @@ public:
     TNqCriticalSection* GetCS() const { return fCS; }
 
     boolean IsMainThreadInside() const { return fMainThreadInside.load(std::memory_order_acquire); }
-    void SetMainThreadInside(boolean inside) const { fMainThreadInside.store(inside, std::memory_order_release); }
+    void SetMainThreadInside(boolean inInside) const { fMainThreadInside.store(inInside, std::memory_order_release); }
 
     void Enter() const;
     void Leave() const;
@@ -56,7 +56,7 @@ private:
 class CWhileInSafeCS : public TNqObject
 {
 public:
-    explicit CWhileInSafeCS(TNqSafeSection& section);
+    explicit CWhileInSafeCS(TNqSafeSection& ioSection);
     ~CWhileInSafeCS();
     CWhileInSafeCS(const CWhileInSafeCS&) = delete;
     CWhileInSafeCS& operator=(const CWhileInSafeCS&) = delete;
@@ -77,16 +77,16 @@ public:
 
     // Waits until the section is free, and enters it. Returns the owner before, which Leave wants back: 0, or the id of
     // the calling thread when it was inside already. That throws kNqErrSection unless allowed, and changes nothing.
-    int32 Enter(boolean allowReentry);
+    int32 Enter(boolean inAllowReentry);
 
-    // Leaves once; previousOwner is what the matching Enter returned.
-    void Leave(int32 previousOwner);
+    // Leaves once; inPreviousOwner is what the matching Enter returned.
+    void Leave(int32 inPreviousOwner);
 
 private:
     friend struct TNqSafeSectionLayout;
     static constexpr int32 kNoThread = 0;
 
-    void EnterFromOutside(int32 threadID);
+    void EnterFromOutside(int32 inThreadID);
     void EnterHostSection();
 
     TNqCriticalSection* fCS;      // null when the host could not make one

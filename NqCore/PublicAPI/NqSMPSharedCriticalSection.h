@@ -67,17 +67,17 @@ public:
     TNqSharedCriticalSectionArray(const TNqSharedCriticalSectionArray&) = delete;
     TNqSharedCriticalSectionArray& operator=(const TNqSharedCriticalSectionArray&) = delete;
 
-    // Makes `count` free slots in place of those there were, in which nobody may be. False, and no slots, without
+    // Makes `inCount` free slots in place of those there were, in which nobody may be. False, and no slots, without
     // memory or with a negative count.
-    boolean Initialize(int32 count);
+    boolean Initialize(int32 inCount);
 
-    void EnterShared(int32 index);
-    void LeaveShared(int32 index);
-    void EnterExclusive(int32 index);
-    void LeaveExclusive(int32 index);
+    void EnterShared(int32 inIndex);
+    void LeaveShared(int32 inIndex);
+    void EnterExclusive(int32 inIndex);
+    void LeaveExclusive(int32 inIndex);
 
 private:
-    bool HasSlot(int32 index) const;
+    bool HasSlot(int32 inIndex) const;
 
     TNqSharedCriticalSectionArrayInternal* fInternal; // owned; null without memory
 };

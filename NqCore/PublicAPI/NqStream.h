@@ -86,7 +86,7 @@ public:
     // A new stream, owned by the caller; null without memory.
     virtual TNqiostream* CreateStream() = 0;
     // Adapts the recipe to a change of what it refers to; what the arguments mean is up to the class.
-    virtual void Change(void* a, void* b, short what) = 0;
+    virtual void Change(void* a, void* b, short inWhat) = 0;
 };
 
 // A block that a client attached to a stream.
@@ -120,147 +120,147 @@ public:
 
     // Bytes from the start of the text, behind a byte-order mark.
     virtual int32 tell() = 0;
-    virtual void seek(int32 offset, seek_dir dir) = 0;
-    // Up to `count` bytes; fewer, and the end bit, at the end. gcount() says how many.
-    virtual void read(int8* data, int32 count) = 0;
+    virtual void seek(int32 inOffset, seek_dir dir) = 0;
+    // Up to `inCount` bytes; fewer, and the end bit, at the end. gcount() says how many.
+    virtual void read(int8* outData, int32 inCount) = 0;
     // One byte; at the end the end bit, with `c` as it was. Here: read(&c, 1).
     virtual void get(int8& c);
     // Steps back over the byte just read. Another byte than that one is seen by the next read, where the stream has
     // room for it.
     virtual void putback(int8 c) = 0;
-    virtual void write(const int8* data, int32 count) = 0;
+    virtual void write(const int8* inData, int32 inCount) = 0;
 
     // ---- Text in ---------------------------------------------------------------------------------------------------
 
     // Numbers, words and characters skip separators first; a separator behind a number is consumed, behind a word not.
     // A number that is none is a failure and leaves its target as it was (int32: 0).
 
-    virtual TNqiostream& operator>>(int8* word);  // unbounded: see ReadString
-    virtual TNqiostream& operator>>(uint8* word); // unbounded
+    virtual TNqiostream& operator>>(int8* outWord);  // unbounded: see ReadString
+    virtual TNqiostream& operator>>(uint8* outWord); // unbounded
     virtual TNqiostream& operator>>(int8& c);
     virtual TNqiostream& operator>>(uint8& c);
-    virtual TNqiostream& operator>>(int32& value);
-    virtual TNqiostream& operator>>(uint32& value);
-    virtual TNqiostream& operator>>(int16& value); // the low 16 bits of the number
-    virtual TNqiostream& operator>>(uint16& value);
-    virtual TNqiostream& operator>>(real32& value);
-    virtual TNqiostream& operator>>(real64& value);
-    virtual TNqiostream& operator>>(TNqString& text); // as readQuotedString
-    virtual TNqiostream& operator>>(TNqiostream& (*manipulator)(TNqiostream&));
+    virtual TNqiostream& operator>>(int32& outValue);
+    virtual TNqiostream& operator>>(uint32& outValue);
+    virtual TNqiostream& operator>>(int16& outValue); // the low 16 bits of the number
+    virtual TNqiostream& operator>>(uint16& outValue);
+    virtual TNqiostream& operator>>(real32& outValue);
+    virtual TNqiostream& operator>>(real64& outValue);
+    virtual TNqiostream& operator>>(TNqString& outText); // as readQuotedString
+    virtual TNqiostream& operator>>(TNqiostream& (*inManipulator)(TNqiostream&));
 
     // ---- Text out --------------------------------------------------------------------------------------------------
 
-    virtual TNqiostream& operator<<(const int8* text); // up to the NUL, without quotes
-    virtual TNqiostream& operator<<(const uint8* text);
+    virtual TNqiostream& operator<<(const int8* inText); // up to the NUL, without quotes
+    virtual TNqiostream& operator<<(const uint8* inText);
     virtual TNqiostream& operator<<(int8 c); // the byte itself
     virtual TNqiostream& operator<<(uint8 c);
-    virtual TNqiostream& operator<<(int32 value);
-    virtual TNqiostream& operator<<(uint32 value);
-    virtual TNqiostream& operator<<(int16 value);
-    virtual TNqiostream& operator<<(uint16 value);
-    virtual TNqiostream& operator<<(int64 value); // only the low 32 bits: existing readers take no more
-    virtual TNqiostream& operator<<(uint64 value);
-    virtual TNqiostream& operator<<(real32 value);
-    virtual TNqiostream& operator<<(real64 value);
-    virtual TNqiostream& operator<<(const TNqString& text); // quoted
-    virtual TNqiostream& operator<<(TNqiostream& (*manipulator)(TNqiostream&));
+    virtual TNqiostream& operator<<(int32 inValue);
+    virtual TNqiostream& operator<<(uint32 inValue);
+    virtual TNqiostream& operator<<(int16 inValue);
+    virtual TNqiostream& operator<<(uint16 inValue);
+    virtual TNqiostream& operator<<(int64 inValue); // only the low 32 bits: existing readers take no more
+    virtual TNqiostream& operator<<(uint64 inValue);
+    virtual TNqiostream& operator<<(real32 inValue);
+    virtual TNqiostream& operator<<(real64 inValue);
+    virtual TNqiostream& operator<<(const TNqString& inText); // quoted
+    virtual TNqiostream& operator<<(TNqiostream& (*inManipulator)(TNqiostream&));
 
     // ---- References to other files, contexts, localized strings ----------------------------------------------------
 
-    // A path as a quoted string. The file stream stores it relative to its own folder. `path` holds up to 1023 bytes
-    // and a NUL; a longer one is written, but reading passes it over, reports it and leaves `path` empty.
-    virtual void readFileRef(int8* path);
-    virtual void writeFileRef(const int8* path);
+    // A path as a quoted string. The file stream stores it relative to its own folder. `inPath` holds up to 1023 bytes
+    // and a NUL; a longer one is written, but reading passes it over, reports it and leaves `inPath` empty.
+    virtual void readFileRef(int8* outPath);
+    virtual void writeFileRef(const int8* inPath);
     // The folder that relative references are taken from; empty without one.
-    virtual void GetPathRelativeFolder(TNqString& folder);
+    virtual void GetPathRelativeFolder(TNqString& outFolder);
     // A recipe for a stream like this one at this position, owned by the caller; null when the stream has none.
     virtual TNqiostreamContext* GetContext();
     // The context set last, without a reference for the caller; null without one.
     virtual IStreamContext* GetStreamContext();
-    virtual void SetStreamContext(IStreamContext* context);
+    virtual void SetStreamContext(IStreamContext* inContext);
     // Text that some streams keep in a table beside them. Here it stands in the stream itself, and both readers take
     // off the tags of old texts (TNqString::TranslateAfterRead).
-    virtual void WriteLocalizedString(const TNqString& text);
-    virtual boolean ReadLocalizedString(TNqString& text);
-    virtual void ReadLocalizedDynamicString(TNqDynamicString& text);
+    virtual void WriteLocalizedString(const TNqString& inText);
+    virtual boolean ReadLocalizedString(TNqString& outText);
+    virtual void ReadLocalizedDynamicString(TNqDynamicString& outText);
 
     // ---- Bytes, lines, words ---------------------------------------------------------------------------------------
 
     // False for a connection: tell and seek must not be called then.
     boolean CanSeek() const { return !fSequential; }
     int32 tellg() { return tell(); }
-    void seekg(int32 offset, seek_dir dir) { seek(offset, dir); }
-    void read(uint8* data, int32 count) { read(reinterpret_cast<int8*>(data), count); }
+    void seekg(int32 inOffset, seek_dir dir) { seek(inOffset, dir); }
+    void read(uint8* outData, int32 inCount) { read(reinterpret_cast<int8*>(outData), inCount); }
     void put(int8 c) { write(&c, 1); }
 
-    // A line of up to `size` bytes into a buffer of `size` + 1, NUL-terminated. The delimiter is consumed and not
+    // A line of up to `inSize` bytes into a buffer of `inSize` + 1, NUL-terminated. The delimiter is consumed and not
     // stored; with '\n', CR, LF and both together end a line and count as '\n'. Returns what ended the line: the
     // delimiter, the first byte without room (consumed), or 0 at the end of the stream.
-    int8 getline(int8* buffer, int32 size, int8 delim);
+    int8 getline(int8* outBuffer, int32 inSize, int8 inDelim);
     // The same, and the delimiter is put back; of a line end its last byte, as it was.
-    int8 get(int8* buffer, int32 size, int8 delim);
+    int8 get(int8* outBuffer, int32 inSize, int8 inDelim);
     // The same without a limit. A last line without a line end counts as read: the end bit is set only when there was
     // nothing.
-    int8 getLine(TNqDynamicString& line, int8 delim);
+    int8 getLine(TNqDynamicString& outLine, int8 inDelim);
     // What the last read, or line, took from the stream.
     int32 gcount() const { return fgcount; }
 
-    // One word of at most bufferSize - 1 bytes. False when it is longer: the rest stays in the stream.
-    boolean ReadString(int8* buffer, int32 bufferSize);
-    void readstring(int8* word); // unbounded
+    // One word of at most inBufferSize - 1 bytes. False when it is longer: the rest stays in the stream.
+    boolean ReadString(int8* outBuffer, int32 inBufferSize);
+    void readstring(int8* outWord); // unbounded
     // The next character that is no separator, consumed.
     int8 myipfx();
     boolean isWhite(int8 c) const;
 
     // ---- Numbers and strings: what the operators do ----------------------------------------------------------------
 
-    void readlong(int32& value);
-    void readunsignedlong(uint32& value);
-    void readdouble(real64& value);
-    void writelong(int32 value);
-    void writeunsignedlong(uint32 value);
-    void writefloat(real32 value);  // rounded to six decimals first
-    void writedouble(real64 value); // `precision` decimals, no exponent; beyond +-2147483647 that number
-    void writestring(const int8* text);
+    void readlong(int32& outValue);
+    void readunsignedlong(uint32& outValue);
+    void readdouble(real64& outValue);
+    void writelong(int32 inValue);
+    void writeunsignedlong(uint32 inValue);
+    void writefloat(real32 inValue);  // rounded to six decimals first
+    void writedouble(real64 inValue); // `precision` decimals, no exponent; beyond +-2147483647 that number
+    void writestring(const int8* inText);
 
     // A string in quotes, or a bare word up to a blank. At most 256 bytes; what is longer stays in the stream.
-    void readQuotedString(TNqString& text);
-    void writeQuotedString(const TNqString& text);
+    void readQuotedString(TNqString& outText);
+    void writeQuotedString(const TNqString& inText);
     // A string in quotes on one line, "\n" and "\r" in it being line ends. False, and an empty text, when there is no
-    // such string, or one of more than maxLength + 1 bytes.
-    boolean ReadSingleLineQuotedString(TNqString& text, uint32 maxLength);
+    // such string, or one of more than inMaxLength + 1 bytes.
+    boolean ReadSingleLineQuotedString(TNqString& outText, uint32 inMaxLength);
 
     // ---- State and format ------------------------------------------------------------------------------------------
 
     boolean good() const { return fState == 0; }
     boolean eof() const { return fState & eofbit; }
     boolean fail() const { return (fState & failbit) != 0; }
-    void clear(int32 state) { fState = state; }
-    void changestate(int32 bits) { fState |= bits; }
+    void clear(int32 inState) { fState = inState; }
+    void changestate(int32 inBits) { fState |= inBits; }
     // Sets the failure bit and tells the host. The code is for the reader of the source; nothing keeps it.
-    void streamfail(int32 code);
+    void streamfail(int32 inCode);
 
-    int32 precision(int32 decimals); // of reals, clamped to 0..15; returns the one before
-    int32 width(int32 columns);      // kept and returned; nothing uses it
+    int32 precision(int32 inDecimals); // of reals, clamped to 0..15; returns the one before
+    int32 width(int32 inColumns);      // kept and returned; nothing uses it
 
     // The flags are kept and influence no output. A mask that is not 0 clears all flags: callers rely on it.
-    int32 setf(int32 bits) { return fFlags |= bits; }
-    int32 setf(int32 bits, int32 mask);
-    int32 unsetf(int32 mask);
+    int32 setf(int32 inBits) { return fFlags |= inBits; }
+    int32 setf(int32 inBits, int32 inMask);
+    int32 unsetf(int32 inMask);
 
     // ---- What belongs to the stream --------------------------------------------------------------------------------
 
-    // Attaches a copy of `size` bytes under `id`, in place of the one before. Without memory, reported, nothing
+    // Attaches a copy of `inSize` bytes under `inId`, in place of the one before. Without memory, reported, nothing
     // changes.
-    void SetInfo(IDType id, const void* data, uint32 size);
+    void SetInfo(IDType inId, const void* inData, uint32 inSize);
     // The copy, null without one. Valid until the next SetInfo of that id.
-    void* GetInfo(IDType id) const;
+    void* GetInfo(IDType inId) const;
 
     int32 GetStreamSize(); // the position is as before
 
     // Strings pass through a transcoder; without one their characters are UTF-8. Asks the host when the type is another
     // one.
-    void SetTranscoder(TranscoderType type);
+    void SetTranscoder(TranscoderType inType);
     ITranscoder* GetTranscoder() const { return fEncoding; }
     // Writes the byte-order mark of the transcoder, if it has one.
     void WriteIdentifier();
@@ -289,16 +289,16 @@ protected:
     TNqCountedPtr<IStreamContext> fStreamContext;
 
 private:
-    TNqiostreamInfoStruct* AddInfo(IDType id);
+    TNqiostreamInfoStruct* AddInfo(IDType inId);
 };
 
 static_assert(sizeof(TNqiostream) == 80 && sizeof(TNqiostreamInfoStruct) == 16, "other modules derive from streams");
 
 // Manipulators.
-TNqiostream& endl(TNqiostream& stream); // one CR: that is the line end of every text this library writes
-TNqiostream& ends(TNqiostream& stream); // one NUL
-TNqiostream& dec(TNqiostream& stream);
-TNqiostream& hex(TNqiostream& stream);
+TNqiostream& endl(TNqiostream& ioStream); // one CR: that is the line end of every text this library writes
+TNqiostream& ends(TNqiostream& ioStream); // one NUL
+TNqiostream& dec(TNqiostream& ioStream);
+TNqiostream& hex(TNqiostream& ioStream);
 
 // A stream over memory.
 //
@@ -312,26 +312,26 @@ TNqiostream& hex(TNqiostream& stream);
 class TNqstrstream : public TNqiostream
 {
 public:
-    // Over `size` bytes of the caller's; size 0: up to the NUL of the text, reading only.
-    TNqstrstream(int8* buffer, int32 size, TranscoderType type, int32 mode);
+    // Over `inSize` bytes of the caller's; size 0: up to the NUL of the text, reading only.
+    TNqstrstream(int8* inBuffer, int32 inSize, TranscoderType inType, int32 inMode);
     // Reads a NUL-terminated text in place.
-    TNqstrstream(int8* text, TranscoderType type);
+    TNqstrstream(int8* inText, TranscoderType inType);
     // Reads the string's bytes in place. A putback of another byte than the one read changes the string.
-    TNqstrstream(const TNqDynamicString& text, TranscoderType type);
-    TNqstrstream(TNqDynamicString&& text, TranscoderType type) = delete;
+    TNqstrstream(const TNqDynamicString& inText, TranscoderType inType);
+    TNqstrstream(TNqDynamicString&& inText, TranscoderType inType) = delete;
     // Writes into a block of its own.
-    explicit TNqstrstream(TranscoderType type);
+    explicit TNqstrstream(TranscoderType inType);
     ~TNqstrstream() override;
 
     using TNqiostream::get;
     using TNqiostream::read;
     int32 tell() override;
     // From the end, the offset counts backwards. A position outside of the bytes is a failure.
-    void seek(int32 offset, seek_dir dir) override;
-    void read(int8* data, int32 count) override;
+    void seek(int32 inOffset, seek_dir dir) override;
+    void read(int8* outData, int32 inCount) override;
     void get(int8& c) override;
     void putback(int8 c) override;
-    void write(const int8* data, int32 count) override;
+    void write(const int8* inData, int32 inCount) override;
 
     // Called when a caller's buffer is full, to empty it and go back to its start. Here: a failure.
     virtual void FlushBuffer();
@@ -353,9 +353,9 @@ protected:
     int8* fOwnBuffer; // null, or the block that this class allocated, of AllocatedBlockSize bytes
 
 private:
-    static uint32 AllocatedBlockSize(int32 capacity);
-    boolean GrowOwnBuffer(int64 size);
-    boolean MakeRoom(int64 count);
+    static uint32 AllocatedBlockSize(int32 inCapacity);
+    boolean GrowOwnBuffer(int64 inSize);
+    boolean MakeRoom(int64 inCount);
 };
 
 static_assert(sizeof(TNqstrstream) == 112, "other modules derive from streams");
@@ -369,10 +369,10 @@ public:
 
     using TNqiostream::read;
     int32 tell() override;
-    void seek(int32 offset, seek_dir dir) override;
-    void read(int8* data, int32 count) override;
+    void seek(int32 inOffset, seek_dir dir) override;
+    void read(int8* outData, int32 inCount) override;
     void putback(int8 c) override;
-    void write(const int8* data, int32 count) override;
+    void write(const int8* inData, int32 inCount) override;
 
     int32 count() const { return fCount; }
 
@@ -383,7 +383,7 @@ protected:
     int32 fPos;
 
 private:
-    void MoveTo(int64 position);
+    void MoveTo(int64 inPosition);
 };
 
 // A stream over a file of the host, with one buffer for reading and writing. Without a buffer every call goes to the
@@ -404,46 +404,47 @@ class TNqfstream : public TNqiostream
 public:
     // No file yet: call Init.
     TNqfstream();
-    TNqfstream(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, uint8* created);
-    // Over the file that `file` names; the stream makes a file object of its own. Sets the permission of `file`, unless
-    // mode is kNqModeKeepPermission.
-    TNqfstream(INqFile& file, int32 mode, TranscoderType type, int32 bufferSize, uint8* created);
+    TNqfstream(const int8* inPath, TranscoderType inType, int32 inMode, int32 inBufferSize, uint8* outCreated);
+    // Over the file that `ioFile` names; the stream makes a file object of its own. Sets the permission of `ioFile`,
+    // unless mode is kNqModeKeepPermission.
+    TNqfstream(INqFile& ioFile, int32 inMode, TranscoderType inType, int32 inBufferSize, uint8* outCreated);
     ~TNqfstream() override;
 
     using TNqiostream::read;
     int32 tell() override;
     // From the end, the offset counts backwards.
-    void seek(int32 offset, seek_dir dir) override;
-    void read(int8* data, int32 count) override;
+    void seek(int32 inOffset, seek_dir dir) override;
+    void read(int8* outData, int32 inCount) override;
     void putback(int8 c) override;
-    void write(const int8* data, int32 count) override;
-    void readFileRef(int8* path) override;
-    void writeFileRef(const int8* path) override;
-    void GetPathRelativeFolder(TNqString& folder) override;
+    void write(const int8* inData, int32 inCount) override;
+    void readFileRef(int8* outPath) override;
+    void writeFileRef(const int8* inPath) override;
+    void GetPathRelativeFolder(TNqString& outFolder) override;
     TNqiostreamContext* GetContext() override;
 
     // Opens the file, making it when it is missing and the mode allows writing and not kNqModeNoCreate; *created (may
     // be null) says whether. A stream that is open is closed first. A buffer that cannot be had is halved until it can;
     // a size below 1 is none. Returns 0, with a clear state, or the first error, which also sets the failure bit.
-    virtual NqErr Init(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, boolean* created);
-    virtual NqErr Init(INqFile& file, int32 bufferSize, boolean* created, TranscoderType type);
+    virtual NqErr Init(const int8* inPath, TranscoderType inType, int32 inMode, int32 inBufferSize,
+                       boolean* outCreated);
+    virtual NqErr Init(INqFile& ioFile, int32 inBufferSize, boolean* outCreated, TranscoderType inType);
 
     void flush();
     // Flushes first. A closed stream allows nothing, but its context still tells the mode and the position.
     void close();
     // Takes up a file that another has changed: drops what is not yet written and goes to the new end.
     void synch();
-    // The file is known to have become longer by `count` bytes.
-    void append(int32 count);
+    // The file is known to have become longer by `inCount` bytes.
+    void append(int32 inCount);
     uint32 GetFileSize() const;
     // The file's creator and type codes.
     using TNqiostream::SetInfo;
-    void SetInfo(int32 creator, int32 type);
+    void SetInfo(int32 inCreator, int32 inType);
 
-    // A reference is a path relative to the folder of `basePath`, the same on every host: ':' between folders, and one
-    // more ':' at the start for each folder to go up. The results hold up to 1023 bytes and a NUL.
-    static void GetFileRef(const int8* fullPath, int8* ref, const int8* basePath);
-    static void GetFullPathNameFromRef(const int8* ref, int8* fullPath, const int8* basePath);
+    // A reference is a path relative to the folder of `inBasePath`, the same on every host: ':' between folders, and
+    // one more ':' at the start for each folder to go up. The results hold up to 1023 bytes and a NUL.
+    static void GetFileRef(const int8* inFullPath, int8* outRef, const int8* inBasePath);
+    static void GetFullPathNameFromRef(const int8* inRef, int8* outFullPath, const int8* inBasePath);
 
 protected:
     friend class NqStreamAccess;
@@ -468,20 +469,20 @@ private:
     void Reset();
     NqErr OpenFile(boolean& outMade);
     NqErr MeasureFile();
-    NqErr AllocateBuffer(int32 size);
-    NqErr Fail(NqErr error, boolean* created);
+    NqErr AllocateBuffer(int32 inSize);
+    NqErr Fail(NqErr inError, boolean* outCreated);
     void ShutFile();
-    bool Allows(int32 permission) const { return fFileOpen && (fMode & permission); }
+    bool Allows(int32 inPermission) const { return fFileOpen && (fMode & inPermission); }
     int64 Position() const { return static_cast<int64>(fBufferOffset) + fBufferPos; }
-    void DropBuffer(int64 position);
+    void DropBuffer(int64 inPosition);
     boolean DumpBuffer();
-    boolean LoadBuffer(int64 position);
+    boolean LoadBuffer(int64 inPosition);
     boolean LoadNextBuffer();
     boolean LoadPrevBuffer();
-    void ReadBuffered(int8* data, uint32 count);
-    void ReadUnbuffered(int8* data, uint32 count);
-    void WriteUnbuffered(const int8* data, uint32 count);
-    void SeekUnbuffered(int64 distance, seek_dir dir);
+    void ReadBuffered(int8* outData, uint32 inCount);
+    void ReadUnbuffered(int8* outData, uint32 inCount);
+    void WriteUnbuffered(const int8* inData, uint32 inCount);
+    void SeekUnbuffered(int64 inDistance, seek_dir dir);
 };
 
 static_assert(sizeof(TNqfstream) == 120, "other modules derive from streams");
@@ -491,7 +492,7 @@ static_assert(sizeof(TNqfstream) == 120, "other modules derive from streams");
 class TNqfstreamContext : public TNqiostreamContext
 {
 public:
-    TNqfstreamContext(const int8* fileName, int32 mode, int32 bufferSize, int32 position);
+    TNqfstreamContext(const int8* inFileName, int32 inMode, int32 inBufferSize, int32 inPosition);
     TNqfstreamContext(const TNqfstreamContext&) = delete;
     TNqfstreamContext& operator=(const TNqfstreamContext&) = delete;
     ~TNqfstreamContext() override;
@@ -499,7 +500,7 @@ public:
     TNqiostream* CreateStream() override;
     // what 1: the file named `a` is now named `b`, which must not be longer. what 2, with a null `a`: the mode is now
     // the int32 at `b`.
-    void Change(void* a, void* b, short what) override;
+    void Change(void* a, void* b, short inWhat) override;
 
 protected:
     friend class NqStreamAccess;

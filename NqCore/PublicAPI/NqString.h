@@ -76,11 +76,11 @@ public:
     virtual void InsertStr(const TNqString& inString, uint32 nIndex);
 
     // The two hooks under all editing. SetByteLength sets the byte count alone, no terminator and no recount: a fixed
-    // string cuts at its capacity and reports "byteLength <= fMaxLength", a dynamic one grows to exactly byteLength.
-    virtual void SetByteLength(uint32 byteLength);
+    // string cuts at its capacity and reports "byteLength <= fMaxLength", a dynamic one grows to exactly inByteLength.
+    virtual void SetByteLength(uint32 inByteLength);
 
     // The capacity in bytes. Fixed strings ignore it; a dynamic one gets exactly this room and loses what does not fit.
-    virtual void SetMaxLength(uint32 maxLength);
+    virtual void SetMaxLength(uint32 inMaxLength);
 
     // The NUL-terminated bytes. One operation serves readers and writers, so they come out writable. Null, with a
     // report, only when a dynamic string has no memory.
@@ -94,11 +94,11 @@ public:
     int8* StrGet() const { return GetString(); }
 
     // The character; 0 at or past the end. A negative index is reported ("Index Pb in GetChar") and taken as 0.
-    uint16 GetCharAt(uint32 charIndex) const;
-    uint16 operator[](uint32 charIndex) const { return GetCharAt(charIndex); }
+    uint16 GetCharAt(uint32 inCharIndex) const;
+    uint16 operator[](uint32 inCharIndex) const { return GetCharAt(inCharIndex); }
 
     // The byte, likewise.
-    char GetSBCharAt(uint32 byteIndex) const;
+    char GetSBCharAt(uint32 inByteIndex) const;
 
     // Bytes of inLength characters from inIndex on. Characters past the end are reported ("Substring extends past end
     // of string!") and left out.
@@ -106,22 +106,22 @@ public:
 
     // ---- Conversion in ----
 
-    // The core of every assignment: takes `length` bytes, which may be the string's own. With null data the bytes held
-    // before stay under the new length, and further ones are 0.
-    void FromText(const char* data, uint32 length);
+    // The core of every assignment: takes `inLength` bytes, which may be the string's own. With null data the bytes
+    // held before stay under the new length, and further ones are 0.
+    void FromText(const char* inData, uint32 inLength);
 
     // A NUL-terminated text of UTF-8 bytes, unchanged. Null does nothing.
-    void FromCAsciiPtr(const char* data);
-    void FromCPtr(const char* data) { FromCAsciiPtr(data); }
+    void FromCAsciiPtr(const char* inData);
+    void FromCPtr(const char* inData) { FromCAsciiPtr(inData); }
 
     // A text with its length in the first byte. Null does nothing.
-    void FromPPtr(const uint8* data);
+    void FromPPtr(const uint8* inData);
 
     // NUL-terminated 16-bit units. A fixed string is cut at a whole character. Null does nothing.
-    void FromUnicode(const uint16* data);
+    void FromUnicode(const uint16* inData);
 
     // NUL-terminated bytes in the encoding of the transcoder; without one reports "transcoder" and does nothing.
-    void FromEncodedPtr(const uint8* data, ITranscoder* transcoder);
+    void FromEncodedPtr(const uint8* inData, ITranscoder* inTranscoder);
 
     // The four characters of a code, up to the first NUL; a code that cannot be four printable ones as a decimal
     // number. With inDontCheckValue always exactly its four bytes.
@@ -140,17 +140,17 @@ public:
     // ---- Conversion out ----
 
     // Copy ByteLength() bytes and a NUL. ToUTF8Ptr returns where the NUL is.
-    void ToCPtr(char* out) const;
-    uint8* ToUTF8Ptr(uint8* out) const;
+    void ToCPtr(char* outText) const;
+    uint8* ToUTF8Ptr(uint8* outBytes) const;
 
     // A length byte and the bytes, no terminator. Of a length past 255 only the low 8 bits are written.
-    void ToPPtr(uint8* out) const;
+    void ToPPtr(uint8* outBytes) const;
 
-    // Decodes up to the first NUL into `data`, which holds dataSize units, Length() + 1 for a whole well-formed text,
-    // and returns where the terminator is. A byte that starts no character gives 0 up to the end of `data`. Too many
-    // characters are reported ("index < dataSize", then "Bad size in TNqString::ToUnicode") and cut; a dataSize below 1
-    // is reported and nothing written.
-    uint16* ToUnicode(uint16* data, int32 dataSize) const;
+    // Decodes up to the first NUL into `outData`, which holds inDataSize units, Length() + 1 for a whole well-formed
+    // text, and returns where the terminator is. A byte that starts no character gives 0 up to the end of `outData`.
+    // Too many characters are reported ("index < dataSize", then "Bad size in TNqString::ToUnicode") and cut; a
+    // inDataSize below 1 is reported and nothing written.
+    uint16* ToUnicode(uint16* outData, int32 inDataSize) const;
 
     // The low 8 bits of the first four characters, the first one on top; missing ones are 0.
     uint32 ToFourCharT() const;
@@ -171,8 +171,8 @@ public:
 
     // ---- Editing ----
 
-    // Keeps the first `length` characters. More than Length() is reported ("length < fLength") and changes nothing.
-    void SetLength(uint32 length);
+    // Keeps the first `inLength` characters. More than Length() is reported ("length < fLength") and changes nothing.
+    void SetLength(uint32 inLength);
 
     // Removes nCount characters from nIndex on, as many as there are. False when there is nothing to remove.
     boolean EraseStr(uint32 nIndex, uint32 nCount);
@@ -192,9 +192,9 @@ public:
     // Replaces a byte, changing no count; at the end only by 0 ("c==0" is reported otherwise).
     void SetSBCharAt(char c, int32 nIndex);
 
-    // Replaces `ss` by `replace` wherever it is found from nIndex on and returns how often. The head before nIndex is
+    // Replaces `ss` by `inReplace` wherever it is found from nIndex on and returns how often. The head before nIndex is
     // dropped when anything was replaced: existing callers depend on it.
-    uint32 ReplaceStr(const TNqString& ss, const TNqString& replace, uint32 nIndex);
+    uint32 ReplaceStr(const TNqString& ss, const TNqString& inReplace, uint32 nIndex);
 
     // ---- Searching: an index or kNqNotFound ----
 
@@ -229,25 +229,25 @@ public:
 
     // Translates the bytes with the host's table (NqAsciiTranslationTable.h), nothing without one. Bytes that the table
     // lacks are reported and dropped. Length() only follows what replacements add.
-    void TranslateAscii(uint8 inverse);
+    void TranslateAscii(uint8 inInverse);
 
     // What is written to a file: a copy of the text.
-    void TranslateBeforeWrite(TNqString& out) const;
+    void TranslateBeforeWrite(TNqString& outText) const;
 
     // Strips the tags of a text from a resource: form feed, then from '@' through "@M", then from the next '@' on. The
     // SB form works on bytes and expects no form feed.
     void TranslateAfterRead();
     void TranslateSBAfterRead();
 
-    // Gives every line break (CR LF, CR or LF) the form toType. kWinLineFeed narrows every character to one byte.
-    void ConvertLineFeed(ELineFeed toType);
+    // Gives every line break (CR LF, CR or LF) the form inToType. kWinLineFeed narrows every character to one byte.
+    void ConvertLineFeed(ELineFeed inToType);
 
 protected:
     TNqString() : fLength(0), fByteLength(0), fMaxLength(0) {}
     TNqString(const TNqString& inString) = default; // the counters; a derived class copies the bytes
 
-    // How every string starts on its buffer of maxLen + 1 bytes: with as much of inData as fits, or zero-filled.
-    void Initialize(char* myData, uint32 maxLen, const char* inData, uint32 inDataLength);
+    // How every string starts on its buffer of inMaxLen + 1 bytes: with as much of inData as fits, or zero-filled.
+    void Initialize(char* myData, uint32 inMaxLen, const char* inData, uint32 inDataLength);
 
     // A run of bytes inside a string.
     struct TByteRun
@@ -261,14 +261,14 @@ protected:
     // nCount characters from nIndex on; 0, or more than there are, means up to the end.
     static TByteRun GetText(const TNqString& inString, uint32 nIndex, uint32 nCount);
 
-    // Puts inText before the bytes from byteIndex on, cut at the byte length, which the caller has already raised.
-    void SpliceBytes(int8* buffer, uint32 byteIndex, TByteRun inText);
+    // Puts inText before the bytes from inByteIndex on, cut at the byte length, which the caller has already raised.
+    void SpliceBytes(int8* inBuffer, uint32 inByteIndex, TByteRun inText);
 
     // Whether InsertStr does anything at this character index.
     boolean CanInsertAt(uint32 nIndex) const;
 
     // The end of every operation that brought bytes in.
-    void TerminateAndCount(int8* buffer);
+    void TerminateAndCount(int8* inBuffer);
 
     uint32 fLength;     // characters
     uint32 fByteLength; // bytes in use
@@ -277,12 +277,12 @@ protected:
 private:
     friend struct TNqStringLayout;
 
-    void Terminate(int8* buffer, bool isAscii); // TerminateAndCount, when ASCII need not be counted
+    void Terminate(int8* inBuffer, bool inIsAscii); // TerminateAndCount, when ASCII need not be counted
     static uint32 GetPatternLength(TByteRun inPattern, uint32 inLength); // bytes that SearchStr compares; 0: no match
-    void RemoveBytes(uint32 start, uint32 end); // terminates the rest, whose characters the caller counts
-    void CorrectLength();                       // malformed text may leave fewer bytes than characters were counted
-    boolean MakeRoom(uint32 extra);             // for TranslateAscii: raises both lengths, false without the room
-    void ChangeLineBreaks(char lineBreak);
+    void RemoveBytes(uint32 inStart, uint32 inEnd); // terminates the rest, whose characters the caller counts
+    void CorrectLength();                           // malformed text may leave fewer bytes than characters were counted
+    boolean MakeRoom(uint32 inExtra);               // for TranslateAscii: raises both lengths, false without the room
+    void ChangeLineBreaks(char inLineBreak);
     void ChangeLineBreaksToWin();
 };
 
@@ -293,7 +293,7 @@ class TNqFixedString : public TNqString
 public:
     TNqFixedString() { Initialize(fStringBuffer, N, nullptr, 0); }
     TNqFixedString(const char* inString) { Start(GetText(inString)); }
-    TNqFixedString(const char* inString, uint32 byteLength) { Start({inString, byteLength}); }
+    TNqFixedString(const char* inString, uint32 inByteLength) { Start({inString, inByteLength}); }
     TNqFixedString(const TNqString& inString) { Start(GetText(inString)); }
     TNqFixedString(const TNqFixedString& inString) : TNqString() { Start(GetText(inString)); }
 
@@ -350,7 +350,7 @@ class TNqDynamicString : public TNqString
 public:
     TNqDynamicString();
     TNqDynamicString(const char* inString);
-    TNqDynamicString(const char* inString, uint32 byteLength);
+    TNqDynamicString(const char* inString, uint32 inByteLength);
     TNqDynamicString(const TNqString& inString);
     TNqDynamicString(const TNqDynamicString& inString);
 
@@ -369,20 +369,20 @@ public:
     TNqDynamicString& operator+=(uint16 inChar) override;
 
     void InsertStr(const TNqString& inString, uint32 nIndex) override;
-    void SetByteLength(uint32 byteLength) override;
-    void SetMaxLength(uint32 maxLength) override;
+    void SetByteLength(uint32 inByteLength) override;
+    void SetMaxLength(uint32 inMaxLength) override;
     int8* GetString() const override;
 
-    // Reallocates the buffer for exactly byteLength bytes and a terminator, cutting the text there. Without memory the
-    // string becomes empty and has no buffer.
-    virtual void AllocateDynamicString(uint32 byteLength);
+    // Reallocates the buffer for exactly inByteLength bytes and a terminator, cutting the text there. Without memory
+    // the string becomes empty and has no buffer.
+    virtual void AllocateDynamicString(uint32 inByteLength);
 
     // Appends bytes, which may be the string's own.
-    void Append(const char* ss, uint32 byteCount);
+    void Append(const char* ss, uint32 inByteCount);
 
 protected:
-    // The end of every constructor: a buffer for exactly `length` bytes.
-    void InitializeDynamic(const char* inString, uint32 length);
+    // The end of every constructor: a buffer for exactly `inLength` bytes.
+    void InitializeDynamic(const char* inString, uint32 inLength);
 
 private:
     friend struct TNqStringLayout;
@@ -405,7 +405,7 @@ public:
     TNqWideString& operator=(const TNqString& inString);
 
     void FromString(const TNqString& inString);
-    void FromUnicode(const uint16* text); // its own units too; null does nothing
+    void FromUnicode(const uint16* inText); // its own units too; null does nothing
 
     // Units without the terminator.
     uint32 Length() const;

@@ -66,5 +66,5 @@ int16 NqPCharToInt16(const char* inCharacter);        // its code; a single byte
 // n characters on from p, but not past the NUL.
 const char* NqGetCharNext(const char* p, int n);
 
-// Up to n bytes back from p, but not onto `start`; p - n when p is not in the text at `start`.
-const char* NqGetCharPrev(const char* start, const char* p, int n);
+// Up to n bytes back from p, but not onto `inStart`; p - n when p is not in the text at `inStart`.
+const char* NqGetCharPrev(const char* inStart, const char* p, int n);

@@ -38,8 +38,8 @@ public:
     friend constexpr bool operator==(const TNqTiming& a, const TNqTiming& b) { return a.fTime == b.fTime; }
 
 private:
-    static constexpr uint64 Bits(int64 value) { return static_cast<uint64>(value); }
-    static constexpr TNqTiming Wrapped(uint64 bits) { return TNqTiming(static_cast<int64>(bits)); }
+    static constexpr uint64 Bits(int64 inValue) { return static_cast<uint64>(inValue); }
+    static constexpr TNqTiming Wrapped(uint64 inBits) { return TNqTiming(static_cast<int64>(inBits)); }
 
     int64 fTime;
 };

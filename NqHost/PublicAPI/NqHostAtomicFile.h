@@ -31,15 +31,15 @@ public:
     TNqHostAtomicFile() = default;
     TNqHostAtomicFile(const TNqHostAtomicFile&) = delete;
     TNqHostAtomicFile& operator=(const TNqHostAtomicFile&) = delete;
-    TNqHostAtomicFile(TNqHostAtomicFile&& other) noexcept;
+    TNqHostAtomicFile(TNqHostAtomicFile&& inOther) noexcept;
     ~TNqHostAtomicFile(); // removes the temporary file, unless Replace succeeded
 
-    // Makes the temporary file for the one at `path`. Once for an object.
-    NqErr Create(const std::string& path, std::string& outReason);
+    // Makes the temporary file for the one at `inPath`. Once for an object.
+    NqErr Create(const std::string& inPath, std::string& outReason);
     // For who writes the content by name; empty when there is none.
     const std::string& TemporaryPath() const { return fTemporary; }
 
-    NqErr Write(const int8* bytes, unsigned long size, std::string& outReason);
+    NqErr Write(const int8* inBytes, unsigned long inSize, std::string& outReason);
     // Waits until all that was written has reached the disk. Replace does so if it is still to be done.
     NqErr Sync(std::string& outReason);
     NqErr Replace(std::string& outReason);

@@ -31,10 +31,10 @@ void NqHostForgetFileError();
 // All bytes of a file, in a block that the caller frees with Nqfree; null when there is an error: kNqErrFileNotFound,
 // kNqErrOutOfMemory, and kNqErrInvalidData for a file that cannot be read or is longer than 2^31 - 1 bytes. Folders,
 // pipes and devices are refused, and not waited for.
-NqErr NqHostLoadFile(const char* path, int8*& outBytes, uint32& outSize, TNqString& outReason);
+NqErr NqHostLoadFile(const char* inPath, int8*& outBytes, uint32& outSize, TNqString& outReason);
 
 // Puts these bytes in place of what the file holds, or makes the file: all of them at once, on the disk; or the file
 // stays as it is. NqHostAtomicFile.h says what becomes of links, permissions and temporary files, and is for content
 // that comes in pieces.
 // Errors: kNqErrFileNotFound for a folder that is missing, kNqErrOutOfMemory, else kNqErrInvalidData.
-NqErr NqHostReplaceFile(const char* path, const int8* bytes, uint32 size, TNqString& outReason);
+NqErr NqHostReplaceFile(const char* inPath, const int8* inBytes, uint32 inSize, TNqString& outReason);

@@ -35,34 +35,34 @@ public:
     // tells why in a sentence for the user, and the resources are as they were. Errors: kNqErrFileNotFound,
     // kNqErrOutOfMemory, kNqErrFormat for what is no resource file or a damaged one, kNqErrInvalidData for one that
     // cannot be read.
-    NqErr Read(const char* path, TNqString& outReason);
-    NqErr ReadBytes(const int8* bytes, uint32 size, TNqString& outReason);
+    NqErr Read(const char* inPath, TNqString& outReason);
+    NqErr ReadBytes(const int8* inBytes, uint32 inSize, TNqString& outReason);
 
     // Write the file: all of it takes the place of the one before at once, or that one stays. Errors: kNqErrInvalidData
     // for a resource that cannot be kept, kNqErrOutOfMemory, and what the system says of the file.
-    NqErr Write(const char* path, TNqString& outReason) const;
-    NqErr WriteBytes(TNqByteSwapStream& out, TNqString& outReason) const;
+    NqErr Write(const char* inPath, TNqString& outReason) const;
+    NqErr WriteBytes(TNqByteSwapStream& ioStream, TNqString& outReason) const;
 
     // Takes a reference. kNqErrInvalidData when there is a resource of that type and number, or when it is in a file
     // already; kNqErrOutOfMemory. Data, name, attributes and strings may change while it is here.
-    NqErr AddResource(TNqResource& resource);
+    NqErr AddResource(TNqResource& ioResource);
     // kNqErrInvalidData when there is none.
-    NqErr RemoveResource(FourCharT type, int16 id);
+    NqErr RemoveResource(FourCharT inType, int16 inId);
 
     uint32 CountAllResources() const { return fResources.GetElemCount(); }
     // In ascending order of type and number; null when out of range.
-    TNqResource* GetResource(uint32 index) const;
+    TNqResource* GetResource(uint32 inIndex) const;
 
-    TNqResource* FindResource(FourCharT type, int16 id) override;
-    TNqResource* FindResource(FourCharT type, const TNqString& name) override;
+    TNqResource* FindResource(FourCharT inType, int16 inId) override;
+    TNqResource* FindResource(FourCharT inType, const TNqString& inName) override;
     boolean GetFirstType(FourCharT& outType) override;
     boolean GetNextType(FourCharT& ioType) override;
-    uint32 CountResources(FourCharT type) override;
-    TNqResource* GetResource(FourCharT type, uint32 index) override;
+    uint32 CountResources(FourCharT inType) override;
+    TNqResource* GetResource(FourCharT inType, uint32 inIndex) override;
 
 private:
     void ReleaseAll();
-    uint32 IndexOf(int64 key) const;
+    uint32 IndexOf(int64 inKey) const;
 
     TNqPtrArray<TNqResource> fResources; // sorted by type and number; a reference of each
 };

@@ -23,16 +23,16 @@
 #include <string>
 
 // Makes an empty file with a name of its own, open for reading and writing and not passed to programs that are
-// started. `mode` are its permissions, less the mask of the process. 0, or the error of the system (errno).
-int NqHostMakeTemporaryFile(const std::string& folder, unsigned int mode, std::string& outPath, int& outDescriptor);
+// started. `inMode` are its permissions, less the mask of the process. 0, or the error of the system (errno).
+int NqHostMakeTemporaryFile(const std::string& inFolder, unsigned int inMode, std::string& outPath, int& outDescriptor);
 
 // Removes such a file, open or closed.
-void NqHostRemoveTemporaryFile(const std::string& path);
+void NqHostRemoveTemporaryFile(const std::string& inPath);
 
 // Whether NqHostRemoveTemporaryFiles shall remove a file: from now on one of any origin, or no longer one that was made
 // here or added, such as after it has got another name.
-void NqHostAddTemporaryFile(const std::string& path);
-void NqHostKeepTemporaryFile(const std::string& path);
+void NqHostAddTemporaryFile(const std::string& inPath);
+void NqHostKeepTemporaryFile(const std::string& inPath);
 
 // Removes all of them. May be called by a signal's handler, and by nothing else: the program has to end behind it.
 // Waits for files that other threads are making just then.

@@ -82,15 +82,15 @@ int WriteAll(int inDescriptor, const int8* inBytes, size_t inSize)
 
 } // namespace
 
-TNqHostAtomicFile::TNqHostAtomicFile(TNqHostAtomicFile&& other) noexcept
-    : fTarget(std::move(other.fTarget)),
-      fTemporary(std::exchange(other.fTemporary, std::string())),
-      fDescriptor(std::exchange(other.fDescriptor, -1)),
-      fSynced(other.fSynced),
-      fReplaces(other.fReplaces),
-      fOwner(other.fOwner),
-      fGroup(other.fGroup),
-      fMode(other.fMode)
+TNqHostAtomicFile::TNqHostAtomicFile(TNqHostAtomicFile&& inOther) noexcept
+    : fTarget(std::move(inOther.fTarget)),
+      fTemporary(std::exchange(inOther.fTemporary, std::string())),
+      fDescriptor(std::exchange(inOther.fDescriptor, -1)),
+      fSynced(inOther.fSynced),
+      fReplaces(inOther.fReplaces),
+      fOwner(inOther.fOwner),
+      fGroup(inOther.fGroup),
+      fMode(inOther.fMode)
 {
 }
 
@@ -102,11 +102,11 @@ TNqHostAtomicFile::~TNqHostAtomicFile()
         close(fDescriptor);
 }
 
-NqErr TNqHostAtomicFile::Create(const std::string& path, std::string& outReason)
+NqErr TNqHostAtomicFile::Create(const std::string& inPath, std::string& outReason)
 {
-    if (path.empty())
+    if (inPath.empty())
         return Refused("the name of a file is empty", outReason);
-    fTarget = path;
+    fTarget = inPath;
     if (const int error = Resolve(fTarget))
         return Fails(error, "", outReason);
     struct stat old = {};
@@ -130,10 +130,10 @@ NqErr TNqHostAtomicFile::Create(const std::string& path, std::string& outReason)
     return Fails(error, "no new file can be made in its folder", outReason);
 }
 
-NqErr TNqHostAtomicFile::Write(const int8* bytes, unsigned long size, std::string& outReason)
+NqErr TNqHostAtomicFile::Write(const int8* inBytes, unsigned long inSize, std::string& outReason)
 {
     fSynced = false;
-    const int error = WriteAll(fDescriptor, bytes, size);
+    const int error = WriteAll(fDescriptor, inBytes, inSize);
     return error == 0 ? kNqNoErr : Fails(error, "", outReason);
 }
 

@@ -39,35 +39,36 @@ public:
     void* HostOperation5() override { return nullptr; }
     void* HostOperation6() override { return nullptr; }
     void* HostOperation7() override { return nullptr; }
-    void* AllocateBlock(uint32 byteCount) override { return NqHostAllocate(byteCount); }
-    void FreeBlock(void* block) override { NqHostFree(block); }
-    void* AllocateArrayBlock(uint32 byteCount) override { return NqHostAllocate(byteCount); }
-    void FreeArrayBlock(void* block) override { NqHostFree(block); }
+    void* AllocateBlock(uint32 inByteCount) override { return NqHostAllocate(inByteCount); }
+    void FreeBlock(void* inBlock) override { NqHostFree(inBlock); }
+    void* AllocateArrayBlock(uint32 inByteCount) override { return NqHostAllocate(inByteCount); }
+    void FreeArrayBlock(void* inBlock) override { NqHostFree(inBlock); }
 };
 
 TMemoryUtilities gService;
 
 } // namespace
 
-void* NqHostAllocate(unsigned long byteCount)
+void* NqHostAllocate(unsigned long inByteCount)
 {
-    return FailsNow() ? nullptr : std::malloc(byteCount != 0 ? byteCount : 1);
+    return FailsNow() ? nullptr : std::malloc(inByteCount != 0 ? inByteCount : 1);
 }
 
-void* NqHostAllocateAligned(unsigned long byteCount, unsigned long alignment)
+void* NqHostAllocateAligned(unsigned long inByteCount, unsigned long inAlignment)
 {
-    return FailsNow() ? nullptr : std::aligned_alloc(alignment, (byteCount + alignment - 1) / alignment * alignment);
+    return FailsNow() ? nullptr
+                      : std::aligned_alloc(inAlignment, (inByteCount + inAlignment - 1) / inAlignment * inAlignment);
 }
 
 // A size of 0 keeps a block: a null result would tell the caller that the old one is still its own.
-void* NqHostReallocate(void* block, unsigned long byteCount)
+void* NqHostReallocate(void* inBlock, unsigned long inByteCount)
 {
-    return FailsNow() ? nullptr : std::realloc(block, byteCount != 0 ? byteCount : 1);
+    return FailsNow() ? nullptr : std::realloc(inBlock, inByteCount != 0 ? inByteCount : 1);
 }
 
-void NqHostFree(void* block)
+void NqHostFree(void* inBlock)
 {
-    std::free(block);
+    std::free(inBlock);
 }
 
 void NqHostFailAllocations(int64 inFirst, int64 inCount)
@@ -94,17 +95,17 @@ void NqHostStopMemory()
     gMemoryUtilities = nullptr;
 }
 
-void* Nqmalloc(unsigned long byteCount)
+void* Nqmalloc(unsigned long inByteCount)
 {
-    return NqHostAllocate(byteCount);
+    return NqHostAllocate(inByteCount);
 }
 
-void* Nqrealloc(void* block, unsigned int byteCount)
+void* Nqrealloc(void* inBlock, unsigned int inByteCount)
 {
-    return NqHostReallocate(block, byteCount);
+    return NqHostReallocate(inBlock, inByteCount);
 }
 
-void Nqfree(void* block)
+void Nqfree(void* inBlock)
 {
-    NqHostFree(block);
+    NqHostFree(inBlock);
 }

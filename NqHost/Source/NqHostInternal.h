@@ -9,10 +9,10 @@
 #include <utility>
 
 // Every allocation of the host goes through these, so that a test can make any of them fail. Null when it does.
-void* NqHostAllocate(unsigned long byteCount);
-void* NqHostAllocateAligned(unsigned long byteCount, unsigned long alignment);
-void* NqHostReallocate(void* block, unsigned long byteCount);
-void NqHostFree(void* block);
+void* NqHostAllocate(unsigned long inByteCount);
+void* NqHostAllocateAligned(unsigned long inByteCount, unsigned long inAlignment);
+void* NqHostReallocate(void* inBlock, unsigned long inByteCount);
+void NqHostFree(void* inBlock);
 
 // An object of the host's own in such a block; null without memory.
 template <class T, class... Args>

@@ -12,9 +12,10 @@
 namespace
 {
 
-void PrintReport(void*, const char* file, unsigned int line, const char* text)
+void PrintReport(void*, const char* inFile, unsigned int inLine, const char* inText)
 {
-    std::fprintf(stderr, "%s:%u: %s\n", file != nullptr ? file : "?", line, text != nullptr ? text : "check failed");
+    std::fprintf(stderr, "%s:%u: %s\n", inFile != nullptr ? inFile : "?", inLine,
+                 inText != nullptr ? inText : "check failed");
 }
 
 // A handler and the calls that are inside it.
@@ -69,10 +70,10 @@ private:
     std::shared_ptr<TReceiver> fReceiver;
 };
 
-void Report(const char* file, unsigned int line, const char* text)
+void Report(const char* inFile, unsigned int inLine, const char* inText)
 {
     const CWhileReporting call(Reports());
-    call.Receiver().fHandler(call.Receiver().fContext, file, line, text);
+    call.Receiver().fHandler(call.Receiver().fContext, inFile, inLine, inText);
 }
 
 } // namespace
@@ -92,12 +93,12 @@ void NqHostSetReportHandler(TNqHostReportHandler inHandler, void* inContext)
         reports.fCallEnded.wait(lock, [&] { return replaced->fCalls == 0; });
 }
 
-void Nq_CallAssert_(char* file, unsigned int line)
+void Nq_CallAssert_(char* inFile, unsigned int inLine)
 {
-    Report(file, line, nullptr);
+    Report(inFile, inLine, nullptr);
 }
 
-void Nq_CallNotify_(char* file, unsigned int line, const char* text)
+void Nq_CallNotify_(char* inFile, unsigned int inLine, const char* inText)
 {
-    Report(file, line, text);
+    Report(inFile, inLine, inText);
 }

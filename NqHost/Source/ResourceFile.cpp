@@ -45,15 +45,15 @@ NqErr NoMemory(TNqString& outReason)
 // How messages name a resource.
 struct TResourceText
 {
-    TResourceText(FourCharT type, int16 id)
+    TResourceText(FourCharT inType, int16 inId)
     {
         char code[11];
         for (int i = 0; i < 4; ++i)
-            code[i] = static_cast<char>(type >> (24 - 8 * i));
+            code[i] = static_cast<char>(inType >> (24 - 8 * i));
         code[4] = 0;
         if (!std::all_of(code, code + 4, [](char c) { return c >= ' ' && c <= '~'; }))
-            std::snprintf(code, sizeof code, "0x%08X", type);
-        std::snprintf(fText, sizeof fText, "resource %s %d", code, id);
+            std::snprintf(code, sizeof code, "0x%08X", inType);
+        std::snprintf(fText, sizeof fText, "resource %s %d", code, inId);
     }
     char fText[40];
 };
@@ -85,14 +85,14 @@ uint32 ChecksumOf(const int8* inBytes, size_t inSize)
 // ---- Entries -------------------------------------------------------------------------------------------------------
 
 // Sorts as the file does: by type, then by number with its sign.
-int64 KeyOf(FourCharT type, int16 id)
+int64 KeyOf(FourCharT inType, int16 inId)
 {
-    return static_cast<int64>(type) * 0x10000 + id;
+    return static_cast<int64>(inType) * 0x10000 + inId;
 }
 
-int64 KeyOf(const TNqResource& resource)
+int64 KeyOf(const TNqResource& inResource)
 {
-    return KeyOf(resource.GetType(), resource.GetID());
+    return KeyOf(inResource.GetType(), inResource.GetID());
 }
 
 struct TEntry
@@ -110,18 +110,18 @@ struct TEntry
     int64 BodySize() const { return static_cast<int64>(fNameLength) + fDataSize + fStringsSize; }
 };
 
-TEntry ReadEntry(TNqByteSwapStream& stream)
+TEntry ReadEntry(TNqByteSwapStream& ioStream)
 {
     TEntry entry = {};
-    stream >> entry.fType >> entry.fID >> entry.fFlags >> entry.fNameLength >> entry.fAttributes >> entry.fOffset >>
+    ioStream >> entry.fType >> entry.fID >> entry.fFlags >> entry.fNameLength >> entry.fAttributes >> entry.fOffset >>
         entry.fDataSize >> entry.fStringCount >> entry.fStringsSize;
     return entry;
 }
 
-void WriteEntry(TNqByteSwapStream& stream, const TEntry& entry)
+void WriteEntry(TNqByteSwapStream& ioStream, const TEntry& inEntry)
 {
-    stream << entry.fType << entry.fID << entry.fFlags << entry.fNameLength << entry.fAttributes << entry.fOffset
-           << entry.fDataSize << entry.fStringCount << entry.fStringsSize;
+    ioStream << inEntry.fType << inEntry.fID << inEntry.fFlags << inEntry.fNameLength << inEntry.fAttributes
+             << inEntry.fOffset << inEntry.fDataSize << inEntry.fStringCount << inEntry.fStringsSize;
 }
 
 // A NUL would end the text for every reader.
@@ -130,9 +130,9 @@ bool HoldsNul(const int8* inBytes, size_t inSize)
     return inSize != 0 && std::memchr(inBytes, 0, inSize) != nullptr;
 }
 
-bool HoldsNul(const TNqString& text)
+bool HoldsNul(const TNqString& inText)
 {
-    return HoldsNul(text.ByteLength() != 0 ? text.StrGet() : "", text.ByteLength());
+    return HoldsNul(inText.ByteLength() != 0 ? inText.StrGet() : "", inText.ByteLength());
 }
 
 // ---- Reading -------------------------------------------------------------------------------------------------------
@@ -140,10 +140,10 @@ bool HoldsNul(const TNqString& text)
 class TReader
 {
 public:
-    TReader(const int8* bytes, uint32 size, TNqPtrArray<TNqResource>& out, TNqString& outReason)
-        : fBytes(bytes),
-          fSize(size),
-          fOut(out),
+    TReader(const int8* inBytes, uint32 inSize, TNqPtrArray<TNqResource>& ioResources, TNqString& outReason)
+        : fBytes(inBytes),
+          fSize(inSize),
+          fOut(ioResources),
           fReason(outReason)
     {
     }
@@ -171,52 +171,53 @@ public:
     }
 
 private:
-    NqErr CheckHeader(TNqByteSwapStream& stream)
+    NqErr CheckHeader(TNqByteSwapStream& ioStream)
     {
-        if (stream.ReadLong() != kMagic)
+        if (ioStream.ReadLong() != kMagic)
             return Refuse(fReason, kNqErrFormat, "no resource file: it does not begin with \"NqRs\"");
-        const uint32 version = stream.ReadLong();
+        const uint32 version = ioStream.ReadLong();
         if (version != kVersion)
             return Refuse(fReason, kNqErrFormat, "has version %u; this program reads version %u", version, kVersion);
-        const uint32 size = stream.ReadLong();
+        const uint32 size = ioStream.ReadLong();
         if (size > fSize)
             return Refuse(fReason, kNqErrFormat, "is cut: %u of %u bytes are there", fSize, size);
         if (size < fSize)
             return Refuse(fReason, kNqErrFormat, "has %u bytes behind its end at %u", fSize - size, size);
-        if (stream.ReadLong() != ChecksumOf(fBytes + kCheckedFrom, fSize - kCheckedFrom))
+        if (ioStream.ReadLong() != ChecksumOf(fBytes + kCheckedFrom, fSize - kCheckedFrom))
             return Refuse(fReason, kNqErrFormat, "is damaged: its checksum is wrong");
         return kNqNoErr;
     }
 
-    NqErr ReadResource(const TEntry& entry)
+    NqErr ReadResource(const TEntry& inEntry)
     {
-        const TResourceText name(entry.fType, entry.fID);
-        if (entry.fFlags & ~kHasStrings)
-            return Refuse(fReason, kNqErrFormat, "%s: has unknown flags 0x%02X", name.fText, entry.fFlags);
+        const TResourceText name(inEntry.fType, inEntry.fID);
+        if (inEntry.fFlags & ~kHasStrings)
+            return Refuse(fReason, kNqErrFormat, "%s: has unknown flags 0x%02X", name.fText, inEntry.fFlags);
         if (fOut.GetElemCount() > 0)
         {
             const int64 before = KeyOf(*fOut[fOut.GetElemCount() - 1]);
-            const int64 key = KeyOf(entry.fType, entry.fID);
+            const int64 key = KeyOf(inEntry.fType, inEntry.fID);
             if (key <= before)
                 return Refuse(fReason, kNqErrFormat, "%s: %s", name.fText,
                               key == before ? "is there twice" : "stands behind one that sorts after it");
         }
-        if (entry.fOffset != fBodyEnd)
+        if (inEntry.fOffset != fBodyEnd)
             return Refuse(fReason, kNqErrFormat, "%s: begins at byte %u, where the one before ends at %lld", name.fText,
-                          entry.fOffset, static_cast<long long>(fBodyEnd));
-        if (entry.BodySize() > fSize - fBodyEnd)
+                          inEntry.fOffset, static_cast<long long>(fBodyEnd));
+        if (inEntry.BodySize() > fSize - fBodyEnd)
             return Refuse(fReason, kNqErrFormat, "%s: its %lld bytes from %u on do not fit the file of %u", name.fText,
-                          static_cast<long long>(entry.BodySize()), entry.fOffset, fSize);
-        fBodyEnd += entry.BodySize();
-        return MakeResource(entry, name);
+                          static_cast<long long>(inEntry.BodySize()), inEntry.fOffset, fSize);
+        fBodyEnd += inEntry.BodySize();
+        return MakeResource(inEntry, name);
     }
 
-    NqErr MakeResource(const TEntry& entry, const TResourceText& name)
+    NqErr MakeResource(const TEntry& inEntry, const TResourceText& inName)
     {
-        const int8* const bytes = fBytes + entry.fOffset;
-        if (HoldsNul(bytes, entry.fNameLength))
-            return Refuse(fReason, kNqErrFormat, "%s: a zero byte in its name", name.fText);
-        TNqResource* const resource = new TNqResource(entry.fType, entry.fID, TNqString255(bytes, entry.fNameLength));
+        const int8* const bytes = fBytes + inEntry.fOffset;
+        if (HoldsNul(bytes, inEntry.fNameLength))
+            return Refuse(fReason, kNqErrFormat, "%s: a zero byte in its name", inName.fText);
+        TNqResource* const resource =
+            new TNqResource(inEntry.fType, inEntry.fID, TNqString255(bytes, inEntry.fNameLength));
         if (resource == nullptr)
             return NoMemory(fReason);
         if (!fOut.AddElem(resource))
@@ -224,41 +225,41 @@ private:
             resource->Release();
             return NoMemory(fReason);
         }
-        resource->SetAttributes(entry.fAttributes);
-        if (!resource->SetData(bytes + entry.fNameLength, entry.fDataSize))
+        resource->SetAttributes(inEntry.fAttributes);
+        if (!resource->SetData(bytes + inEntry.fNameLength, inEntry.fDataSize))
             return NoMemory(fReason);
-        if (entry.fFlags & kHasStrings)
-            return ReadStrings(entry, *resource, name);
-        if (entry.fStringCount != 0 || entry.fStringsSize != 0)
-            return Refuse(fReason, kNqErrFormat, "%s: strings without a table", name.fText);
+        if (inEntry.fFlags & kHasStrings)
+            return ReadStrings(inEntry, *resource, inName);
+        if (inEntry.fStringCount != 0 || inEntry.fStringsSize != 0)
+            return Refuse(fReason, kNqErrFormat, "%s: strings without a table", inName.fText);
         return kNqNoErr;
     }
 
-    NqErr ReadStrings(const TEntry& entry, TNqResource& resource, const TResourceText& name)
+    NqErr ReadStrings(const TEntry& inEntry, TNqResource& ioResource, const TResourceText& inName)
     {
         TNqCountedPtr<TResourceStrings> strings;
         TResourceStrings::Create(&strings);
-        resource.SetLocalizedStrings(strings);
-        const uint32 start = entry.fOffset + entry.fNameLength + entry.fDataSize;
-        TNqByteSwapStream stream(const_cast<int8*>(fBytes), static_cast<int32>(start + entry.fStringsSize),
+        ioResource.SetLocalizedStrings(strings);
+        const uint32 start = inEntry.fOffset + inEntry.fNameLength + inEntry.fDataSize;
+        TNqByteSwapStream stream(const_cast<int8*>(fBytes), static_cast<int32>(start + inEntry.fStringsSize),
                                  kUTF8Transcoder, eRead);
         stream.seek(static_cast<int32>(start), TNqiostream::beg);
-        uint32 left = entry.fStringsSize;
-        for (uint32 i = 0; i < entry.fStringCount; ++i)
+        uint32 left = inEntry.fStringsSize;
+        for (uint32 i = 0; i < inEntry.fStringCount; ++i)
         {
             const uint32 length = left >= 4 ? stream.ReadLong() : 0;
             if (left < 4 || length > left - 4)
-                return Refuse(fReason, kNqErrFormat, "%s: its string %u does not fit its table", name.fText, i);
+                return Refuse(fReason, kNqErrFormat, "%s: its string %u does not fit its table", inName.fText, i);
             left -= 4 + length;
             const int8* const text = fBytes + stream.tell();
             if (HoldsNul(text, length))
-                return Refuse(fReason, kNqErrFormat, "%s: a zero byte in its string %u", name.fText, i);
+                return Refuse(fReason, kNqErrFormat, "%s: a zero byte in its string %u", inName.fText, i);
             if (!strings->AddElem(TNqDynamicString(text, length)) || (*strings)[i].ByteLength() != length)
                 return NoMemory(fReason);
             stream.seek(static_cast<int32>(length), TNqiostream::cur);
         }
         if (left != 0)
-            return Refuse(fReason, kNqErrFormat, "%s: %u bytes behind its last string", name.fText, left);
+            return Refuse(fReason, kNqErrFormat, "%s: %u bytes behind its last string", inName.fText, left);
         return kNqNoErr;
     }
 
@@ -271,13 +272,13 @@ private:
 
 // ---- Writing -------------------------------------------------------------------------------------------------------
 
-// The entry of a resource whose body begins at `offset`.
-NqErr DescribeResource(const TNqResource& resource, int64 offset, TEntry& outEntry, TNqString& outReason)
+// The entry of a resource whose body begins at `inOffset`.
+NqErr DescribeResource(const TNqResource& inResource, int64 inOffset, TEntry& outEntry, TNqString& outReason)
 {
-    const TResourceText name(resource.GetType(), resource.GetID());
-    if (HoldsNul(resource.GetName()))
+    const TResourceText name(inResource.GetType(), inResource.GetID());
+    if (HoldsNul(inResource.GetName()))
         return Refuse(outReason, kNqErrInvalidData, "%s: a zero byte in its name", name.fText);
-    const TResourceStrings* const strings = resource.GetLocalizedStrings();
+    const TResourceStrings* const strings = inResource.GetLocalizedStrings();
     const uint32 count = strings != nullptr ? strings->GetElemCount() : 0;
     int64 stringsSize = 0;
     for (uint32 i = 0; i < count; ++i)
@@ -287,45 +288,45 @@ NqErr DescribeResource(const TNqResource& resource, int64 offset, TEntry& outEnt
             return Refuse(outReason, kNqErrInvalidData, "%s: a zero byte in its string %u", name.fText, i);
         stringsSize += 4 + static_cast<int64>(text.ByteLength());
     }
-    const uint32 nameLength = resource.GetName().ByteLength();
-    if (offset + nameLength + resource.GetSize() + stringsSize > kLargestFile)
+    const uint32 nameLength = inResource.GetName().ByteLength();
+    if (inOffset + nameLength + inResource.GetSize() + stringsSize > kLargestFile)
         return Refuse(outReason, kNqErrInvalidData, "%s: the file would be larger than 2^31 - 1 bytes", name.fText);
-    outEntry = {resource.GetType(),
-                resource.GetID(),
+    outEntry = {inResource.GetType(),
+                inResource.GetID(),
                 strings != nullptr ? kHasStrings : uint8(0),
                 static_cast<uint8>(nameLength),
-                resource.GetAttributes(),
-                static_cast<uint32>(offset),
-                resource.GetSize(),
+                inResource.GetAttributes(),
+                static_cast<uint32>(inOffset),
+                inResource.GetSize(),
                 count,
                 static_cast<uint32>(stringsSize)};
     return kNqNoErr;
 }
 
-void WriteText(TNqByteSwapStream& stream, const TNqString& text)
+void WriteText(TNqByteSwapStream& ioStream, const TNqString& inText)
 {
-    if (text.ByteLength() != 0)
-        stream.write(text.StrGet(), static_cast<int32>(text.ByteLength()));
+    if (inText.ByteLength() != 0)
+        ioStream.write(inText.StrGet(), static_cast<int32>(inText.ByteLength()));
 }
 
-void WriteBody(TNqByteSwapStream& stream, const TNqResource& resource)
+void WriteBody(TNqByteSwapStream& ioStream, const TNqResource& inResource)
 {
-    WriteText(stream, resource.GetName());
-    stream.write(resource.GetData(), static_cast<int32>(resource.GetSize()));
-    const TResourceStrings* const strings = resource.GetLocalizedStrings();
+    WriteText(ioStream, inResource.GetName());
+    ioStream.write(inResource.GetData(), static_cast<int32>(inResource.GetSize()));
+    const TResourceStrings* const strings = inResource.GetLocalizedStrings();
     const uint32 count = strings != nullptr ? strings->GetElemCount() : 0;
     for (uint32 i = 0; i < count; ++i)
     {
-        stream.WriteLong((*strings)[i].ByteLength());
-        WriteText(stream, (*strings)[i]);
+        ioStream.WriteLong((*strings)[i].ByteLength());
+        WriteText(ioStream, (*strings)[i]);
     }
 }
 
-void ReleaseResources(TNqPtrArray<TNqResource>& resources)
+void ReleaseResources(TNqPtrArray<TNqResource>& ioResources)
 {
-    for (uint32 i = 0; i < resources.GetElemCount(); ++i)
-        resources[i]->Release();
-    resources.SetElemCount(0);
+    for (uint32 i = 0; i < ioResources.GetElemCount(); ++i)
+        ioResources[i]->Release();
+    ioResources.SetElemCount(0);
 }
 
 } // namespace
@@ -342,15 +343,15 @@ void TNqHostResourceFile::ReleaseAll()
     ReleaseResources(fResources);
 }
 
-NqErr TNqHostResourceFile::ReadBytes(const int8* bytes, uint32 size, TNqString& outReason)
+NqErr TNqHostResourceFile::ReadBytes(const int8* inBytes, uint32 inSize, TNqString& outReason)
 {
-    if (size > kLargestFile)
+    if (inSize > kLargestFile)
         return Refuse(outReason, kNqErrFormat, "larger than 2^31 - 1 bytes");
     TNqPtrArray<TNqResource> resources;
     NqErr error = kNqErrOutOfMemory;
     try
     {
-        error = TReader(bytes, size, resources, outReason).Read();
+        error = TReader(inBytes, inSize, resources, outReason).Read();
     }
     catch (const TNqException&) // no memory for a counter
     {
@@ -372,18 +373,18 @@ NqErr TNqHostResourceFile::ReadBytes(const int8* bytes, uint32 size, TNqString& 
     return kNqNoErr;
 }
 
-NqErr TNqHostResourceFile::Read(const char* path, TNqString& outReason)
+NqErr TNqHostResourceFile::Read(const char* inPath, TNqString& outReason)
 {
     int8* bytes = nullptr;
     uint32 size = 0;
-    NqErr error = NqHostLoadFile(path, bytes, size, outReason);
+    NqErr error = NqHostLoadFile(inPath, bytes, size, outReason);
     if (error == kNqNoErr)
         error = ReadBytes(bytes, size, outReason);
     Nqfree(bytes);
     return error;
 }
 
-NqErr TNqHostResourceFile::WriteBytes(TNqByteSwapStream& out, TNqString& outReason) const
+NqErr TNqHostResourceFile::WriteBytes(TNqByteSwapStream& ioStream, TNqString& outReason) const
 {
     const uint32 count = CountAllResources();
     TNqArray<TEntry> entries;
@@ -407,14 +408,14 @@ NqErr TNqHostResourceFile::WriteBytes(TNqByteSwapStream& out, TNqString& outReas
     if (written != size - kCheckedFrom)
         return NoMemory(outReason);
     int8* const bytes = content.str();
-    const int32 start = out.pcount();
-    out << kMagic << kVersion << static_cast<uint32>(size) << ChecksumOf(bytes, static_cast<size_t>(written));
-    out.write(bytes, written);
+    const int32 start = ioStream.pcount();
+    ioStream << kMagic << kVersion << static_cast<uint32>(size) << ChecksumOf(bytes, static_cast<size_t>(written));
+    ioStream.write(bytes, written);
     Nqfree(bytes);
-    return out.pcount() - start == size ? kNqNoErr : NoMemory(outReason);
+    return ioStream.pcount() - start == size ? kNqNoErr : NoMemory(outReason);
 }
 
-NqErr TNqHostResourceFile::Write(const char* path, TNqString& outReason) const
+NqErr TNqHostResourceFile::Write(const char* inPath, TNqString& outReason) const
 {
     TNqByteSwapStream out;
     NqErr error = WriteBytes(out, outReason);
@@ -422,7 +423,7 @@ NqErr TNqHostResourceFile::Write(const char* path, TNqString& outReason) const
         return error;
     const uint32 size = static_cast<uint32>(out.pcount());
     int8* const bytes = out.str();
-    error = NqHostReplaceFile(path, bytes, size, outReason);
+    error = NqHostReplaceFile(inPath, bytes, size, outReason);
     Nqfree(bytes);
     return error;
 }
@@ -430,35 +431,35 @@ NqErr TNqHostResourceFile::Write(const char* path, TNqString& outReason) const
 // ---- Finding and changing ------------------------------------------------------------------------------------------
 
 // The first resource whose key is not less.
-uint32 TNqHostResourceFile::IndexOf(int64 key) const
+uint32 TNqHostResourceFile::IndexOf(int64 inKey) const
 {
     TNqResource* const* const first = fResources.Begin();
     TNqResource* const* const found =
-        std::lower_bound(first, first + CountAllResources(), key,
+        std::lower_bound(first, first + CountAllResources(), inKey,
                          [](const TNqResource* resource, int64 wanted) { return KeyOf(*resource) < wanted; });
     return static_cast<uint32>(found - first);
 }
 
-NqErr TNqHostResourceFile::AddResource(TNqResource& resource)
+NqErr TNqHostResourceFile::AddResource(TNqResource& ioResource)
 {
-    if (resource.GetOwningFile() != nullptr || FindResource(resource.GetType(), resource.GetID()) != nullptr)
+    if (ioResource.GetOwningFile() != nullptr || FindResource(ioResource.GetType(), ioResource.GetID()) != nullptr)
         return kNqErrInvalidData;
-    const uint32 index = IndexOf(KeyOf(resource));
-    if (!fResources.AddElem(&resource))
+    const uint32 index = IndexOf(KeyOf(ioResource));
+    if (!fResources.AddElem(&ioResource))
         return kNqErrOutOfMemory;
     std::rotate(fResources.Begin() + index, fResources.Begin() + CountAllResources() - 1,
                 fResources.Begin() + CountAllResources());
-    resource.AddRef();
-    Own(resource);
+    ioResource.AddRef();
+    Own(ioResource);
     return kNqNoErr;
 }
 
-NqErr TNqHostResourceFile::RemoveResource(FourCharT type, int16 id)
+NqErr TNqHostResourceFile::RemoveResource(FourCharT inType, int16 inId)
 {
-    TNqResource* const resource = FindResource(type, id);
+    TNqResource* const resource = FindResource(inType, inId);
     if (resource == nullptr)
         return kNqErrInvalidData;
-    TNqResource** const at = fResources.Begin() + IndexOf(KeyOf(type, id));
+    TNqResource** const at = fResources.Begin() + IndexOf(KeyOf(inType, inId));
     std::copy(at + 1, fResources.Begin() + CountAllResources(), at);
     fResources.SetElemCount(CountAllResources() - 1);
     Disown(*resource);
@@ -466,25 +467,25 @@ NqErr TNqHostResourceFile::RemoveResource(FourCharT type, int16 id)
     return kNqNoErr;
 }
 
-TNqResource* TNqHostResourceFile::GetResource(uint32 index) const
+TNqResource* TNqHostResourceFile::GetResource(uint32 inIndex) const
 {
-    return index < CountAllResources() ? fResources[index] : nullptr;
+    return inIndex < CountAllResources() ? fResources[inIndex] : nullptr;
 }
 
-TNqResource* TNqHostResourceFile::FindResource(FourCharT type, int16 id)
+TNqResource* TNqHostResourceFile::FindResource(FourCharT inType, int16 inId)
 {
-    TNqResource* const found = GetResource(IndexOf(KeyOf(type, id)));
-    return found != nullptr && found->GetType() == type && found->GetID() == id ? found : nullptr;
+    TNqResource* const found = GetResource(IndexOf(KeyOf(inType, inId)));
+    return found != nullptr && found->GetType() == inType && found->GetID() == inId ? found : nullptr;
 }
 
-TNqResource* TNqHostResourceFile::FindResource(FourCharT type, const TNqString& name)
+TNqResource* TNqHostResourceFile::FindResource(FourCharT inType, const TNqString& inName)
 {
     const auto bytesOf = [](const TNqString& text) { return text.ByteLength() != 0 ? text.StrGet() : ""; };
-    for (uint32 i = 0; TNqResource* const resource = GetResource(type, i); ++i)
+    for (uint32 i = 0; TNqResource* const resource = GetResource(inType, i); ++i)
     {
         const TNqString& candidate = resource->GetName();
-        if (candidate.ByteLength() == name.ByteLength() &&
-            std::memcmp(bytesOf(candidate), bytesOf(name), name.ByteLength()) == 0)
+        if (candidate.ByteLength() == inName.ByteLength() &&
+            std::memcmp(bytesOf(candidate), bytesOf(inName), inName.ByteLength()) == 0)
             return resource;
     }
     return nullptr;
@@ -507,14 +508,14 @@ boolean TNqHostResourceFile::GetNextType(FourCharT& ioType)
     return true;
 }
 
-uint32 TNqHostResourceFile::CountResources(FourCharT type)
+uint32 TNqHostResourceFile::CountResources(FourCharT inType)
 {
-    const int64 first = KeyOf(type, 0) - 0x8000;
+    const int64 first = KeyOf(inType, 0) - 0x8000;
     return IndexOf(first + 0x10000) - IndexOf(first);
 }
 
-TNqResource* TNqHostResourceFile::GetResource(FourCharT type, uint32 index)
+TNqResource* TNqHostResourceFile::GetResource(FourCharT inType, uint32 inIndex)
 {
-    TNqResource* const found = index < 0x10000 ? GetResource(IndexOf(KeyOf(type, 0) - 0x8000) + index) : nullptr;
-    return found != nullptr && found->GetType() == type ? found : nullptr;
+    TNqResource* const found = inIndex < 0x10000 ? GetResource(IndexOf(KeyOf(inType, 0) - 0x8000) + inIndex) : nullptr;
+    return found != nullptr && found->GetType() == inType ? found : nullptr;
 }

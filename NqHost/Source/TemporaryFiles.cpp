@@ -201,17 +201,17 @@ bool Lock(int inFile)
 
 } // namespace
 
-int NqHostMakeTemporaryFile(const std::string& folder, unsigned int mode, std::string& outPath, int& outDescriptor)
+int NqHostMakeTemporaryFile(const std::string& inFolder, unsigned int inMode, std::string& outPath, int& outDescriptor)
 {
     constexpr int kMostTries = 1000;
-    const std::string start = folder.empty() ? "./" : folder.back() == '/' ? folder : folder + "/";
+    const std::string start = inFolder.empty() ? "./" : inFolder.back() == '/' ? inFolder : inFolder + "/";
     RemoveLeftIn(start);
     for (int tries = 0; tries < kMostTries; ++tries)
     {
         outPath = start + NewName();
         char* const copy = CopyOf(outPath);
         const MakingTemporary making;
-        outDescriptor = open(outPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, static_cast<mode_t>(mode));
+        outDescriptor = open(outPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, static_cast<mode_t>(inMode));
         const int error = errno;
         if (outDescriptor >= 0 && Lock(outDescriptor))
         {
@@ -227,24 +227,24 @@ int NqHostMakeTemporaryFile(const std::string& folder, unsigned int mode, std::s
     return EEXIST;
 }
 
-void NqHostRemoveTemporaryFile(const std::string& path)
+void NqHostRemoveTemporaryFile(const std::string& inPath)
 {
-    unlink(path.c_str());
-    NqHostKeepTemporaryFile(path);
+    unlink(inPath.c_str());
+    NqHostKeepTemporaryFile(inPath);
 }
 
-void NqHostAddTemporaryFile(const std::string& path)
+void NqHostAddTemporaryFile(const std::string& inPath)
 {
-    Remember(CopyOf(path));
+    Remember(CopyOf(inPath));
 }
 
-void NqHostKeepTemporaryFile(const std::string& path)
+void NqHostKeepTemporaryFile(const std::string& inPath)
 {
     const std::lock_guard<std::mutex> lock(gMutex);
     for (std::atomic<char*>& slot : gTemporaries)
     {
         char* remembered = slot.load();
-        if (remembered != nullptr && path == remembered && slot.compare_exchange_strong(remembered, nullptr))
+        if (remembered != nullptr && inPath == remembered && slot.compare_exchange_strong(remembered, nullptr))
         {
             std::free(remembered);
             return;

@@ -73,14 +73,14 @@ NqErr Load(int inFile, int8*& outBytes, uint32& outSize, TNqString& outReason)
 
 } // namespace
 
-NqErr NqHostLoadFile(const char* path, int8*& outBytes, uint32& outSize, TNqString& outReason)
+NqErr NqHostLoadFile(const char* inPath, int8*& outBytes, uint32& outSize, TNqString& outReason)
 {
     outBytes = nullptr;
     outSize = 0;
-    if (path[0] == 0)
+    if (inPath[0] == 0)
         return Refused("the name of a file is empty", outReason);
     // A pipe that is going to be refused is not waited for.
-    const int file = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    const int file = open(inPath, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     const NqErr error = Load(file, outBytes, outSize, outReason);
     if (file >= 0)
         close(file);
@@ -92,15 +92,15 @@ NqErr NqHostLoadFile(const char* path, int8*& outBytes, uint32& outSize, TNqStri
     return error;
 }
 
-NqErr NqHostReplaceFile(const char* path, const int8* bytes, uint32 size, TNqString& outReason)
+NqErr NqHostReplaceFile(const char* inPath, const int8* inBytes, uint32 inSize, TNqString& outReason)
 {
     try
     {
         std::string reason;
         TNqHostAtomicFile file;
-        NqErr error = file.Create(path, reason);
+        NqErr error = file.Create(inPath, reason);
         if (error == kNqNoErr)
-            error = file.Write(bytes, size, reason);
+            error = file.Write(inBytes, inSize, reason);
         if (error == kNqNoErr)
             error = file.Replace(reason);
         if (error != kNqNoErr)

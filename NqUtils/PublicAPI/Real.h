@@ -8,22 +8,22 @@
 
 #include <cstdint>
 
-inline float Int32ToReal(int32_t value)
+inline float Int32ToReal(int32_t inValue)
 {
-    return static_cast<float>(value);
+    return static_cast<float>(inValue);
 }
 
 // Truncates toward zero.
-inline int32_t Real64ToInt32(double value)
+inline int32_t Real64ToInt32(double inValue)
 {
-    if (value >= 2147483647.0)
+    if (inValue >= 2147483647.0)
         return INT32_MAX;
-    if (value <= -2147483648.0)
+    if (inValue <= -2147483648.0)
         return INT32_MIN;
-    return value == value ? static_cast<int32_t>(value) : 0;
+    return inValue == inValue ? static_cast<int32_t>(inValue) : 0;
 }
 
-inline int32_t RealToInt32(float value)
+inline int32_t RealToInt32(float inValue)
 {
-    return Real64ToInt32(static_cast<double>(value));
+    return Real64ToInt32(static_cast<double>(inValue));
 }

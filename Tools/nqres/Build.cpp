@@ -63,7 +63,7 @@ std::string ParseReal(std::string_view inText, Real& outValue)
 class ResourceBuilder
 {
 public:
-    explicit ResourceBuilder(TextReader& reader) : fReader(reader), fStrings(NewTable()), fData(fStrings) {}
+    explicit ResourceBuilder(TextReader& ioReader) : fReader(ioReader), fStrings(NewTable()), fData(fStrings) {}
 
     // The block from behind its name to its closing brace.
     Outcome Read(size_t inOffset)

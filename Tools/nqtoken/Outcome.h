@@ -23,7 +23,7 @@ class [[nodiscard]] Outcome
 {
 public:
     Outcome() = default;
-    Outcome(ExitStatus status, std::string text) : fStatus(status), fText(std::move(text)) {}
+    Outcome(ExitStatus inStatus, std::string inText) : fStatus(inStatus), fText(std::move(inText)) {}
 
     bool Ok() const { return fStatus == kDone; }
     ExitStatus Status() const { return fStatus; }
@@ -34,14 +34,14 @@ private:
     std::string fText;
 };
 
-inline Outcome AtFault(std::string text)
+inline Outcome AtFault(std::string inText)
 {
-    return {kAtFault, std::move(text)};
+    return {kAtFault, std::move(inText)};
 }
 
-inline Outcome Trouble(std::string text)
+inline Outcome Trouble(std::string inText)
 {
-    return {kTrouble, std::move(text)};
+    return {kTrouble, std::move(inText)};
 }
 
 } // namespace nqtoken

@@ -9,11 +9,11 @@
 namespace nqtoken
 {
 
-constexpr FourCharT Name(const char (&text)[5])
+constexpr FourCharT Name(const char (&ioText)[5])
 {
     FourCharT token = 0;
     for (int i = 0; i < 4; ++i)
-        token = token << 8 | static_cast<uint8>(text[i]);
+        token = token << 8 | static_cast<uint8>(ioText[i]);
     return token;
 }
 
@@ -149,24 +149,24 @@ constexpr FourCharT kShadings[] = {
     Name("MINN"), Name("COOK"), Name("NONE"), Name("FRES"), Name("PBR "),
 };
 
-// The place of `token` in one of the two lists above, from 1; 0 when it is not there.
+// The place of `inToken` in one of the two lists above, from 1; 0 when it is not there.
 template <size_t kCount>
-constexpr uint32 NumberOf(const FourCharT (&list)[kCount], FourCharT token)
+constexpr uint32 NumberOf(const FourCharT (&ioList)[kCount], FourCharT inToken)
 {
     for (uint32 i = 0; i < kCount; ++i)
     {
-        if (list[i] == token)
+        if (ioList[i] == inToken)
             return i + 1;
     }
     return 0;
 }
 
 template <size_t kCount>
-constexpr const ValueName* FindValueName(const ValueName (&list)[kCount], FourCharT token)
+constexpr const ValueName* FindValueName(const ValueName (&ioList)[kCount], FourCharT inToken)
 {
-    for (const ValueName& name : list)
+    for (const ValueName& name : ioList)
     {
-        if (name.fToken == token)
+        if (name.fToken == inToken)
             return &name;
     }
     return nullptr;

@@ -20,9 +20,9 @@ TAnsiTranscoder::~TAnsiTranscoder()
     delete fUnicodeToAnsiTable;
 }
 
-void TAnsiTranscoder::Create(ITranscoder** out)
+void TAnsiTranscoder::Create(ITranscoder** outTranscoder)
 {
-    NqCreateTranscoderObject<TAnsiTranscoder>(out);
+    NqCreateTranscoderObject<TAnsiTranscoder>(outTranscoder);
 }
 
 NqErr TAnsiTranscoder::QueryInterface(const NqIID& iid, void** outInterface)
@@ -30,9 +30,9 @@ NqErr TAnsiTranscoder::QueryInterface(const NqIID& iid, void** outInterface)
     return NqQueryTranscoder(*this, iid, outInterface);
 }
 
-uint16 TAnsiTranscoder::Encode(uint8 byte)
+uint16 TAnsiTranscoder::Encode(uint8 inByte)
 {
-    return byte >= 0x80 && byte <= 0x9F ? fAnsiToUnicodeTable[byte - 0x80] : byte;
+    return inByte >= 0x80 && inByte <= 0x9F ? fAnsiToUnicodeTable[inByte - 0x80] : inByte;
 }
 
 const TNqArray<uint8>& TAnsiTranscoder::Decode(uint16 ch)
@@ -45,8 +45,8 @@ const TNqArray<uint8>& TAnsiTranscoder::Decode(uint16 ch)
     return fDecodedChar;
 }
 
-uint8* TAnsiTranscoder::DecodeText(const uint16* first, const uint16* last, uint8* out)
+uint8* TAnsiTranscoder::DecodeText(const uint16* inFirst, const uint16* inLast, uint8* outBytes)
 {
     static constexpr TNqByteTable table(fAnsiToUnicodeTable, 0xA0);
-    return NqEncodeWithTable(table, first, last, out);
+    return NqEncodeWithTable(table, inFirst, inLast, outBytes);
 }

@@ -31,9 +31,9 @@ TMacTranscoder::~TMacTranscoder()
     delete fUnicodeToMacTable;
 }
 
-void TMacTranscoder::Create(ITranscoder** out)
+void TMacTranscoder::Create(ITranscoder** outTranscoder)
 {
-    NqCreateTranscoderObject<TMacTranscoder>(out);
+    NqCreateTranscoderObject<TMacTranscoder>(outTranscoder);
 }
 
 NqErr TMacTranscoder::QueryInterface(const NqIID& iid, void** outInterface)
@@ -41,9 +41,9 @@ NqErr TMacTranscoder::QueryInterface(const NqIID& iid, void** outInterface)
     return NqQueryTranscoder(*this, iid, outInterface);
 }
 
-uint16 TMacTranscoder::Encode(uint8 byte)
+uint16 TMacTranscoder::Encode(uint8 inByte)
 {
-    return byte >= 0x80 ? fMacToUnicodeTable[byte - 0x80] : byte;
+    return inByte >= 0x80 ? fMacToUnicodeTable[inByte - 0x80] : inByte;
 }
 
 const TNqArray<uint8>& TMacTranscoder::Decode(uint16 ch)
@@ -56,8 +56,8 @@ const TNqArray<uint8>& TMacTranscoder::Decode(uint16 ch)
     return fDecodedChar;
 }
 
-uint8* TMacTranscoder::DecodeText(const uint16* first, const uint16* last, uint8* out)
+uint8* TMacTranscoder::DecodeText(const uint16* inFirst, const uint16* inLast, uint8* outBytes)
 {
     static constexpr TNqByteTable table(fMacToUnicodeTable, 0x100);
-    return NqEncodeWithTable(table, first, last, out);
+    return NqEncodeWithTable(table, inFirst, inLast, outBytes);
 }

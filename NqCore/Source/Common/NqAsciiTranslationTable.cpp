@@ -10,29 +10,29 @@ namespace
 constexpr NqSize kSide = 16; // a table is a square of bytes
 constexpr NqSize kTableSize = kSide * kSide;
 
-void CopyTransposed(uint8* table, const uint8* data)
+void CopyTransposed(uint8* inTable, const uint8* inData)
 {
     for (NqSize row = 0; row < kSide; ++row)
     {
         for (NqSize column = 0; column < kSide; ++column)
-            table[kSide * row + column] = data[kSide * column + row];
+            inTable[kSide * row + column] = inData[kSide * column + row];
     }
 }
 
 // A copy of a list with its count byte; null when the list is empty, or without memory.
-uint8* CopyEscapes(const uint8* list)
+uint8* CopyEscapes(const uint8* inList)
 {
-    const NqSize size = static_cast<NqSize>(list[0]) + 1;
+    const NqSize size = static_cast<NqSize>(inList[0]) + 1;
     uint8* const copy = size > 1 ? static_cast<uint8*>(Nqmalloc(size)) : nullptr;
     if (copy != nullptr)
-        std::memcpy(copy, list, size);
+        std::memcpy(copy, inList, size);
     return copy;
 }
 
-void FreeEscapes(uint8* list)
+void FreeEscapes(uint8* inList)
 {
-    if (list != nullptr)
-        Nqfree(list);
+    if (inList != nullptr)
+        Nqfree(inList);
 }
 
 } // namespace
@@ -45,21 +45,21 @@ TNqAsciiTranslationTable::~TNqAsciiTranslationTable()
     FreeEscapes(fIEscapes);
 }
 
-void TNqAsciiTranslationTable::InitFromResourceData(uint8* data, uint32)
+void TNqAsciiTranslationTable::InitFromResourceData(uint8* inData, uint32)
 {
-    CopyTransposed(fTable, data);
-    CopyTransposed(fITable, data + kTableSize);
+    CopyTransposed(fTable, inData);
+    CopyTransposed(fITable, inData + kTableSize);
     FreeEscapes(fEscapes);
     FreeEscapes(fIEscapes);
     // The last byte of the first list is the count byte of the second: resources are written so.
-    const uint8* const escapes = data + 2 * kTableSize;
+    const uint8* const escapes = inData + 2 * kTableSize;
     fEscapes = CopyEscapes(escapes);
     fIEscapes = CopyEscapes(escapes + escapes[0]);
 }
 
-const uint8* TNqAsciiTranslationTable::FindEscapeChar(uint8 ch, uint8 inverse) const
+const uint8* TNqAsciiTranslationTable::FindEscapeChar(uint8 ch, uint8 inInverse) const
 {
-    const uint8* const list = inverse ? fIEscapes : fEscapes;
+    const uint8* const list = inInverse ? fIEscapes : fEscapes;
     if (list == nullptr)
         return nullptr;
     const uint8* const end = list + 1 + list[0];

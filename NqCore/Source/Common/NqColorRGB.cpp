@@ -12,15 +12,15 @@ using NqColorMath::CheckInterpolant;
 using NqColorMath::Mix;
 
 // Into 0..1, from one turn outside.
-real32 WrappedHue(real32 hue)
+real32 WrappedHue(real32 inHue)
 {
-    return hue < 0 ? hue + 1 : hue > 1 ? hue - 1 : hue;
+    return inHue < 0 ? inHue + 1 : inHue > 1 ? inHue - 1 : inHue;
 }
 
 // The component that has its peak at the hue 0: between m1 and m2, up and down with the hue.
-real32 ComponentOfHue(real32 hue, real32 m1, real32 m2)
+real32 ComponentOfHue(real32 inHue, real32 m1, real32 m2)
 {
-    const real32 x = WrappedHue(hue);
+    const real32 x = WrappedHue(inHue);
     if (6 * x < 1)
         return m1 + (m2 - m1) * (6 * x);
     if (2 * x < 1)
@@ -31,9 +31,9 @@ real32 ComponentOfHue(real32 hue, real32 m1, real32 m2)
 }
 
 // Differences may be negative, so that truncating would not round them.
-int32 Rounded(real32 value)
+int32 Rounded(real32 inValue)
 {
-    return RealToInt32(std::floor(value + 0.5F));
+    return RealToInt32(std::floor(inValue + 0.5F));
 }
 
 // Decodes, interpolates and encodes: the three components of either encoding.
@@ -84,20 +84,21 @@ void TNqColorRGB::GetHLS(real32& outHue, real32& outLightness, real32& outSatura
     outSaturation = saturation;
 }
 
-void TNqColorRGB::SetHLS(real32 hue, real32 lightness, real32 saturation)
+void TNqColorRGB::SetHLS(real32 inHue, real32 inLightness, real32 inSaturation)
 {
-    if (saturation == 0)
+    if (inSaturation == 0)
     {
-        *this = TNqColorRGB(lightness, lightness, lightness);
+        *this = TNqColorRGB(inLightness, inLightness, inLightness);
         return;
     }
     const real32 m2 =
-        lightness < 0.5F ? static_cast<real32>(static_cast<real64>(lightness) * (1.0 + static_cast<real64>(saturation)))
-                         : lightness + saturation - lightness * saturation;
-    const real32 m1 = 2 * lightness - m2;
+        inLightness < 0.5F
+            ? static_cast<real32>(static_cast<real64>(inLightness) * (1.0 + static_cast<real64>(inSaturation)))
+            : inLightness + inSaturation - inLightness * inSaturation;
+    const real32 m1 = 2 * inLightness - m2;
     constexpr real32 third = 1.0F / 3.0F;
-    *this = TNqColorRGB(ComponentOfHue(hue + third, m1, m2), ComponentOfHue(hue, m1, m2),
-                        ComponentOfHue(hue - third, m1, m2));
+    *this = TNqColorRGB(ComponentOfHue(inHue + third, m1, m2), ComponentOfHue(inHue, m1, m2),
+                        ComponentOfHue(inHue - third, m1, m2));
 }
 
 // ---- Colours with signs ---------------------------------------------------------------------------------------------

@@ -4,11 +4,11 @@ using NqColorMath::CheckInterpolant;
 using NqColorMath::Mix;
 using NqColorMath::ToByte;
 
-void NqColorMath::ConvertReporting(const TNqColorRGB& color, uint8 alpha, TNqColorRGBA8& outColor)
+void NqColorMath::ConvertReporting(const TNqColorRGB& inColor, uint8 inAlpha, TNqColorRGBA8& outColor)
 {
     NqNotify("IsClamped()");
-    outColor =
-        TNqColorRGBA8(ToByte(255.0F * color.red), ToByte(255.0F * color.green), ToByte(255.0F * color.blue), alpha);
+    outColor = TNqColorRGBA8(ToByte(255.0F * inColor.red), ToByte(255.0F * inColor.green),
+                             ToByte(255.0F * inColor.blue), inAlpha);
 }
 
 // ---- Bytes ----------------------------------------------------------------------------------------------------------

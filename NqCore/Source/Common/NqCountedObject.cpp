@@ -176,24 +176,24 @@ void TNqSMPCountedObject::Create(TNqSMPCountedObject** outObject)
     CreateBareObject(outObject);
 }
 
-void InitNqCountedObject(TNqCountedObject** first, TNqCountedObject** last, TNqSMPCountedObject** firstSMP,
-                         TNqSMPCountedObject** lastSMP, TNqAtomicCounter** total, TNqAtomicCounter** current)
+void InitNqCountedObject(TNqCountedObject** inFirst, TNqCountedObject** inLast, TNqSMPCountedObject** inFirstSMP,
+                         TNqSMPCountedObject** inLastSMP, TNqAtomicCounter** inTotal, TNqAtomicCounter** inCurrent)
 {
-    gFirstCountedObject = first;
-    gLastCountedObject = last;
-    gFirstSMPCountedObject = firstSMP;
-    gLastSMPCountedObject = lastSMP;
-    gTotalCountedObjects = total;
-    gCurrentCountedObjects = current;
+    gFirstCountedObject = inFirst;
+    gLastCountedObject = inLast;
+    gFirstSMPCountedObject = inFirstSMP;
+    gLastSMPCountedObject = inLastSMP;
+    gTotalCountedObjects = inTotal;
+    gCurrentCountedObjects = inCurrent;
 }
 
-void GetNqCountedObject(TNqCountedObject**& first, TNqCountedObject**& last, TNqSMPCountedObject**& firstSMP,
-                        TNqSMPCountedObject**& lastSMP, TNqAtomicCounter**& total, TNqAtomicCounter**& current)
+void GetNqCountedObject(TNqCountedObject**& outFirst, TNqCountedObject**& outLast, TNqSMPCountedObject**& outFirstSMP,
+                        TNqSMPCountedObject**& outLastSMP, TNqAtomicCounter**& outTotal, TNqAtomicCounter**& outCurrent)
 {
-    first = gFirstCountedObject;
-    last = gLastCountedObject;
-    firstSMP = gFirstSMPCountedObject;
-    lastSMP = gLastSMPCountedObject;
-    total = gTotalCountedObjects;
-    current = gCurrentCountedObjects;
+    outFirst = gFirstCountedObject;
+    outLast = gLastCountedObject;
+    outFirstSMP = gFirstSMPCountedObject;
+    outLastSMP = gLastSMPCountedObject;
+    outTotal = gTotalCountedObjects;
+    outCurrent = gCurrentCountedObjects;
 }

@@ -15,53 +15,53 @@ constexpr CFTimeZoneRef kGMT = nullptr;
 // ---- Text -----------------------------------------------------------------------------------------------------------
 
 // One byte for each unit of the text: longer ones, those with other characters than ASCII, do not fit.
-void CopyText(CFStringRef text, TNqString& str)
+void CopyText(CFStringRef inText, TNqString& outStr)
 {
     TNqArray<int8> buffer(0, false);
-    if (!buffer.SetElemCount(static_cast<NqSize>(CFStringGetLength(text)) + 1))
+    if (!buffer.SetElemCount(static_cast<NqSize>(CFStringGetLength(inText)) + 1))
         return;
     const boolean converted =
-        CFStringGetCString(text, buffer.BaseAddress(), buffer.GetElemCount(), kCFStringEncodingUTF8);
+        CFStringGetCString(inText, buffer.BaseAddress(), buffer.GetElemCount(), kCFStringEncodingUTF8);
     if (NqCheck(converted))
-        str.FromCPtr(buffer.BaseAddress());
+        outStr.FromCPtr(buffer.BaseAddress());
 }
 
-void FormatTime(real64 seconds, CFDateFormatterStyle dateStyle, CFDateFormatterStyle timeStyle, TNqString& str)
+void FormatTime(real64 inSeconds, CFDateFormatterStyle inDateStyle, CFDateFormatterStyle inTimeStyle, TNqString& outStr)
 {
     const CFMacPtr<CFLocaleRef> locale(CFLocaleCopyCurrent());
     if (locale == nullptr)
         throw TNqException(kNqErrInvalidData, NqSourcePath(__FILE__), __LINE__);
     const CFMacPtr<CFDateFormatterRef> formatter(
-        CFDateFormatterCreate(kCFAllocatorDefault, locale, dateStyle, timeStyle));
+        CFDateFormatterCreate(kCFAllocatorDefault, locale, inDateStyle, inTimeStyle));
     if (formatter == nullptr)
         throw TNqException(kNqErrInvalidData, NqSourcePath(__FILE__), __LINE__);
     const CFMacPtr<CFStringRef> text(
-        CFDateFormatterCreateStringWithAbsoluteTime(kCFAllocatorDefault, formatter, seconds));
+        CFDateFormatterCreateStringWithAbsoluteTime(kCFAllocatorDefault, formatter, inSeconds));
     if (text == nullptr)
         throw TNqException(kNqErrInvalidData, NqSourcePath(__FILE__), __LINE__);
-    CopyText(text, str);
+    CopyText(text, outStr);
 }
 
 // ---- Calendar: in 32 bits, so that no carry of 16-bit fields is lost --------------------------------------------------
 
-bool IsLeap(int32 year)
+bool IsLeap(int32 inYear)
 {
-    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    return (inYear % 4 == 0 && inYear % 100 != 0) || inYear % 400 == 0;
 }
 
-int32 CountDays(int32 year, int32 month)
+int32 CountDays(int32 inYear, int32 inMonth)
 {
-    if (month == 4 || month == 6 || month == 9 || month == 11)
+    if (inMonth == 4 || inMonth == 6 || inMonth == 9 || inMonth == 11)
         return 30;
-    if (month == 2)
-        return IsLeap(year) ? 29 : 28;
+    if (inMonth == 2)
+        return IsLeap(inYear) ? 29 : 28;
     return 31;
 }
 
 // Leap years up to this one, counted from some year long before every other.
-int32 CountLeapYears(int32 year)
+int32 CountLeapYears(int32 inYear)
 {
-    const int32 positive = year + 80000;
+    const int32 positive = inYear + 80000;
     return positive / 4 - positive / 100 + positive / 400;
 }
 
@@ -122,17 +122,17 @@ struct TDate
     }
 };
 
-// Brings `field` into 0..size - 1; what it is carried on with.
-int32 Carry(int32& field, int32 size)
+// Brings `ioField` into 0..size - 1; what it is carried on with.
+int32 Carry(int32& ioField, int32 inSize)
 {
-    const int32 carry = field / size - (field % size < 0 ? 1 : 0);
-    field -= carry * size;
+    const int32 carry = ioField / inSize - (ioField % inSize < 0 ? 1 : 0);
+    ioField -= carry * inSize;
     return carry;
 }
 
-int16 ToField(int32 value)
+int16 ToField(int32 inValue)
 {
-    return static_cast<int16>(value);
+    return static_cast<int16>(inValue);
 }
 
 } // namespace
@@ -144,26 +144,26 @@ TNqSystemTime TNqSystemTime::GetCurrentLocalTime()
     return now;
 }
 
-void TNqSystemTime::SysTimeString(TNqString& str, uint8 display_seconds) const
+void TNqSystemTime::SysTimeString(TNqString& outStr, uint8 display_seconds) const
 {
     FormatTime(fSeconds, kCFDateFormatterNoStyle,
-               display_seconds != 0 ? kCFDateFormatterLongStyle : kCFDateFormatterShortStyle, str);
+               display_seconds != 0 ? kCFDateFormatterLongStyle : kCFDateFormatterShortStyle, outStr);
 }
 
-void TNqSystemTime::SysDateString(TNqString& str) const
+void TNqSystemTime::SysDateString(TNqString& outStr) const
 {
-    FormatTime(fSeconds, kCFDateFormatterShortStyle, kCFDateFormatterNoStyle, str);
+    FormatTime(fSeconds, kCFDateFormatterShortStyle, kCFDateFormatterNoStyle, outStr);
 }
 
-void TNqSystemTime::TimeRecordToSysTime(const TNqUserTimeRecord& timeRecord)
+void TNqSystemTime::TimeRecordToSysTime(const TNqUserTimeRecord& inTimeRecord)
 {
     CFGregorianDate date;
-    date.year = timeRecord.fYear;
-    date.month = static_cast<SInt8>(timeRecord.fMonth);
-    date.day = static_cast<SInt8>(timeRecord.fDay);
-    date.hour = static_cast<SInt8>(timeRecord.fHour);
-    date.minute = static_cast<SInt8>(timeRecord.fMinute);
-    date.second = timeRecord.fSecond;
+    date.year = inTimeRecord.fYear;
+    date.month = static_cast<SInt8>(inTimeRecord.fMonth);
+    date.day = static_cast<SInt8>(inTimeRecord.fDay);
+    date.hour = static_cast<SInt8>(inTimeRecord.fHour);
+    date.minute = static_cast<SInt8>(inTimeRecord.fMinute);
+    date.second = inTimeRecord.fSecond;
     fSeconds = CFGregorianDateGetAbsoluteTime(date, kGMT);
 }
 
@@ -179,32 +179,32 @@ void TNqUserTimeRecord::SysTimeToTimeRecord(const TNqSystemTime& t)
     fDayOfWeek = ToField(CFAbsoluteTimeGetDayOfWeek(t.fSeconds, kGMT));
 }
 
-boolean TNqUserTimeRecord::IsLeapYear(int16 year)
+boolean TNqUserTimeRecord::IsLeapYear(int16 inYear)
 {
-    return IsLeap(year);
+    return IsLeap(inYear);
 }
 
-int16 TNqUserTimeRecord::DaysInMonth(int16 year, int16 month)
+int16 TNqUserTimeRecord::DaysInMonth(int16 inYear, int16 inMonth)
 {
-    return ToField(CountDays(year, month));
+    return ToField(CountDays(inYear, inMonth));
 }
 
-int16 TNqUserTimeRecord::DayOfWeek(int16 year, int16 month, int16 day)
+int16 TNqUserTimeRecord::DayOfWeek(int16 inYear, int16 inMonth, int16 inDay)
 {
-    const int32 y = month < 3 ? year - 1 : year;
-    const int32 m = month > 2 ? month - 2 : month + 10;
-    int32 sum = y + day + y / 4 - y / 100 + y / 400 + 31 * m / 12;
+    const int32 y = inMonth < 3 ? inYear - 1 : inYear;
+    const int32 m = inMonth > 2 ? inMonth - 2 : inMonth + 10;
+    int32 sum = y + inDay + y / 4 - y / 100 + y / 400 + 31 * m / 12;
     Carry(sum, 7);
     return ToField(sum + 1);
 }
 
-void TNqUserTimeRecord::NormalizeDate(int16& year, int16& month, int16& day)
+void TNqUserTimeRecord::NormalizeDate(int16& ioYear, int16& ioMonth, int16& ioDay)
 {
-    TDate date{year, month, day};
+    TDate date{ioYear, ioMonth, ioDay};
     date.Normalize();
-    year = ToField(date.fYear);
-    month = ToField(date.fMonth);
-    day = ToField(date.fDay);
+    ioYear = ToField(date.fYear);
+    ioMonth = ToField(date.fMonth);
+    ioDay = ToField(date.fDay);
 }
 
 void TNqUserTimeRecord::NormalizeTimeRecord()

@@ -4,36 +4,38 @@
 
 #include <cstddef>
 
-TNqException::TNqException(int error, const char* file, int line) : TNqException(error, nullptr, file, line) {}
-
-TNqException::TNqException(int error, TNqString* errorString, const char* file, int line)
-    : fError(error),
-      fFile(file),
-      fLine(line),
-      fErrorString(errorString)
+TNqException::TNqException(int inError, const char* inFile, int inLine) : TNqException(inError, nullptr, inFile, inLine)
 {
-    NotifyProgramer(error);
 }
 
-TNqException::TNqException(const TNqException& other)
+TNqException::TNqException(int inError, TNqString* inErrorString, const char* inFile, int inLine)
+    : fError(inError),
+      fFile(inFile),
+      fLine(inLine),
+      fErrorString(inErrorString)
+{
+    NotifyProgramer(inError);
+}
+
+TNqException::TNqException(const TNqException& inOther)
     : TNqObject(),
-      fError(other.fError),
-      fFile(other.fFile),
-      fLine(other.fLine),
-      fErrorString(other.fErrorString)
+      fError(inOther.fError),
+      fFile(inOther.fFile),
+      fLine(inOther.fLine),
+      fErrorString(inOther.fErrorString)
 {
-    other.fErrorString = nullptr;
+    inOther.fErrorString = nullptr;
 }
 
-TNqException& TNqException::operator=(const TNqException& other)
+TNqException& TNqException::operator=(const TNqException& inOther)
 {
-    if (this == &other)
+    if (this == &inOther)
         return *this;
-    fError = other.fError;
-    fFile = other.fFile;
-    fLine = other.fLine;
-    fErrorString = other.fErrorString; // the message held before stays with whoever else knows it
-    other.fErrorString = nullptr;
+    fError = inOther.fError;
+    fFile = inOther.fFile;
+    fLine = inOther.fLine;
+    fErrorString = inOther.fErrorString; // the message held before stays with whoever else knows it
+    inOther.fErrorString = nullptr;
     return *this;
 }
 
@@ -48,9 +50,9 @@ const char* TNqException::what() const
     return fFile;
 }
 
-void NotifyProgramer(int error)
+void NotifyProgramer(int inError)
 {
-    switch (error)
+    switch (inError)
     {
     case kNqNoErr:
     case kNqErrSilent:

@@ -27,17 +27,18 @@ TNqfstream::TNqfstream()
 {
 }
 
-TNqfstream::TNqfstream(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, uint8* created)
+TNqfstream::TNqfstream(const int8* inPath, TranscoderType inType, int32 inMode, int32 inBufferSize, uint8* outCreated)
     : TNqfstream()
 {
-    TNqfstream::Init(path, type, mode, bufferSize, created);
+    TNqfstream::Init(inPath, inType, inMode, inBufferSize, outCreated);
 }
 
-TNqfstream::TNqfstream(INqFile& file, int32 mode, TranscoderType type, int32 bufferSize, uint8* created) : TNqfstream()
+TNqfstream::TNqfstream(INqFile& ioFile, int32 inMode, TranscoderType inType, int32 inBufferSize, uint8* outCreated)
+    : TNqfstream()
 {
-    if (mode != kNqModeKeepPermission)
-        file.SetPermission(mode);
-    TNqfstream::Init(file, bufferSize, created, type);
+    if (inMode != kNqModeKeepPermission)
+        ioFile.SetPermission(inMode);
+    TNqfstream::Init(ioFile, inBufferSize, outCreated, inType);
 }
 
 TNqfstream::~TNqfstream()
@@ -63,39 +64,39 @@ void MakeFile(TNqCountedPtr<INqFile>& outFile)
 
 } // namespace
 
-NqErr TNqfstream::Init(const int8* path, TranscoderType type, int32 mode, int32 bufferSize, boolean* created)
+NqErr TNqfstream::Init(const int8* inPath, TranscoderType inType, int32 inMode, int32 inBufferSize, boolean* outCreated)
 {
     Reset();
-    SetTranscoder(type);
+    SetTranscoder(inType);
     TNqCountedPtr<INqFile> file;
     if (good())
         MakeFile(file);
     if (!file)
-        return Fail(kNqErrOutOfMemory, created);
-    const int8* const bytes = path != nullptr ? path : "";
+        return Fail(kNqErrOutOfMemory, outCreated);
+    const int8* const bytes = inPath != nullptr ? inPath : "";
     const TNqDynamicString name(bytes);
     if (name.ByteLength() != std::strlen(bytes))
-        return Fail(kNqErrOutOfMemory, created);
+        return Fail(kNqErrOutOfMemory, outCreated);
     NqErr error = file->SetFileName(name, 0);
     if (error == kNqNoErr)
-        error = file->SetPermission(mode);
+        error = file->SetPermission(inMode);
     if (error != kNqNoErr)
-        return Fail(error, created);
-    return Init(*file, bufferSize, created, type);
+        return Fail(error, outCreated);
+    return Init(*file, inBufferSize, outCreated, inType);
 }
 
-NqErr TNqfstream::Init(INqFile& file, int32 bufferSize, boolean* created, TranscoderType type)
+NqErr TNqfstream::Init(INqFile& ioFile, int32 inBufferSize, boolean* outCreated, TranscoderType inType)
 {
     Reset();
     if (!fFile)
     {
-        SetTranscoder(type);
+        SetTranscoder(inType);
         if (good())
             MakeFile(fFile);
         if (!fFile)
-            return Fail(kNqErrOutOfMemory, created);
+            return Fail(kNqErrOutOfMemory, outCreated);
     }
-    NqErr error = fFile->CopyFrom(file);
+    NqErr error = fFile->CopyFrom(ioFile);
     int32 mode = 0;
     boolean made = false;
     if (error == kNqNoErr)
@@ -107,14 +108,14 @@ NqErr TNqfstream::Init(INqFile& file, int32 bufferSize, boolean* created, Transc
     if (error == kNqNoErr)
         error = MeasureFile();
     if (error == kNqNoErr)
-        error = AllocateBuffer(bufferSize);
+        error = AllocateBuffer(inBufferSize);
     if (error != kNqNoErr)
     {
         ShutFile();
-        return Fail(error, created);
+        return Fail(error, outCreated);
     }
-    if (created != nullptr)
-        *created = made;
+    if (outCreated != nullptr)
+        *outCreated = made;
     return kNqNoErr;
 }
 
@@ -131,12 +132,12 @@ void TNqfstream::Reset()
     fIDOffset = 0;
 }
 
-NqErr TNqfstream::Fail(NqErr error, boolean* created)
+NqErr TNqfstream::Fail(NqErr inError, boolean* outCreated)
 {
-    if (created != nullptr)
-        *created = false;
+    if (outCreated != nullptr)
+        *outCreated = false;
     changestate(failbit);
-    return error;
+    return inError;
 }
 
 // Opens the host's file, which is made when it is missing and the mode allows it.
@@ -162,14 +163,14 @@ NqErr TNqfstream::MeasureFile()
     return (fMode & eWrite) ? fFile->SetSize(0) : kNqNoErr;
 }
 
-NqErr TNqfstream::AllocateBuffer(int32 size)
+NqErr TNqfstream::AllocateBuffer(int32 inSize)
 {
-    if (size < 1)
+    if (inSize < 1)
         return kNqNoErr;
-    for (; size > 0 && fBuffer == nullptr; size /= 2)
+    for (; inSize > 0 && fBuffer == nullptr; inSize /= 2)
     {
-        fBuffer = static_cast<int8*>(Nqmalloc(static_cast<unsigned long>(size)));
-        fBufferSize = static_cast<uint32>(size);
+        fBuffer = static_cast<int8*>(Nqmalloc(static_cast<unsigned long>(inSize)));
+        fBufferSize = static_cast<uint32>(inSize);
     }
     if (fBuffer == nullptr)
     {
@@ -208,9 +209,9 @@ void TNqfstream::ShutFile()
 // ---- The buffer ----------------------------------------------------------------------------------------------------
 
 // Forgets what the buffer holds and goes to a position.
-void TNqfstream::DropBuffer(int64 position)
+void TNqfstream::DropBuffer(int64 inPosition)
 {
-    fBufferOffset = static_cast<uint32>(position);
+    fBufferOffset = static_cast<uint32>(inPosition);
     fActualBufSize = fBufferPos = 0;
     fBufferModified = false;
     fFirstBufferLoaded &= kLoaded;
@@ -242,16 +243,16 @@ boolean TNqfstream::DumpBuffer()
 
 // Fills the buffer from a position on. At or past the end of the file, and in a stream that only writes, nothing is
 // loaded. False, at the old position, when the host failed.
-boolean TNqfstream::LoadBuffer(int64 position)
+boolean TNqfstream::LoadBuffer(int64 inPosition)
 {
     if (fBufferModified && !DumpBuffer())
         return false;
-    if (position < 0 || position > NqStreamAccess::kLastPosition)
+    if (inPosition < 0 || inPosition > NqStreamAccess::kLastPosition)
     {
         streamfail(kNqStreamOutOfRange);
         return false;
     }
-    NqErr error = fFile->SetPosition(static_cast<int32>(position), TNqiostream::beg);
+    NqErr error = fFile->SetPosition(static_cast<int32>(inPosition), TNqiostream::beg);
     if (error != kNqNoErr)
     {
         changestate(eofbit);
@@ -259,8 +260,8 @@ boolean TNqfstream::LoadBuffer(int64 position)
         return false;
     }
     const int64 before = Position();
-    DropBuffer(position);
-    if (Allows(eRead) && position < fFileSize)
+    DropBuffer(inPosition);
+    if (Allows(eRead) && inPosition < fFileSize)
     {
         const uint32 wanted = std::min(fBufferSize, fFileSize - fBufferOffset);
         error = fFile->Read(fBuffer, wanted, &fActualBufSize);
@@ -299,55 +300,55 @@ boolean TNqfstream::LoadPrevBuffer()
 
 // ---- Reading -------------------------------------------------------------------------------------------------------
 
-void TNqfstream::read(int8* data, int32 count)
+void TNqfstream::read(int8* outData, int32 inCount)
 {
     if (!Allows(eRead))
         return streamfail(kNqStreamNotAllowed);
     clear(0);
     fgcount = 0;
-    const uint32 wanted = static_cast<uint32>(std::max(count, 0));
+    const uint32 wanted = static_cast<uint32>(std::max(inCount, 0));
     if (fBuffer == nullptr)
-        ReadUnbuffered(data, wanted);
+        ReadUnbuffered(outData, wanted);
     else
-        ReadBuffered(data, wanted);
+        ReadBuffered(outData, wanted);
 }
 
-void TNqfstream::ReadBuffered(int8* data, uint32 count)
+void TNqfstream::ReadBuffered(int8* outData, uint32 inCount)
 {
     if (!fFirstBufferLoaded && !LoadBuffer(Position()))
         return;
     const uint32 left = static_cast<uint32>(std::max<int64>(fFileSize - Position(), 0));
-    const uint32 wanted = std::min(count, left);
+    const uint32 wanted = std::min(inCount, left);
     uint32 done = 0;
     while (done < wanted)
     {
         if (fBufferPos >= fActualBufSize && !LoadNextBuffer())
             break;
         const uint32 run = std::min(wanted - done, fActualBufSize - fBufferPos);
-        std::memcpy(data + done, fBuffer + fBufferPos, run);
+        std::memcpy(outData + done, fBuffer + fBufferPos, run);
         fBufferPos += run;
         done += run;
     }
     fgcount = static_cast<int32>(done);
-    if (count > left)
+    if (inCount > left)
         changestate(eofbit);
 }
 
-void TNqfstream::ReadUnbuffered(int8* data, uint32 count)
+void TNqfstream::ReadUnbuffered(int8* outData, uint32 inCount)
 {
     NqErr error = kNqNoErr;
     uint32 total = 0;
     uint32 done = 1;
-    while (total < count && error == kNqNoErr && done != 0)
+    while (total < inCount && error == kNqNoErr && done != 0)
     {
         done = 0;
-        error = fFile->Read(data + total, count - total, &done);
-        total += std::min(done, count - total);
+        error = fFile->Read(outData + total, inCount - total, &done);
+        total += std::min(done, inCount - total);
     }
     fgcount = static_cast<int32>(total);
     if (error != kNqNoErr && error != kNqErrEndOfFile)
         streamfail(error);
-    else if (total < count)
+    else if (total < inCount)
         changestate(eofbit);
 }
 
@@ -384,29 +385,29 @@ void TNqfstream::putback(int8 c)
 
 // ---- Writing -------------------------------------------------------------------------------------------------------
 
-void TNqfstream::write(const int8* data, int32 count)
+void TNqfstream::write(const int8* inData, int32 inCount)
 {
     if (!Allows(eWrite))
         return streamfail(kNqStreamNotAllowed);
     clear(0);
-    if (count <= 0)
+    if (inCount <= 0)
         return;
     if (fBuffer == nullptr)
-        return WriteUnbuffered(data, static_cast<uint32>(count));
-    if (Position() + count > NqStreamAccess::kLastPosition)
+        return WriteUnbuffered(inData, static_cast<uint32>(inCount));
+    if (Position() + inCount > NqStreamAccess::kLastPosition)
         return streamfail(kNqStreamOutOfRange);
     if (fFirstBufferLoaded & kHoldsPutback)
         DropBuffer(Position()); // what was put back is for reading only
-    uint32 left = static_cast<uint32>(count);
+    uint32 left = static_cast<uint32>(inCount);
     for (;;)
     {
         const uint32 run = std::min(left, fBufferSize - fBufferPos);
         if (run > 0)
         {
-            std::memcpy(fBuffer + fBufferPos, data, run);
+            std::memcpy(fBuffer + fBufferPos, inData, run);
             NqStreamAccess::NoteBytesWritten(*this, run);
         }
-        data += run;
+        inData += run;
         left -= run;
         if (left == 0)
             return;
@@ -415,11 +416,11 @@ void TNqfstream::write(const int8* data, int32 count)
     }
 }
 
-void TNqfstream::WriteUnbuffered(const int8* data, uint32 count)
+void TNqfstream::WriteUnbuffered(const int8* inData, uint32 inCount)
 {
     uint32 done = 0;
-    NqErr error = fFile->Write(data, count, &done);
-    if (error != kNqNoErr || done != count)
+    NqErr error = fFile->Write(inData, inCount, &done);
+    if (error != kNqNoErr || done != inCount)
         streamfail(error != kNqNoErr ? error : kNqStreamOutOfRange);
     if (done == 0)
         return; // a position past the end has not made the file longer
@@ -446,12 +447,12 @@ int32 TNqfstream::tell()
 }
 
 // The mark is skipped in every direction: callers that go by `cur` or `end` behind a mark know it.
-void TNqfstream::seek(int32 offset, seek_dir dir)
+void TNqfstream::seek(int32 inOffset, seek_dir dir)
 {
     clear(0);
     if (!fFileOpen)
         return streamfail(kNqStreamNotAllowed);
-    const int64 distance = static_cast<int64>(offset) + fIDOffset;
+    const int64 distance = static_cast<int64>(inOffset) + fIDOffset;
     if (fBuffer == nullptr)
         return SeekUnbuffered(distance, dir);
     int64 position = distance;
@@ -465,9 +466,9 @@ void TNqfstream::seek(int32 offset, seek_dir dir)
         changestate(eofbit);
 }
 
-void TNqfstream::SeekUnbuffered(int64 distance, seek_dir dir)
+void TNqfstream::SeekUnbuffered(int64 inDistance, seek_dir dir)
 {
-    const int64 hostOffset = dir == TNqiostream::end ? -distance : distance;
+    const int64 hostOffset = dir == TNqiostream::end ? -inDistance : inDistance;
     uint32 position = 0;
     if (hostOffset != static_cast<int32>(hostOffset) ||
         fFile->SetPosition(static_cast<int32>(hostOffset), dir) != kNqNoErr ||
@@ -493,9 +494,9 @@ void TNqfstream::synch()
         streamfail(kNqStreamOutOfRange);
 }
 
-void TNqfstream::append(int32 count)
+void TNqfstream::append(int32 inCount)
 {
-    const int64 size = static_cast<int64>(fFileSize) + count;
+    const int64 size = static_cast<int64>(fFileSize) + inCount;
     fFileSize = static_cast<uint32>(std::min(std::max<int64>(size, 0), NqStreamAccess::kLastPosition));
 }
 
@@ -504,13 +505,13 @@ uint32 TNqfstream::GetFileSize() const
     return fFileSize > fIDOffset ? fFileSize - fIDOffset : 0;
 }
 
-void TNqfstream::SetInfo(int32 creator, int32 type)
+void TNqfstream::SetInfo(int32 inCreator, int32 inType)
 {
     if (!fFile)
         return;
     TNqFileID id;
-    id.fID = static_cast<IDType>(type);
-    fFile->SetTypeAndCreator(&id, &creator);
+    id.fID = static_cast<IDType>(inType);
+    fFile->SetTypeAndCreator(&id, &inCreator);
 }
 
 // ---- File references -----------------------------------------------------------------------------------------------
@@ -536,7 +537,7 @@ bool IsCharEqualNotCaseSensitive(int8 a, int8 b)
 class PathWriter
 {
 public:
-    explicit PathWriter(int8* out, size_t longest = kNqLongestPath) : fOut(out), fLongest(longest) {}
+    explicit PathWriter(int8* outText, size_t inLongest = kNqLongestPath) : fOut(outText), fLongest(inLongest) {}
 
     void Add(int8 c)
     {
@@ -545,17 +546,17 @@ public:
         ++fCount;
     }
 
-    // The rest of a path, with `separator` in place of whatever separates folders in it.
-    void AddPath(const int8* path, int8 separator)
+    // The rest of a path, with `inSeparator` in place of whatever separates folders in it.
+    void AddPath(const int8* inPath, int8 inSeparator)
     {
-        for (; *path != 0; ++path)
-            Add(*path == '\\' || *path == '/' || *path == ':' ? separator : *path);
+        for (; *inPath != 0; ++inPath)
+            Add(*inPath == '\\' || *inPath == '/' || *inPath == ':' ? inSeparator : *inPath);
     }
 
-    void AddText(const int8* text)
+    void AddText(const int8* inText)
     {
-        for (; *text != 0; ++text)
-            Add(*text);
+        for (; *inText != 0; ++inText)
+            Add(*inText);
     }
 
     // False, and reported, when it did not fit.
@@ -571,102 +572,102 @@ private:
     size_t fCount = 0;
 };
 
-int64 CountOf(const int8* text, int8 c)
+int64 CountOf(const int8* inText, int8 c)
 {
-    return std::count(text, text + std::strlen(text), c);
+    return std::count(inText, inText + std::strlen(inText), c);
 }
 
-bool MakeRef(const int8* fullPath, PathWriter out, const int8* basePath)
+bool MakeRef(const int8* inFullPath, PathWriter inOut, const int8* inBasePath)
 {
     const int8 separator = PathSeparator();
     int64 common = 0;
     size_t last = 0;
-    for (size_t i = 0; fullPath[i] != 0 && basePath[i] != 0 && IsCharEqualNotCaseSensitive(fullPath[i], basePath[i]);
-         ++i)
-        if (basePath[i] == separator)
+    for (size_t i = 0;
+         inFullPath[i] != 0 && inBasePath[i] != 0 && IsCharEqualNotCaseSensitive(inFullPath[i], inBasePath[i]); ++i)
+        if (inBasePath[i] == separator)
         {
             ++common;
             last = i;
         }
     if (common == 0)
-        out.AddText(fullPath);
+        inOut.AddText(inFullPath);
     else
     {
-        for (int64 up = CountOf(basePath, separator) - common; up > 0; --up)
-            out.Add(':');
-        out.AddPath(fullPath + last, ':');
+        for (int64 up = CountOf(inBasePath, separator) - common; up > 0; --up)
+            inOut.Add(':');
+        inOut.AddPath(inFullPath + last, ':');
     }
-    return out.Finish();
+    return inOut.Finish();
 }
 
-bool FollowRef(const int8* ref, PathWriter out, const int8* basePath)
+bool FollowRef(const int8* inRef, PathWriter inOut, const int8* inBasePath)
 {
-    if (ref[0] != ':')
-        out.AddText(ref);
+    if (inRef[0] != ':')
+        inOut.AddText(inRef);
     else
     {
         const int8 separator = PathSeparator();
-        const size_t colons = std::strspn(ref, ":");
-        int64 kept = CountOf(basePath, separator) - static_cast<int64>(colons - 1);
-        for (; kept > 0; ++basePath)
+        const size_t colons = std::strspn(inRef, ":");
+        int64 kept = CountOf(inBasePath, separator) - static_cast<int64>(colons - 1);
+        for (; kept > 0; ++inBasePath)
         {
-            out.Add(*basePath);
-            kept -= *basePath == separator;
+            inOut.Add(*inBasePath);
+            kept -= *inBasePath == separator;
         }
-        out.AddPath(ref + colons, separator);
+        inOut.AddPath(inRef + colons, separator);
     }
-    return out.Finish();
+    return inOut.Finish();
 }
 
 } // namespace
 
-void TNqfstream::GetFileRef(const int8* fullPath, int8* ref, const int8* basePath)
+void TNqfstream::GetFileRef(const int8* inFullPath, int8* outRef, const int8* inBasePath)
 {
-    MakeRef(fullPath, PathWriter(ref), basePath);
+    MakeRef(inFullPath, PathWriter(outRef), inBasePath);
 }
 
-void TNqfstream::GetFullPathNameFromRef(const int8* ref, int8* fullPath, const int8* basePath)
+void TNqfstream::GetFullPathNameFromRef(const int8* inRef, int8* outFullPath, const int8* inBasePath)
 {
-    FollowRef(ref, PathWriter(fullPath), basePath);
+    FollowRef(inRef, PathWriter(outFullPath), inBasePath);
 }
 
 // A path that was cut would be another file's: better none.
-void TNqfstream::readFileRef(int8* path)
+void TNqfstream::readFileRef(int8* outPath)
 {
     TNqDynamicString ref;
     NqReadPathText(*this, ref);
     TNqString1023 base;
     if (!!fFile)
         fFile->GetFullPath(base);
-    if (!FollowRef(NqBytesOf(ref), PathWriter(path), base.StrGet()))
-        path[0] = 0;
+    if (!FollowRef(NqBytesOf(ref), PathWriter(outPath), base.StrGet()))
+        outPath[0] = 0;
 }
 
 // Written whole, however long it is. The bytes of the reference are taken for text in the encoding of the stream.
-void TNqfstream::writeFileRef(const int8* path)
+void TNqfstream::writeFileRef(const int8* inPath)
 {
     TNqString1023 base;
     if (!!fFile)
         fFile->GetFullPath(base);
-    const size_t longest = std::strlen(path) + base.ByteLength(); // a ':' for each folder at most
+    const size_t longest = std::strlen(inPath) + base.ByteLength(); // a ':' for each folder at most
     const std::unique_ptr<int8, decltype(&Nqfree)> ref(static_cast<int8*>(Nqmalloc(longest + 1)), &Nqfree);
     TNqDynamicString text;
     if (ref != nullptr)
     {
-        MakeRef(path, PathWriter(ref.get(), longest), base.StrGet());
+        MakeRef(inPath, PathWriter(ref.get(), longest), base.StrGet());
         NqTextFromEncoded(text, ref.get(), fEncoding);
     }
-    if (text.ByteLength() == 0 && path[0] != 0)
+    if (text.ByteLength() == 0 && inPath[0] != 0)
         return streamfail(kNqStreamOutOfRange); // no memory: better nothing than another path
     writeQuotedString(text);
 }
 
-void TNqfstream::GetPathRelativeFolder(TNqString& folder)
+void TNqfstream::GetPathRelativeFolder(TNqString& outFolder)
 {
     if (!!fFile)
-        fFile->GetPathRelativeFolder(folder);
+        fFile->GetPathRelativeFolder(outFolder);
     else
-        TNqiostream::GetPathRelativeFolder(folder);
+        TNqiostream::GetPathRelativeFolder(outFolder);
 }
 
 // ---- Contexts ------------------------------------------------------------------------------------------------------
@@ -679,17 +680,17 @@ TNqiostreamContext* TNqfstream::GetContext()
     return new TNqfstreamContext(path.StrGet(), fMode, static_cast<int32>(fBufferSize), tellg());
 }
 
-TNqfstreamContext::TNqfstreamContext(const int8* fileName, int32 mode, int32 bufferSize, int32 position)
+TNqfstreamContext::TNqfstreamContext(const int8* inFileName, int32 inMode, int32 inBufferSize, int32 inPosition)
     : fFileName(nullptr),
-      fMode(mode),
-      fBufferSize(bufferSize),
-      fPos(position)
+      fMode(inMode),
+      fBufferSize(inBufferSize),
+      fPos(inPosition)
 {
-    const size_t size = fileName != nullptr ? std::strlen(fileName) + 1 : 0;
+    const size_t size = inFileName != nullptr ? std::strlen(inFileName) + 1 : 0;
     if (size > 0)
         fFileName = static_cast<int8*>(Nqmalloc(size));
     if (fFileName != nullptr)
-        std::memcpy(fFileName, fileName, size);
+        std::memcpy(fFileName, inFileName, size);
 }
 
 TNqfstreamContext::~TNqfstreamContext()
@@ -705,9 +706,9 @@ TNqiostream* TNqfstreamContext::CreateStream()
     return stream;
 }
 
-void TNqfstreamContext::Change(void* a, void* b, short what)
+void TNqfstreamContext::Change(void* a, void* b, short inWhat)
 {
-    if (what == 1 && a != nullptr && b != nullptr && fFileName != nullptr)
+    if (inWhat == 1 && a != nullptr && b != nullptr && fFileName != nullptr)
     {
         const int8* const newName = static_cast<const int8*>(b);
         const size_t size = std::strlen(newName) + 1;
@@ -715,6 +716,6 @@ void TNqfstreamContext::Change(void* a, void* b, short what)
             NqCheckText(size <= std::strlen(fFileName) + 1, "New name is longer"))
             std::memmove(fFileName, newName, size);
     }
-    else if (what == 2 && a == nullptr && b != nullptr)
+    else if (inWhat == 2 && a == nullptr && b != nullptr)
         std::memcpy(&fMode, b, sizeof fMode);
 }

@@ -7,13 +7,13 @@
 namespace
 {
 
-void Store16(uint8* dst, uint16 value)
+void Store16(uint8* outDst, uint16 inValue)
 {
-    std::memcpy(dst, &value, sizeof value);
+    std::memcpy(outDst, &inValue, sizeof inValue);
 }
-void Store32(uint8* dst, uint32 value)
+void Store32(uint8* outDst, uint32 inValue)
 {
-    std::memcpy(dst, &value, sizeof value);
+    std::memcpy(outDst, &inValue, sizeof inValue);
 }
 
 uint32 Misalignment(const void* p)
@@ -23,69 +23,69 @@ uint32 Misalignment(const void* p)
 
 // The word of a run that starts one byte into an element: its bytes in the order in which they follow that byte. The
 // sign is carried in from the left.
-uint32 RotateByOneByte(uint32 word)
+uint32 RotateByOneByte(uint32 inWord)
 {
-    const uint32 signExtended = (word >> 8) | ((word & 0x80000000U) != 0 ? 0xFF000000U : 0U);
-    return (word << 24) | signExtended;
+    const uint32 signExtended = (inWord >> 8) | ((inWord & 0x80000000U) != 0 ? 0xFF000000U : 0U);
+    return (inWord << 24) | signExtended;
 }
 
 } // namespace
 
-void Nqmemcpy(void* dst, const void* src, unsigned long byteCount)
+void Nqmemcpy(void* outDst, const void* inSrc, unsigned long inByteCount)
 {
-    if (byteCount == 0)
+    if (inByteCount == 0)
         return;
-    const uint8* from = static_cast<const uint8*>(src);
-    uint8* to = static_cast<uint8*>(dst);
+    const uint8* from = static_cast<const uint8*>(inSrc);
+    uint8* to = static_cast<uint8*>(outDst);
     // Ranges that do not overlap forwards give the same bytes from a block copy.
-    if (to <= from || to >= from + byteCount)
+    if (to <= from || to >= from + inByteCount)
     {
-        std::memmove(dst, src, byteCount);
+        std::memmove(outDst, inSrc, inByteCount);
         return;
     }
-    for (unsigned long i = 0; i < byteCount; ++i)
+    for (unsigned long i = 0; i < inByteCount; ++i)
         to[i] = from[i];
 }
 
-void Nqmemmove(void* dst, const void* src, unsigned long byteCount)
+void Nqmemmove(void* outDst, const void* inSrc, unsigned long inByteCount)
 {
-    if (byteCount != 0)
-        std::memmove(dst, src, byteCount);
+    if (inByteCount != 0)
+        std::memmove(outDst, inSrc, inByteCount);
 }
 
-void Nqmemfill8(char value, void* dst, unsigned long byteCount)
+void Nqmemfill8(char inValue, void* outDst, unsigned long inByteCount)
 {
-    if (byteCount != 0)
-        std::memset(dst, value, byteCount);
+    if (inByteCount != 0)
+        std::memset(outDst, inValue, inByteCount);
 }
 
-void Nqmemfill16(short value, void* dst, unsigned long count)
+void Nqmemfill16(short inValue, void* outDst, unsigned long inCount)
 {
-    if (count == 0)
+    if (inCount == 0)
         return;
-    uint8* p = static_cast<uint8*>(dst);
-    const uint16 element = static_cast<uint16>(value);
-    const uint32 extended = static_cast<uint32>(static_cast<int32>(value));
+    uint8* p = static_cast<uint8*>(outDst);
+    const uint16 element = static_cast<uint16>(inValue);
+    const uint32 extended = static_cast<uint32>(static_cast<int32>(inValue));
     uint32 word = (extended << 16) | extended; // a negative value leaves 0xFFFF in the upper half
 
-    const uint32 start = Misalignment(dst);
+    const uint32 start = Misalignment(outDst);
     const bool odd = (start & 1) != 0;
     if (odd)
     {
         *p++ = static_cast<uint8>(element & 0xFF);
         word = RotateByOneByte(word);
-        --count;
+        --inCount;
     }
-    if ((start & 2) != 0 && count > 0)
+    if ((start & 2) != 0 && inCount > 0)
     {
         Store16(p, element);
         p += 2;
-        --count;
+        --inCount;
     }
-    const unsigned long words = count / 2;
+    const unsigned long words = inCount / 2;
     Nqmemfill32align(static_cast<int>(word), p, words);
     p += words * 2; // half of the run: the odd element below lands inside it
-    if ((count & 1) != 0)
+    if ((inCount & 1) != 0)
     {
         Store16(p, element);
         p += 2;
@@ -94,54 +94,54 @@ void Nqmemfill16(short value, void* dst, unsigned long count)
         *p = static_cast<uint8>(element >> 8);
 }
 
-void Nqmemfill32(int value, void* dst, unsigned long count)
+void Nqmemfill32(int inValue, void* outDst, unsigned long inCount)
 {
-    if (count == 0)
+    if (inCount == 0)
         return;
-    const uint32 k = Misalignment(dst);
+    const uint32 k = Misalignment(outDst);
     if (k == 0)
     {
-        Nqmemfill32align(value, dst, count);
+        Nqmemfill32align(inValue, outDst, inCount);
         return;
     }
     uint8 bytes[4];
-    std::memcpy(bytes, &value, sizeof bytes);
+    std::memcpy(bytes, &inValue, sizeof bytes);
     uint8 twice[8];
     std::memcpy(twice, bytes, sizeof bytes);
     std::memcpy(twice + 4, bytes, sizeof bytes);
     int32 rotated;
     std::memcpy(&rotated, twice + k, sizeof rotated);
 
-    uint8* p = static_cast<uint8*>(dst);
+    uint8* p = static_cast<uint8*>(outDst);
     std::memcpy(p, bytes, 4 - k);
     p += 4 - k;
-    Nqmemfill32align(rotated, p, count - 1);
+    Nqmemfill32align(rotated, p, inCount - 1);
     std::memcpy(p, bytes + (4 - k), k); // over the first bytes of the run, not behind it
 }
 
-void Nqmemfill32align(int value, void* dst, unsigned long count)
+void Nqmemfill32align(int inValue, void* dst, unsigned long inCount)
 {
     NqCheck((uintpointer(dst) & 3) == 0);
     uint8* p = static_cast<uint8*>(dst);
-    for (unsigned long i = 0; i < count; ++i)
-        Store32(p + 4 * i, static_cast<uint32>(value));
+    for (unsigned long i = 0; i < inCount; ++i)
+        Store32(p + 4 * i, static_cast<uint32>(inValue));
 }
 
-void Nqmemcpy_uint32(uint32* dst, const uint32* src, int count)
+void Nqmemcpy_uint32(uint32* outDst, const uint32* inSrc, int inCount)
 {
-    if (count > 0)
-        memcpyl(const_cast<uint32*>(src), dst, static_cast<unsigned long>(count));
+    if (inCount > 0)
+        memcpyl(const_cast<uint32*>(inSrc), outDst, static_cast<unsigned long>(inCount));
 }
 
-void memcpyl(uint32* src, uint32* dst, unsigned long count)
+void memcpyl(uint32* inSrc, uint32* outDst, unsigned long inCount)
 {
-    for (; count >= 4; count -= 4, src += 4, dst += 4)
+    for (; inCount >= 4; inCount -= 4, inSrc += 4, outDst += 4)
     {
-        dst[0] = src[0];
-        dst[1] = src[1];
-        dst[2] = src[2];
-        dst[3] = src[3];
+        outDst[0] = inSrc[0];
+        outDst[1] = inSrc[1];
+        outDst[2] = inSrc[2];
+        outDst[3] = inSrc[3];
     }
-    for (; count > 0; --count)
-        *dst++ = *src++;
+    for (; inCount > 0; --inCount)
+        *outDst++ = *inSrc++;
 }

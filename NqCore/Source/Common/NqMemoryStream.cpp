@@ -14,70 +14,70 @@ constexpr int32 kGrowStep = 4096;
 constexpr int64 kLargestSize = std::numeric_limits<int32>::max();
 
 // Positions are 32-bit: of a longer text only what they reach is read.
-int32 ReachableLength(size_t length)
+int32 ReachableLength(size_t inLength)
 {
-    return static_cast<int32>(std::min<size_t>(length, kLargestSize));
+    return static_cast<int32>(std::min<size_t>(inLength, kLargestSize));
 }
 
-int32 TextLength(const int8* text)
+int32 TextLength(const int8* inText)
 {
-    return text != nullptr ? ReachableLength(std::strlen(text)) : 0;
+    return inText != nullptr ? ReachableLength(std::strlen(inText)) : 0;
 }
 
 } // namespace
 
 // ---- TNqstrstream --------------------------------------------------------------------------------------------------
 
-TNqstrstream::TNqstrstream(int8* buffer, int32 size, TranscoderType type, int32 mode)
-    : fBuffer(buffer),
+TNqstrstream::TNqstrstream(int8* inBuffer, int32 inSize, TranscoderType inType, int32 inMode)
+    : fBuffer(inBuffer),
       fBufferSize(0),
       fBufferAllocatedSize(0),
-      fCur(buffer),
+      fCur(inBuffer),
       fOwnBuffer(nullptr)
 {
-    SetTranscoder(type);
-    fMode = static_cast<EFilePermission>(mode);
-    if (buffer == nullptr && size != 0)
+    SetTranscoder(inType);
+    fMode = static_cast<EFilePermission>(inMode);
+    if (inBuffer == nullptr && inSize != 0)
         streamfail(kNqStreamNilBuffer);
-    else if (size <= 0 && (mode & eWrite))
+    else if (inSize <= 0 && (inMode & eWrite))
         streamfail(kNqStreamNotAllowed);
     else
-        fBufferSize = size == 0 ? TextLength(buffer) : std::max(size, 0);
+        fBufferSize = inSize == 0 ? TextLength(inBuffer) : std::max(inSize, 0);
 }
 
-TNqstrstream::TNqstrstream(int8* text, TranscoderType type)
-    : fBuffer(text),
-      fBufferSize(TextLength(text)),
+TNqstrstream::TNqstrstream(int8* inText, TranscoderType inType)
+    : fBuffer(inText),
+      fBufferSize(TextLength(inText)),
       fBufferAllocatedSize(0),
-      fCur(text),
+      fCur(inText),
       fOwnBuffer(nullptr)
 {
-    SetTranscoder(type);
+    SetTranscoder(inType);
     if (fBufferSize == 0)
         changestate(eofbit);
 }
 
-TNqstrstream::TNqstrstream(const TNqDynamicString& text, TranscoderType type)
-    : fBuffer(text.StrGet()),
-      fBufferSize(fBuffer != nullptr ? ReachableLength(text.ByteLength()) : 0),
+TNqstrstream::TNqstrstream(const TNqDynamicString& inText, TranscoderType inType)
+    : fBuffer(inText.StrGet()),
+      fBufferSize(fBuffer != nullptr ? ReachableLength(inText.ByteLength()) : 0),
       fBufferAllocatedSize(0),
       fCur(fBuffer),
       fOwnBuffer(nullptr)
 {
-    SetTranscoder(type);
+    SetTranscoder(inType);
     fMode = eRead;
     if (fBufferSize == 0)
         changestate(eofbit);
 }
 
-TNqstrstream::TNqstrstream(TranscoderType type)
+TNqstrstream::TNqstrstream(TranscoderType inType)
     : fBuffer(nullptr),
       fBufferSize(0),
       fBufferAllocatedSize(0),
       fCur(nullptr),
       fOwnBuffer(nullptr)
 {
-    SetTranscoder(type);
+    SetTranscoder(inType);
     GrowOwnBuffer(kGrowStep);
     changestate(eofbit);
 }
@@ -88,20 +88,20 @@ TNqstrstream::~TNqstrstream()
 }
 
 // The block behind a capacity. Capacities grow by 4096 bytes, but blocks by a sixteenth or more: filling one is linear.
-uint32 TNqstrstream::AllocatedBlockSize(int32 capacity)
+uint32 TNqstrstream::AllocatedBlockSize(int32 inCapacity)
 {
     uint32 step = kGrowStep;
-    while (static_cast<int64>(step) * 16 <= capacity)
+    while (static_cast<int64>(step) * 16 <= inCapacity)
         step *= 2;
-    return (static_cast<uint32>(capacity) + step - 1) / step * step;
+    return (static_cast<uint32>(inCapacity) + step - 1) / step * step;
 }
 
-// Gives the stream's own block the capacity `size`. False, with everything as it was, when there is no such block.
-boolean TNqstrstream::GrowOwnBuffer(int64 size)
+// Gives the stream's own block the capacity `inSize`. False, with everything as it was, when there is no such block.
+boolean TNqstrstream::GrowOwnBuffer(int64 inSize)
 {
-    if (size > kLargestSize)
+    if (inSize > kLargestSize)
         return false;
-    const int32 capacity = static_cast<int32>(size);
+    const int32 capacity = static_cast<int32>(inSize);
     const uint32 blockSize = AllocatedBlockSize(capacity);
     if (fOwnBuffer == nullptr || blockSize != AllocatedBlockSize(fBufferAllocatedSize))
     {
@@ -121,16 +121,16 @@ int32 TNqstrstream::tell()
     return pcount();
 }
 
-void TNqstrstream::seek(int32 offset, seek_dir dir)
+void TNqstrstream::seek(int32 inOffset, seek_dir dir)
 {
     clear(0);
     if (fBufferSize < 0)
         return streamfail(kNqStreamNotAllowed);
-    int64 position = offset;
+    int64 position = inOffset;
     if (dir == TNqiostream::cur)
         position += pcount();
     else if (dir == TNqiostream::end)
-        position = static_cast<int64>(fBufferSize) - offset;
+        position = static_cast<int64>(fBufferSize) - inOffset;
     else if (dir != TNqiostream::beg)
         return;
     if (position < 0 || position > fBufferSize)
@@ -140,16 +140,16 @@ void TNqstrstream::seek(int32 offset, seek_dir dir)
         changestate(eofbit);
 }
 
-void TNqstrstream::read(int8* data, int32 count)
+void TNqstrstream::read(int8* outData, int32 inCount)
 {
     clear(0);
     const int32 left = std::max(fBufferSize - pcount(), 0);
-    if (count > left)
+    if (inCount > left)
         changestate(eofbit);
-    fgcount = std::max(std::min(count, left), 0);
+    fgcount = std::max(std::min(inCount, left), 0);
     if (fgcount == 0)
         return;
-    std::memcpy(data, fCur, static_cast<size_t>(fgcount));
+    std::memcpy(outData, fCur, static_cast<size_t>(fgcount));
     fCur += fgcount;
 }
 
@@ -174,11 +174,11 @@ void TNqstrstream::putback(int8 c)
         *fCur = c;
 }
 
-// Makes `count` bytes fit from the position on, as far as the memory goes: the own block grows, a caller's buffer is
+// Makes `inCount` bytes fit from the position on, as far as the memory goes: the own block grows, a caller's buffer is
 // flushed once by a class that does so.
-boolean TNqstrstream::MakeRoom(int64 count)
+boolean TNqstrstream::MakeRoom(int64 inCount)
 {
-    const int64 newEnd = pcount() + count;
+    const int64 newEnd = pcount() + inCount;
     if (newEnd <= std::max(fBufferSize, fBufferAllocatedSize))
         return true;
     if (fOwnBuffer != nullptr)
@@ -186,27 +186,27 @@ boolean TNqstrstream::MakeRoom(int64 count)
     if (fCur == fBuffer)
         return false;
     FlushBuffer();
-    if (fBufferSize < 0 || pcount() + count > std::max(fBufferSize, fBufferAllocatedSize))
+    if (fBufferSize < 0 || pcount() + inCount > std::max(fBufferSize, fBufferAllocatedSize))
         return false;
     clear(0);
     return true;
 }
 
-void TNqstrstream::write(const int8* data, int32 count)
+void TNqstrstream::write(const int8* inData, int32 inCount)
 {
     clear(0);
     if (fBufferSize < 0)
         return streamfail(kNqStreamNotAllowed);
-    if (count <= 0)
+    if (inCount <= 0)
         return;
-    if (!MakeRoom(count))
+    if (!MakeRoom(inCount))
     {
         if (!(fState & failbit)) // FlushBuffer has not failed itself
             streamfail(kNqStreamOutOfRange);
         return;
     }
-    std::memcpy(fCur, data, static_cast<size_t>(count));
-    fCur += count;
+    std::memcpy(fCur, inData, static_cast<size_t>(inCount));
+    fCur += inCount;
     fBufferSize = std::max(fBufferSize, pcount());
 }
 
@@ -245,22 +245,22 @@ int32 countstream::tell()
     return fPos;
 }
 
-void countstream::MoveTo(int64 position)
+void countstream::MoveTo(int64 inPosition)
 {
-    if (position > kLargestSize || position < -kLargestSize)
+    if (inPosition > kLargestSize || inPosition < -kLargestSize)
         return streamfail(kNqStreamOutOfRange);
-    fPos = static_cast<int32>(position);
+    fPos = static_cast<int32>(inPosition);
 }
 
-void countstream::seek(int32 offset, seek_dir dir)
+void countstream::seek(int32 inOffset, seek_dir dir)
 {
     clear(0);
     if (dir == TNqiostream::cur)
-        MoveTo(static_cast<int64>(fPos) + offset);
+        MoveTo(static_cast<int64>(fPos) + inOffset);
     else if (dir == TNqiostream::end)
-        MoveTo(static_cast<int64>(fCount) - offset);
+        MoveTo(static_cast<int64>(fCount) - inOffset);
     else if (dir == TNqiostream::beg)
-        MoveTo(offset);
+        MoveTo(inOffset);
     if (fPos > fCount)
     {
         fCount = fPos;
@@ -278,8 +278,8 @@ void countstream::putback(int8)
     streamfail(kNqStreamNotAllowed);
 }
 
-void countstream::write(const int8*, int32 count)
+void countstream::write(const int8*, int32 inCount)
 {
-    MoveTo(static_cast<int64>(fPos) + std::max(count, 0));
+    MoveTo(static_cast<int64>(fPos) + std::max(inCount, 0));
     fCount = std::max(fCount, fPos);
 }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-TNqNetStream::TNqNetStream(INqSocket* socket) : fSocket(socket), fBufferCount(0), fCurrentPosition(0)
+TNqNetStream::TNqNetStream(INqSocket* inSocket) : fSocket(inSocket), fBufferCount(0), fCurrentPosition(0)
 {
     fSequential = true;
     fBuffer.SetElemCount(kBufferSize);
@@ -18,10 +18,10 @@ TNqNetStream::~TNqNetStream()
     Flush();
 }
 
-void TNqNetStream::AttachToSocket(INqSocket* socket)
+void TNqNetStream::AttachToSocket(INqSocket* inSocket)
 {
     NqCheck(!fSocket);
-    fSocket = socket;
+    fSocket = inSocket;
 }
 
 void TNqNetStream::Close()
@@ -67,15 +67,15 @@ boolean TNqNetStream::ReceiveBlock()
     return fBufferCount > 0;
 }
 
-void TNqNetStream::read(int8* data, int32 count)
+void TNqNetStream::read(int8* outData, int32 inCount)
 {
-    int32 n = count;
+    int32 n = inCount;
     fgcount = 0;
     while (n >= 1 && (MoreDataAvailable() || ReceiveBlock()))
     {
         const int32 size = std::min(n, fBufferCount - fCurrentPosition);
-        std::memcpy(data, fBuffer.ArrayData() + fCurrentPosition, static_cast<size_t>(size));
-        data += size;
+        std::memcpy(outData, fBuffer.ArrayData() + fCurrentPosition, static_cast<size_t>(size));
+        outData += size;
         fCurrentPosition += size;
         fgcount += size;
         n -= size;
@@ -83,7 +83,7 @@ void TNqNetStream::read(int8* data, int32 count)
     if (n < 1)
         return;
     NqCheckText(n == 1, "n==1");
-    *data = 0;
+    *outData = 0;
     changestate(eofbit);
 }
 
@@ -105,9 +105,9 @@ void TNqNetStream::putback(int8)
 
 // ---- Writing -------------------------------------------------------------------------------------------------------
 
-void TNqNetStream::write(const int8* data, int32 count)
+void TNqNetStream::write(const int8* inData, int32 inCount)
 {
-    while (count >= 1)
+    while (inCount >= 1)
     {
         const int32 oldElemCount = static_cast<int32>(fWriteBuffer.GetElemCount());
         if (!NqCheck(oldElemCount < kBufferSize)) // a class that derives has filled it
@@ -115,12 +115,12 @@ void TNqNetStream::write(const int8* data, int32 count)
             Flush();
             continue;
         }
-        const int32 size = std::min(count, kBufferSize - oldElemCount);
+        const int32 size = std::min(inCount, kBufferSize - oldElemCount);
         if (!fWriteBuffer.SetElemCount(static_cast<NqSize>(oldElemCount) + static_cast<NqSize>(size)))
             return streamfail(kNqStreamOutOfRange);
-        std::memcpy(fWriteBuffer.ArrayData() + oldElemCount, data, static_cast<size_t>(size));
-        data += size;
-        count -= size;
+        std::memcpy(fWriteBuffer.ArrayData() + oldElemCount, inData, static_cast<size_t>(size));
+        inData += size;
+        inCount -= size;
         if (oldElemCount + size == kBufferSize)
             Flush();
     }

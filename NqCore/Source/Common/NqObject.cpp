@@ -19,9 +19,9 @@ void* AllocateFromHost(NqSize byteCount, Allocate inAllocate)
 
 } // namespace
 
-void* NqAllocateObject(NqSize byteCount) noexcept
+void* NqAllocateObject(NqSize inByteCount) noexcept
 {
-    return AllocateFromHost(byteCount, [](uint32 size) { return gMemoryUtilities->AllocateBlock(size); });
+    return AllocateFromHost(inByteCount, [](uint32 size) { return gMemoryUtilities->AllocateBlock(size); });
 }
 
 void NqFreeObject(void* p) noexcept
@@ -30,9 +30,9 @@ void NqFreeObject(void* p) noexcept
         gMemoryUtilities->FreeBlock(p);
 }
 
-void* NqAllocateObjectArray(NqSize byteCount) noexcept
+void* NqAllocateObjectArray(NqSize inByteCount) noexcept
 {
-    return AllocateFromHost(byteCount, [](uint32 size) { return gMemoryUtilities->AllocateArrayBlock(size); });
+    return AllocateFromHost(inByteCount, [](uint32 size) { return gMemoryUtilities->AllocateArrayBlock(size); });
 }
 
 void NqFreeObjectArray(void* p) noexcept

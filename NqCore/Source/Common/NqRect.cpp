@@ -9,31 +9,31 @@
 namespace
 {
 
-int32 ScaleCoordinate(int32 coordinate, real32 scale)
+int32 ScaleCoordinate(int32 inCoordinate, real32 inScale)
 {
-    const real32 product = Int32ToReal(coordinate) * scale;
+    const real32 product = Int32ToReal(inCoordinate) * inScale;
     return Real64ToInt32(std::floor(0.5 + static_cast<real64>(product)));
 }
 
 // The rectangle of this size around a centre: left from the left half, bottom from the lower one, so that the size
 // never changes.
-TNqRect RectAround(real64 centerX, real64 centerY, const TNqPoint& size)
+TNqRect RectAround(real64 inCenterX, real64 inCenterY, const TNqPoint& inSize)
 {
-    const int32 left = Real64ToInt32(centerX - size.x / 2.0);
-    const int32 bottom = Real64ToInt32(centerY + size.y / 2.0);
-    return TNqRect(left, Nq_WrapSubtract(bottom, size.y), Nq_WrapAdd(left, size.x), bottom);
+    const int32 left = Real64ToInt32(inCenterX - inSize.x / 2.0);
+    const int32 bottom = Real64ToInt32(inCenterY + inSize.y / 2.0);
+    return TNqRect(left, Nq_WrapSubtract(bottom, inSize.y), Nq_WrapAdd(left, inSize.x), bottom);
 }
 
-// Where a fitted length starts in the middle of a frame that starts at `start`.
-int32 CenteredStart(int32 start, int32 frame, int32 fitted)
+// Where a fitted length starts in the middle of a frame that starts at `inStart`.
+int32 CenteredStart(int32 inStart, int32 inFrame, int32 inFitted)
 {
-    return fitted < frame ? Nq_WrapAdd(start, Nq_WrapSubtract(frame, fitted) / 2) : start;
+    return inFitted < inFrame ? Nq_WrapAdd(inStart, Nq_WrapSubtract(inFrame, inFitted) / 2) : inStart;
 }
 
-int32 PinCoordinate(int32 value, int32 low, int32 high)
+int32 PinCoordinate(int32 inValue, int32 inLow, int32 inHigh)
 {
-    const int32 raised = std::max(value, low);
-    return raised >= high ? Nq_WrapSubtract(high, 1) : raised;
+    const int32 raised = std::max(inValue, inLow);
+    return raised >= inHigh ? Nq_WrapSubtract(inHigh, 1) : raised;
 }
 
 } // namespace

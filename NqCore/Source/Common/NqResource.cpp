@@ -26,9 +26,9 @@ void TResourceStrings::Create(TResourceStrings** outStrings)
     *outStrings = strings;
 }
 
-TNqString& TResourceStrings::operator[](uint32 index)
+TNqString& TResourceStrings::operator[](uint32 inIndex)
 {
-    return const_cast<TNqString&>(static_cast<const TResourceStrings&>(*this)[index]);
+    return const_cast<TNqString&>(static_cast<const TResourceStrings&>(*this)[inIndex]);
 }
 
 const TNqString& TResourceStrings::operator[](uint32 index) const
@@ -49,13 +49,13 @@ TNqString* TResourceStrings::AddElem()
     return nullptr;
 }
 
-boolean TResourceStrings::AddElem(const TNqString& text)
+boolean TResourceStrings::AddElem(const TNqString& inText)
 {
     TNqString* const elem = AddElem();
     if (elem == nullptr)
         return false;
-    *elem = text;
-    if (elem->ByteLength() == text.ByteLength())
+    *elem = inText;
+    if (elem->ByteLength() == inText.ByteLength())
         return true;
     const uint32 last = fStrings.GetElemCount() - 1;
     delete fStrings[last];
@@ -65,15 +65,15 @@ boolean TResourceStrings::AddElem(const TNqString& text)
 
 // ---- TNqResource ---------------------------------------------------------------------------------------------------
 
-TNqResource::TNqResource(FourCharT type, int16 id, const TNqString& name)
+TNqResource::TNqResource(FourCharT inType, int16 inId, const TNqString& inName)
     : fOwningFile(nullptr),
       fSize(0),
       fResData(nullptr),
-      fID(id),
-      fType(type),
+      fID(inId),
+      fType(inType),
       fAttributes(0),
       fRefCount(NewAtomicCounter()),
-      fResName(name),
+      fResName(inName),
       fCanDelete(false)
 {
     if (fRefCount == nullptr)
@@ -102,50 +102,50 @@ uint32 TNqResource::Release()
     return static_cast<uint32>(count);
 }
 
-void TNqResource::ReplaceData(int8* data, uint32 size, boolean canDelete)
+void TNqResource::ReplaceData(int8* inData, uint32 inSize, boolean inCanDelete)
 {
-    if (fCanDelete && data != fResData)
+    if (fCanDelete && inData != fResData)
         Nqfree(fResData);
-    fResData = data;
-    fSize = data != nullptr ? size : 0;
-    fCanDelete = canDelete;
+    fResData = inData;
+    fSize = inData != nullptr ? inSize : 0;
+    fCanDelete = inCanDelete;
 }
 
-boolean TNqResource::SetData(const int8* data, uint32 size)
+boolean TNqResource::SetData(const int8* inData, uint32 inSize)
 {
-    if (data == nullptr || size == 0)
+    if (inData == nullptr || inSize == 0)
     {
         ReplaceData(nullptr, 0, false);
         return true;
     }
-    int8* const copy = static_cast<int8*>(Nqmalloc(size));
+    int8* const copy = static_cast<int8*>(Nqmalloc(inSize));
     if (copy == nullptr)
         return false;
-    std::memcpy(copy, data, size);
-    ReplaceData(copy, size, true);
+    std::memcpy(copy, inData, inSize);
+    ReplaceData(copy, inSize, true);
     return true;
 }
 
-void TNqResource::TakeData(int8* data, uint32 size)
+void TNqResource::TakeData(int8* inData, uint32 inSize)
 {
-    ReplaceData(data, size, true);
+    ReplaceData(inData, inSize, true);
 }
 
-void TNqResource::LendData(int8* data, uint32 size)
+void TNqResource::LendData(int8* inData, uint32 inSize)
 {
-    ReplaceData(data, size, false);
+    ReplaceData(inData, inSize, false);
 }
 
 // ---- TNqResourceFile -----------------------------------------------------------------------------------------------
 
 TNqResourceFile::~TNqResourceFile() = default;
 
-void TNqResourceFile::Own(TNqResource& resource)
+void TNqResourceFile::Own(TNqResource& ioResource)
 {
-    resource.fOwningFile = this;
+    ioResource.fOwningFile = this;
 }
 
-void TNqResourceFile::Disown(TNqResource& resource)
+void TNqResourceFile::Disown(TNqResource& ioResource)
 {
-    resource.fOwningFile = nullptr;
+    ioResource.fOwningFile = nullptr;
 }

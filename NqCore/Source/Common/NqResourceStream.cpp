@@ -14,44 +14,44 @@ namespace
 {
 
 // Derived classes may have a `read` or `write` of their own, which must see every field.
-bool WorksInBuffer(const TNqByteSwapStream& stream)
+bool WorksInBuffer(const TNqByteSwapStream& inStream)
 {
-    return NqIsExactly<TNqByteSwapStream>(stream) || NqIsExactly<TNqResourceStream>(stream);
+    return NqIsExactly<TNqByteSwapStream>(inStream) || NqIsExactly<TNqResourceStream>(inStream);
 }
 
 template <class Body>
-inline decltype(auto) WithSource(TNqByteSwapStream& stream, Body&& inBody)
+inline decltype(auto) WithSource(TNqByteSwapStream& ioStream, Body&& inBody)
 {
-    if (WorksInBuffer(stream))
+    if (WorksInBuffer(ioStream))
     {
-        NqStreamAccess::MemorySource source(stream);
+        NqStreamAccess::MemorySource source(ioStream);
         return inBody(source);
     }
-    NqPlainSource source(stream);
+    NqPlainSource source(ioStream);
     return inBody(source);
 }
 
-inline void ReadBytes(TNqByteSwapStream& stream, int8* data, int32 count)
+inline void ReadBytes(TNqByteSwapStream& ioStream, int8* outData, int32 inCount)
 {
-    WithSource(stream, [&](auto& source) { source.Read(data, count); });
+    WithSource(ioStream, [&](auto& source) { source.Read(outData, inCount); });
 }
 
-inline void WriteBytes(TNqByteSwapStream& stream, const int8* data, int32 count)
+inline void WriteBytes(TNqByteSwapStream& ioStream, const int8* inData, int32 inCount)
 {
-    if (WorksInBuffer(stream))
-        NqStreamAccess::MemorySink(stream).Write(data, count);
+    if (WorksInBuffer(ioStream))
+        NqStreamAccess::MemorySink(ioStream).Write(inData, inCount);
     else
-        stream.write(data, count);
+        ioStream.write(inData, inCount);
 }
 
 // ---- Fields: unsigned integers, and what has the same bits ---------------------------------------------------------
 
 // Composed by shifts, so that the bytes are the same on every machine.
 template <class Bits>
-inline Bits ReadField(TNqByteSwapStream& stream)
+inline Bits ReadField(TNqByteSwapStream& ioStream)
 {
     uint8 bytes[sizeof(Bits)] = {};
-    ReadBytes(stream, reinterpret_cast<int8*>(bytes), sizeof bytes);
+    ReadBytes(ioStream, reinterpret_cast<int8*>(bytes), sizeof bytes);
     Bits bits = 0;
     for (const uint8 byte : bytes)
         bits = static_cast<Bits>(bits << 8 | byte);
@@ -59,20 +59,20 @@ inline Bits ReadField(TNqByteSwapStream& stream)
 }
 
 template <class Bits>
-inline void WriteField(TNqByteSwapStream& stream, Bits bits)
+inline void WriteField(TNqByteSwapStream& ioStream, Bits inBits)
 {
     uint8 bytes[sizeof(Bits)];
-    for (size_t i = sizeof bytes; i-- > 0; bits = static_cast<Bits>(bits >> 8))
-        bytes[i] = static_cast<uint8>(bits);
-    WriteBytes(stream, reinterpret_cast<const int8*>(bytes), sizeof bytes);
+    for (size_t i = sizeof bytes; i-- > 0; inBits = static_cast<Bits>(inBits >> 8))
+        bytes[i] = static_cast<uint8>(inBits);
+    WriteBytes(ioStream, reinterpret_cast<const int8*>(bytes), sizeof bytes);
 }
 
 template <class To, class From>
-inline To SameBits(From from)
+inline To SameBits(From inFrom)
 {
     static_assert(sizeof(To) == sizeof(From));
     To to;
-    std::memcpy(&to, &from, sizeof to);
+    std::memcpy(&to, &inFrom, sizeof to);
     return to;
 }
 
@@ -82,15 +82,15 @@ constexpr uint32 kLongestText = 4096; // with its NUL, of those behind a length
 constexpr uint32 kLongestField = 255; // of a Pascal text
 
 // What a stream takes of a text with one write, a NUL behind it included.
-int32 WritableLength(const TNqString& text)
+int32 WritableLength(const TNqString& inText)
 {
-    return static_cast<int32>(std::min<uint32>(text.ByteLength(), std::numeric_limits<int32>::max() - 1));
+    return static_cast<int32>(std::min<uint32>(inText.ByteLength(), std::numeric_limits<int32>::max() - 1));
 }
 
 // The capacity of a dynamic string follows its text and would say nothing about the form: that one is always long.
-bool HasLongLength(const TNqString& text)
+bool HasLongLength(const TNqString& inText)
 {
-    return text.MaxLength() > 255 || dynamic_cast<const TNqDynamicString*>(&text) != nullptr;
+    return inText.MaxLength() > 255 || dynamic_cast<const TNqDynamicString*>(&inText) != nullptr;
 }
 
 } // namespace
@@ -108,8 +108,8 @@ void ConvertShortPtr(int8* p)
 
 // ---- TNqByteSwapStream: fields -------------------------------------------------------------------------------------
 
-TNqByteSwapStream::TNqByteSwapStream(int8* buffer, int32 size, TranscoderType type, int32 mode)
-    : TNqstrstream(buffer, size, type, mode)
+TNqByteSwapStream::TNqByteSwapStream(int8* inBuffer, int32 inSize, TranscoderType inType, int32 inMode)
+    : TNqstrstream(inBuffer, inSize, inType, inMode)
 {
 }
 
@@ -142,29 +142,29 @@ real64 TNqByteSwapStream::ReadDouble()
     return SameBits<real64>(ReadField<uint64>(*this));
 }
 
-void TNqByteSwapStream::WriteBoolean(uint8 value)
+void TNqByteSwapStream::WriteBoolean(uint8 inValue)
 {
-    WriteField(*this, value);
+    WriteField(*this, inValue);
 }
 
-void TNqByteSwapStream::WriteShort(uint16 value)
+void TNqByteSwapStream::WriteShort(uint16 inValue)
 {
-    WriteField(*this, value);
+    WriteField(*this, inValue);
 }
 
-void TNqByteSwapStream::WriteLong(uint32 value)
+void TNqByteSwapStream::WriteLong(uint32 inValue)
 {
-    WriteField(*this, value);
+    WriteField(*this, inValue);
 }
 
-void TNqByteSwapStream::WriteFloat(real32 value)
+void TNqByteSwapStream::WriteFloat(real32 inValue)
 {
-    WriteField(*this, SameBits<uint32>(value));
+    WriteField(*this, SameBits<uint32>(inValue));
 }
 
-void TNqByteSwapStream::WriteDouble(real64 value)
+void TNqByteSwapStream::WriteDouble(real64 inValue)
 {
-    WriteField(*this, SameBits<uint64>(value));
+    WriteField(*this, SameBits<uint64>(inValue));
 }
 
 TNqiostream& TNqByteSwapStream::operator>>(int8& c)
@@ -179,39 +179,39 @@ TNqiostream& TNqByteSwapStream::operator>>(uint8& c)
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator>>(int32& value)
+TNqiostream& TNqByteSwapStream::operator>>(int32& outValue)
 {
-    value = static_cast<int32>(ReadField<uint32>(*this));
+    outValue = static_cast<int32>(ReadField<uint32>(*this));
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator>>(uint32& value)
+TNqiostream& TNqByteSwapStream::operator>>(uint32& outValue)
 {
-    value = ReadField<uint32>(*this);
+    outValue = ReadField<uint32>(*this);
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator>>(int16& value)
+TNqiostream& TNqByteSwapStream::operator>>(int16& outValue)
 {
-    value = static_cast<int16>(ReadField<uint16>(*this));
+    outValue = static_cast<int16>(ReadField<uint16>(*this));
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator>>(uint16& value)
+TNqiostream& TNqByteSwapStream::operator>>(uint16& outValue)
 {
-    value = ReadField<uint16>(*this);
+    outValue = ReadField<uint16>(*this);
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator>>(real32& value)
+TNqiostream& TNqByteSwapStream::operator>>(real32& outValue)
 {
-    value = SameBits<real32>(ReadField<uint32>(*this));
+    outValue = SameBits<real32>(ReadField<uint32>(*this));
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator>>(real64& value)
+TNqiostream& TNqByteSwapStream::operator>>(real64& outValue)
 {
-    value = SameBits<real64>(ReadField<uint64>(*this));
+    outValue = SameBits<real64>(ReadField<uint64>(*this));
     return *this;
 }
 
@@ -227,49 +227,49 @@ TNqiostream& TNqByteSwapStream::operator<<(uint8 c)
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator<<(int32 value)
+TNqiostream& TNqByteSwapStream::operator<<(int32 inValue)
 {
-    WriteField(*this, static_cast<uint32>(value));
+    WriteField(*this, static_cast<uint32>(inValue));
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator<<(uint32 value)
+TNqiostream& TNqByteSwapStream::operator<<(uint32 inValue)
 {
-    WriteField(*this, value);
+    WriteField(*this, inValue);
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator<<(int16 value)
+TNqiostream& TNqByteSwapStream::operator<<(int16 inValue)
 {
-    WriteField(*this, static_cast<uint16>(value));
+    WriteField(*this, static_cast<uint16>(inValue));
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator<<(uint16 value)
+TNqiostream& TNqByteSwapStream::operator<<(uint16 inValue)
 {
-    WriteField(*this, value);
+    WriteField(*this, inValue);
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator<<(real32 value)
+TNqiostream& TNqByteSwapStream::operator<<(real32 inValue)
 {
-    WriteField(*this, SameBits<uint32>(value));
+    WriteField(*this, SameBits<uint32>(inValue));
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator<<(real64 value)
+TNqiostream& TNqByteSwapStream::operator<<(real64 inValue)
 {
-    WriteField(*this, SameBits<uint64>(value));
+    WriteField(*this, SameBits<uint64>(inValue));
     return *this;
 }
 
 // ---- TNqByteSwapStream: texts --------------------------------------------------------------------------------------
 
-TNqiostream& TNqByteSwapStream::operator<<(const TNqString& text)
+TNqiostream& TNqByteSwapStream::operator<<(const TNqString& inText)
 {
-    const int8* const bytes = NqBytesOf(text);
-    const int32 length = WritableLength(text);
-    if (HasLongLength(text))
+    const int8* const bytes = NqBytesOf(inText);
+    const int32 length = WritableLength(inText);
+    if (HasLongLength(inText))
         WriteField(*this, static_cast<uint32>(length));
     else
         WriteField(*this, static_cast<uint8>(length));
@@ -278,54 +278,54 @@ TNqiostream& TNqByteSwapStream::operator<<(const TNqString& text)
     return *this;
 }
 
-TNqiostream& TNqByteSwapStream::operator>>(TNqString& text)
+TNqiostream& TNqByteSwapStream::operator>>(TNqString& outText)
 {
-    const uint32 length = HasLongLength(text) ? ReadField<uint32>(*this) : ReadField<uint8>(*this);
+    const uint32 length = HasLongLength(outText) ? ReadField<uint32>(*this) : ReadField<uint8>(*this);
     const bool isThere = good() && length != 0;
     const bool fits = !isThere || NqCheckText(length < kLongestText, "length < sizeof(gAllPurposeBuffer)");
     if (!fits)
         streamfail(kNqStreamOutOfRange);
     if (!isThere || !fits)
     {
-        text.FromText("", 0);
+        outText.FromText("", 0);
         return *this;
     }
     int8 bytes[kLongestText];
     std::memset(bytes, 0, length + 1);
     ReadBytes(*this, bytes, static_cast<int32>(length));
-    NqTextFromEncoded(text, bytes, GetTranscoder());
+    NqTextFromEncoded(outText, bytes, GetTranscoder());
     return *this;
 }
 
-void TNqByteSwapStream::WriteTNqString(int32 sizeToWrite, const TNqString& text)
+void TNqByteSwapStream::WriteTNqString(int32 inSizeToWrite, const TNqString& inText)
 {
-    if (!NqCheckText(static_cast<uint32>(sizeToWrite) <= kLongestField, "sizeToWrite < 256"))
+    if (!NqCheckText(static_cast<uint32>(inSizeToWrite) <= kLongestField, "sizeToWrite < 256"))
         return;
     int8 field[kLongestField + 1] = {};
-    const int32 length = std::min(WritableLength(text), sizeToWrite);
+    const int32 length = std::min(WritableLength(inText), inSizeToWrite);
     field[0] = static_cast<int8>(length);
-    std::memcpy(field + 1, NqBytesOf(text), static_cast<size_t>(length));
-    WriteBytes(*this, field, sizeToWrite + 1);
+    std::memcpy(field + 1, NqBytesOf(inText), static_cast<size_t>(length));
+    WriteBytes(*this, field, inSizeToWrite + 1);
 }
 
-void TNqByteSwapStream::ReadTNqString(int32 sizeToRead, TNqString& text)
+void TNqByteSwapStream::ReadTNqString(int32 inSizeToRead, TNqString& outText)
 {
-    if (!NqCheckText(static_cast<uint32>(sizeToRead) <= kLongestField, "sizeToRead < 256"))
+    if (!NqCheckText(static_cast<uint32>(inSizeToRead) <= kLongestField, "sizeToRead < 256"))
         return;
     uint8 field[kLongestField + 1] = {};
-    ReadBytes(*this, reinterpret_cast<int8*>(field), sizeToRead + 1);
-    const int32 there = std::clamp(fgcount - 1, 0, sizeToRead);
+    ReadBytes(*this, reinterpret_cast<int8*>(field), inSizeToRead + 1);
+    const int32 there = std::clamp(fgcount - 1, 0, inSizeToRead);
     field[0] = static_cast<uint8>(std::min<int32>(field[0], there));
-    text.FromPPtr(field);
-    text.TranslateAfterRead();
+    outText.FromPPtr(field);
+    outText.TranslateAfterRead();
 }
 
-void TNqByteSwapStream::WriteCString(const TNqString& text)
+void TNqByteSwapStream::WriteCString(const TNqString& inText)
 {
-    WriteBytes(*this, NqBytesOf(text), WritableLength(text) + 1);
+    WriteBytes(*this, NqBytesOf(inText), WritableLength(inText) + 1);
 }
 
-void TNqByteSwapStream::ReadCString(TNqString& text)
+void TNqByteSwapStream::ReadCString(TNqString& outText)
 {
     NqByteBuffer bytes(256);
     bool memory = true;
@@ -340,7 +340,7 @@ void TNqByteSwapStream::ReadCString(TNqString& text)
                                        return memory && byte != 0;
                                    });
                });
-    NqTextFromEncoded(text, bytes.Data(), GetTranscoder());
+    NqTextFromEncoded(outText, bytes.Data(), GetTranscoder());
     if (!memory)
         streamfail(kNqStreamOutOfRange);
 }
@@ -351,155 +351,156 @@ namespace
 {
 
 // Positions of a stream are 32-bit: of longer data only what they reach is seen.
-int32 ReachableSize(const TNqResource& resource)
+int32 ReachableSize(const TNqResource& inResource)
 {
-    return static_cast<int32>(std::min<uint32>(resource.GetSize(), std::numeric_limits<int32>::max()));
+    return static_cast<int32>(std::min<uint32>(inResource.GetSize(), std::numeric_limits<int32>::max()));
 }
 
-boolean GetString(const TResourceStrings& strings, uint32 stringIndex, TNqString& text)
+boolean GetString(const TResourceStrings& inStrings, uint32 stringIndex, TNqString& outText)
 {
-    const uint32 stringCount = strings.GetElemCount();
+    const uint32 stringCount = inStrings.GetElemCount();
     if (!NqCheck(stringIndex < stringCount))
         return false;
-    text = strings[stringIndex];
+    outText = inStrings[stringIndex];
     return true;
 }
 
-// Counts first: the table grows meanwhile when `out` keeps its texts in it, too.
-void PutAllStrings(const TResourceStrings& strings, TNqiostream& out)
+// Counts first: the table grows meanwhile when `ioStream` keeps its texts in it, too.
+void PutAllStrings(const TResourceStrings& inStrings, TNqiostream& ioStream)
 {
-    const uint32 count = strings.GetElemCount();
-    NqWithSink(out,
-               [&](auto& sink)
-               {
-                   for (uint32 i = 0; i < count; ++i)
-                       sink.Run([&]
-                                { NqToken::PutLocalizedStringAttribute(out, NqFourChar("Strg"), strings[i], false); });
-               });
+    const uint32 count = inStrings.GetElemCount();
+    NqWithSink(
+        ioStream,
+        [&](auto& sink)
+        {
+            for (uint32 i = 0; i < count; ++i)
+                sink.Run([&]
+                         { NqToken::PutLocalizedStringAttribute(ioStream, NqFourChar("Strg"), inStrings[i], false); });
+        });
 }
 
 // The localized field that takes the place of a Pascal field.
-int32 FieldSize(int32 size)
+int32 FieldSize(int32 inSize)
 {
-    return static_cast<int32>(std::min<int64>(int64(size) + 1, std::numeric_limits<int32>::max()));
+    return static_cast<int32>(std::min<int64>(int64(inSize) + 1, std::numeric_limits<int32>::max()));
 }
 
 } // namespace
 
-TNqResourceStream::TNqResourceStream(TNqResource& resource, int32 mode)
-    : TNqByteSwapStream(resource.GetSize() != 0 ? resource.GetData() : nullptr, ReachableSize(resource),
-                        kUTF8Transcoder, mode),
-      fResource(&resource),
-      fLocalizedStrings(resource.GetLocalizedStrings())
+TNqResourceStream::TNqResourceStream(TNqResource& ioResource, int32 inMode)
+    : TNqByteSwapStream(ioResource.GetSize() != 0 ? ioResource.GetData() : nullptr, ReachableSize(ioResource),
+                        kUTF8Transcoder, inMode),
+      fResource(&ioResource),
+      fLocalizedStrings(ioResource.GetLocalizedStrings())
 {
 }
 
-TNqResourceStream::TNqResourceStream(TResourceStrings* strings) : fResource(nullptr), fLocalizedStrings(strings) {}
+TNqResourceStream::TNqResourceStream(TResourceStrings* inStrings) : fResource(nullptr), fLocalizedStrings(inStrings) {}
 
 TNqResourceStream::~TNqResourceStream() = default;
 
-boolean TNqResourceStream::WriteLocalizedString(const TNqString& text, int32 size)
+boolean TNqResourceStream::WriteLocalizedString(const TNqString& inText, int32 inSize)
 {
     if (!NqCheck(fLocalizedStrings))
         return false;
     WriteLong(fLocalizedStrings->GetElemCount());
-    const int64 sizeToWrite = int64(size) - 4;
+    const int64 sizeToWrite = int64(inSize) - 4;
     NqCheckText(sizeToWrite >= 0 && sizeToWrite % 4 == 0, "sizeToWrite>=0 && (sizeToWrite%4)==0");
     for (int64 i = 0; i < sizeToWrite / 4 && good(); ++i)
         WriteLong(0);
     if (!good())
         return false;
-    if (fLocalizedStrings->AddElem(text))
+    if (fLocalizedStrings->AddElem(inText))
         return true;
     streamfail(kNqStreamOutOfRange);
     return false;
 }
 
-boolean TNqResourceStream::ReadLocalizedString(TNqString& text, int32 size)
+boolean TNqResourceStream::ReadLocalizedString(TNqString& outText, int32 inSize)
 {
     if (!fLocalizedStrings)
         return false;
     const uint32 stringIndex = ReadLong();
     const bool isWhole = good();
-    const int64 sizeToRead = int64(size) - 4;
+    const int64 sizeToRead = int64(inSize) - 4;
     NqCheckText(sizeToRead >= 0 && sizeToRead % 4 == 0, "sizeToRead>=0 && (sizeToRead%4)==0");
     for (int64 i = 0; i < sizeToRead / 4 && good(); ++i)
         ReadLong();
-    return isWhole && GetString(*fLocalizedStrings, stringIndex, text);
+    return isWhole && GetString(*fLocalizedStrings, stringIndex, outText);
 }
 
-void TNqResourceStream::ReadLocalizedTNqString(TNqString& text)
+void TNqResourceStream::ReadLocalizedTNqString(TNqString& outText)
 {
     if (fLocalizedStrings)
-        ReadLocalizedString(text, 4);
+        ReadLocalizedString(outText, 4);
     else
-        *this >> text;
+        *this >> outText;
 }
 
-void TNqResourceStream::WriteLocalizedTNqString(const TNqString& text)
+void TNqResourceStream::WriteLocalizedTNqString(const TNqString& inText)
 {
     if (fLocalizedStrings)
-        WriteLocalizedString(text, 4);
+        WriteLocalizedString(inText, 4);
     else
-        *this << text;
+        *this << inText;
 }
 
-void TNqResourceStream::ReadLocalizedCString(TNqString& text)
+void TNqResourceStream::ReadLocalizedCString(TNqString& outText)
 {
     if (fLocalizedStrings)
-        ReadLocalizedString(text, 4);
+        ReadLocalizedString(outText, 4);
     else
-        ReadCString(text);
+        ReadCString(outText);
 }
 
-void TNqResourceStream::WriteLocalizedCString(const TNqString& text)
+void TNqResourceStream::WriteLocalizedCString(const TNqString& inText)
 {
     if (fLocalizedStrings)
-        WriteLocalizedString(text, 4);
+        WriteLocalizedString(inText, 4);
     else
-        WriteCString(text);
+        WriteCString(inText);
 }
 
-void TNqResourceStream::ReadLocalizedTNqString(int32 size, TNqString& text)
+void TNqResourceStream::ReadLocalizedTNqString(int32 inSize, TNqString& outText)
 {
     if (fLocalizedStrings)
-        ReadLocalizedString(text, FieldSize(size));
+        ReadLocalizedString(outText, FieldSize(inSize));
     else
-        ReadTNqString(size, text);
+        ReadTNqString(inSize, outText);
 }
 
-void TNqResourceStream::WriteLocalizedTNqString(int32 size, const TNqString& text)
+void TNqResourceStream::WriteLocalizedTNqString(int32 inSize, const TNqString& inText)
 {
     if (fLocalizedStrings)
-        WriteLocalizedString(text, FieldSize(size));
+        WriteLocalizedString(inText, FieldSize(inSize));
     else
-        WriteTNqString(size, text);
+        WriteTNqString(inSize, inText);
 }
 
-void TNqResourceStream::WriteAllStrings(TNqiostream& out)
+void TNqResourceStream::WriteAllStrings(TNqiostream& ioStream)
 {
     if (fLocalizedStrings)
-        PutAllStrings(*fLocalizedStrings, out);
+        PutAllStrings(*fLocalizedStrings, ioStream);
 }
 
 // ---- TNqLocalizedTextResourceStream --------------------------------------------------------------------------------
 
-TNqLocalizedTextResourceStream::TNqLocalizedTextResourceStream(TResourceStrings& strings, int8* buffer, int32 size,
-                                                               int32)
-    : TNqstrstream(buffer, size, kMacTranscoder, eRead),
-      fLocalizedStrings(strings)
+TNqLocalizedTextResourceStream::TNqLocalizedTextResourceStream(TResourceStrings& ioStrings, int8* inBuffer,
+                                                               int32 inSize, int32)
+    : TNqstrstream(inBuffer, inSize, kMacTranscoder, eRead),
+      fLocalizedStrings(ioStrings)
 {
 }
 
-TNqLocalizedTextResourceStream::TNqLocalizedTextResourceStream(TResourceStrings& strings)
+TNqLocalizedTextResourceStream::TNqLocalizedTextResourceStream(TResourceStrings& ioStrings)
     : TNqstrstream(kMacTranscoder),
-      fLocalizedStrings(strings)
+      fLocalizedStrings(ioStrings)
 {
 }
 
 TNqLocalizedTextResourceStream::~TNqLocalizedTextResourceStream() = default;
 
-void TNqLocalizedTextResourceStream::WriteLocalizedString(const TNqString& text)
+void TNqLocalizedTextResourceStream::WriteLocalizedString(const TNqString& inText)
 {
     NqWithSink(*this,
                [&](auto& sink)
@@ -507,21 +508,21 @@ void TNqLocalizedTextResourceStream::WriteLocalizedString(const TNqString& text)
                    NqInsert(sink, fLocalizedStrings.GetElemCount());
                    NqTokenWrite::PutLineEnd(sink);
                });
-    if (good() && !fLocalizedStrings.AddElem(text))
+    if (good() && !fLocalizedStrings.AddElem(inText))
         streamfail(kNqStreamOutOfRange);
 }
 
-boolean TNqLocalizedTextResourceStream::ReadLocalizedString(TNqString& text)
+boolean TNqLocalizedTextResourceStream::ReadLocalizedString(TNqString& outText)
 {
-    return GetString(fLocalizedStrings, static_cast<uint32>(NqToken::GetInt32Token(*this)), text);
+    return GetString(fLocalizedStrings, static_cast<uint32>(NqToken::GetInt32Token(*this)), outText);
 }
 
-void TNqLocalizedTextResourceStream::ReadLocalizedDynamicString(TNqDynamicString& text)
+void TNqLocalizedTextResourceStream::ReadLocalizedDynamicString(TNqDynamicString& outText)
 {
-    ReadLocalizedString(text);
+    ReadLocalizedString(outText);
 }
 
-void TNqLocalizedTextResourceStream::WriteAllStrings(TNqiostream& out)
+void TNqLocalizedTextResourceStream::WriteAllStrings(TNqiostream& ioStream)
 {
-    PutAllStrings(fLocalizedStrings, out);
+    PutAllStrings(fLocalizedStrings, ioStream);
 }

@@ -108,15 +108,15 @@ void* GetTLS(TNqLocalStorage* aTLS)
     return data != nullptr ? data->fDataPtr : nullptr;
 }
 
-void* SetTLS(TNqLocalStorage*& aTLS, void* value)
+void* SetTLS(TNqLocalStorage*& aTLS, void* inValue)
 {
     if (aTLS == nullptr)
         return nullptr;
     TNqLocalStorageData* const data = GetThreadElem(*aTLS);
     if (data == nullptr)
         return nullptr;
-    data->fDataPtr = value;
-    return value;
+    data->fDataPtr = inValue;
+    return inValue;
 }
 
 void* GetSMPAbortFlag()

@@ -11,20 +11,20 @@ public:
     TNqCriticalSectionArrayInternal();
     ~TNqCriticalSectionArrayInternal();
 
-    bool HasSlot(int32 index) const { return index >= 0 && index < fCount; }
+    bool HasSlot(int32 inIndex) const { return inIndex >= 0 && inIndex < fCount; }
 
-    boolean Initialize(int32 count);
+    boolean Initialize(int32 inCount);
     void CleanUp();
 
-    void Enter(int32 index)
+    void Enter(int32 inIndex)
     {
-        if (IncrementAtomicCounter(State(index)) >= 2)
-            EnterTaken(index);
+        if (IncrementAtomicCounter(State(inIndex)) >= 2)
+            EnterTaken(inIndex);
     }
 
-    void Leave(int32 index)
+    void Leave(int32 inIndex)
     {
-        DecrementAtomicCounter(State(index));
+        DecrementAtomicCounter(State(inIndex));
         SetAtomicCounterValue(fThreadsToCheck, GetAtomicCounterValue(fWaitingThreads));
         NqSignal(fSemaphore);
     }
@@ -33,17 +33,17 @@ private:
     friend struct TNqCriticalSectionArrayLayout;
     using TCounters = TNqArray<TNqAtomicCounter*>;
 
-    boolean MakeSlots(uint32 count);
+    boolean MakeSlots(uint32 inCount);
     void Drop(TCounters& ioCounters);
     static void Delete(TCounters& ioCounters);
 
-    [[gnu::noinline]] void EnterTaken(int32 index);
-    void AddWaiter(int32 index);
-    void RemoveWaiter(int32 index);
+    [[gnu::noinline]] void EnterTaken(int32 inIndex);
+    void AddWaiter(int32 inIndex);
+    void RemoveWaiter(int32 inIndex);
     void PassOn();
 
-    TNqAtomicCounterHolder& State(int32 index) { return fStates.ArrayData()[index]; }
-    TNqAtomicCounterHolder& Waiters(int32 index) { return fWaiters.ArrayData()[index]; }
+    TNqAtomicCounterHolder& State(int32 inIndex) { return fStates.ArrayData()[inIndex]; }
+    TNqAtomicCounterHolder& Waiters(int32 inIndex) { return fWaiters.ArrayData()[inIndex]; }
 
     int32 fCount;                           // slots
     TCounters fStates;                      // of each slot: who holds it and who is trying it; 0 when it is free
@@ -99,12 +99,12 @@ boolean TNqCriticalSectionArrayInternal::Initialize(int32 count)
 }
 
 // Makes room among the dropped counters first: dropping must not fail.
-boolean TNqCriticalSectionArrayInternal::MakeSlots(uint32 count)
+boolean TNqCriticalSectionArrayInternal::MakeSlots(uint32 inCount)
 {
-    if (!fStates.SetElemCount(count) || !fWaiters.SetElemCount(count) ||
-        !fDropped.SetElemSpace(fDropped.GetElemCount() + 2 * count))
+    if (!fStates.SetElemCount(inCount) || !fWaiters.SetElemCount(inCount) ||
+        !fDropped.SetElemSpace(fDropped.GetElemCount() + 2 * inCount))
         return false;
-    for (uint32 i = 0; i < count; ++i)
+    for (uint32 i = 0; i < inCount; ++i)
     {
         fStates[i] = NqNewZeroCounter();
         fWaiters[i] = NqNewZeroCounter();
@@ -142,38 +142,38 @@ void TNqCriticalSectionArrayInternal::Delete(TCounters& ioCounters)
 // slot has become free. And a unit may wake a thread of another slot than the one that was left. So whoever sleeps has
 // looked at its slot once it could be seen waiting, and whoever took a unit sees to it that the unit was not meant for
 // another. Neither is enough by itself.
-void TNqCriticalSectionArrayInternal::EnterTaken(int32 index)
+void TNqCriticalSectionArrayInternal::EnterTaken(int32 inIndex)
 {
     bool woken = false; // took a unit and has not passed it on
     do
     {
-        DecrementAtomicCounter(State(index));
+        DecrementAtomicCounter(State(inIndex));
         if (DecrementAtomicCounter(fThreadsToCheck) > 0)
             NqSignal(fSemaphore);
-        AddWaiter(index);
+        AddWaiter(inIndex);
         if (woken)
         {
             PassOn();
             gShellThreadUtilities->Yield(0); // the one who is meant comes first
         }
-        woken = GetAtomicCounterValueOrdered(State(index)) != 0;
+        woken = GetAtomicCounterValueOrdered(State(inIndex)) != 0;
         if (woken)
             NqAwaitSignal(fSemaphore);
-        RemoveWaiter(index);
-    } while (IncrementAtomicCounter(State(index)) >= 2);
+        RemoveWaiter(inIndex);
+    } while (IncrementAtomicCounter(State(inIndex)) >= 2);
     if (woken)
         PassOn();
 }
 
-void TNqCriticalSectionArrayInternal::AddWaiter(int32 index)
+void TNqCriticalSectionArrayInternal::AddWaiter(int32 inIndex)
 {
-    IncrementAtomicCounter(Waiters(index));
+    IncrementAtomicCounter(Waiters(inIndex));
     IncrementAtomicCounter(fWaitingThreads);
 }
 
-void TNqCriticalSectionArrayInternal::RemoveWaiter(int32 index)
+void TNqCriticalSectionArrayInternal::RemoveWaiter(int32 inIndex)
 {
-    DecrementAtomicCounter(Waiters(index));
+    DecrementAtomicCounter(Waiters(inIndex));
     DecrementAtomicCounter(fWaitingThreads);
 }
 
@@ -200,26 +200,26 @@ TNqCriticalSectionArray::~TNqCriticalSectionArray()
     delete fInternal;
 }
 
-inline bool TNqCriticalSectionArray::HasSlot(int32 index) const
+inline bool TNqCriticalSectionArray::HasSlot(int32 inIndex) const
 {
-    return NqCheckText(fInternal != nullptr && fInternal->HasSlot(index), "index < fInternal->fCount");
+    return NqCheckText(fInternal != nullptr && fInternal->HasSlot(inIndex), "index < fInternal->fCount");
 }
 
-boolean TNqCriticalSectionArray::Initialize(int32 count)
+boolean TNqCriticalSectionArray::Initialize(int32 inCount)
 {
-    return NqCheck(fInternal != nullptr) && fInternal->Initialize(count);
+    return NqCheck(fInternal != nullptr) && fInternal->Initialize(inCount);
 }
 
-void TNqCriticalSectionArray::Enter(int32 index)
+void TNqCriticalSectionArray::Enter(int32 inIndex)
 {
-    if (HasSlot(index))
-        fInternal->Enter(index);
+    if (HasSlot(inIndex))
+        fInternal->Enter(inIndex);
 }
 
-void TNqCriticalSectionArray::Leave(int32 index)
+void TNqCriticalSectionArray::Leave(int32 inIndex)
 {
-    if (HasSlot(index))
-        fInternal->Leave(index);
+    if (HasSlot(inIndex))
+        fInternal->Leave(inIndex);
 }
 
 void TNqCriticalSectionArray::CleanUp()

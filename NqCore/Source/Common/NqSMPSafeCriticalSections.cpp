@@ -38,7 +38,7 @@ void TNqSafeSection::Leave() const
 }
 
 // The flag is set a second time inside: the thread for which this one waited cleared it on its way out.
-CWhileInSafeCS::CWhileInSafeCS(TNqSafeSection& section) : fCS(section), fIsInMainSMPProcess(IsInMainSMPProcess())
+CWhileInSafeCS::CWhileInSafeCS(TNqSafeSection& ioSection) : fCS(ioSection), fIsInMainSMPProcess(IsInMainSMPProcess())
 {
     if (!NqCheckText(fCS.GetCS() != nullptr, "&fCS && fCS.GetCS()"))
         return;
@@ -76,15 +76,15 @@ inline void TNqSafeCriticalSection::EnterHostSection()
 
 // The owner is recorded inside the host's section: done before, it would overwrite that of the thread inside, which
 // would then not be recognised when it comes again, and wait for itself.
-inline void TNqSafeCriticalSection::EnterFromOutside(int32 threadID)
+inline void TNqSafeCriticalSection::EnterFromOutside(int32 inThreadID)
 {
     while (fThreadID.load(std::memory_order_acquire) != kNoThread)
         gShellThreadUtilities->Yield(0);
     EnterHostSection();
-    fThreadID.store(threadID, std::memory_order_release);
+    fThreadID.store(inThreadID, std::memory_order_release);
 }
 
-int32 TNqSafeCriticalSection::Enter(boolean allowReentry)
+int32 TNqSafeCriticalSection::Enter(boolean inAllowReentry)
 {
     if (!IsInMainSMPProcess())
     {
@@ -98,16 +98,16 @@ int32 TNqSafeCriticalSection::Enter(boolean allowReentry)
         EnterFromOutside(threadID);
         return kNoThread;
     }
-    if (!allowReentry)
+    if (!inAllowReentry)
         throw TNqException(kNqErrSection, NqSourcePath(__FILE__), __LINE__);
     EnterHostSection();
     return threadID;
 }
 
-void TNqSafeCriticalSection::Leave(int32 previousOwner)
+void TNqSafeCriticalSection::Leave(int32 inPreviousOwner)
 {
     if (IsInMainSMPProcess())
-        fThreadID.store(previousOwner, std::memory_order_release);
+        fThreadID.store(inPreviousOwner, std::memory_order_release);
     if (NqCheckText(fCS != nullptr, "fCS"))
         LeaveCS(fCS);
 }

@@ -99,42 +99,42 @@ public:
     TNqSharedCriticalSectionArrayInternal();
     ~TNqSharedCriticalSectionArrayInternal() { NqDeleteSemaphore(fReaderWait); }
 
-    bool HasSlot(int32 index) const { return index >= 0 && index < fCount; }
+    bool HasSlot(int32 inIndex) const { return inIndex >= 0 && inIndex < fCount; }
 
-    boolean Initialize(int32 count);
-    void EnterShared(int32 index)
+    boolean Initialize(int32 inCount);
+    void EnterShared(int32 inIndex)
     {
-        TElem& elem = Elem(index);
-        EnterReader(elem.fReaderCount, elem.fHasWriter, fReaderWait, [this, index] { AwaitWriter(index); });
+        TElem& elem = Elem(inIndex);
+        EnterReader(elem.fReaderCount, elem.fHasWriter, fReaderWait, [this, inIndex] { AwaitWriter(inIndex); });
     }
-    void LeaveShared(int32 index)
+    void LeaveShared(int32 inIndex)
     {
-        TElem& elem = Elem(index);
+        TElem& elem = Elem(inIndex);
         LeaveReader(elem.fReaderCount, elem.fHasWriter, fReaderWait);
     }
-    void EnterExclusive(int32 index)
+    void EnterExclusive(int32 inIndex)
     {
-        fWriteCS.Enter(index);
-        TElem& elem = Elem(index);
+        fWriteCS.Enter(inIndex);
+        TElem& elem = Elem(inIndex);
         IncrementAtomicCounter(elem.fHasWriter);
         if (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
-            AwaitReaders(index);
+            AwaitReaders(inIndex);
     }
-    void LeaveExclusive(int32 index)
+    void LeaveExclusive(int32 inIndex)
     {
-        DecrementAtomicCounter(Elem(index).fHasWriter);
-        fWriteCS.Leave(index);
+        DecrementAtomicCounter(Elem(inIndex).fHasWriter);
+        fWriteCS.Leave(inIndex);
     }
 
 private:
     friend struct TNqSharedCriticalSectionLayout;
     using TElem = TNqSharedCriticalSectionArrayElem;
 
-    boolean MakeElems(uint32 count);
-    [[gnu::noinline]] void AwaitWriter(int32 index) { const CWhileInCSArray wait(fWriteCS, index); }
-    [[gnu::noinline]] void AwaitReaders(int32 index);
-    void PassOn(int32 index);
-    TElem& Elem(int32 index) { return fData.ArrayData()[index]; }
+    boolean MakeElems(uint32 inCount);
+    [[gnu::noinline]] void AwaitWriter(int32 inIndex) { const CWhileInCSArray wait(fWriteCS, inIndex); }
+    [[gnu::noinline]] void AwaitReaders(int32 inIndex);
+    void PassOn(int32 inIndex);
+    TElem& Elem(int32 inIndex) { return fData.ArrayData()[inIndex]; }
 
     int32 fCount;
     TNqCriticalSectionArray fWriteCS; // a slot is held by its writer, inside and while it waits for readers
@@ -181,25 +181,25 @@ TNqSharedCriticalSectionArrayInternal::TNqSharedCriticalSectionArrayInternal()
     NqCheck(fReaderWait != nullptr);
 }
 
-boolean TNqSharedCriticalSectionArrayInternal::Initialize(int32 count)
+boolean TNqSharedCriticalSectionArrayInternal::Initialize(int32 inCount)
 {
     fCount = 0;
     fData.ArrayFree();
-    if (!fWriteCS.Initialize(count))
+    if (!fWriteCS.Initialize(inCount))
         return false;
-    if (!MakeElems(static_cast<uint32>(count)))
+    if (!MakeElems(static_cast<uint32>(inCount)))
     {
         fWriteCS.CleanUp();
         return false;
     }
-    fCount = count;
+    fCount = inCount;
     return true;
 }
 
-boolean TNqSharedCriticalSectionArrayInternal::MakeElems(uint32 count)
+boolean TNqSharedCriticalSectionArrayInternal::MakeElems(uint32 inCount)
 {
-    boolean valid = fData.SetElemCount(count);
-    for (uint32 i = 0; valid && i < count; ++i)
+    boolean valid = fData.SetElemCount(inCount);
+    for (uint32 i = 0; valid && i < inCount; ++i)
         valid = NqCheck(fData[i].IsValid());
     if (!valid)
         fData.ArrayFree();
@@ -208,14 +208,14 @@ boolean TNqSharedCriticalSectionArrayInternal::MakeElems(uint32 count)
 
 // A unit may wake the writer of another slot than the one whose readers have left, and nobody would signal again. So a
 // writer that sleeps can be told by its count of 2, and whoever took a unit signals for one that need not sleep.
-void TNqSharedCriticalSectionArrayInternal::AwaitReaders(int32 index)
+void TNqSharedCriticalSectionArrayInternal::AwaitReaders(int32 inIndex)
 {
-    TElem& elem = Elem(index);
+    TElem& elem = Elem(inIndex);
     IncrementAtomicCounter(elem.fHasWriter);
     while (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
     {
         NqAwaitSignal(fReaderWait);
-        PassOn(index);
+        PassOn(inIndex);
         if (GetAtomicCounterValueOrdered(elem.fReaderCount) > 0)
             gShellThreadUtilities->Yield(0); // the one who is meant comes first
     }
@@ -223,11 +223,11 @@ void TNqSharedCriticalSectionArrayInternal::AwaitReaders(int32 index)
 }
 
 // Signals once if the writer of another slot waits although its readers have left.
-void TNqSharedCriticalSectionArrayInternal::PassOn(int32 index)
+void TNqSharedCriticalSectionArrayInternal::PassOn(int32 inIndex)
 {
     for (int32 i = 0; i < fCount; ++i)
     {
-        if (i != index && GetAtomicCounterValueOrdered(Elem(i).fHasWriter) > 1 &&
+        if (i != inIndex && GetAtomicCounterValueOrdered(Elem(i).fHasWriter) > 1 &&
             GetAtomicCounterValueOrdered(Elem(i).fReaderCount) == 0)
         {
             NqSignal(fReaderWait);
@@ -296,36 +296,36 @@ TNqSharedCriticalSectionArray::~TNqSharedCriticalSectionArray()
     delete fInternal;
 }
 
-inline bool TNqSharedCriticalSectionArray::HasSlot(int32 index) const
+inline bool TNqSharedCriticalSectionArray::HasSlot(int32 inIndex) const
 {
-    return NqCheckText(fInternal != nullptr && fInternal->HasSlot(index), "index < fInternal->fCount");
+    return NqCheckText(fInternal != nullptr && fInternal->HasSlot(inIndex), "index < fInternal->fCount");
 }
 
-boolean TNqSharedCriticalSectionArray::Initialize(int32 count)
+boolean TNqSharedCriticalSectionArray::Initialize(int32 inCount)
 {
-    return NqCheck(fInternal != nullptr) && fInternal->Initialize(count);
+    return NqCheck(fInternal != nullptr) && fInternal->Initialize(inCount);
 }
 
-void TNqSharedCriticalSectionArray::EnterShared(int32 index)
+void TNqSharedCriticalSectionArray::EnterShared(int32 inIndex)
 {
-    if (HasSlot(index))
-        fInternal->EnterShared(index);
+    if (HasSlot(inIndex))
+        fInternal->EnterShared(inIndex);
 }
 
-void TNqSharedCriticalSectionArray::LeaveShared(int32 index)
+void TNqSharedCriticalSectionArray::LeaveShared(int32 inIndex)
 {
-    if (HasSlot(index))
-        fInternal->LeaveShared(index);
+    if (HasSlot(inIndex))
+        fInternal->LeaveShared(inIndex);
 }
 
-void TNqSharedCriticalSectionArray::EnterExclusive(int32 index)
+void TNqSharedCriticalSectionArray::EnterExclusive(int32 inIndex)
 {
-    if (HasSlot(index))
-        fInternal->EnterExclusive(index);
+    if (HasSlot(inIndex))
+        fInternal->EnterExclusive(inIndex);
 }
 
-void TNqSharedCriticalSectionArray::LeaveExclusive(int32 index)
+void TNqSharedCriticalSectionArray::LeaveExclusive(int32 inIndex)
 {
-    if (HasSlot(index))
-        fInternal->LeaveExclusive(index);
+    if (HasSlot(inIndex))
+        fInternal->LeaveExclusive(inIndex);
 }

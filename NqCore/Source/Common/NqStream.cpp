@@ -51,9 +51,9 @@ void TNqiostream::get(int8& c)
     read(&c, 1);
 }
 
-void TNqiostream::streamfail(int32 code)
+void TNqiostream::streamfail(int32 inCode)
 {
-    static_cast<void>(code);
+    static_cast<void>(inCode);
     changestate(failbit);
     NqNotify("Stream throw TNqException");
 }
@@ -74,30 +74,30 @@ namespace
 {
 
 template <class T>
-TNqiostream& Extract(TNqiostream& stream, T& value)
+TNqiostream& Extract(TNqiostream& ioStream, T& outValue)
 {
-    NqWithSource(stream, [&](auto& source) { NqScanValue(source, value); });
-    return stream;
+    NqWithSource(ioStream, [&](auto& source) { NqScanValue(source, outValue); });
+    return ioStream;
 }
 
 template <class T>
-TNqiostream& Insert(TNqiostream& stream, T value)
+TNqiostream& Insert(TNqiostream& ioStream, T inValue)
 {
-    NqWithSink(stream, [&](auto& sink) { NqPutValue(sink, value); });
-    return stream;
+    NqWithSink(ioStream, [&](auto& sink) { NqPutValue(sink, inValue); });
+    return ioStream;
 }
 
 } // namespace
 
-TNqiostream& TNqiostream::operator>>(int8* word)
+TNqiostream& TNqiostream::operator>>(int8* outWord)
 {
-    readstring(word);
+    readstring(outWord);
     return *this;
 }
 
-TNqiostream& TNqiostream::operator>>(uint8* word)
+TNqiostream& TNqiostream::operator>>(uint8* outWord)
 {
-    readstring(reinterpret_cast<int8*>(word));
+    readstring(reinterpret_cast<int8*>(outWord));
     return *this;
 }
 
@@ -111,45 +111,45 @@ TNqiostream& TNqiostream::operator>>(uint8& c)
     return Extract(*this, c);
 }
 
-TNqiostream& TNqiostream::operator>>(int32& value)
+TNqiostream& TNqiostream::operator>>(int32& outValue)
 {
-    return Extract(*this, value);
+    return Extract(*this, outValue);
 }
 
-TNqiostream& TNqiostream::operator>>(uint32& value)
+TNqiostream& TNqiostream::operator>>(uint32& outValue)
 {
-    return Extract(*this, value);
+    return Extract(*this, outValue);
 }
 
-TNqiostream& TNqiostream::operator>>(int16& value)
+TNqiostream& TNqiostream::operator>>(int16& outValue)
 {
-    return Extract(*this, value);
+    return Extract(*this, outValue);
 }
 
-TNqiostream& TNqiostream::operator>>(uint16& value)
+TNqiostream& TNqiostream::operator>>(uint16& outValue)
 {
-    return Extract(*this, value);
+    return Extract(*this, outValue);
 }
 
-TNqiostream& TNqiostream::operator>>(real32& value)
+TNqiostream& TNqiostream::operator>>(real32& outValue)
 {
-    return Extract(*this, value);
+    return Extract(*this, outValue);
 }
 
-TNqiostream& TNqiostream::operator>>(real64& value)
+TNqiostream& TNqiostream::operator>>(real64& outValue)
 {
-    return Extract(*this, value);
+    return Extract(*this, outValue);
 }
 
-TNqiostream& TNqiostream::operator>>(TNqString& text)
+TNqiostream& TNqiostream::operator>>(TNqString& outText)
 {
-    readQuotedString(text);
+    readQuotedString(outText);
     return *this;
 }
 
-TNqiostream& TNqiostream::operator>>(TNqiostream& (*manipulator)(TNqiostream&))
+TNqiostream& TNqiostream::operator>>(TNqiostream& (*inManipulator)(TNqiostream&))
 {
-    return manipulator(*this);
+    return inManipulator(*this);
 }
 
 int8 TNqiostream::myipfx()
@@ -157,65 +157,65 @@ int8 TNqiostream::myipfx()
     return NqWithSource(*this, [](auto& source) { return NqSkipSeparators(source); });
 }
 
-void TNqiostream::readlong(int32& value)
+void TNqiostream::readlong(int32& outValue)
 {
-    Extract(*this, value);
+    Extract(*this, outValue);
 }
 
-void TNqiostream::readunsignedlong(uint32& value)
+void TNqiostream::readunsignedlong(uint32& outValue)
 {
-    Extract(*this, value);
+    Extract(*this, outValue);
 }
 
-void TNqiostream::readdouble(real64& value)
+void TNqiostream::readdouble(real64& outValue)
 {
-    Extract(*this, value);
+    Extract(*this, outValue);
 }
 
-void TNqiostream::readstring(int8* word)
+void TNqiostream::readstring(int8* outWord)
 {
-    NqWithSource(*this, [&](auto& source) { NqScanUnboundedWord(source, word); });
+    NqWithSource(*this, [&](auto& source) { NqScanUnboundedWord(source, outWord); });
 }
 
-boolean TNqiostream::ReadString(int8* buffer, int32 bufferSize)
+boolean TNqiostream::ReadString(int8* outBuffer, int32 bufferSize)
 {
     if (!NqCheck(bufferSize > 0))
         return false;
-    return NqWithSource(*this, [&](auto& source) { return NqScanBoundedWord(source, buffer, bufferSize); });
+    return NqWithSource(*this, [&](auto& source) { return NqScanBoundedWord(source, outBuffer, bufferSize); });
 }
 
-void TNqiostream::readQuotedString(TNqString& text)
+void TNqiostream::readQuotedString(TNqString& outText)
 {
     int8 bytes[kNqQuotedStringLimit + 1];
     NqWithSource(*this, [&](auto& source) { NqScanQuoted(source, bytes, kNqQuotedStringLimit, false); });
-    NqTextFromEncoded(text, bytes, fEncoding);
+    NqTextFromEncoded(outText, bytes, fEncoding);
 }
 
-boolean TNqiostream::ReadSingleLineQuotedString(TNqString& text, uint32 maxLength)
+boolean TNqiostream::ReadSingleLineQuotedString(TNqString& outText, uint32 inMaxLength)
 {
-    text.FromText("", 0);
-    NqByteBuffer bytes(Nq_Min(maxLength, uint32(1023)));
+    outText.FromText("", 0);
+    NqByteBuffer bytes(Nq_Min(inMaxLength, uint32(1023)));
     const NqLineString result =
-        NqWithSource(*this, [&](auto& source) { return NqScanLineQuoted(source, maxLength, bytes); });
+        NqWithSource(*this, [&](auto& source) { return NqScanLineQuoted(source, inMaxLength, bytes); });
     if (result == NqLineString::kNoMemory)
         streamfail(kNqStreamOutOfRange);
     if (result != NqLineString::kRead)
         return false;
-    NqTextFromEncoded(text, bytes.Data(), fEncoding);
+    NqTextFromEncoded(outText, bytes.Data(), fEncoding);
     return true;
 }
 
 // ---- Insertion -----------------------------------------------------------------------------------------------------
 
-TNqiostream& TNqiostream::operator<<(const int8* text)
+TNqiostream& TNqiostream::operator<<(const int8* inText)
 {
-    writestring(text);
+    writestring(inText);
     return *this;
 }
 
-TNqiostream& TNqiostream::operator<<(const uint8* text)
+TNqiostream& TNqiostream::operator<<(const uint8* inText)
 {
-    writestring(reinterpret_cast<const int8*>(text));
+    writestring(reinterpret_cast<const int8*>(inText));
     return *this;
 }
 
@@ -229,113 +229,113 @@ TNqiostream& TNqiostream::operator<<(uint8 c)
     return Insert(*this, c);
 }
 
-TNqiostream& TNqiostream::operator<<(int32 value)
+TNqiostream& TNqiostream::operator<<(int32 inValue)
 {
-    return Insert(*this, value);
+    return Insert(*this, inValue);
 }
 
-TNqiostream& TNqiostream::operator<<(uint32 value)
+TNqiostream& TNqiostream::operator<<(uint32 inValue)
 {
-    return Insert(*this, value);
+    return Insert(*this, inValue);
 }
 
-TNqiostream& TNqiostream::operator<<(int16 value)
+TNqiostream& TNqiostream::operator<<(int16 inValue)
 {
-    return Insert(*this, value);
+    return Insert(*this, inValue);
 }
 
-TNqiostream& TNqiostream::operator<<(uint16 value)
+TNqiostream& TNqiostream::operator<<(uint16 inValue)
 {
-    return Insert(*this, value);
+    return Insert(*this, inValue);
 }
 
-TNqiostream& TNqiostream::operator<<(int64 value)
+TNqiostream& TNqiostream::operator<<(int64 inValue)
 {
-    return Insert(*this, static_cast<int32>(value));
+    return Insert(*this, static_cast<int32>(inValue));
 }
 
-TNqiostream& TNqiostream::operator<<(uint64 value)
+TNqiostream& TNqiostream::operator<<(uint64 inValue)
 {
-    return Insert(*this, static_cast<uint32>(value));
+    return Insert(*this, static_cast<uint32>(inValue));
 }
 
-TNqiostream& TNqiostream::operator<<(real32 value)
+TNqiostream& TNqiostream::operator<<(real32 inValue)
 {
-    return Insert(*this, value);
+    return Insert(*this, inValue);
 }
 
-TNqiostream& TNqiostream::operator<<(real64 value)
+TNqiostream& TNqiostream::operator<<(real64 inValue)
 {
-    return Insert(*this, value);
+    return Insert(*this, inValue);
 }
 
-TNqiostream& TNqiostream::operator<<(const TNqString& text)
+TNqiostream& TNqiostream::operator<<(const TNqString& inText)
 {
-    writeQuotedString(text);
+    writeQuotedString(inText);
     return *this;
 }
 
-TNqiostream& TNqiostream::operator<<(TNqiostream& (*manipulator)(TNqiostream&))
+TNqiostream& TNqiostream::operator<<(TNqiostream& (*inManipulator)(TNqiostream&))
 {
-    return manipulator(*this);
+    return inManipulator(*this);
 }
 
-void TNqiostream::writelong(int32 value)
+void TNqiostream::writelong(int32 inValue)
 {
-    Insert(*this, value);
+    Insert(*this, inValue);
 }
 
-void TNqiostream::writeunsignedlong(uint32 value)
+void TNqiostream::writeunsignedlong(uint32 inValue)
 {
-    Insert(*this, value);
+    Insert(*this, inValue);
 }
 
-void TNqiostream::writefloat(real32 value)
+void TNqiostream::writefloat(real32 inValue)
 {
-    Insert(*this, value);
+    Insert(*this, inValue);
 }
 
-void TNqiostream::writedouble(real64 value)
+void TNqiostream::writedouble(real64 inValue)
 {
-    Insert(*this, value);
+    Insert(*this, inValue);
 }
 
-void TNqiostream::writestring(const int8* text)
+void TNqiostream::writestring(const int8* inText)
 {
-    const size_t length = text != nullptr ? std::strlen(text) : 0;
+    const size_t length = inText != nullptr ? std::strlen(inText) : 0;
     if (length > static_cast<size_t>(std::numeric_limits<int32>::max()))
         return streamfail(kNqStreamOutOfRange);
-    if (text != nullptr)
-        write(text, static_cast<int32>(length));
+    if (inText != nullptr)
+        write(inText, static_cast<int32>(length));
 }
 
-void TNqiostream::writeQuotedString(const TNqString& text)
+void TNqiostream::writeQuotedString(const TNqString& inText)
 {
-    NqWithSink(*this, [&](auto& sink) { NqPutQuoted(sink, text); });
+    NqWithSink(*this, [&](auto& sink) { NqPutQuoted(sink, inText); });
 }
 
-TNqiostream& endl(TNqiostream& stream)
+TNqiostream& endl(TNqiostream& ioStream)
 {
-    stream.put('\r');
-    return stream;
+    ioStream.put('\r');
+    return ioStream;
 }
 
-TNqiostream& ends(TNqiostream& stream)
+TNqiostream& ends(TNqiostream& ioStream)
 {
-    stream.put(0);
-    return stream;
+    ioStream.put(0);
+    return ioStream;
 }
 
-TNqiostream& dec(TNqiostream& stream)
+TNqiostream& dec(TNqiostream& ioStream)
 {
-    stream.setf(1, 3);
-    return stream;
+    ioStream.setf(1, 3);
+    return ioStream;
 }
 
-TNqiostream& hex(TNqiostream& stream)
+TNqiostream& hex(TNqiostream& ioStream)
 {
-    stream.setf(2, 3);
-    return stream;
+    ioStream.setf(2, 3);
+    return ioStream;
 }
 
 // ---- Lines ---------------------------------------------------------------------------------------------------------
@@ -343,48 +343,48 @@ TNqiostream& hex(TNqiostream& stream)
 namespace
 {
 
-NqLineEnd ReadBoundedLine(TNqiostream& stream, int8* buffer, int32 size, int8 delim, int32& outCount)
+NqLineEnd ReadBoundedLine(TNqiostream& ioStream, int8* outBuffer, int32 inSize, int8 inDelim, int32& outCount)
 {
     int32 stored = 0;
     NqLineEnd lineEnd = {0, false, 0};
-    if (size > 0)
-        lineEnd = NqWithSource(stream,
+    if (inSize > 0)
+        lineEnd = NqWithSource(ioStream,
                                [&](auto& source)
                                {
-                                   return NqScanLine(source, delim, outCount,
+                                   return NqScanLine(source, inDelim, outCount,
                                                      [&](int8 c)
                                                      {
-                                                         if (stored == size)
+                                                         if (stored == inSize)
                                                              return false;
-                                                         buffer[stored++] = c;
+                                                         outBuffer[stored++] = c;
                                                          return true;
                                                      });
                                });
-    buffer[stored] = 0;
+    outBuffer[stored] = 0;
     return lineEnd;
 }
 
 } // namespace
 
-int8 TNqiostream::getline(int8* buffer, int32 size, int8 delim)
+int8 TNqiostream::getline(int8* outBuffer, int32 inSize, int8 inDelim)
 {
     int32 count = 0;
-    const NqLineEnd lineEnd = ReadBoundedLine(*this, buffer, size, delim, count);
+    const NqLineEnd lineEnd = ReadBoundedLine(*this, outBuffer, inSize, inDelim, count);
     fgcount = count;
     return lineEnd.fByte;
 }
 
-int8 TNqiostream::get(int8* buffer, int32 size, int8 delim)
+int8 TNqiostream::get(int8* outBuffer, int32 inSize, int8 inDelim)
 {
     int32 count = 0;
-    const NqLineEnd lineEnd = ReadBoundedLine(*this, buffer, size, delim, count);
+    const NqLineEnd lineEnd = ReadBoundedLine(*this, outBuffer, inSize, inDelim, count);
     if (lineEnd.fFound)
         putback(lineEnd.fLast); // a CR as a CR: another byte would change the text, which may be constant
     fgcount = count - (lineEnd.fFound ? 1 : 0);
     return lineEnd.fByte;
 }
 
-int8 TNqiostream::getLine(TNqDynamicString& line, int8 delim)
+int8 TNqiostream::getLine(TNqDynamicString& outLine, int8 inDelim)
 {
     NqByteBuffer bytes(256);
     int32 count = 0;
@@ -392,14 +392,14 @@ int8 TNqiostream::getLine(TNqDynamicString& line, int8 delim)
     const NqLineEnd lineEnd = NqWithSource(*this,
                                            [&](auto& source)
                                            {
-                                               return NqScanLine(source, delim, count,
+                                               return NqScanLine(source, inDelim, count,
                                                                  [&](int8 c)
                                                                  {
                                                                      memory = bytes.Append(c);
                                                                      return memory;
                                                                  });
                                            });
-    line.FromText(bytes.Data(), bytes.Count());
+    outLine.FromText(bytes.Data(), bytes.Count());
     if (lineEnd.fFound || bytes.Count() > 0)
         fState &= ~eofbit;
     if (!memory)
@@ -410,29 +410,29 @@ int8 TNqiostream::getLine(TNqDynamicString& line, int8 delim)
 
 // ---- State and format ----------------------------------------------------------------------------------------------
 
-int32 TNqiostream::precision(int32 decimals)
+int32 TNqiostream::precision(int32 inDecimals)
 {
     const int32 before = fPrecision;
-    fPrecision = Nq_Max(0, Nq_Min(decimals, 15));
+    fPrecision = Nq_Max(0, Nq_Min(inDecimals, 15));
     return before;
 }
 
-int32 TNqiostream::width(int32 columns)
+int32 TNqiostream::width(int32 inColumns)
 {
     const int32 before = fWidth;
-    fWidth = columns;
+    fWidth = inColumns;
     return before;
 }
 
-int32 TNqiostream::setf(int32 bits, int32 mask)
+int32 TNqiostream::setf(int32 inBits, int32 inMask)
 {
-    fFlags &= !mask;
-    return fFlags |= bits;
+    fFlags &= !inMask;
+    return fFlags |= inBits;
 }
 
-int32 TNqiostream::unsetf(int32 mask)
+int32 TNqiostream::unsetf(int32 inMask)
 {
-    return fFlags &= !mask;
+    return fFlags &= !inMask;
 }
 
 // ---- What belongs to the stream ------------------------------------------------------------------------------------
@@ -443,49 +443,49 @@ namespace
 // The records stand in runs, as long as the powers of two that make up their number, the longest first, and each sorted
 // by its identifiers. One is found by halving; one more is sorted with the runs that it joins to a longer one. So many
 // records cost little more than time in the order of their number, and no memory but their own.
-TNqiostreamInfoStruct* FindInfo(TNqiostreamInfoStruct* infos, uint32 count, IDType id)
+TNqiostreamInfoStruct* FindInfo(TNqiostreamInfoStruct* inInfos, uint32 inCount, IDType inId)
 {
     const auto isBefore = [](const TNqiostreamInfoStruct& info, IDType other) { return info.fInfoID < other; };
-    for (uint32 run = 0x80000000; count != 0; run /= 2)
-        if (count & run)
+    for (uint32 run = 0x80000000; inCount != 0; run /= 2)
+        if (inCount & run)
         {
-            TNqiostreamInfoStruct* const info = std::lower_bound(infos, infos + run, id, isBefore);
-            if (info != infos + run && info->fInfoID == id)
+            TNqiostreamInfoStruct* const info = std::lower_bound(inInfos, inInfos + run, inId, isBefore);
+            if (info != inInfos + run && info->fInfoID == inId)
                 return info;
-            infos += run;
-            count -= run;
+            inInfos += run;
+            inCount -= run;
         }
     return nullptr;
 }
 
-TNqiostreamInfoStruct* SortIn(TNqiostreamInfoStruct* infos, uint32 count)
+TNqiostreamInfoStruct* SortIn(TNqiostreamInfoStruct* inInfos, uint32 inCount)
 {
-    const IDType id = infos[count - 1].fInfoID;
-    const uint32 run = count & (0 - count); // the last one
-    std::sort(infos + count - run, infos + count,
+    const IDType id = inInfos[inCount - 1].fInfoID;
+    const uint32 run = inCount & (0 - inCount); // the last one
+    std::sort(inInfos + inCount - run, inInfos + inCount,
               [](const TNqiostreamInfoStruct& a, const TNqiostreamInfoStruct& b) { return a.fInfoID < b.fInfoID; });
-    return FindInfo(infos, count, id);
+    return FindInfo(inInfos, inCount, id);
 }
 
 } // namespace
 
-void TNqiostream::SetInfo(IDType id, const void* data, uint32 size)
+void TNqiostream::SetInfo(IDType inId, const void* inData, uint32 inSize)
 {
-    void* const copy = Nqmalloc(size > 0 ? size : 1);
+    void* const copy = Nqmalloc(inSize > 0 ? inSize : 1);
     if (!NqCheckText(copy != nullptr, "No memory for stream info"))
         return;
-    if (size > 0)
-        std::memcpy(copy, data, size);
-    TNqiostreamInfoStruct* info = FindInfo(fInfos, fInfosCount, id);
+    if (inSize > 0)
+        std::memcpy(copy, inData, inSize);
+    TNqiostreamInfoStruct* info = FindInfo(fInfos, fInfosCount, inId);
     if (info == nullptr)
-        info = AddInfo(id);
+        info = AddInfo(inId);
     if (info == nullptr)
         return Nqfree(copy);
     Nqfree(info->fData);
     info->fData = copy;
 }
 
-TNqiostreamInfoStruct* TNqiostream::AddInfo(IDType id)
+TNqiostreamInfoStruct* TNqiostream::AddInfo(IDType inId)
 {
     if (fInfosCount == 0)
         NqCheckText(fInfos == nullptr, "fInfos == nil");
@@ -503,13 +503,13 @@ TNqiostreamInfoStruct* TNqiostream::AddInfo(IDType id)
             return nullptr;
         fInfos = static_cast<TNqiostreamInfoStruct*>(grown);
     }
-    fInfos[fInfosCount++] = {id, nullptr};
+    fInfos[fInfosCount++] = {inId, nullptr};
     return SortIn(fInfos, fInfosCount);
 }
 
-void* TNqiostream::GetInfo(IDType id) const
+void* TNqiostream::GetInfo(IDType inId) const
 {
-    const TNqiostreamInfoStruct* const info = FindInfo(fInfos, fInfosCount, id);
+    const TNqiostreamInfoStruct* const info = FindInfo(fInfos, fInfosCount, inId);
     return info != nullptr ? info->fData : nullptr;
 }
 
@@ -527,15 +527,15 @@ int32 TNqiostream::GetStreamSize()
     return size;
 }
 
-void TNqiostream::SetTranscoder(TranscoderType type)
+void TNqiostream::SetTranscoder(TranscoderType inType)
 {
-    if (GetTranscoder() != nullptr && fEncoding->GetType() == type)
+    if (GetTranscoder() != nullptr && fEncoding->GetType() == inType)
         return;
     if (!NqCheck(gFileUtilities))
         return;
     try
     {
-        gFileUtilities->CreateTranscoder(fEncoding, type);
+        gFileUtilities->CreateTranscoder(fEncoding, inType);
     }
     catch (const TNqException&) // no memory: a failure of the stream, as any other
     {
@@ -575,63 +575,63 @@ IStreamContext* TNqiostream::GetStreamContext()
     return fStreamContext;
 }
 
-void TNqiostream::SetStreamContext(IStreamContext* context)
+void TNqiostream::SetStreamContext(IStreamContext* inContext)
 {
-    fStreamContext = context;
+    fStreamContext = inContext;
 }
 
 // ---- File references, contexts, localized strings ------------------------------------------------------------------
 
-void NqTextFromUTF8(TNqString& text, const int8* bytes)
+void NqTextFromUTF8(TNqString& outText, const int8* inBytes)
 {
     TNqArray<uint16> characters;
-    const size_t most = std::strlen(bytes) + 1;
+    const size_t most = std::strlen(inBytes) + 1;
     if (!characters.SetElemSpace(static_cast<uint32>(std::min<size_t>(most, std::numeric_limits<uint32>::max()))))
         return;
     uint8 index = 0, total = 0;
     uint8 sequence[4];
-    for (; *bytes != 0; ++bytes)
+    for (; *inBytes != 0; ++inBytes)
     {
-        const uint16 character = UTF8TakeByte(static_cast<uint8>(*bytes), index, total, sequence);
+        const uint16 character = UTF8TakeByte(static_cast<uint8>(*inBytes), index, total, sequence);
         if (character != kNqNoCharacter)
             characters.AddElem(character);
     }
     characters.AddElem(0);
-    text.FromUnicode(characters.ArrayData());
+    outText.FromUnicode(characters.ArrayData());
 }
 
-void NqReadPathText(TNqiostream& stream, TNqString& text)
+void NqReadPathText(TNqiostream& ioStream, TNqString& outText)
 {
     // A reference goes up a folder for each ':' before what it shares with the path: it may be longer than that one.
     constexpr int32 kLongestReference = 2 * kNqLongestPath + 1;
     int8 bytes[kLongestReference + 1];
     const bool whole =
-        NqWithSource(stream, [&](auto& source) { return NqScanQuoted(source, bytes, kLongestReference, true); });
+        NqWithSource(ioStream, [&](auto& source) { return NqScanQuoted(source, bytes, kLongestReference, true); });
     if (!NqCheckText(whole, "Path is too long"))
         bytes[0] = 0;
-    NqTextFromEncoded(text, bytes, stream.GetTranscoder());
+    NqTextFromEncoded(outText, bytes, ioStream.GetTranscoder());
 }
 
-void TNqiostream::readFileRef(int8* path)
+void TNqiostream::readFileRef(int8* outPath)
 {
     TNqDynamicString text;
     NqReadPathText(*this, text);
     if (!NqCheckText(text.ByteLength() <= kNqLongestPath, "Path is too long"))
         text.FromText("", 0);
-    text.ToCPtr(path);
+    text.ToCPtr(outPath);
 }
 
-void TNqiostream::writeFileRef(const int8* path)
+void TNqiostream::writeFileRef(const int8* inPath)
 {
-    const TNqDynamicString text(path);
-    if (text.ByteLength() == 0 && path != nullptr && *path != 0)
+    const TNqDynamicString text(inPath);
+    if (text.ByteLength() == 0 && inPath != nullptr && *inPath != 0)
         return streamfail(kNqStreamOutOfRange); // no memory: better nothing than another path
     writeQuotedString(text);
 }
 
-void TNqiostream::GetPathRelativeFolder(TNqString& folder)
+void TNqiostream::GetPathRelativeFolder(TNqString& outFolder)
 {
-    folder.FromText("", 0);
+    outFolder.FromText("", 0);
 }
 
 TNqiostreamContext* TNqiostream::GetContext()
@@ -639,18 +639,18 @@ TNqiostreamContext* TNqiostream::GetContext()
     return nullptr;
 }
 
-void TNqiostream::WriteLocalizedString(const TNqString& text)
+void TNqiostream::WriteLocalizedString(const TNqString& inText)
 {
-    writeQuotedString(text);
+    writeQuotedString(inText);
 }
 
-boolean TNqiostream::ReadLocalizedString(TNqString& text)
+boolean TNqiostream::ReadLocalizedString(TNqString& outText)
 {
-    text = NqToken::GetNonLocalizedStringToken(*this);
+    outText = NqToken::GetNonLocalizedStringToken(*this);
     return true;
 }
 
-void TNqiostream::ReadLocalizedDynamicString(TNqDynamicString& text)
+void TNqiostream::ReadLocalizedDynamicString(TNqDynamicString& outText)
 {
-    NqToken::GetNonLocalizedDynamicStringToken(*this, text, true); // without its tags, as ReadLocalizedString
+    NqToken::GetNonLocalizedDynamicStringToken(*this, outText, true); // without its tags, as ReadLocalizedString
 }

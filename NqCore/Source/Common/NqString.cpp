@@ -23,57 +23,57 @@ constexpr uint16 kFormFeed = 12;
 constexpr char kCR = '\r';
 constexpr char kLF = '\n';
 
-const uint8* AsBytes(const int8* text)
+const uint8* AsBytes(const int8* inText)
 {
-    return reinterpret_cast<const uint8*>(text);
+    return reinterpret_cast<const uint8*>(inText);
 }
 
-bool IsNegative(uint32 index)
+bool IsNegative(uint32 inIndex)
 {
-    return static_cast<int32>(index) < 0;
+    return static_cast<int32>(inIndex) < 0;
 }
 
 // A size that does not fit stays too large for any string.
-uint32 ClampByteLength(uint64 byteLength)
+uint32 ClampByteLength(uint64 inByteLength)
 {
-    return byteLength > kMaxByteLength ? kMaxByteLength + 1 : static_cast<uint32>(byteLength);
+    return inByteLength > kMaxByteLength ? kMaxByteLength + 1 : static_cast<uint32>(inByteLength);
 }
 
 // Where a pattern stands in the bytes of a text, from a byte index on; kNqNotFound when it does not.
-uint32 FindBytes(const int8* text, uint32 byteLength, uint32 from, const int8* pattern, uint32 patternLength)
+uint32 FindBytes(const int8* inText, uint32 inByteLength, uint32 inFrom, const int8* inPattern, uint32 inPatternLength)
 {
-    const void* const found = memmem(text + from, byteLength - from, pattern, patternLength);
-    return found != nullptr ? static_cast<uint32>(static_cast<const int8*>(found) - text) : kNqNotFound;
+    const void* const found = memmem(inText + inFrom, inByteLength - inFrom, inPattern, inPatternLength);
+    return found != nullptr ? static_cast<uint32>(static_cast<const int8*>(found) - inText) : kNqNotFound;
 }
 
 // The bytes before the first NUL, in which the characters stand.
-uint32 GetCharBytes(const int8* text, uint32 byteLength)
+uint32 GetCharBytes(const int8* inText, uint32 inByteLength)
 {
-    return static_cast<uint32>(strnlen(text, byteLength));
+    return static_cast<uint32>(strnlen(inText, inByteLength));
 }
 
 template <class TWord>
-bool IsAsciiWord(const int8* bytes)
+bool IsAsciiWord(const int8* inBytes)
 {
     constexpr TWord kEveryByte = static_cast<TWord>(0x0101010101010101);
     constexpr TWord kHighBits = static_cast<TWord>(0x8080808080808080);
     TWord word;
-    std::memcpy(&word, bytes, sizeof word);
+    std::memcpy(&word, inBytes, sizeof word);
     return (((word - kEveryByte) | word) & kHighBits) == 0; // a 0 borrows
 }
 
 // Whether each of up to sixteen bytes is a character by itself and no NUL, as in most names. Two words tell, in the
 // sizes in which such bytes are copied: a walk, or a load of bytes just stored in other sizes, takes as long as all the
 // rest of an assignment.
-bool IsShortAscii(const int8* bytes, uint32 byteLength)
+bool IsShortAscii(const int8* inBytes, uint32 inByteLength)
 {
-    if (byteLength > 16)
+    if (inByteLength > 16)
         return false;
-    if (byteLength >= 8)
-        return IsAsciiWord<uint64>(bytes) && IsAsciiWord<uint64>(bytes + byteLength - 8);
-    if (byteLength >= 4)
-        return IsAsciiWord<uint32>(bytes) && IsAsciiWord<uint32>(bytes + byteLength - 4);
-    return std::all_of(bytes, bytes + byteLength, [](int8 byte) { return byte > 0; });
+    if (inByteLength >= 8)
+        return IsAsciiWord<uint64>(inBytes) && IsAsciiWord<uint64>(inBytes + inByteLength - 8);
+    if (inByteLength >= 4)
+        return IsAsciiWord<uint32>(inBytes) && IsAsciiWord<uint32>(inBytes + inByteLength - 4);
+    return std::all_of(inBytes, inBytes + inByteLength, [](int8 byte) { return byte > 0; });
 }
 
 // Numbers are printed and parsed as in the C locale, whatever locale the host has set for itself.
@@ -107,12 +107,12 @@ char GetDecimalPoint()
 // The largest number, 1.8E308 with two decimals, has 313 characters; 255 significant digits have fewer.
 constexpr int kNumberBufferSize = 400;
 
-void SetFromNumber(TNqString& outText, const char* format, int digits, real64 value)
+void SetFromNumber(TNqString& outText, const char* inFormat, int inDigits, real64 inValue)
 {
     char text[kNumberBufferSize];
     {
         const CWhileInCLocale cLocale;
-        std::snprintf(text, sizeof text, format, digits, value);
+        std::snprintf(text, sizeof text, inFormat, inDigits, inValue);
     }
     std::replace(text, text + std::strlen(text), '.', GetDecimalPoint());
     outText.FromCAsciiPtr(text);
@@ -149,9 +149,9 @@ TNqString::TByteRun TNqString::GetText(const TNqString& inString, uint32 nIndex,
     return {text.fBytes + start, inString.GetSubStringByteLength(nIndex, count)};
 }
 
-void TNqString::Initialize(char* myData, uint32 maxLen, const char* inData, uint32 inDataLength)
+void TNqString::Initialize(char* myData, uint32 inMaxLen, const char* inData, uint32 inDataLength)
 {
-    fMaxLength = maxLen;
+    fMaxLength = inMaxLen;
     SetByteLength(inDataLength);
     if (inData != nullptr && fByteLength != 0)
     {
@@ -161,18 +161,18 @@ void TNqString::Initialize(char* myData, uint32 maxLen, const char* inData, uint
     }
     fLength = 0;
     fByteLength = 0;
-    std::memset(myData, 0, static_cast<NqSize>(maxLen) + 1);
+    std::memset(myData, 0, static_cast<NqSize>(inMaxLen) + 1);
 }
 
-void TNqString::TerminateAndCount(int8* buffer)
+void TNqString::TerminateAndCount(int8* inBuffer)
 {
-    Terminate(buffer, IsShortAscii(buffer, fByteLength));
+    Terminate(inBuffer, IsShortAscii(inBuffer, fByteLength));
 }
 
-void TNqString::Terminate(int8* buffer, bool isAscii)
+void TNqString::Terminate(int8* inBuffer, bool inIsAscii)
 {
-    buffer[fByteLength] = 0;
-    fLength = isAscii ? fByteLength : UTF8StrLen(AsBytes(buffer), fByteLength);
+    inBuffer[fByteLength] = 0;
+    fLength = inIsAscii ? fByteLength : UTF8StrLen(AsBytes(inBuffer), fByteLength);
     CorrectLength();
 }
 
@@ -190,13 +190,13 @@ void TNqString::SetByteLength(uint32 byteLength)
 
 void TNqString::SetMaxLength(uint32) {}
 
-void TNqString::SpliceBytes(int8* buffer, uint32 byteIndex, TByteRun inText)
+void TNqString::SpliceBytes(int8* inBuffer, uint32 inByteIndex, TByteRun inText)
 {
-    const uint64 gapEnd = static_cast<uint64>(byteIndex) + inText.fByteLength;
+    const uint64 gapEnd = static_cast<uint64>(inByteIndex) + inText.fByteLength;
     if (gapEnd < fByteLength)
-        std::memmove(buffer + gapEnd, buffer + byteIndex, fByteLength - gapEnd);
+        std::memmove(inBuffer + gapEnd, inBuffer + inByteIndex, fByteLength - gapEnd);
     // A string inserted into itself is still whole: its old bytes end where the gap ends, or before.
-    std::memmove(buffer + byteIndex, inText.fBytes, Nq_Min(inText.fByteLength, fByteLength - byteIndex));
+    std::memmove(inBuffer + inByteIndex, inText.fBytes, Nq_Min(inText.fByteLength, fByteLength - inByteIndex));
 }
 
 uint32 TNqString::GetSubStringByteLength(uint32 inIndex, uint32 inLength) const
@@ -229,23 +229,23 @@ void TNqString::SetLength(uint32 length)
     TerminateAndCount(buffer);
 }
 
-uint16 TNqString::GetCharAt(uint32 charIndex) const
+uint16 TNqString::GetCharAt(uint32 inCharIndex) const
 {
-    if (!NqCheckText(!IsNegative(charIndex), "Index Pb in GetChar"))
-        charIndex = 0;
-    if (charIndex >= fLength)
+    if (!NqCheckText(!IsNegative(inCharIndex), "Index Pb in GetChar"))
+        inCharIndex = 0;
+    if (inCharIndex >= fLength)
         return 0;
     const TByteRun text = GetText(*this);
     const uint8* const bytes = AsBytes(text.fBytes);
-    const uint32 at = UTF8CharIndex(bytes, charIndex, text.fByteLength);
+    const uint32 at = UTF8CharIndex(bytes, inCharIndex, text.fByteLength);
     return UTF8CharToUnicode(bytes + at, text.fByteLength - at);
 }
 
-char TNqString::GetSBCharAt(uint32 byteIndex) const
+char TNqString::GetSBCharAt(uint32 inByteIndex) const
 {
-    if (!NqCheckText(!IsNegative(byteIndex), "Index Pb in GetChar"))
-        byteIndex = 0;
-    return byteIndex < fByteLength ? GetText(*this).fBytes[byteIndex] : '\0';
+    if (!NqCheckText(!IsNegative(inByteIndex), "Index Pb in GetChar"))
+        inByteIndex = 0;
+    return inByteIndex < fByteLength ? GetText(*this).fBytes[inByteIndex] : '\0';
 }
 
 // ---- Conversion in --------------------------------------------------------------------------------------------------
@@ -257,18 +257,19 @@ TNqString& TNqString::operator=(const TNqString& inString)
     return *this;
 }
 
-void TNqString::FromText(const char* data, uint32 length)
+void TNqString::FromText(const char* inData, uint32 inLength)
 {
     const uint32 oldByteLength = fByteLength;
     // The string's own bytes grow only by their terminator, and are in place when they have moved.
-    const bool isWholeBuffer = fMaxLength != 0 && length == fMaxLength + 1 && data == GetString();
+    const bool isWholeBuffer = fMaxLength != 0 && inLength == fMaxLength + 1 && inData == GetString();
     int8 only = 0;
-    if (length == 1 && data != nullptr) // perhaps the terminator of a string without capacity, which is about to move
+    if (inLength == 1 &&
+        inData != nullptr) // perhaps the terminator of a string without capacity, which is about to move
     {
-        only = *data;
-        data = &only;
+        only = *inData;
+        inData = &only;
     }
-    SetByteLength(length);
+    SetByteLength(inLength);
     int8* const buffer = GetString();
     if (buffer == nullptr)
     {
@@ -276,36 +277,36 @@ void TNqString::FromText(const char* data, uint32 length)
         return;
     }
     if (isWholeBuffer)
-        data = buffer;
-    if (data != nullptr)
-        std::memmove(buffer, data, fByteLength);
+        inData = buffer;
+    if (inData != nullptr)
+        std::memmove(buffer, inData, fByteLength);
     else if (fByteLength > oldByteLength)
         std::memset(buffer + oldByteLength, 0, fByteLength - oldByteLength);
     TerminateAndCount(buffer);
 }
 
-void TNqString::FromCAsciiPtr(const char* data)
+void TNqString::FromCAsciiPtr(const char* inData)
 {
-    if (data == nullptr)
+    if (inData == nullptr)
         return;
-    const NqSize byteLength = std::strlen(data);
+    const NqSize byteLength = std::strlen(inData);
     NqCheckText(byteLength <= static_cast<NqSize>(std::numeric_limits<uint32>::max()),
                 "(strlen(data)) <= static_cast<NqSize>(std::numeric_limits<uint32>::max())");
-    FromText(data, ClampByteLength(byteLength));
+    FromText(inData, ClampByteLength(byteLength));
 }
 
-void TNqString::FromPPtr(const uint8* data)
+void TNqString::FromPPtr(const uint8* inData)
 {
-    if (data != nullptr)
-        FromText(reinterpret_cast<const char*>(data + 1), data[0]);
+    if (inData != nullptr)
+        FromText(reinterpret_cast<const char*>(inData + 1), inData[0]);
 }
 
-void TNqString::FromUnicode(const uint16* data)
+void TNqString::FromUnicode(const uint16* inData)
 {
-    if (data == nullptr)
+    if (inData == nullptr)
         return;
-    const uint16* end = NqFindEnd(data);
-    const uint64 total = NqCountUTF8(data, end);
+    const uint16* end = NqFindEnd(inData);
+    const uint64 total = NqCountUTF8(inData, end);
     SetByteLength(ClampByteLength(total));
     int8* const buffer = GetString();
     fLength = 0;
@@ -314,22 +315,22 @@ void TNqString::FromUnicode(const uint16* data)
     if (total > fByteLength) // a fixed string takes what fits
     {
         uint32 used = 0;
-        for (end = data; UnicodeNumBytes(*end) <= fByteLength - used; ++end)
+        for (end = inData; UnicodeNumBytes(*end) <= fByteLength - used; ++end)
             used += UnicodeNumBytes(*end);
     }
-    const uint8* const written = NqEncodeUTF8(data, end, reinterpret_cast<uint8*>(buffer));
+    const uint8* const written = NqEncodeUTF8(inData, end, reinterpret_cast<uint8*>(buffer));
     const uint32 used = static_cast<uint32>(written - AsBytes(buffer));
-    fLength = static_cast<uint32>(end - data);
+    fLength = static_cast<uint32>(end - inData);
     SetByteLength(used);
     buffer[used] = 0;
 }
 
-void TNqString::FromEncodedPtr(const uint8* data, ITranscoder* transcoder)
+void TNqString::FromEncodedPtr(const uint8* inData, ITranscoder* transcoder)
 {
-    if (!NqCheck(transcoder) || data == nullptr)
+    if (!NqCheck(transcoder) || inData == nullptr)
         return;
-    const uint64 total = std::strlen(reinterpret_cast<const char*>(data));
-    if (NqHasAsciiAsItIs(*transcoder) && NqIsAscii(data, total))
+    const uint64 total = std::strlen(reinterpret_cast<const char*>(inData));
+    if (NqHasAsciiAsItIs(*transcoder) && NqIsAscii(inData, total))
     {
         // Most texts: characters, and what FromUnicode makes of them, are these bytes.
         transcoder->Encode(0); // what it has of a sequence ends here
@@ -339,7 +340,7 @@ void TNqString::FromEncodedPtr(const uint8* data, ITranscoder* transcoder)
         if (buffer == nullptr)
             return;
         fLength = static_cast<uint32>(std::min<uint64>(total, fByteLength));
-        std::memmove(buffer, data, fLength);
+        std::memmove(buffer, inData, fLength);
         SetByteLength(fLength);
         buffer[fLength] = 0;
         return;
@@ -350,10 +351,10 @@ void TNqString::FromEncodedPtr(const uint8* data, ITranscoder* transcoder)
     uint16 unit;
     do
     {
-        unit = transcoder->Encode(*data);
+        unit = transcoder->Encode(*inData);
         if (unit != kNqNoCharacter)
             units.AddElem(unit);
-    } while (unit != 0 && *data++ != 0);
+    } while (unit != 0 && *inData++ != 0);
     if (unit != 0)
         units.AddElem(0);
     FromUnicode(units.ArrayData());
@@ -405,38 +406,38 @@ void TNqString::FromReal64(real64 inValue)
 
 // ---- Conversion out -------------------------------------------------------------------------------------------------
 
-void TNqString::ToCPtr(char* out) const
+void TNqString::ToCPtr(char* outText) const
 {
-    ToUTF8Ptr(reinterpret_cast<uint8*>(out));
+    ToUTF8Ptr(reinterpret_cast<uint8*>(outText));
 }
 
-uint8* TNqString::ToUTF8Ptr(uint8* out) const
+uint8* TNqString::ToUTF8Ptr(uint8* outBytes) const
 {
-    std::memmove(out, GetText(*this).fBytes, fByteLength);
-    out[fByteLength] = 0;
-    return out + fByteLength;
+    std::memmove(outBytes, GetText(*this).fBytes, fByteLength);
+    outBytes[fByteLength] = 0;
+    return outBytes + fByteLength;
 }
 
-void TNqString::ToPPtr(uint8* out) const
+void TNqString::ToPPtr(uint8* outBytes) const
 {
-    std::memmove(out + 1, GetText(*this).fBytes, fByteLength);
-    out[0] = static_cast<uint8>(fByteLength);
+    std::memmove(outBytes + 1, GetText(*this).fBytes, fByteLength);
+    outBytes[0] = static_cast<uint8>(fByteLength);
 }
 
-uint16* TNqString::ToUnicode(uint16* data, int32 dataSize) const
+uint16* TNqString::ToUnicode(uint16* outData, int32 inDataSize) const
 {
     const char* const badSize = "Bad size in TNqString::ToUnicode";
-    if (!NqCheckText(dataSize > 0, badSize))
-        return data;
+    if (!NqCheckText(inDataSize > 0, badSize))
+        return outData;
     const TByteRun text = GetText(*this);
     const uint8* const bytes = AsBytes(text.fBytes);
-    const TNqUTF8Decoding decoded = NqDecodeUTF8(bytes, bytes + text.fByteLength, data, data + dataSize);
-    int32 index = static_cast<int32>(decoded.fOut - data);
+    const TNqUTF8Decoding decoded = NqDecodeUTF8(bytes, bytes + text.fByteLength, outData, outData + inDataSize);
+    int32 index = static_cast<int32>(decoded.fOut - outData);
     NqCheckText(decoded.IsAtEnd(), "index < dataSize");
-    if (!NqCheckText(index < dataSize, badSize))
-        index = dataSize - 1;
-    data[index] = 0;
-    return data + index;
+    if (!NqCheckText(index < inDataSize, badSize))
+        index = inDataSize - 1;
+    outData[index] = 0;
+    return outData + index;
 }
 
 uint32 TNqString::ToFourCharT() const
@@ -570,11 +571,11 @@ void TNqString::InsertStr(const TNqString& inString, uint32 nIndex)
     buffer[fByteLength] = 0;
 }
 
-void TNqString::RemoveBytes(uint32 start, uint32 end)
+void TNqString::RemoveBytes(uint32 inStart, uint32 inEnd)
 {
     int8* const buffer = GetString();
-    std::memmove(buffer + start, buffer + end, fByteLength - end);
-    SetByteLength(fByteLength - (end - start));
+    std::memmove(buffer + inStart, buffer + inEnd, fByteLength - inEnd);
+    SetByteLength(fByteLength - (inEnd - inStart));
     buffer[fByteLength] = 0;
 }
 
@@ -751,14 +752,14 @@ uint32 TNqString::FindCharPosFromRight(uint16 c, uint32 nIndex) const
     return found;
 }
 
-uint32 TNqString::ReplaceStr(const TNqString& ss, const TNqString& replace, uint32 nIndex)
+uint32 TNqString::ReplaceStr(const TNqString& ss, const TNqString& inReplace, uint32 nIndex)
 {
     const TByteRun pattern = GetText(ss);
     const uint32 patternLength = GetPatternLength(pattern, ss.fLength);
     if (patternLength == 0 || IsNegative(nIndex) || nIndex > fLength)
         return 0;
     const TByteRun text = GetText(*this);
-    const TByteRun with = GetText(replace);
+    const TByteRun with = GetText(inReplace);
     const int8* const end = text.fBytes + GetCharBytes(text.fBytes, text.fByteLength);
     const int8* const textEnd = text.fBytes + text.fByteLength;
     const auto isAscii = [](int8 byte) { return byte >= 0; };
@@ -886,7 +887,7 @@ void TNqString::Capitalize()
 
 // ---- Text translation -----------------------------------------------------------------------------------------------
 
-void TNqString::TranslateAscii(uint8 inverse)
+void TNqString::TranslateAscii(uint8 inInverse)
 {
     const TNqAsciiTranslationTable* const table = GetAsciiTranslationTable();
     int8* buffer = table != nullptr ? GetString() : nullptr;
@@ -901,7 +902,7 @@ void TNqString::TranslateAscii(uint8 inverse)
     {
         const uint8 byte = static_cast<uint8>(buffer[next++]);
         --rest;
-        const uint8 entry = table->Translate(byte, inverse);
+        const uint8 entry = table->Translate(byte, inInverse);
         if (!NqCheckText(entry != kNqUntranslatable, "Untranslatable character"))
             continue;
         if (entry != kNqEscaped)
@@ -909,7 +910,7 @@ void TNqString::TranslateAscii(uint8 inverse)
             buffer[written++] = static_cast<int8>(entry);
             continue;
         }
-        const uint8* const escape = table->FindEscapeChar(byte, inverse);
+        const uint8* const escape = table->FindEscapeChar(byte, inInverse);
         if (!NqCheckText(escape != nullptr, "Missing escape string"))
             continue;
         const uint32 escapeLength = static_cast<uint32>(std::strlen(reinterpret_cast<const char*>(escape)));
@@ -935,21 +936,21 @@ void TNqString::TranslateAscii(uint8 inverse)
     SetByteLength(written);
 }
 
-boolean TNqString::MakeRoom(uint32 extra)
+boolean TNqString::MakeRoom(uint32 inExtra)
 {
-    const uint64 newByteLength = static_cast<uint64>(fByteLength) + extra;
+    const uint64 newByteLength = static_cast<uint64>(fByteLength) + inExtra;
     if (newByteLength > fMaxLength)
         SetMaxLength(ClampByteLength(newByteLength + static_cast<uint32>(0.01 * fMaxLength)));
     if (newByteLength > fMaxLength)
         return false;
     fByteLength = static_cast<uint32>(newByteLength);
-    fLength += extra;
+    fLength += inExtra;
     return true;
 }
 
-void TNqString::TranslateBeforeWrite(TNqString& out) const
+void TNqString::TranslateBeforeWrite(TNqString& outText) const
 {
-    out = *this;
+    outText = *this;
 }
 
 void TNqString::TranslateAfterRead()
@@ -981,16 +982,16 @@ void TNqString::TranslateSBAfterRead()
         EraseSBStr(suffix, fByteLength - suffix);
 }
 
-void TNqString::ConvertLineFeed(ELineFeed toType)
+void TNqString::ConvertLineFeed(ELineFeed inToType)
 {
-    if (toType == kWinLineFeed)
+    if (inToType == kWinLineFeed)
         ChangeLineBreaksToWin();
     else
-        ChangeLineBreaks(toType == kMacLineFeed ? kCR : kLF);
+        ChangeLineBreaks(inToType == kMacLineFeed ? kCR : kLF);
 }
 
 // Every break shrinks or stays, so one pass in place does.
-void TNqString::ChangeLineBreaks(char lineBreak)
+void TNqString::ChangeLineBreaks(char inLineBreak)
 {
     int8* const buffer = GetString();
     if (buffer == nullptr)
@@ -1001,7 +1002,7 @@ void TNqString::ChangeLineBreaks(char lineBreak)
         const int8 byte = buffer[at];
         if (byte == kCR && at + 1 < fByteLength && buffer[at + 1] == kLF)
             ++at;
-        buffer[written++] = byte == kCR || byte == kLF ? lineBreak : byte;
+        buffer[written++] = byte == kCR || byte == kLF ? inLineBreak : byte;
     }
     SetByteLength(written);
     TerminateAndCount(buffer);
@@ -1058,9 +1059,9 @@ TNqDynamicString::TNqDynamicString(const char* inString)
     InitializeDynamic(text.fBytes, text.fByteLength);
 }
 
-TNqDynamicString::TNqDynamicString(const char* inString, uint32 byteLength)
+TNqDynamicString::TNqDynamicString(const char* inString, uint32 inByteLength)
 {
-    InitializeDynamic(inString, byteLength);
+    InitializeDynamic(inString, inByteLength);
 }
 
 TNqDynamicString::TNqDynamicString(const TNqString& inString)
@@ -1086,19 +1087,20 @@ TNqDynamicString::~TNqDynamicString()
         Nqfree(fStringBuffer);
 }
 
-void TNqDynamicString::InitializeDynamic(const char* inString, uint32 length)
+void TNqDynamicString::InitializeDynamic(const char* inString, uint32 inLength)
 {
-    fStringBuffer = length <= kMaxByteLength ? static_cast<int8*>(Nqmalloc(static_cast<NqSize>(length) + 1)) : nullptr;
+    fStringBuffer =
+        inLength <= kMaxByteLength ? static_cast<int8*>(Nqmalloc(static_cast<NqSize>(inLength) + 1)) : nullptr;
     if (fStringBuffer != nullptr)
-        Initialize(fStringBuffer, length, inString, length);
+        Initialize(fStringBuffer, inLength, inString, inLength);
 }
 
-void TNqDynamicString::AllocateDynamicString(uint32 byteLength)
+void TNqDynamicString::AllocateDynamicString(uint32 inByteLength)
 {
     int8* buffer = nullptr;
-    if (byteLength <= kMaxByteLength)
+    if (inByteLength <= kMaxByteLength)
     {
-        const uint32 size = byteLength + 1;
+        const uint32 size = inByteLength + 1;
         buffer = static_cast<int8*>(fStringBuffer != nullptr ? Nqrealloc(fStringBuffer, size) : Nqmalloc(size));
     }
     if (buffer == nullptr)
@@ -1109,10 +1111,10 @@ void TNqDynamicString::AllocateDynamicString(uint32 byteLength)
     if (fStringBuffer == nullptr)
         buffer[0] = 0;
     fStringBuffer = buffer;
-    fMaxLength = byteLength;
-    if (fByteLength > byteLength)
+    fMaxLength = inByteLength;
+    if (fByteLength > inByteLength)
     {
-        fByteLength = byteLength;
+        fByteLength = inByteLength;
         TerminateAndCount(buffer);
     }
 }
@@ -1127,17 +1129,17 @@ void TNqDynamicString::LoseBuffer()
     fMaxLength = 0;
 }
 
-void TNqDynamicString::SetByteLength(uint32 byteLength)
+void TNqDynamicString::SetByteLength(uint32 inByteLength)
 {
-    if (byteLength > fMaxLength)
-        AllocateDynamicString(byteLength);
-    fByteLength = Nq_Min(byteLength, fMaxLength);
+    if (inByteLength > fMaxLength)
+        AllocateDynamicString(inByteLength);
+    fByteLength = Nq_Min(inByteLength, fMaxLength);
 }
 
-void TNqDynamicString::SetMaxLength(uint32 maxLength)
+void TNqDynamicString::SetMaxLength(uint32 inMaxLength)
 {
-    if (maxLength != fMaxLength)
-        AllocateDynamicString(maxLength);
+    if (inMaxLength != fMaxLength)
+        AllocateDynamicString(inMaxLength);
 }
 
 int8* TNqDynamicString::GetString() const
@@ -1159,18 +1161,18 @@ TNqDynamicString& TNqDynamicString::operator=(const TNqDynamicString& inString)
     return *this;
 }
 
-void TNqDynamicString::Append(const char* ss, uint32 byteCount)
+void TNqDynamicString::Append(const char* ss, uint32 inByteCount)
 {
-    if (ss == nullptr || byteCount == 0)
+    if (ss == nullptr || inByteCount == 0)
         return;
     const uintpointer offset = reinterpret_cast<uintpointer>(ss) - reinterpret_cast<uintpointer>(fStringBuffer);
     const bool ownBytes = fStringBuffer != nullptr && offset <= fMaxLength;
     const uint32 oldByteLength = fByteLength;
-    SetByteLength(ClampByteLength(static_cast<uint64>(oldByteLength) + byteCount));
+    SetByteLength(ClampByteLength(static_cast<uint64>(oldByteLength) + inByteCount));
     int8* const buffer = GetString();
     if (buffer == nullptr)
         return;
-    SpliceBytes(buffer, oldByteLength, {ownBytes ? buffer + offset : ss, byteCount});
+    SpliceBytes(buffer, oldByteLength, {ownBytes ? buffer + offset : ss, inByteCount});
     TerminateAndCount(buffer);
 }
 
@@ -1236,22 +1238,22 @@ void TNqWideString::FromString(const TNqString& inString)
         inString.ToUnicode(fStringBuffer.ArrayData(), static_cast<int32>(count));
 }
 
-void TNqWideString::FromUnicode(const uint16* text)
+void TNqWideString::FromUnicode(const uint16* inText)
 {
-    if (text == nullptr)
+    if (inText == nullptr)
         return;
     NqSize count = 1;
-    while (text[count - 1] != 0)
+    while (inText[count - 1] != 0)
         ++count;
-    if (fStringBuffer.IsInArray(text)) // its own units, of which it drops the first ones
+    if (fStringBuffer.IsInArray(inText)) // its own units, of which it drops the first ones
     {
-        std::memmove(fStringBuffer.ArrayData(), text, count * sizeof(uint16));
+        std::memmove(fStringBuffer.ArrayData(), inText, count * sizeof(uint16));
         fStringBuffer.SetElemCount(count);
         return;
     }
     fStringBuffer.SetElemCount(0); // zeroes the units held before
     if (fStringBuffer.SetElemCount(count))
-        std::memcpy(fStringBuffer.ArrayData(), text, count * sizeof(uint16));
+        std::memcpy(fStringBuffer.ArrayData(), inText, count * sizeof(uint16));
 }
 
 uint32 TNqWideString::Length() const

@@ -51,7 +51,7 @@ namespace
 
 // Most names are plain ASCII, where a letter's case is one bit: their bytes are mapped where they stand. False for any
 // other text.
-bool MapAsciiCase(TNqString& s, char first, char last)
+bool MapAsciiCase(TNqString& s, char inFirst, char inLast)
 {
     int8* const text = s.Length() == s.ByteLength() && s.Length() != 0 ? s.GetString() : nullptr;
     if (text == nullptr || !std::all_of(text, text + s.ByteLength(), [](int8 c) { return c > 0; }))
@@ -60,7 +60,7 @@ bool MapAsciiCase(TNqString& s, char first, char last)
     std::for_each(text, text + s.ByteLength(),
                   [=](int8& c)
                   {
-                      if (c >= first && c <= last)
+                      if (c >= inFirst && c <= inLast)
                           c = static_cast<int8>(c ^ kCaseBit);
                   });
     return true;
@@ -73,11 +73,11 @@ class TCaseTable
 {
 public:
     // Maps the characters in place. False, with nothing changed, when one becomes several or may be half of a pair.
-    bool MapEach(uint16* first, uint16* last)
+    bool MapEach(uint16* inFirst, uint16* inLast)
     {
-        if (!std::all_of(first, last, [this](uint16 ch) { return Get(ch) != kNotAlone; }))
+        if (!std::all_of(inFirst, inLast, [this](uint16 ch) { return Get(ch) != kNotAlone; }))
             return false;
-        std::transform(first, last, first, [this](uint16 ch) { return Get(ch); });
+        std::transform(inFirst, inLast, inFirst, [this](uint16 ch) { return Get(ch); });
         return true;
     }
 
@@ -92,29 +92,29 @@ private:
         return fCharacters[ch].load(std::memory_order_relaxed);
     }
 
-    void FillPage(uint32 page)
+    void FillPage(uint32 inPage)
     {
-        for (uint32 ch = page * kPageLength; ch != (page + 1) * kPageLength; ++ch)
+        for (uint32 ch = inPage * kPageLength; ch != (inPage + 1) * kPageLength; ++ch)
         {
             const QString mapped = kMap(QString(QChar(ch)));
             const bool isAlone = mapped.size() == 1 && !QChar::isSurrogate(ch);
             fCharacters[ch].store(isAlone ? mapped[0].unicode() : kNotAlone, std::memory_order_relaxed);
         }
-        fIsPageFilled[page].store(true, std::memory_order_release);
+        fIsPageFilled[inPage].store(true, std::memory_order_release);
     }
 
     std::atomic<bool> fIsPageFilled[0x10000 / kPageLength] = {};
     std::atomic<uint16> fCharacters[0x10000] = {};
 };
 
-QString ToCapitals(const QString& text)
+QString ToCapitals(const QString& inText)
 {
-    return text.toUpper();
+    return inText.toUpper();
 }
 
-QString ToSmallLetters(const QString& text)
+QString ToSmallLetters(const QString& inText)
 {
-    return text.toLower();
+    return inText.toLower();
 }
 
 // Without memory the text stays as it is.
@@ -137,12 +137,12 @@ void MapCase(TNqString& s)
     QStringToNqString(kMap(text), s);
 }
 
-CFStringRef CreateCFString(const TNqWideString& text)
+CFStringRef CreateCFString(const TNqWideString& inText)
 {
-    const uint16* const units = text.StrGet();
+    const uint16* const units = inText.StrGet();
     if (units == nullptr)
         return nullptr;
-    const uint16* const end = std::find(units, units + text.Length(), 0);
+    const uint16* const end = std::find(units, units + inText.Length(), 0);
     return CFStringCreateWithCharacters(kCFAllocatorDefault, units, end - units);
 }
 
@@ -191,9 +191,9 @@ namespace
 
 constexpr char kParameterMark = '^';
 
-bool HasParameterMark(const TNqString& text)
+bool HasParameterMark(const TNqString& inText)
 {
-    return text.FindSBCharPos(kParameterMark, 0) != kNqNotFound;
+    return inText.FindSBCharPos(kParameterMark, 0) != kNqNotFound;
 }
 
 // Replaces placeholders from left to right into a buffer of its own, in one pass. A parameter without a mark is read
@@ -201,19 +201,19 @@ bool HasParameterMark(const TNqString& text)
 class TPlaceholderPass
 {
 public:
-    TPlaceholderPass(const TNqString& placeholder, const TNqString& parameter)
-        : fPlaceholder(placeholder),
-          fParameter(parameter),
-          fReread(!HasParameterMark(parameter))
+    TPlaceholderPass(const TNqString& inPlaceholder, const TNqString& inParameter)
+        : fPlaceholder(inPlaceholder),
+          fParameter(inParameter),
+          fReread(!HasParameterMark(inParameter))
     {
     }
 
     // False without memory.
-    bool Run(const TNqString& text)
+    bool Run(const TNqString& inText)
     {
-        const int8* const bytes = text.GetString();
-        const uint32 searched = static_cast<uint32>(strnlen(bytes, text.ByteLength()));
-        fRest = text.ByteLength();
+        const int8* const bytes = inText.GetString();
+        const uint32 searched = static_cast<uint32>(strnlen(bytes, inText.ByteLength()));
+        fRest = inText.ByteLength();
         if (!Read(bytes, searched))
             return false;
         while (fInputs.GetElemCount() != 0)
@@ -226,7 +226,7 @@ public:
             if (!Put(&byte, 1) || (EndsInPlaceholder() && !PutParameter()))
                 return false;
         }
-        return Put(bytes + searched, text.ByteLength() - searched);
+        return Put(bytes + searched, inText.ByteLength() - searched);
     }
 
     const int8* GetBytes() const { return fOut.ArrayData(); }
@@ -240,15 +240,15 @@ private:
         const int8* fEnd;
     };
 
-    bool Read(const int8* bytes, uint32 byteLength)
+    bool Read(const int8* inBytes, uint32 inByteLength)
     {
-        return byteLength == 0 || fInputs.AddElem({bytes, bytes + byteLength});
+        return inByteLength == 0 || fInputs.AddElem({inBytes, inBytes + inByteLength});
     }
 
-    bool Put(const int8* bytes, uint32 byteLength)
+    bool Put(const int8* inBytes, uint32 inByteLength)
     {
         const uint32 oldCount = fOut.GetElemCount();
-        const uint64 newCount = static_cast<uint64>(oldCount) + byteLength;
+        const uint64 newCount = static_cast<uint64>(oldCount) + inByteLength;
         if (newCount >= kEndIndex)
             return false; // more than an array holds
         const uint32 doubled = static_cast<uint32>(std::min<uint64>(2 * newCount, kEndIndex - 1));
@@ -256,8 +256,8 @@ private:
             return false;
         if (!fOut.SetElemCount(newCount))
             return false;
-        if (byteLength != 0)
-            std::memcpy(fOut.ArrayData() + oldCount, bytes, byteLength);
+        if (inByteLength != 0)
+            std::memcpy(fOut.ArrayData() + oldCount, inBytes, inByteLength);
         return true;
     }
 
@@ -295,19 +295,20 @@ private:
 
 // The same step by step: for a string that cuts what does not fit at each of them, and for short texts, which then need
 // no memory.
-void ReplacePlaceholdersInPlace(TNqString& text, const TNqString& placeholder, const TNqString& parameter)
+void ReplacePlaceholdersInPlace(TNqString& outText, const TNqString& inPlaceholder, const TNqString& inParameter)
 {
-    const bool restart = !HasParameterMark(parameter);
+    const bool restart = !HasParameterMark(inParameter);
     uint32 from = 0;
-    for (uint32 found; (found = text.SearchSBStr(placeholder, from)) != kNqNotFound;)
+    for (uint32 found; (found = outText.SearchSBStr(inPlaceholder, from)) != kNqNotFound;)
     {
         // The index as EraseStr counts it: the one of SearchStr is another in malformed text, which would keep its
         // placeholder for ever.
-        const uint32 at = UTF8StrLen(reinterpret_cast<const uint8*>(text.GetString()), found);
-        if (!text.EraseStr(at, placeholder.Length()))
+        const uint32 at = UTF8StrLen(reinterpret_cast<const uint8*>(outText.GetString()), found);
+        if (!outText.EraseStr(at, inPlaceholder.Length()))
             return;
-        text.InsertStr(parameter, at);
-        from = restart ? 0 : static_cast<uint32>(std::min<uint64>(uint64{found} + parameter.ByteLength(), kNqNotFound));
+        outText.InsertStr(inParameter, at);
+        from =
+            restart ? 0 : static_cast<uint32>(std::min<uint64>(uint64{found} + inParameter.ByteLength(), kNqNotFound));
     }
 }
 
@@ -435,12 +436,12 @@ const char* NqGetCharNext(const char* p, int n)
     return p;
 }
 
-const char* NqGetCharPrev(const char* start, const char* p, int n)
+const char* NqGetCharPrev(const char* inStart, const char* p, int n)
 {
-    if (NqIsWesternLanguage() || p < start ||
-        strnlen(start, static_cast<size_t>(p - start) + 1) <= static_cast<size_t>(p - start))
+    if (NqIsWesternLanguage() || p < inStart ||
+        strnlen(inStart, static_cast<size_t>(p - inStart) + 1) <= static_cast<size_t>(p - inStart))
         return p - n;
-    for (int i = 0; i < n && p > start + 1; ++i)
+    for (int i = 0; i < n && p > inStart + 1; ++i)
     {
         NqNotify("Still need to implement");
         --p;

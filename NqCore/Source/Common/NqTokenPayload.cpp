@@ -17,10 +17,10 @@ constexpr int32 kBytesPerLine = 64;
 // ---- Hexadecimal text ----------------------------------------------------------------------------------------------
 
 template <class Sink>
-void PutCount(Sink& sink, uint32 value)
+void PutCount(Sink& ioSink, uint32 inValue)
 {
     for (int32 shift = 24; shift >= 0; shift -= 8)
-        PutHexByte(sink, static_cast<uint8>(value >> shift));
+        PutHexByte(ioSink, static_cast<uint8>(inValue >> shift));
 }
 
 // Each byte as two digits, and each digit as its value or kNoHexDigit.
@@ -42,8 +42,8 @@ public:
             fPairs[2 * i + 1] = kDigits[i & 15];
         }
     }
-    const int8* Pair(uint8 byte) const { return fPairs + 2 * byte; }
-    uint32 Value(int8 digit) const { return fValues[static_cast<uint8>(digit)]; }
+    const int8* Pair(uint8 inByte) const { return fPairs + 2 * inByte; }
+    uint32 Value(int8 inDigit) const { return fValues[static_cast<uint8>(inDigit)]; }
 
 private:
     int8 fPairs[512];
@@ -54,39 +54,39 @@ constexpr THexTable kHexTable;
 constexpr int32 kPieceBytes = 1024; // of text that is made before it is written
 
 template <class Sink>
-void PutHexBytes(Sink& sink, const void* data, int32 count)
+void PutHexBytes(Sink& ioSink, const void* inData, int32 inCount)
 {
-    const uint8* bytes = static_cast<const uint8*>(data);
-    while (count > 0)
+    const uint8* bytes = static_cast<const uint8*>(inData);
+    while (inCount > 0)
     {
         int8 piece[kPieceBytes];
-        const int32 n = std::min(count, kPieceBytes / 2);
+        const int32 n = std::min(inCount, kPieceBytes / 2);
         for (int32 i = 0; i < n; ++i)
             std::memcpy(piece + 2 * i, kHexTable.Pair(bytes[i]), 2);
-        sink.PutEach(piece, 2 * n);
+        ioSink.PutEach(piece, 2 * n);
         bytes += n;
-        count -= n;
+        inCount -= n;
     }
 }
 
-// As many bytes as there are pairs of digits at hand, at most `most`. Returns how many.
+// As many bytes as there are pairs of digits at hand, at most `inMost`. Returns how many.
 template <class Source>
-int32 TakeHexRun(Source& source, uint8* out, int32 most)
+int32 TakeHexRun(Source& ioSource, uint8* outBytes, int32 inMost)
 {
     int32 count = 0;
     if constexpr (Source::kIsDirect)
     {
-        const auto [first, last] = source.AtHand();
-        for (const int8* at = first; count < most && last - at >= 2; at += 2)
+        const auto [first, last] = ioSource.AtHand();
+        for (const int8* at = first; count < inMost && last - at >= 2; at += 2)
         {
             const uint32 high = kHexTable.Value(at[0]);
             const uint32 low = kHexTable.Value(at[1]);
             if ((high | low) >= kNoHexDigit)
                 break;
-            out[count++] = static_cast<uint8>(high << 4 | low);
+            outBytes[count++] = static_cast<uint8>(high << 4 | low);
         }
         if (count > 0)
-            source.Pass(2 * count);
+            ioSource.Pass(2 * count);
     }
     return count;
 }
@@ -112,13 +112,13 @@ uint8 GetNextBin(Next&& inNext)
 }
 
 // The bytes of one line. A token that is too short ends in its NUL, which is no digit.
-void GetHexBytes(const int8* token, uint8* out, int32 count)
+void GetHexBytes(const int8* inToken, uint8* outBytes, int32 inCount)
 {
-    for (int32 i = 0; i < count; ++i)
-        out[i] = GetNextBin(
+    for (int32 i = 0; i < inCount; ++i)
+        outBytes[i] = GetNextBin(
             [&](int8& c)
             {
-                c = *token++;
+                c = *inToken++;
                 return true;
             });
 }
@@ -131,13 +131,13 @@ constexpr uint8 kLastBinHex = kFirstBinHex + 63;
 // What a caller keeps between two calls: how many values wait, and the values.
 struct TBinHexState
 {
-    explicit TBinHexState(uint32 state)
-        : fCount(static_cast<uint8>(state)),
-          fFirst(static_cast<uint8>(state >> 8)),
-          fSecond(static_cast<uint8>(state >> 16))
+    explicit TBinHexState(uint32 inState)
+        : fCount(static_cast<uint8>(inState)),
+          fFirst(static_cast<uint8>(inState >> 8)),
+          fSecond(static_cast<uint8>(inState >> 16))
     {
     }
-    TBinHexState(uint8 count, uint8 first, uint8 second) : fCount(count), fFirst(first), fSecond(second) {}
+    TBinHexState(uint8 inCount, uint8 inFirst, uint8 inSecond) : fCount(inCount), fFirst(inFirst), fSecond(inSecond) {}
 
     uint32 Packed() const { return fCount | uint32{fFirst} << 8 | uint32{fSecond} << 16; }
 
@@ -152,37 +152,37 @@ struct TBinHexGroup
 
     TBinHexGroup(uint8 b0, uint8 b1, uint8 b2) { BinaryToBinHex(c0, c1, c2, c3, b0, b1, b2); }
 
-    // Writes the first `count` characters.
+    // Writes the first `inCount` characters.
     template <class Sink>
-    void Put(Sink& sink, int32 count) const
+    void Put(Sink& ioSink, int32 inCount) const
     {
         const int8 characters[4] = {static_cast<int8>(c0), static_cast<int8>(c1), static_cast<int8>(c2),
                                     static_cast<int8>(c3)};
-        sink.PutEach(characters, count);
+        ioSink.PutEach(characters, inCount);
     }
 };
 
 // A group that the data did not fill: the characters without data are left out.
 template <class Sink>
-void PutLastBinHex(Sink& sink, const TBinHexState& pending)
+void PutLastBinHex(Sink& ioSink, const TBinHexState& inPending)
 {
-    const TBinHexGroup group(pending.fFirst, pending.fCount == 2 ? pending.fSecond : 0, 0);
-    group.Put(sink, pending.fCount + 1);
+    const TBinHexGroup group(inPending.fFirst, inPending.fCount == 2 ? inPending.fSecond : 0, 0);
+    group.Put(ioSink, inPending.fCount + 1);
 }
 
 // The low 48 bits, six bytes, as eight characters, the first one lowest.
-inline uint64 BinHexOfSix(uint64 six)
+inline uint64 BinHexOfSix(uint64 inSix)
 {
-    const uint64 halves = (six & 0xFFFFFF) | (six << 8 & 0x00FFFFFF00000000u);
+    const uint64 halves = (inSix & 0xFFFFFF) | (inSix << 8 & 0x00FFFFFF00000000u);
     const uint64 twelve = (halves & 0x00000FFF00000FFFu) | (halves << 4 & 0x0FFF00000FFF0000u);
     return ((twelve & 0x003F003F003F003Fu) | (twelve << 2 & 0x3F003F003F003F00u)) + kNqEightZeros;
 }
 
 // Whole groups of six bytes. Returns how many bytes that were.
 template <class Sink>
-int32 PutBinHexRun(Sink& sink, const uint8* bytes, int32 count)
+int32 PutBinHexRun(Sink& ioSink, const uint8* inBytes, int32 inCount)
 {
-    const int32 whole = count - count % 6;
+    const int32 whole = inCount - inCount % 6;
     for (int32 i = 0; i < whole;)
     {
         int8 piece[kPieceBytes];
@@ -190,27 +190,27 @@ int32 PutBinHexRun(Sink& sink, const uint8* bytes, int32 count)
         for (; i < whole && at != piece + kPieceBytes; i += 6, at += 8)
         {
             int8 six[8] = {};
-            const bool isLast = count - i < 8; // the two bytes behind the group are there before that
+            const bool isLast = inCount - i < 8; // the two bytes behind the group are there before that
             if (isLast)
-                std::memcpy(six, bytes + i, 6);
-            NqStoreEight(at, BinHexOfSix(NqLoadEight(isLast ? six : reinterpret_cast<const int8*>(bytes + i))));
+                std::memcpy(six, inBytes + i, 6);
+            NqStoreEight(at, BinHexOfSix(NqLoadEight(isLast ? six : reinterpret_cast<const int8*>(inBytes + i))));
         }
-        sink.PutEach(piece, at - piece);
+        ioSink.PutEach(piece, at - piece);
     }
     return whole;
 }
 
-// Groups of eight characters that are at hand, as six bytes each; at most `most` bytes. Returns how many.
+// Groups of eight characters that are at hand, as six bytes each; at most `inMost` bytes. Returns how many.
 template <class Source>
-int32 TakeBinHexRun(Source& source, uint8* out, int32 most)
+int32 TakeBinHexRun(Source& ioSource, uint8* outBytes, int32 inMost)
 {
     int32 count = 0;
     if constexpr (Source::kIsDirect)
     {
         constexpr uint64 kTopBits = 0x8080808080808080u;
-        const auto [first, last] = source.NumbersAtHand();
+        const auto [first, last] = ioSource.NumbersAtHand();
         const int8* at = first;
-        for (; most - count >= 6 && last - at >= 8; at += 8)
+        for (; inMost - count >= 6 && last - at >= 8; at += 8)
         {
             const uint64 text = NqLoadEight(at);
             const uint64 values = (text | kTopBits) - kNqEightZeros; // no byte borrows
@@ -220,58 +220,59 @@ int32 TakeBinHexRun(Source& source, uint8* out, int32 most)
             const uint64 bits = (twelve & 0x00000FFF00000FFFu) | (twelve >> 4 & 0x00FFF00000FFF000u);
             const uint64 six = (bits & 0xFFFFFF) | (bits >> 8 & 0xFFFFFF000000u);
             for (int32 i = 0; i < 6; ++i)
-                out[count + i] = static_cast<uint8>(six >> (8 * i));
+                outBytes[count + i] = static_cast<uint8>(six >> (8 * i));
             count += 6;
         }
         if (count > 0)
-            source.Pass(at - first);
+            ioSource.Pass(at - first);
     }
     return count;
 }
 
 template <class Sink>
-void PutBinHex(Sink& sink, const uint8* bytes, int32 count, uint32& state)
+void PutBinHex(Sink& ioSink, const uint8* inBytes, int32 inCount, uint32& ioState)
 {
-    const TBinHexState pending(state);
+    const TBinHexState pending(ioState);
     switch (pending.fCount)
     {
     case 0:
         break;
     case 1:
-        if (count < 2)
+        if (inCount < 2)
         {
-            state = TBinHexState(2, pending.fFirst, bytes[0]).Packed();
+            ioState = TBinHexState(2, pending.fFirst, inBytes[0]).Packed();
             return;
         }
-        TBinHexGroup(pending.fFirst, bytes[0], bytes[1]).Put(sink, 4);
-        bytes += 2;
-        count -= 2;
+        TBinHexGroup(pending.fFirst, inBytes[0], inBytes[1]).Put(ioSink, 4);
+        inBytes += 2;
+        inCount -= 2;
         break;
     case 2:
-        TBinHexGroup(pending.fFirst, pending.fSecond, bytes[0]).Put(sink, 4);
-        bytes += 1;
-        count -= 1;
+        TBinHexGroup(pending.fFirst, pending.fSecond, inBytes[0]).Put(ioSink, 4);
+        inBytes += 1;
+        inCount -= 1;
         break;
     default:
         NqNotify("0");
     }
-    const int32 done = PutBinHexRun(sink, bytes, count);
-    bytes += done;
-    count -= done;
-    for (; count > 2; count -= 3, bytes += 3)
-        TBinHexGroup(bytes[0], bytes[1], bytes[2]).Put(sink, 4);
-    state = count > 0 ? TBinHexState(static_cast<uint8>(count), bytes[0], count > 1 ? bytes[1] : 0).Packed() : 0;
+    const int32 done = PutBinHexRun(ioSink, inBytes, inCount);
+    inBytes += done;
+    inCount -= done;
+    for (; inCount > 2; inCount -= 3, inBytes += 3)
+        TBinHexGroup(inBytes[0], inBytes[1], inBytes[2]).Put(ioSink, 4);
+    ioState =
+        inCount > 0 ? TBinHexState(static_cast<uint8>(inCount), inBytes[0], inCount > 1 ? inBytes[1] : 0).Packed() : 0;
 }
 
 // The next character of the alphabet, taken by the stream's own operator.
 template <class Source>
-uint8 NextBinHex(Source& source)
+uint8 NextBinHex(Source& ioSource)
 {
     int8 d = 0;
     do
     {
-        NqExtract(source, d);
-        if (!source.Good())
+        NqExtract(ioSource, d);
+        if (!ioSource.Good())
         {
             NqNotify("!stream.eof()");
             NqToken::FailEOFFile();
@@ -283,80 +284,81 @@ uint8 NextBinHex(Source& source)
 }
 
 template <class Source>
-void GetBinHex(Source& source, uint8* out, int32 size, uint32& state)
+void GetBinHex(Source& ioSource, uint8* outBytes, int32 inSize, uint32& ioState)
 {
     uint8 c[4] = {kFirstBinHex, kFirstBinHex, kFirstBinHex, kFirstBinHex};
     uint8 b[3];
     const auto take = [&](int32 first, int32 last)
     {
         for (int32 i = first; i <= last; ++i)
-            c[i] = NextBinHex(source);
+            c[i] = NextBinHex(ioSource);
         BinHexToBinary(c[0], c[1], c[2], c[3], b[0], b[1], b[2]);
     };
-    const TBinHexState pending(state);
+    const TBinHexState pending(ioState);
     switch (pending.fCount)
     {
     case 0:
         break;
     case 1:
         c[1] = pending.fFirst;
-        if (size < 2)
+        if (inSize < 2)
         {
             take(2, 2);
-            out[0] = b[1];
-            state = TBinHexState(2, c[2], 0).Packed();
+            outBytes[0] = b[1];
+            ioState = TBinHexState(2, c[2], 0).Packed();
             return;
         }
         take(2, 3);
-        *out++ = b[1];
-        *out++ = b[2];
-        size -= 2;
+        *outBytes++ = b[1];
+        *outBytes++ = b[2];
+        inSize -= 2;
         break;
     case 2:
         c[2] = pending.fFirst;
         take(3, 3);
-        *out++ = b[2];
-        size -= 1;
+        *outBytes++ = b[2];
+        inSize -= 1;
         break;
     default:
         NqNotify("0");
     }
-    while (size > 2)
+    while (inSize > 2)
     {
-        const int32 done = TakeBinHexRun(source, out, size);
-        out += done;
-        size -= done;
-        if (size <= 2)
+        const int32 done = TakeBinHexRun(ioSource, outBytes, inSize);
+        outBytes += done;
+        inSize -= done;
+        if (inSize <= 2)
             break;
         take(0, 3);
-        std::memcpy(out, b, 3);
-        out += 3;
-        size -= 3;
+        std::memcpy(outBytes, b, 3);
+        outBytes += 3;
+        inSize -= 3;
     }
     // What is left of a group of four waits in its last character.
-    if (size > 0)
+    if (inSize > 0)
     {
-        take(0, size);
-        std::memcpy(out, b, static_cast<size_t>(size));
+        take(0, inSize);
+        std::memcpy(outBytes, b, static_cast<size_t>(inSize));
     }
-    state = size > 0 ? TBinHexState(static_cast<uint8>(size), c[size], 0).Packed() : 0;
+    ioState = inSize > 0 ? TBinHexState(static_cast<uint8>(inSize), c[inSize], 0).Packed() : 0;
 }
 
 // ---- Payloads ------------------------------------------------------------------------------------------------------
 
 // Behind the next '$'.
-void SkipToPayloadSign(TNqiostream& stream)
+void SkipToPayloadSign(TNqiostream& ioStream)
 {
     int8 c = 0;
-    if (!NqWithSource(stream, [&](auto& source) { return source.GetWhile(c, [](int8 byte) { return byte != '$'; }); }))
+    if (!NqWithSource(ioStream,
+                      [&](auto& source) { return source.GetWhile(c, [](int8 byte) { return byte != '$'; }); }))
         NqToken::FailEOFFile();
 }
 
-uint32 ReadCount(TNqiostream& stream)
+uint32 ReadCount(TNqiostream& ioStream)
 {
     uint32 count = 0;
     TNoText text;
-    const NqErr err = NqWithSource(stream, [&](auto& source) { return ScanCount(source, text, count); });
+    const NqErr err = NqWithSource(ioStream, [&](auto& source) { return ScanCount(source, text, count); });
     if (err == kNqErrEndOfFile)
         NqToken::FailEOFFile();
     if (err != kNqNoErr)
@@ -385,10 +387,10 @@ public:
     void Brace(int8 c) { AppendMark(c); }
     void OpenQuote() { AppendMark('"'); }
     void CloseQuote() { AppendMark('"'); }
-    void Content(const int8* first, const int8* last) { fFailed = fFailed || !fBytes.Append(first, last); }
-    void Escaped(int8 escape, int8 c)
+    void Content(const int8* inFirst, const int8* inLast) { fFailed = fFailed || !fBytes.Append(inFirst, inLast); }
+    void Escaped(int8 inEscape, int8 c)
     {
-        Append(escape);
+        Append(inEscape);
         Append(c);
     }
 
@@ -410,7 +412,7 @@ private:
 
 // The first byte of a token. Blanks before it are kept, except behind a comment.
 template <class Source>
-bool ExtractBlanks(Source& source, TExtractedText& text, int8& c)
+bool ExtractBlanks(Source& ioSource, TExtractedText& ioText, int8& c)
 {
     TNoText comment;
     bool keepBlanks = true;
@@ -421,45 +423,45 @@ bool ExtractBlanks(Source& source, TExtractedText& text, int8& c)
             if (!IsBlank(byte))
                 return false;
             if (keepBlanks)
-                text.Blank(byte);
+                ioText.Blank(byte);
             return true;
         };
-        if (!source.GetWhile(c, isBlank))
+        if (!ioSource.GetWhile(c, isBlank))
             return false;
         if (c != '#')
             return true;
-        if (!ScanComment(source, comment))
+        if (!ScanComment(ioSource, comment))
             return false;
         keepBlanks = false;
     }
 }
 
 template <class Source>
-NqErr ExtractToken(Source& source, TExtractedText& text, int64& depth)
+NqErr ExtractToken(Source& ioSource, TExtractedText& ioText, int64& ioDepth)
 {
     int8 c = 0;
-    if (!ExtractBlanks(source, text, c))
+    if (!ExtractBlanks(ioSource, ioText, c))
         return kExtractedToEnd;
     NqErr err = kNqNoErr;
     uint32 count = 0;
     switch (KindOfFirstByte(c))
     {
     case NqToken::kStringToken:
-        err = ScanQuoted(source, text);
+        err = ScanQuoted(ioSource, ioText);
         break;
     case NqToken::kRawToken:
-        err = ScanCount(source, text, count);
+        err = ScanCount(ioSource, ioText, count);
         if (err != kNqNoErr)
             return err;
-        err = ScanData(source, text, count);
+        err = ScanData(ioSource, ioText, count);
         break;
     case NqToken::kWordToken:
-        text.BeginWord();
-        err = ScanWord(source, text, c);
+        ioText.BeginWord();
+        err = ScanWord(ioSource, ioText, c);
         break;
     default:
-        text.Brace(c);
-        depth += c == '{' ? 1 : -1;
+        ioText.Brace(c);
+        ioDepth += c == '{' ? 1 : -1;
     }
     return err != kNqNoErr ? kExtractedToEnd : kNqNoErr;
 }
@@ -467,19 +469,19 @@ NqErr ExtractToken(Source& source, TExtractedText& text, int64& depth)
 // The tokens of a block up to the brace that closes it. Without room for all of them the block is still read to its
 // end.
 template <class Source, class Sink>
-NqErr CopyBlock(Source& source, Sink& sink, bool withClosingBrace)
+NqErr CopyBlock(Source& ioSource, Sink& ioSink, bool inWithClosingBrace)
 {
-    TCopyText<Sink> text(sink);
+    TCopyText<Sink> text(ioSink);
     for (int64 depth = 0;;)
     {
         ETokenKind kind;
-        const NqErr err = ScanToken(source, text, kind);
+        const NqErr err = ScanToken(ioSource, text, kind);
         if (err != kNqNoErr)
             return err;
         if (kind == NqToken::kEndToken)
         {
             // No blank behind a closing brace: existing readers and files have it so.
-            if (depth > 0 || withClosingBrace)
+            if (depth > 0 || inWithClosingBrace)
                 text.Put('}');
             if (--depth < 0)
                 return text.Failed() ? kNqErrOutOfMemory : kNqNoErr;
@@ -498,14 +500,14 @@ NqErr CopyBlock(Source& source, Sink& sink, bool withClosingBrace)
 
 // ---- Hexadecimal numbers -------------------------------------------------------------------------------------------
 
-void PutLongAsHexa(TNqiostream& stream, int32 value)
+void PutLongAsHexa(TNqiostream& ioStream, int32 inValue)
 {
-    NqWithSink(stream, [value](auto& sink) { PutCount(sink, static_cast<uint32>(value)); });
+    NqWithSink(ioStream, [inValue](auto& sink) { PutCount(sink, static_cast<uint32>(inValue)); });
 }
 
-NqErr GetLongAsHex(TNqiostream& stream, int32& value)
+NqErr GetLongAsHex(TNqiostream& ioStream, int32& outValue)
 {
-    value = static_cast<int32>(ReadCount(stream));
+    outValue = static_cast<int32>(ReadCount(ioStream));
     return kNqNoErr;
 }
 
@@ -529,20 +531,20 @@ void BinHexToBinary(const uint8& c0, const uint8& c1, const uint8& c2, const uin
     b2 = static_cast<uint8>(bits >> 16);
 }
 
-void GetInt8TokenHexa(TNqiostream& stream, uint8& character)
+void GetInt8TokenHexa(TNqiostream& ioStream, uint8& outCharacter)
 {
-    character = NqWithSource(stream, [](auto& source) { return NextBinHex(source); });
+    outCharacter = NqWithSource(ioStream, [](auto& source) { return NextBinHex(source); });
 }
 
 // ---- Blocks --------------------------------------------------------------------------------------------------------
 
-void ReadStream(TNqiostream& stream, TNqstrstream& out, boolean nested)
+void ReadStream(TNqiostream& stream, TNqstrstream& out, boolean inNested)
 {
     if (!NqCheck(&stream != &out))
         return;
     ThrowUnlessNoErr(
         NqWithSource(stream, [&](auto& source)
-                     { return NqWithSink(out, [&](auto& sink) { return CopyBlock(source, sink, nested != 0); }); }));
+                     { return NqWithSink(out, [&](auto& sink) { return CopyBlock(source, sink, inNested != 0); }); }));
 }
 
 namespace NqToken
@@ -550,24 +552,24 @@ namespace NqToken
 
 // ---- Raw payloads --------------------------------------------------------------------------------------------------
 
-void PutBinaryStartAttribute(TNqiostream& stream, int32 token, uint32 size)
+void PutBinaryStartAttribute(TNqiostream& ioStream, int32 inToken, uint32 inSize)
 {
-    NqTokenData& data = *GetNqTokenData(stream);
-    NqWithSink(stream,
+    NqTokenData& data = *GetNqTokenData(ioStream);
+    NqWithSink(ioStream,
                [&](auto& sink)
                {
-                   PutLineName(sink, data, token);
+                   PutLineName(sink, data, inToken);
                    sink.Put(' ');
                    sink.Put('$');
-                   PutCount(sink, size);
+                   PutCount(sink, inSize);
                    sink.Put('\r'); // whatever ends the lines of the stream: readers count this byte
                });
     data.fTokenBinaryCount = 0;
 }
 
-void PutBinaryEndAttribute(TNqiostream& stream)
+void PutBinaryEndAttribute(TNqiostream& ioStream)
 {
-    NqWithSink(stream,
+    NqWithSink(ioStream,
                [](auto& sink)
                {
                    sink.Put('$');
@@ -575,126 +577,128 @@ void PutBinaryEndAttribute(TNqiostream& stream)
                });
 }
 
-void GetBinaryStartToken(TNqiostream& stream, uint32& size)
+void GetBinaryStartToken(TNqiostream& ioStream, uint32& outSize)
 {
-    SkipToPayloadSign(stream);
-    size = ReadCount(stream);
+    SkipToPayloadSign(ioStream);
+    outSize = ReadCount(ioStream);
     int8 c = 0;
-    if (!NqWithSource(stream, [&](auto& source) { return NextByte(source, c); }))
+    if (!NqWithSource(ioStream, [&](auto& source) { return NextByte(source, c); }))
         FailEOFFile();
 }
 
-void GetBinaryEndToken(TNqiostream& stream)
+void GetBinaryEndToken(TNqiostream& ioStream)
 {
-    SkipToPayloadSign(stream);
+    SkipToPayloadSign(ioStream);
 }
 
 // ---- Hexadecimal text ----------------------------------------------------------------------------------------------
 
-void PutBufferAsHexa(TNqiostream& stream, const int8* buffer, int32 count, boolean binary)
+void PutBufferAsHexa(TNqiostream& ioStream, const int8* inBuffer, int32 inCount, boolean inBinary)
 {
-    if (binary && count > 0)
-        return stream.write(buffer, count);
-    NqWithSink(stream, [=](auto& sink) { PutHexBytes(sink, buffer, count); });
+    if (inBinary && inCount > 0)
+        return ioStream.write(inBuffer, inCount);
+    NqWithSink(ioStream, [=](auto& sink) { PutHexBytes(sink, inBuffer, inCount); });
 }
 
-void GetBufferAsHexa(TNqiostream& stream, int8* buffer, int32 count, boolean binary)
+void GetBufferAsHexa(TNqiostream& ioStream, int8* outBuffer, int32 inCount, boolean inBinary)
 {
-    if (binary && count > 0)
+    if (inBinary && inCount > 0)
     {
-        stream.read(buffer, count);
-        if (!stream.good())
+        ioStream.read(outBuffer, inCount);
+        if (!ioStream.good())
             FailEOFFile();
         return;
     }
-    NqWithSource(stream,
+    NqWithSource(ioStream,
                  [&](auto& source)
                  {
-                     uint8* const bytes = reinterpret_cast<uint8*>(buffer);
+                     uint8* const bytes = reinterpret_cast<uint8*>(outBuffer);
                      const auto next = [&](int8& c) { return NextByte(source, c); };
-                     for (int32 i = 0; i < count;)
+                     for (int32 i = 0; i < inCount;)
                      {
-                         i += TakeHexRun(source, bytes + i, count - i);
-                         if (i < count)
+                         i += TakeHexRun(source, bytes + i, inCount - i);
+                         if (i < inCount)
                              bytes[i++] = GetNextBin(next);
                      }
                  });
 }
 
-void PutHexaBinaryAttribute(TNqiostream& stream, int32 token, int32 count, const void* data)
+void PutHexaBinaryAttribute(TNqiostream& ioStream, int32 inToken, int32 inCount, const void* inData)
 {
-    const NqTokenData& settings = *GetNqTokenData(stream);
-    const uint8* bytes = static_cast<const uint8*>(data);
-    NqWithSink(stream,
+    const NqTokenData& settings = *GetNqTokenData(ioStream);
+    const uint8* bytes = static_cast<const uint8*>(inData);
+    NqWithSink(ioStream,
                [&](auto& sink)
                {
-                   while (count > 0)
+                   while (inCount > 0)
                    {
-                       const int32 n = std::min(kBytesPerLine, count);
-                       PutLineName(sink, settings, token);
+                       const int32 n = std::min(kBytesPerLine, inCount);
+                       PutLineName(sink, settings, inToken);
                        sink.Put(' ');
                        PutHexBytes(sink, bytes, n);
                        PutLineEnd(sink);
-                       token = kMoreToken;
+                       inToken = kMoreToken;
                        bytes += n;
-                       count -= n;
+                       inCount -= n;
                    }
                });
 }
 
-void GetHexaBinaryToken(TNqiostream& stream, int32 count, void* out)
+void GetHexaBinaryToken(TNqiostream& ioStream, int32 inCount, void* outBytes)
 {
-    uint8* bytes = static_cast<uint8*>(out);
-    while (count > 0)
+    uint8* bytes = static_cast<uint8*>(outBytes);
+    while (inCount > 0)
     {
         int8 token[kTokenBufferSize];
-        const int32 n = std::min(kBytesPerLine, count);
-        ThrowUnlessNoErr(GetNextToken(stream, token, false));
+        const int32 n = std::min(kBytesPerLine, inCount);
+        ThrowUnlessNoErr(GetNextToken(ioStream, token, false));
         GetHexBytes(token, bytes, n);
         bytes += n;
-        count -= n;
-        if (count > 0 && GetFourCharConstToken(stream) != kMoreToken)
+        inCount -= n;
+        if (inCount > 0 && GetFourCharConstToken(ioStream) != kMoreToken)
             FailReadFile();
     }
 }
 
 // ---- Six-bit text --------------------------------------------------------------------------------------------------
 
-void BeginBufferAsBinHex(uint32& state)
+void BeginBufferAsBinHex(uint32& ioState)
 {
-    state = 0;
+    ioState = 0;
 }
 
-void PutBufferAsBinHex(TNqiostream& stream, const int8* buffer, int32 count, uint32& state)
+void PutBufferAsBinHex(TNqiostream& ioStream, const int8* inBuffer, int32 inCount, uint32& ioState)
 {
-    if (!NqCheckText(count >= 1, "count>=1"))
+    if (!NqCheckText(inCount >= 1, "count>=1"))
         return;
-    NqWithSink(stream, [&](auto& sink) { PutBinHex(sink, reinterpret_cast<const uint8*>(buffer), count, state); });
+    NqWithSink(ioStream,
+               [&](auto& sink) { PutBinHex(sink, reinterpret_cast<const uint8*>(inBuffer), inCount, ioState); });
 }
 
-void EndPutBufferAsBinHex(TNqiostream& stream, uint32& state)
+void EndPutBufferAsBinHex(TNqiostream& ioStream, uint32& ioState)
 {
-    const TBinHexState pending(state);
-    state = 0;
+    const TBinHexState pending(ioState);
+    ioState = 0;
     if (pending.fCount > 2)
         NqNotify("0");
     else if (pending.fCount > 0)
-        NqWithSink(stream, [&](auto& sink) { PutLastBinHex(sink, pending); });
+        NqWithSink(ioStream, [&](auto& sink) { PutLastBinHex(sink, pending); });
 }
 
-void GetBufferAsBinHex(TNqiostream& stream, int8* buffer, int32 size, uint32& state)
+void GetBufferAsBinHex(TNqiostream& ioStream, int8* outBuffer, int32 inSize, uint32& ioState)
 {
-    if (!NqCheckText(size >= 1, "size"))
+    if (!NqCheckText(inSize >= 1, "size"))
         return;
-    NqWithSource(stream, [&](auto& source) { GetBinHex(source, reinterpret_cast<uint8*>(buffer), size, state); });
+    NqWithSource(ioStream,
+                 [&](auto& source) { GetBinHex(source, reinterpret_cast<uint8*>(outBuffer), inSize, ioState); });
 }
 
 // ---- Parts of a document -------------------------------------------------------------------------------------------
 
-void ExtractTokenData(TNqiostream& stream, void*& data, uint32& size)
+void ExtractTokenData(TNqiostream& ioStream, void*& outData, uint32& outSize)
 {
     TExtractedText text;
-    NqWithSource(stream,
+    NqWithSource(ioStream,
                  [&](auto& source)
                  {
                      int64 depth = 0;
@@ -711,16 +715,16 @@ void ExtractTokenData(TNqiostream& stream, void*& data, uint32& size)
     if (!NqCheckText(block != nullptr, "data"))
         return;
     std::memcpy(block, text.Bytes().Data(), count);
-    data = block;
-    size = count;
+    outData = block;
+    outSize = count;
 }
 
-void GetStreamToken(TNqiostream& stream, TNqstrstream& out, int32& size)
+void GetStreamToken(TNqiostream& ioStream, TNqstrstream& ioOut, int32& outSize)
 {
-    size = 0;
-    GetBeginToken(stream);
-    ReadStream(stream, out, false);
-    size = out.pcount();
+    outSize = 0;
+    GetBeginToken(ioStream);
+    ReadStream(ioStream, ioOut, false);
+    outSize = ioOut.pcount();
 }
 
 } // namespace NqToken

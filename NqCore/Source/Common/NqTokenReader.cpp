@@ -30,89 +30,89 @@ struct TExtent
 };
 
 // The fields of a file and of memory tell it, but not where a class derived from them counts positions of its own.
-TExtent ExtentOf(TNqiostream& stream, int64 position)
+TExtent ExtentOf(TNqiostream& ioStream, int64 inPosition)
 {
-    if (TNqfstream* const file = dynamic_cast<TNqfstream*>(&stream))
-        if (file->TNqfstream::tell() == position)
+    if (TNqfstream* const file = dynamic_cast<TNqfstream*>(&ioStream))
+        if (file->TNqfstream::tell() == inPosition)
             return {file->GetFileSize(), NqStreamAccess::FileSource(*file).AtHand().Count()};
-    if (TNqstrstream* const memory = dynamic_cast<TNqstrstream*>(&stream))
-        if (memory->TNqstrstream::tell() == position)
+    if (TNqstrstream* const memory = dynamic_cast<TNqstrstream*>(&ioStream))
+        if (memory->TNqstrstream::tell() == inPosition)
             return {NqStreamAccess::MemorySize(*memory), 0};
     return {kUnknownEnd, 0};
 }
 
-bool IsAt(TNqiostream& stream, int64 position)
+bool IsAt(TNqiostream& ioStream, int64 inPosition)
 {
-    return stream.tell() == position && stream.good();
+    return ioStream.tell() == inPosition && ioStream.good();
 }
 
 // Takes the bytes one by one: a connection must not be asked for more than there is. Zero bytes are data here, so `get`
 // would not do.
-bool ReadAhead(TNqiostream& stream, uint64 count)
+bool ReadAhead(TNqiostream& ioStream, uint64 inCount)
 {
-    for (int8 c = 0; count > 0; --count)
+    for (int8 c = 0; inCount > 0; --inCount)
     {
-        stream.read(&c, 1);
-        if (!stream.good())
+        ioStream.read(&c, 1);
+        if (!ioStream.good())
             return false;
     }
     return true;
 }
 
-// The same from the position `here`, when that is where the stream still is after an attempt to move it. Otherwise it
+// The same from the position `inHere`, when that is where the stream still is after an attempt to move it. Otherwise it
 // may be anywhere, and reading on could be endless.
-bool ReadAheadFrom(TNqiostream& stream, int64 here, uint64 count)
+bool ReadAheadFrom(TNqiostream& ioStream, int64 inHere, uint64 inCount)
 {
-    if (IsAt(stream, here))
-        return ReadAhead(stream, count);
-    stream.changestate(TNqiostream::failbit);
+    if (IsAt(ioStream, inHere))
+        return ReadAhead(ioStream, inCount);
+    ioStream.changestate(TNqiostream::failbit);
     return false;
 }
 
-// From the position `here`, which can be believed.
-bool MoveAhead(TNqiostream& stream, int64 here, uint64 count)
+// From the position `inHere`, which can be believed.
+bool MoveAhead(TNqiostream& ioStream, int64 inHere, uint64 inCount)
 {
-    const int64 target = here + static_cast<int64>(count);
-    const TExtent extent = ExtentOf(stream, here);
-    if (target - here <= extent.fAtHand) // a seek would load the buffer again for each of many small payloads
+    const int64 target = inHere + static_cast<int64>(inCount);
+    const TExtent extent = ExtentOf(ioStream, inHere);
+    if (target - inHere <= extent.fAtHand) // a seek would load the buffer again for each of many small payloads
     {
-        NqPlainSource source(stream);
-        return ReadInPieces(source, count, [](const int8*, int32) {});
+        NqPlainSource source(ioStream);
+        return ReadInPieces(source, inCount, [](const int8*, int32) {});
     }
     if (extent.fEnd == kUnknownEnd)
     {
-        const int64 end = stream.GetStreamSize();
-        stream.clear(0);
-        if (target > end || !IsAt(stream, here)) // such an end need not be exact: it only says what a seek may try
-            return ReadAheadFrom(stream, here, count);
+        const int64 end = ioStream.GetStreamSize();
+        ioStream.clear(0);
+        if (target > end || !IsAt(ioStream, inHere)) // such an end need not be exact: it only says what a seek may try
+            return ReadAheadFrom(ioStream, inHere, inCount);
     }
     else if (target > extent.fEnd)
     {
-        stream.seek(static_cast<int32>(extent.fEnd), TNqiostream::beg);
-        stream.changestate(TNqiostream::eofbit); // as if the bytes had been read
+        ioStream.seek(static_cast<int32>(extent.fEnd), TNqiostream::beg);
+        ioStream.changestate(TNqiostream::eofbit); // as if the bytes had been read
         return false;
     }
-    stream.seek(static_cast<int32>(target), TNqiostream::beg);
-    stream.clear(0);
-    return IsAt(stream, target) || ReadAheadFrom(stream, here, count);
+    ioStream.seek(static_cast<int32>(target), TNqiostream::beg);
+    ioStream.clear(0);
+    return IsAt(ioStream, target) || ReadAheadFrom(ioStream, inHere, inCount);
 }
 
 } // namespace
 
 // Positions are believed when the host gives them and one byte read moves them by one: a class that decodes what it
 // reads may leave tell and seek to a base that knows only of the encoded bytes.
-bool NqTokenScan::SkipAhead(TNqiostream& stream, uint64 count)
+bool NqTokenScan::SkipAhead(TNqiostream& ioStream, uint64 inCount)
 {
-    if (!stream.CanSeek())
-        return ReadAhead(stream, count);
-    const int64 before = stream.tell();
-    if (!ReadAhead(stream, 1))
+    if (!ioStream.CanSeek())
+        return ReadAhead(ioStream, inCount);
+    const int64 before = ioStream.tell();
+    if (!ReadAhead(ioStream, 1))
         return false;
-    if (count == 1)
+    if (inCount == 1)
         return true;
-    if (IsAt(stream, before + 1))
-        return MoveAhead(stream, before + 1, count - 1);
-    return ReadAhead(stream, count - 1);
+    if (IsAt(ioStream, before + 1))
+        return MoveAhead(ioStream, before + 1, inCount - 1);
+    return ReadAhead(ioStream, inCount - 1);
 }
 
 namespace
@@ -125,7 +125,7 @@ constexpr int32 kPathBytes = 1024;           // what readFileRef may fill
 
 // What inScan() returns, or the code of what an operation of the stream throws, which makes it a failed one.
 template <class Scan>
-NqErr CodeOf(TNqiostream& stream, Scan&& inScan)
+NqErr CodeOf(TNqiostream& ioStream, Scan&& inScan)
 {
     NqErr code = kNqErrEndOfFile;
     try
@@ -144,131 +144,131 @@ NqErr CodeOf(TNqiostream& stream, Scan&& inScan)
     catch (const std::exception&)
     {
     }
-    stream.changestate(TNqiostream::failbit);
+    ioStream.changestate(TNqiostream::failbit);
     return code;
 }
 
-void ExpectToken(TNqiostream& stream, ETokenKind expected)
+void ExpectToken(TNqiostream& ioStream, ETokenKind inExpected)
 {
     ETokenKind kind = NqToken::kNoToken;
     TNoText text;
-    ThrowUnlessNoErr(NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, kind); }));
-    if (kind != expected)
+    ThrowUnlessNoErr(NqWithSource(ioStream, [&](auto& source) { return ScanToken(source, text, kind); }));
+    if (kind != inExpected)
         NqToken::FailReadFile();
 }
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
 
 // What came of a value before the stream failed is none.
-void ThrowIfFailed(const TNqiostream& stream)
+void ThrowIfFailed(const TNqiostream& inStream)
 {
-    if (stream.fail())
+    if (inStream.fail())
         NqToken::FailEOFFile();
 }
 
 // stream >> value, 0 when that is no number. How it ended is in NumberEnd() of the stream.
 template <class T, class Source>
-T ReadNumber(Source& source)
+T ReadNumber(Source& ioSource)
 {
     T value = 0;
-    NqStreamAccess::NumberEnd(source.Stream()) = kNqNumberUnknown;
-    NqExtract(source, value);
-    if (NqStreamAccess::NumberEnd(source.Stream()) == kNqNumberCut)
+    NqStreamAccess::NumberEnd(ioSource.Stream()) = kNqNumberUnknown;
+    NqExtract(ioSource, value);
+    if (NqStreamAccess::NumberEnd(ioSource.Stream()) == kNqNumberCut)
         NqToken::FailEOFFile();
     return value;
 }
 
 // The same where something must come: only blanks before the end of the stream are the end.
 template <class T, class Source>
-T ReadValue(Source& source)
+T ReadValue(Source& ioSource)
 {
-    const T value = ReadNumber<T>(source);
-    const uint8 end = NqStreamAccess::NumberEnd(source.Stream());
+    const T value = ReadNumber<T>(ioSource);
+    const uint8 end = NqStreamAccess::NumberEnd(ioSource.Stream());
     if (end == kNqNumberMissing)
-        source.Stream().clear(TNqiostream::eofbit); // the number is missing; the stream has not failed
-    if (end == kNqNumberMissing || (end == kNqNumberUnknown && !source.Good()))
+        ioSource.Stream().clear(TNqiostream::eofbit); // the number is missing; the stream has not failed
+    if (end == kNqNumberMissing || (end == kNqNumberUnknown && !ioSource.Good()))
         NqToken::FailEOFFile();
     return value;
 }
 
 template <class T>
-T ReadOneValue(TNqiostream& stream)
+T ReadOneValue(TNqiostream& ioStream)
 {
-    return NqWithSource(stream, [](auto& source) { return ReadValue<T>(source); });
+    return NqWithSource(ioStream, [](auto& source) { return ReadValue<T>(source); });
 }
 
 // A blank before the comma was consumed with the number: it is as wrong as any other byte.
 template <class Source>
-void ReadComma(Source& source)
+void ReadComma(Source& ioSource)
 {
     int8 c = 0;
-    if (NqStreamAccess::NumberEnd(source.Stream()) == kNqNumberAndBlank)
+    if (NqStreamAccess::NumberEnd(ioSource.Stream()) == kNqNumberAndBlank)
         NqToken::FailReadFile();
-    source.Stream().clear(0); // a number that was none: a connection does not forget it by reading
-    source.Read(&c, 1);
-    ThrowIfFailed(source.Stream());
-    if (!source.Good() || c != ',')
+    ioSource.Stream().clear(0); // a number that was none: a connection does not forget it by reading
+    ioSource.Read(&c, 1);
+    ThrowIfFailed(ioSource.Stream());
+    if (!ioSource.Good() || c != ',')
         NqToken::FailReadFile();
 }
 
-inline bool TakeNumber(const int8*& at, real32& out)
+inline bool TakeNumber(const int8*& ioAt, real32& outValue)
 {
     real64 number;
-    const bool plain = NqTakeReal(at, number);
-    out = static_cast<real32>(plain ? number : 0);
+    const bool plain = NqTakeReal(ioAt, number);
+    outValue = static_cast<real32>(plain ? number : 0);
     return plain;
 }
 
 template <class Integer>
-bool TakeNumber(const int8*& at, Integer& out)
+bool TakeNumber(const int8*& ioAt, Integer& outValue)
 {
     uint32 number = 0;
-    const bool plain = NqTakeInteger(at, number);
-    out = static_cast<Integer>(number);
+    const bool plain = NqTakeInteger(ioAt, number);
+    outValue = static_cast<Integer>(number);
     return plain;
 }
 
-// Plain values with a comma behind each, in one go, as long as they are at hand; at most `most`. Returns how many.
+// Plain values with a comma behind each, in one go, as long as they are at hand; at most `inMost`. Returns how many.
 template <class T, class Source>
-int32 ReadRun(Source& source, int32 most, T* out)
+int32 ReadRun(Source& ioSource, int32 inMost, T* outValues)
 {
     int32 count = 0;
     if constexpr (Source::kIsDirect)
     {
-        const auto [first, last] = source.NumbersAtHand();
+        const auto [first, last] = ioSource.NumbersAtHand();
         const int8* behind = first; // of the last comma
-        for (const int8* at = first; count < most; ++count, behind = at)
+        for (const int8* at = first; count < inMost; ++count, behind = at)
         {
             T value;
             while (at != last && IsBlank(*at))
                 ++at;
             if (last - at < kNqNumberWindow || !TakeNumber(at, value) || *at++ != ',')
                 break;
-            if (out != nullptr)
-                out[count] = value;
+            if (outValues != nullptr)
+                outValues[count] = value;
         }
         if (count > 0)
         {
-            source.PassRead(behind - first);
-            NqStreamAccess::NumberEnd(source.Stream()) = kNqNumberClosed;
+            ioSource.PassRead(behind - first);
+            NqStreamAccess::NumberEnd(ioSource.Stream()) = kNqNumberClosed;
         }
     }
     return count;
 }
 
 template <class T>
-void ReadArray(TNqiostream& stream, int32 count, T* out)
+void ReadArray(TNqiostream& ioStream, int32 inCount, T* outValues)
 {
-    const int32 last = std::max(count, 1) - 1;
-    NqWithSource(stream,
+    const int32 last = std::max(inCount, 1) - 1;
+    NqWithSource(ioStream,
                  [&](auto& source)
                  {
                      for (int32 i = 0; i <= last; ++i)
                      {
-                         i += ReadRun(source, last - i, out != nullptr ? out + i : nullptr);
+                         i += ReadRun(source, last - i, outValues != nullptr ? outValues + i : nullptr);
                          const T value = ReadValue<T>(source);
-                         if (out != nullptr)
-                             out[i] = value;
+                         if (outValues != nullptr)
+                             outValues[i] = value;
                          if (i < last)
                              ReadComma(source);
                      }
@@ -277,25 +277,25 @@ void ReadArray(TNqiostream& stream, int32 count, T* out)
 
 // Files hold infinities as text; no computation has to deal with them.
 template <class Source>
-real32 ReadRealOrInf(Source& source)
+real32 ReadRealOrInf(Source& ioSource)
 {
     int8 c = 0;
-    bool more = NextNonBlank(source, c);
+    bool more = NextNonBlank(ioSource, c);
     if (!more)
         NqToken::FailEOFFile();
     const bool negative = c == '-';
     if (negative)
-        more = NextByte(source, c);
+        more = NextByte(ioSource, c);
     real32 value = std::numeric_limits<real32>::max();
     const int8* expected = "inf";
     while (more && c == *expected && *++expected != 0)
-        more = NextByte(source, c);
+        more = NextByte(ioSource, c);
     if (*expected != 0)
     {
         if (more)
-            source.Putback(c); // only this one: what was taken of an incomplete "inf" is lost
-        ThrowIfFailed(source.Stream());
-        value = ReadNumber<real32>(source);
+            ioSource.Putback(c); // only this one: what was taken of an incomplete "inf" is lost
+        ThrowIfFailed(ioSource.Stream());
+        value = ReadNumber<real32>(ioSource);
     }
     return negative ? -value : value;
 }
@@ -304,48 +304,48 @@ real32 ReadRealOrInf(Source& source)
 
 // Up to four characters; false when the stream ends before the first.
 template <class Source>
-bool ReadFourChars(Source& source, int8* name)
+bool ReadFourChars(Source& ioSource, int8* outName)
 {
     constexpr int8 tCOMMA = ',';
     int8 c = 0;
-    if (!NextNonBlank(source, c))
+    if (!NextNonBlank(ioSource, c))
         return false;
     NqCheck(c != tCOMMA);
-    *name++ = c;
-    for (int32 i = 1; i < 4 && NextByte(source, c) && !IsBlank(c); ++i)
+    *outName++ = c;
+    for (int32 i = 1; i < 4 && NextByte(ioSource, c) && !IsBlank(c); ++i)
     {
         if (c == tCOMMA)
         {
-            source.Putback(c);
+            ioSource.Putback(c);
             break;
         }
-        *name++ = c;
+        *outName++ = c;
     }
     return true;
 }
 
 // Without a transcoder they are UTF-8.
-bool HoldsCharacters(const int8* bytes, ITranscoder* encoding)
+bool HoldsCharacters(const int8* inBytes, ITranscoder* inEncoding)
 {
     bool found = false;
     uint8 index = 0, total = 0;
     uint8 sequence[4];
     do
     {
-        const uint8 byte = static_cast<uint8>(*bytes);
+        const uint8 byte = static_cast<uint8>(*inBytes);
         const uint16 character =
-            encoding != nullptr ? encoding->Encode(byte) : UTF8TakeByte(byte, index, total, sequence);
+            inEncoding != nullptr ? inEncoding->Encode(byte) : UTF8TakeByte(byte, index, total, sequence);
         found = found || (character != 0 && character != kNqNoCharacter);
-    } while (*bytes++ != 0);
+    } while (*inBytes++ != 0);
     return found;
 }
 
 // The text of a token. Without memory for it a string is left empty, which is not what stands in the file.
-void SetText(TNqString& out, const int8* bytes, ITranscoder* encoding)
+void SetText(TNqString& outText, const int8* inBytes, ITranscoder* inEncoding)
 {
-    out.FromText("", 0);
-    NqTextFromEncoded(out, bytes, encoding);
-    if (out.ByteLength() == 0 && HoldsCharacters(bytes, encoding))
+    outText.FromText("", 0);
+    NqTextFromEncoded(outText, inBytes, inEncoding);
+    if (outText.ByteLength() == 0 && HoldsCharacters(inBytes, inEncoding))
         throw TNqException(kNqErrOutOfMemory, NqSourcePath(__FILE__), __LINE__);
 }
 
@@ -354,15 +354,15 @@ template <class Source>
 class TByteReader
 {
 public:
-    explicit TByteReader(Source& source) : fSource(source) {}
+    explicit TByteReader(Source& ioSource) : fSource(ioSource) {}
 
     void Get(int8& c) { fSource.Read(&c, 1); }
     bool Good() const { return fSource.Good(); }
 
     template <class Set, class TakeRun>
-    bool GetUntil(int8& c, TakeRun&& take)
+    bool GetUntil(int8& c, TakeRun&& inTake)
     {
-        return fSource.template ReadUntil<Set>(c, take);
+        return fSource.template ReadUntil<Set>(c, inTake);
     }
 
 private:
@@ -373,7 +373,7 @@ private:
 class TStringText : public TNoText
 {
 public:
-    void Content(const int8* first, const int8* last) { fFailed = fFailed || !fBytes.Append(first, last); }
+    void Content(const int8* inFirst, const int8* inLast) { fFailed = fFailed || !fBytes.Append(inFirst, inLast); }
     void Escaped(int8, int8 c) { Content(&c, &c + 1); }
 
     const int8* GetText()
@@ -389,13 +389,13 @@ private:
 };
 
 template <class Source>
-NqErr ReadLongString(Source& source, TStringText& text)
+NqErr ReadLongString(Source& ioSource, TStringText& ioText)
 {
-    TByteReader<Source> reader(source);
+    TByteReader<Source> reader(ioSource);
     int8 c = 0;
     if (!reader.template GetUntil<NqByteSet<'"'>>(c, [](const int8*, const int8*) {}))
         return kNqErrEndOfFile;
-    return ScanQuoted(reader, text);
+    return ScanQuoted(reader, ioText);
 }
 
 } // namespace
@@ -405,85 +405,85 @@ namespace NqToken
 
 // ---- Settings of a stream ------------------------------------------------------------------------------------------
 
-void InitTokenMgr(TNqiostream& stream)
+void InitTokenMgr(TNqiostream& ioStream)
 {
     NqTokenData data;
-    stream.SetInfo(kTokenDataKey, &data, sizeof(data));
+    ioStream.SetInfo(kTokenDataKey, &data, sizeof(data));
 }
 
-NqTokenData* GetNqTokenData(TNqiostream& stream)
+NqTokenData* GetNqTokenData(TNqiostream& ioStream)
 {
-    void* data = stream.GetInfo(kTokenDataKey);
+    void* data = ioStream.GetInfo(kTokenDataKey);
     return data != nullptr ? static_cast<NqTokenData*>(data) : &gDefaultTokenData;
 }
 
-void SetTokenAsciiFormat(TNqiostream& stream, int32 asciiFormat)
+void SetTokenAsciiFormat(TNqiostream& ioStream, int32 inAsciiFormat)
 {
-    GetNqTokenData(stream)->fTokenAsciiFormat = asciiFormat;
+    GetNqTokenData(ioStream)->fTokenAsciiFormat = inAsciiFormat;
 }
 
-int32 GetTokenAsciiFormat(TNqiostream& stream)
+int32 GetTokenAsciiFormat(TNqiostream& ioStream)
 {
-    return GetNqTokenData(stream)->fTokenAsciiFormat;
+    return GetNqTokenData(ioStream)->fTokenAsciiFormat;
 }
 
 // ---- Tokens and blocks ---------------------------------------------------------------------------------------------
 
-NqErr GetNextToken(TNqiostream& stream, int8* token, boolean keepDelimiters)
+NqErr GetNextToken(TNqiostream& ioStream, int8* outToken, boolean inKeepDelimiters)
 {
-    TTokenBuffer text(token, keepDelimiters != 0);
+    TTokenBuffer text(outToken, inKeepDelimiters != 0);
     ETokenKind kind;
-    return CodeOf(stream,
-                  [&] { return NqWithSource(stream, [&](auto& source) { return ScanToken(source, text, kind); }); });
+    return CodeOf(ioStream,
+                  [&] { return NqWithSource(ioStream, [&](auto& source) { return ScanToken(source, text, kind); }); });
 }
 
-NqErr GetNextTokenInfo(TNqiostream& stream, int8* token, TNqTokenInfo& info, boolean keepComments)
+NqErr GetNextTokenInfo(TNqiostream& ioStream, int8* outToken, TNqTokenInfo& outInfo, boolean inKeepComments)
 {
-    info = TNqTokenInfo();
-    TInfoText text(token, info, keepComments != 0);
+    outInfo = TNqTokenInfo();
+    TInfoText text(outToken, outInfo, inKeepComments != 0);
     const auto scan = [&](auto& source)
     {
-        const NqErr err = ScanToken(source, text, info.fKind);
-        if (info.fKind == kNoToken)
-            info.fOffset = stream.tell();
+        const NqErr err = ScanToken(source, text, outInfo.fKind);
+        if (outInfo.fKind == kNoToken)
+            outInfo.fOffset = ioStream.tell();
         return err;
     };
-    return CodeOf(stream, [&] { return NqWithSource(stream, scan); });
+    return CodeOf(ioStream, [&] { return NqWithSource(ioStream, scan); });
 }
 
-boolean IsBeginToken(const int8* token)
+boolean IsBeginToken(const int8* inToken)
 {
-    return token[0] == '{';
+    return inToken[0] == '{';
 }
 
-boolean IsEndToken(const int8* token)
+boolean IsEndToken(const int8* inToken)
 {
-    return token[0] == '}';
+    return inToken[0] == '}';
 }
 
-void GetBeginToken(TNqiostream& stream)
+void GetBeginToken(TNqiostream& ioStream)
 {
-    ExpectToken(stream, kBeginToken);
+    ExpectToken(ioStream, kBeginToken);
 }
 
-void GetEndToken(TNqiostream& stream)
+void GetEndToken(TNqiostream& ioStream)
 {
-    ExpectToken(stream, kEndToken);
+    ExpectToken(ioStream, kEndToken);
 }
 
-void SkipTokenData(TNqiostream& stream)
+void SkipTokenData(TNqiostream& ioStream)
 {
-    SkipTokenData(stream, false);
+    SkipTokenData(ioStream, false);
 }
 
-void SkipTokenData(TNqiostream& stream, boolean insideBlock)
+void SkipTokenData(TNqiostream& ioStream, boolean inInsideBlock)
 {
     TNoText text;
-    ThrowUnlessNoErr(NqWithSource(stream,
+    ThrowUnlessNoErr(NqWithSource(ioStream,
                                   [&](auto& source)
                                   {
                                       NqErr err = kNqNoErr;
-                                      int64 depth = insideBlock != 0 ? 1 : 0;
+                                      int64 depth = inInsideBlock != 0 ? 1 : 0;
                                       do
                                       {
                                           ETokenKind kind;
@@ -495,12 +495,12 @@ void SkipTokenData(TNqiostream& stream, boolean insideBlock)
                                   }));
 }
 
-int32 CompactAttribute(const int8* text)
+int32 CompactAttribute(const int8* inText)
 {
     uint32 token = 0;
     int32 count = 0;
-    for (; count < 4 && text[count] != 0; ++count)
-        token = token << 8 | (text[count] == '\'' ? 0u : static_cast<uint8>(text[count]));
+    for (; count < 4 && inText[count] != 0; ++count)
+        token = token << 8 | (inText[count] == '\'' ? 0u : static_cast<uint8>(inText[count]));
     for (; count < 4; ++count)
         token = token << 8 | ' ';
     return static_cast<int32>(token);
@@ -518,150 +518,151 @@ void FailEOFFile()
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
 
-int8 GetInt8Token(TNqiostream& stream)
+int8 GetInt8Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<int8>(stream);
+    return ReadOneValue<int8>(ioStream);
 }
 
-uint8 GetUInt8Token(TNqiostream& stream)
+uint8 GetUInt8Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<uint8>(stream);
+    return ReadOneValue<uint8>(ioStream);
 }
 
-int16 GetInt16Token(TNqiostream& stream)
+int16 GetInt16Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<int16>(stream);
+    return ReadOneValue<int16>(ioStream);
 }
 
-uint16 GetUInt16Token(TNqiostream& stream)
+uint16 GetUInt16Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<uint16>(stream);
+    return ReadOneValue<uint16>(ioStream);
 }
 
-int32 GetInt32Token(TNqiostream& stream)
+int32 GetInt32Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<int32>(stream);
+    return ReadOneValue<int32>(ioStream);
 }
 
-uint32 GetUInt32Token(TNqiostream& stream)
+uint32 GetUInt32Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<uint32>(stream);
+    return ReadOneValue<uint32>(ioStream);
 }
 
-uint32 GetEnumToken(TNqiostream& stream)
+uint32 GetEnumToken(TNqiostream& ioStream)
 {
-    return ReadOneValue<uint32>(stream);
+    return ReadOneValue<uint32>(ioStream);
 }
 
-boolean GetBooleanToken(TNqiostream& stream)
+boolean GetBooleanToken(TNqiostream& ioStream)
 {
-    return ReadOneValue<int32>(stream) != 0;
+    return ReadOneValue<int32>(ioStream) != 0;
 }
 
-real32 GetReal32Token(TNqiostream& stream)
+real32 GetReal32Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<real32>(stream);
+    return ReadOneValue<real32>(ioStream);
 }
 
-real64 GetReal64Token(TNqiostream& stream)
+real64 GetReal64Token(TNqiostream& ioStream)
 {
-    return ReadOneValue<real64>(stream);
+    return ReadOneValue<real64>(ioStream);
 }
 
-real32 GetReal32InfToken(TNqiostream& stream)
+real32 GetReal32InfToken(TNqiostream& ioStream)
 {
-    return NqWithSource(stream, [](auto& source) { return ReadRealOrInf(source); });
+    return NqWithSource(ioStream, [](auto& source) { return ReadRealOrInf(source); });
 }
 
-int32 GetFourCharConstToken(TNqiostream& stream)
+int32 GetFourCharConstToken(TNqiostream& ioStream)
 {
     int8 name[5] = {};
-    if (!NqWithSource(stream, [&](auto& source) { return ReadFourChars(source, name); }))
+    if (!NqWithSource(ioStream, [&](auto& source) { return ReadFourChars(source, name); }))
         FailEOFFile();
-    ThrowIfFailed(stream);
+    ThrowIfFailed(ioStream);
     return CompactAttribute(name);
 }
 
 // ---- Points, rectangles, arrays ------------------------------------------------------------------------------------
 
-TNqPoint GetPointToken(TNqiostream& stream)
+TNqPoint GetPointToken(TNqiostream& ioStream)
 {
     int32 values[2];
-    ReadArray(stream, 2, values);
+    ReadArray(ioStream, 2, values);
     return TNqPoint(values[0], values[1]);
 }
 
-TNqRect GetRectToken(TNqiostream& stream)
+TNqRect GetRectToken(TNqiostream& ioStream)
 {
     int32 values[4]; // top, left, bottom, right
-    ReadArray(stream, 4, values);
+    ReadArray(ioStream, 4, values);
     return TNqRect(values[1], values[0], values[3], values[2]);
 }
 
-void GetInt16ArrayToken(TNqiostream& stream, int32 count, int16* out)
+void GetInt16ArrayToken(TNqiostream& ioStream, int32 inCount, int16* outValues)
 {
-    ReadArray(stream, count, out);
+    ReadArray(ioStream, inCount, outValues);
 }
 
-void GetInt32ArrayToken(TNqiostream& stream, int32 count, int32* out)
+void GetInt32ArrayToken(TNqiostream& ioStream, int32 inCount, int32* outValues)
 {
-    ReadArray(stream, count, out);
+    ReadArray(ioStream, inCount, outValues);
 }
 
-void GetReal32ArrayToken(TNqiostream& stream, int32 count, real32* out)
+void GetReal32ArrayToken(TNqiostream& ioStream, int32 inCount, real32* outValues)
 {
-    ReadArray(stream, count, out);
+    ReadArray(ioStream, inCount, outValues);
 }
 
 // ---- Strings -------------------------------------------------------------------------------------------------------
 
-TNqString255 GetNonLocalizedStringToken(TNqiostream& stream)
+TNqString255 GetNonLocalizedStringToken(TNqiostream& ioStream)
 {
     TNqString255 text;
-    GetLongStringToken(stream, text);
+    GetLongStringToken(ioStream, text);
     return text;
 }
 
-TNqString& GetLongStringToken(TNqiostream& stream, TNqString& out)
+TNqString& GetLongStringToken(TNqiostream& ioStream, TNqString& outText)
 {
     int8 token[kTokenBufferSize];
-    ThrowUnlessNoErr(GetNextToken(stream, token, false));
-    SetText(out, token, stream.GetTranscoder());
-    out.TranslateAfterRead();
-    return out;
+    ThrowUnlessNoErr(GetNextToken(ioStream, token, false));
+    SetText(outText, token, ioStream.GetTranscoder());
+    outText.TranslateAfterRead();
+    return outText;
 }
 
-TNqDynamicString& GetNonLocalizedDynamicStringToken(TNqiostream& stream, TNqDynamicString& out, boolean translate)
+TNqDynamicString& GetNonLocalizedDynamicStringToken(TNqiostream& ioStream, TNqDynamicString& outText,
+                                                    boolean inTranslate)
 {
     TStringText text;
-    if (NqWithSource(stream, [&](auto& source) { return ReadLongString(source, text); }) != kNqNoErr)
+    if (NqWithSource(ioStream, [&](auto& source) { return ReadLongString(source, text); }) != kNqNoErr)
         FailEOFFile();
-    SetText(out, text.GetText(), stream.GetTranscoder());
-    if (translate)
-        out.TranslateAfterRead();
-    return out;
+    SetText(outText, text.GetText(), ioStream.GetTranscoder());
+    if (inTranslate)
+        outText.TranslateAfterRead();
+    return outText;
 }
 
-TNqString255 GetLocalizedStringToken(TNqiostream& stream)
+TNqString255 GetLocalizedStringToken(TNqiostream& ioStream)
 {
     TNqString255 text;
-    stream.ReadLocalizedString(text);
+    ioStream.ReadLocalizedString(text);
     return text;
 }
 
-TNqDynamicString& GetLocalizedDynamicStringToken(TNqiostream& stream, TNqDynamicString& out)
+TNqDynamicString& GetLocalizedDynamicStringToken(TNqiostream& ioStream, TNqDynamicString& outText)
 {
-    stream.ReadLocalizedDynamicString(out);
-    return out;
+    ioStream.ReadLocalizedDynamicString(outText);
+    return outText;
 }
 
-TNqString255 GetPathRefToken(TNqiostream& stream)
+TNqString255 GetPathRefToken(TNqiostream& ioStream)
 {
     int8 path[kPathBytes] = {};
-    stream.readFileRef(path);
-    ThrowIfFailed(stream);
+    ioStream.readFileRef(path);
+    ThrowIfFailed(ioStream);
     TNqString255 text;
-    SetText(text, path, stream.GetTranscoder());
+    SetText(text, path, ioStream.GetTranscoder());
     text.TranslateAfterRead();
     return text;
 }

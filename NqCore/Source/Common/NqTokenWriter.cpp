@@ -9,19 +9,19 @@ namespace
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
 
-inline int8* StoreNumber(int8* text, real32 value)
+inline int8* StoreNumber(int8* inText, real32 inValue)
 {
-    return NqStoreReal(text, value);
+    return NqStoreReal(inText, inValue);
 }
 
-inline int8* StoreNumber(int8* text, int32 value)
+inline int8* StoreNumber(int8* inText, int32 inValue)
 {
-    return NqStoreInteger(text, value);
+    return NqStoreInteger(inText, inValue);
 }
 
-inline int8* StoreNumber(int8* text, uint32 value)
+inline int8* StoreNumber(int8* inText, uint32 inValue)
 {
-    return NqStoreUnsigned(text, value);
+    return NqStoreUnsigned(inText, inValue);
 }
 
 inline int8* StoreNumber(int8*, real64)
@@ -31,10 +31,10 @@ inline int8* StoreNumber(int8*, real64)
 
 // Whether StoreNumber writes what the stream's operator does, where it does not return null.
 template <class T, class Sink>
-bool IsStored(Sink& sink)
+bool IsStored(Sink& ioSink)
 {
     if constexpr (std::is_same_v<T, real32>)
-        return NqHasSixDecimals(sink.Precision());
+        return NqHasSixDecimals(ioSink.Precision());
     return sizeof(T) > 1; // one byte is a character
 }
 
@@ -42,123 +42,123 @@ bool IsStored(Sink& sink)
 
 // A line with a name, a blank and the value that inPut(sink) writes.
 template <class Sink, class Put>
-void PutValueLine(Sink& sink, const NqTokenData& data, int32 token, Put&& inPut)
+void PutValueLine(Sink& ioSink, const NqTokenData& inData, int32 inToken, Put&& inPut)
 {
-    PutLineName(sink, data, token);
-    sink.Put(' ');
-    inPut(sink);
-    PutLineEnd(sink);
+    PutLineName(ioSink, inData, inToken);
+    ioSink.Put(' ');
+    inPut(ioSink);
+    PutLineEnd(ioSink);
 }
 
 template <class Put>
-void PutValueLine(TNqiostream& stream, int32 token, Put&& inPut)
+void PutValueLine(TNqiostream& ioStream, int32 inToken, Put&& inPut)
 {
-    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
-    NqWithSink(stream, [&](auto& sink) { PutValueLine(sink, data, token, inPut); });
+    const NqTokenData& data = *NqToken::GetNqTokenData(ioStream);
+    NqWithSink(ioStream, [&](auto& sink) { PutValueLine(sink, data, inToken, inPut); });
 }
 
 template <class T>
-void PutNumberLine(TNqiostream& stream, int32 token, T value)
+void PutNumberLine(TNqiostream& ioStream, int32 inToken, T inValue)
 {
-    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
-    const auto store = [token, value](int8* at)
+    const NqTokenData& data = *NqToken::GetNqTokenData(ioStream);
+    const auto store = [inToken, inValue](int8* at)
     {
-        at = StoreName(at, static_cast<uint32>(token));
+        at = StoreName(at, static_cast<uint32>(inToken));
         if (at != nullptr)
             *at++ = ' ';
-        return at != nullptr ? StoreNumber(at, +value) : nullptr;
+        return at != nullptr ? StoreNumber(at, +inValue) : nullptr;
     };
-    NqWithSink(stream,
+    NqWithSink(ioStream,
                [&](auto& sink)
                {
                    if (!IsStored<T>(sink) || !PutLineAtHand(sink, data, store))
-                       PutValueLine(sink, data, token, [value](auto& to) { NqInsert(to, value); });
+                       PutValueLine(sink, data, inToken, [inValue](auto& to) { NqInsert(to, inValue); });
                });
 }
 
 // A line whose value is text that inPut() writes to the stream; compact documents have no blank before it.
 template <class Sink, class Put>
-void PutTextLine(Sink& sink, const NqTokenData& data, int32 token, Put&& inPut)
+void PutTextLine(Sink& ioSink, const NqTokenData& inData, int32 inToken, Put&& inPut)
 {
-    PutLineName(sink, data, token);
-    if (!data.fTokenCompact)
-        sink.Put(' ');
-    sink.Run(inPut);
-    PutLineEnd(sink);
+    PutLineName(ioSink, inData, inToken);
+    if (!inData.fTokenCompact)
+        ioSink.Put(' ');
+    ioSink.Run(inPut);
+    PutLineEnd(ioSink);
 }
 
 template <class Put>
-void PutTextLine(TNqiostream& stream, int32 token, Put&& inPut)
+void PutTextLine(TNqiostream& ioStream, int32 inToken, Put&& inPut)
 {
-    const NqTokenData& data = *NqToken::GetNqTokenData(stream);
-    NqWithSink(stream, [&](auto& sink) { PutTextLine(sink, data, token, inPut); });
+    const NqTokenData& data = *NqToken::GetNqTokenData(ioStream);
+    NqWithSink(ioStream, [&](auto& sink) { PutTextLine(sink, data, inToken, inPut); });
 }
 
 // Bytes between quotes that need no escape; null when one does, or when they are too many for a short line.
-inline int8* StoreQuotedBytes(int8* at, const int8* bytes, uint32 count)
+inline int8* StoreQuotedBytes(int8* inAt, const int8* inBytes, uint32 inCount)
 {
     constexpr uint32 kMost = 255;
-    if (count > kMost)
+    if (inCount > kMost)
         return nullptr;
-    *at++ = '"';
-    for (uint32 i = 0; i < count; ++i)
+    *inAt++ = '"';
+    for (uint32 i = 0; i < inCount; ++i)
     {
-        if (NqNeedsEscape(static_cast<uint8>(bytes[i])))
+        if (NqNeedsEscape(static_cast<uint8>(inBytes[i])))
             return nullptr;
-        *at++ = bytes[i];
+        *inAt++ = inBytes[i];
     }
-    *at++ = '"';
-    return at;
+    *inAt++ = '"';
+    return inAt;
 }
 
-inline void Deepen(NqTokenData& data)
+inline void Deepen(NqTokenData& outData)
 {
-    if (data.fTokenIndent)
-        ++data.fTokenIndentLevel;
+    if (outData.fTokenIndent)
+        ++outData.fTokenIndentLevel;
 }
 
 // An opening brace at the end of a line; what follows is one level deeper.
 template <class Sink>
-void PutBrace(Sink& sink, NqTokenData& data)
+void PutBrace(Sink& ioSink, NqTokenData& outData)
 {
-    if (!data.fTokenCompact)
-        sink.Put(' ');
-    sink.Put('{');
-    PutLineEnd(sink);
-    Deepen(data);
+    if (!outData.fTokenCompact)
+        ioSink.Put(' ');
+    ioSink.Put('{');
+    PutLineEnd(ioSink);
+    Deepen(outData);
 }
 
 // The brace stands in line with the contents of the block, and only then the level falls. Files are compared byte by
 // byte.
 template <class Sink>
-void PutClosingBrace(Sink& sink, NqTokenData& data)
+void PutClosingBrace(Sink& ioSink, NqTokenData& outData)
 {
     const auto store = [](int8* at)
     {
         *at = '}';
         return at + 1;
     };
-    if (!PutLineAtHand(sink, data, store))
+    if (!PutLineAtHand(ioSink, outData, store))
     {
-        PutIndent(sink, data);
-        sink.Put('}');
-        PutLineEnd(sink);
+        PutIndent(ioSink, outData);
+        ioSink.Put('}');
+        PutLineEnd(ioSink);
     }
-    if (data.fTokenIndent)
-        --data.fTokenIndentLevel;
+    if (outData.fTokenIndent)
+        --outData.fTokenIndentLevel;
 }
 
 // ---- Values --------------------------------------------------------------------------------------------------------
 
-// Plain values with a comma behind each, as many as fit the buffer; at most `most`. Returns how many. They are made in
-// pieces beside the buffer, since making one touches bytes behind it, where a stream may hold others.
+// Plain values with a comma behind each, as many as fit the buffer; at most `inMost`. Returns how many. They are made
+// in pieces beside the buffer, since making one touches bytes behind it, where a stream may hold others.
 template <class Sink, class T>
-int32 PutRun(Sink& sink, int32 most, const T* values)
+int32 PutRun(Sink& ioSink, int32 inMost, const T* inValues)
 {
     int32 count = 0;
     if constexpr (Sink::kIsDirect)
     {
-        if (std::is_same_v<T, real32> && !NqHasSixDecimals(sink.Precision()))
+        if (std::is_same_v<T, real32> && !NqHasSixDecimals(ioSink.Precision()))
             return 0;
         constexpr int64 kPieceBytes = 2048;
         constexpr int64 kLongest = kNqNumberRoom + 1;
@@ -167,10 +167,10 @@ int32 PutRun(Sink& sink, int32 most, const T* values)
         do
         {
             at = piece;
-            const int8* const last = piece + std::min(kPieceBytes, sink.RoomAtHand());
-            while (count < most && last - at >= kLongest)
+            const int8* const last = piece + std::min(kPieceBytes, ioSink.RoomAtHand());
+            while (count < inMost && last - at >= kLongest)
             {
-                int8* const end = StoreNumber(at, values[count]);
+                int8* const end = StoreNumber(at, inValues[count]);
                 if (end == nullptr)
                     break;
                 *end = ',';
@@ -178,60 +178,60 @@ int32 PutRun(Sink& sink, int32 most, const T* values)
                 ++count;
             }
             if (at != piece)
-                sink.Write(piece, static_cast<int32>(at - piece));
-        } while (at != piece && count < most);
+                ioSink.Write(piece, static_cast<int32>(at - piece));
+        } while (at != piece && count < inMost);
     }
     return count;
 }
 
 // Comma-separated, at least one.
 template <class Sink, class T>
-void PutArray(Sink& sink, int32 count, const T* values)
+void PutArray(Sink& ioSink, int32 inCount, const T* inValues)
 {
-    if (values == nullptr)
-        return NqInsert(sink, T(0));
-    const int32 last = std::max(count, 1) - 1;
-    for (int32 i = PutRun(sink, last, values); i < last; i += PutRun(sink, last - i, values + i))
+    if (inValues == nullptr)
+        return NqInsert(ioSink, T(0));
+    const int32 last = std::max(inCount, 1) - 1;
+    for (int32 i = PutRun(ioSink, last, inValues); i < last; i += PutRun(ioSink, last - i, inValues + i))
     {
-        NqInsert(sink, values[i]);
-        sink.Put(',');
+        NqInsert(ioSink, inValues[i]);
+        ioSink.Put(',');
         ++i;
     }
-    NqInsert(sink, values[last]);
+    NqInsert(ioSink, inValues[last]);
 }
 
 template <class T>
-void PutArrayLine(TNqiostream& stream, int32 token, int32 count, const T* values)
+void PutArrayLine(TNqiostream& ioStream, int32 inToken, int32 inCount, const T* inValues)
 {
-    PutValueLine(stream, token, [=](auto& sink) { PutArray(sink, count, values); });
+    PutValueLine(ioStream, inToken, [=](auto& sink) { PutArray(sink, inCount, inValues); });
 }
 
-// The text that goes into the file, with `translate` as its translation makes it in `copy`. Without memory the text
-// itself is better than nothing.
-const TNqString& TextToWrite(const TNqString& text, boolean translate, TNqDynamicString& copy)
+// The text that goes into the file, with `inTranslate` as its translation makes it in `outCopy`. Without memory the
+// text itself is better than nothing.
+const TNqString& TextToWrite(const TNqString& inText, boolean inTranslate, TNqDynamicString& outCopy)
 {
-    if (translate)
-        text.TranslateBeforeWrite(copy);
-    return copy.ByteLength() != 0 ? copy : text;
+    if (inTranslate)
+        inText.TranslateBeforeWrite(outCopy);
+    return outCopy.ByteLength() != 0 ? outCopy : inText;
 }
 
 // Bytes between quotes, as they are, but for those that need an escape.
 template <class Sink>
-void PutQuotedBytes(Sink& sink, const int8* bytes, uint32 count)
+void PutQuotedBytes(Sink& ioSink, const int8* inBytes, uint32 inCount)
 {
-    sink.Put('"');
-    for (uint32 i = 0; i < count; ++i)
+    ioSink.Put('"');
+    for (uint32 i = 0; i < inCount; ++i)
     {
         const uint32 run = i;
-        while (i < count && !NqNeedsEscape(static_cast<uint8>(bytes[i])))
+        while (i < inCount && !NqNeedsEscape(static_cast<uint8>(inBytes[i])))
             ++i;
-        sink.PutEach(bytes + run, i - run);
-        if (i == count)
+        ioSink.PutEach(inBytes + run, i - run);
+        if (i == inCount)
             break;
-        sink.Put(kStringEscape);
-        sink.Put(bytes[i]);
+        ioSink.Put(kStringEscape);
+        ioSink.Put(inBytes[i]);
     }
-    sink.Put('"');
+    ioSink.Put('"');
 }
 
 } // namespace
@@ -241,220 +241,221 @@ namespace NqToken
 
 // ---- Names and blocks ----------------------------------------------------------------------------------------------
 
-void PutToken(TNqiostream& stream, uint32 token, boolean compact)
+void PutToken(TNqiostream& ioStream, uint32 inToken, boolean inCompact)
 {
-    NqWithSink(stream, [&](auto& sink) { PutName(sink, token, compact != 0); });
+    NqWithSink(ioStream, [&](auto& sink) { PutName(sink, inToken, inCompact != 0); });
 }
 
-void IndentToken(TNqiostream& stream)
+void IndentToken(TNqiostream& ioStream)
 {
-    NqWithSink(stream, [&](auto& sink) { PutIndent(sink, *GetNqTokenData(stream)); });
+    NqWithSink(ioStream, [&](auto& sink) { PutIndent(sink, *GetNqTokenData(ioStream)); });
 }
 
-TNqiostreamContext* PutBeginToken(TNqiostream& stream, int32 token, boolean wantContext)
+TNqiostreamContext* PutBeginToken(TNqiostream& ioStream, int32 inToken, boolean inWantContext)
 {
-    NqTokenData& data = *GetNqTokenData(stream);
-    const auto store = [token, &data](int8* at)
+    NqTokenData& data = *GetNqTokenData(ioStream);
+    const auto store = [inToken, &data](int8* at)
     {
-        at = StoreName(at, static_cast<uint32>(token));
+        at = StoreName(at, static_cast<uint32>(inToken));
         if (at != nullptr && !data.fTokenCompact)
             *at++ = ' ';
         if (at != nullptr)
             *at++ = '{';
         return at;
     };
-    return NqWithSink(stream,
+    return NqWithSink(ioStream,
                       [&](auto& sink) -> TNqiostreamContext*
                       {
-                          if (!wantContext && PutLineAtHand(sink, data, store))
+                          if (!inWantContext && PutLineAtHand(sink, data, store))
                           {
                               Deepen(data);
                               return nullptr;
                           }
-                          PutLineName(sink, data, token);
+                          PutLineName(sink, data, inToken);
                           TNqiostreamContext* context = nullptr;
-                          if (wantContext)
-                              sink.Run([&] { context = stream.GetContext(); });
+                          if (inWantContext)
+                              sink.Run([&] { context = ioStream.GetContext(); });
                           PutBrace(sink, data);
                           return context;
                       });
 }
 
-void PutBeginToken(TNqiostream& stream)
+void PutBeginToken(TNqiostream& ioStream)
 {
-    NqWithSink(stream, [&](auto& sink) { PutBrace(sink, *GetNqTokenData(stream)); });
+    NqWithSink(ioStream, [&](auto& sink) { PutBrace(sink, *GetNqTokenData(ioStream)); });
 }
 
-void PutEndToken(TNqiostream& stream)
+void PutEndToken(TNqiostream& ioStream)
 {
-    NqWithSink(stream, [&](auto& sink) { PutClosingBrace(sink, *GetNqTokenData(stream)); });
+    NqWithSink(ioStream, [&](auto& sink) { PutClosingBrace(sink, *GetNqTokenData(ioStream)); });
 }
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
 
-void PutInt8Attribute(TNqiostream& stream, int32 token, int8 value)
+void PutInt8Attribute(TNqiostream& ioStream, int32 inToken, int8 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutUInt8Attribute(TNqiostream& stream, int32 token, uint8 value)
+void PutUInt8Attribute(TNqiostream& ioStream, int32 inToken, uint8 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutInt16Attribute(TNqiostream& stream, int32 token, int16 value)
+void PutInt16Attribute(TNqiostream& ioStream, int32 inToken, int16 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutUInt16Attribute(TNqiostream& stream, int32 token, uint16 value)
+void PutUInt16Attribute(TNqiostream& ioStream, int32 inToken, uint16 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutInt32Attribute(TNqiostream& stream, int32 token, int32 value)
+void PutInt32Attribute(TNqiostream& ioStream, int32 inToken, int32 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutUInt32Attribute(TNqiostream& stream, int32 token, uint32 value)
+void PutUInt32Attribute(TNqiostream& ioStream, int32 inToken, uint32 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutEnumAttribute(TNqiostream& stream, int32 token, uint32 value)
+void PutEnumAttribute(TNqiostream& ioStream, int32 inToken, uint32 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutBooleanAttribute(TNqiostream& stream, int32 token, boolean value)
+void PutBooleanAttribute(TNqiostream& ioStream, int32 inToken, boolean inValue)
 {
-    PutInt32Attribute(stream, token, value ? 1 : 0);
+    PutInt32Attribute(ioStream, inToken, inValue ? 1 : 0);
 }
 
-void PutReal32Attribute(TNqiostream& stream, int32 token, real32 value)
+void PutReal32Attribute(TNqiostream& ioStream, int32 inToken, real32 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutReal64Attribute(TNqiostream& stream, int32 token, real64 value)
+void PutReal64Attribute(TNqiostream& ioStream, int32 inToken, real64 inValue)
 {
-    PutNumberLine(stream, token, value);
+    PutNumberLine(ioStream, inToken, inValue);
 }
 
-void PutFourCharConstAttribute(TNqiostream& stream, int32 token, int32 value)
+void PutFourCharConstAttribute(TNqiostream& ioStream, int32 inToken, int32 inValue)
 {
-    PutValueLine(stream, token, [value](auto& sink) { PutName(sink, static_cast<uint32>(value)); });
+    PutValueLine(ioStream, inToken, [inValue](auto& sink) { PutName(sink, static_cast<uint32>(inValue)); });
 }
 
-void PutInt32Token(TNqiostream& stream, int32 value)
+void PutInt32Token(TNqiostream& ioStream, int32 inValue)
 {
-    NqWithSink(stream,
+    NqWithSink(ioStream,
                [&](auto& sink)
                {
                    sink.Put(' ');
-                   NqInsert(sink, value);
+                   NqInsert(sink, inValue);
                    PutLineEnd(sink);
                });
 }
 
 // ---- Points, rectangles, arrays ------------------------------------------------------------------------------------
 
-void PutPointAttribute(TNqiostream& stream, int32 token, const TNqPoint& point)
+void PutPointAttribute(TNqiostream& ioStream, int32 inToken, const TNqPoint& inPoint)
 {
-    const int32 values[] = {point.x, point.y};
-    PutArrayLine(stream, token, 2, values);
+    const int32 values[] = {inPoint.x, inPoint.y};
+    PutArrayLine(ioStream, inToken, 2, values);
 }
 
-void PutRectAttribute(TNqiostream& stream, int32 token, const TNqRect& rect)
+void PutRectAttribute(TNqiostream& ioStream, int32 inToken, const TNqRect& inRect)
 {
-    const int32 values[] = {rect.top, rect.left, rect.bottom, rect.right};
-    PutArrayLine(stream, token, 4, values);
+    const int32 values[] = {inRect.top, inRect.left, inRect.bottom, inRect.right};
+    PutArrayLine(ioStream, inToken, 4, values);
 }
 
-void PutInt16ArrayAttribute(TNqiostream& stream, int32 token, int32 count, const int16* values)
+void PutInt16ArrayAttribute(TNqiostream& ioStream, int32 inToken, int32 inCount, const int16* inValues)
 {
-    PutArrayLine(stream, token, count, values);
+    PutArrayLine(ioStream, inToken, inCount, inValues);
 }
 
-void PutInt32ArrayAttribute(TNqiostream& stream, int32 token, int32 count, const int32* values)
+void PutInt32ArrayAttribute(TNqiostream& ioStream, int32 inToken, int32 inCount, const int32* inValues)
 {
-    PutArrayLine(stream, token, count, values);
+    PutArrayLine(ioStream, inToken, inCount, inValues);
 }
 
-void PutReal32ArrayAttribute(TNqiostream& stream, int32 token, int32 count, const real32* values)
+void PutReal32ArrayAttribute(TNqiostream& ioStream, int32 inToken, int32 inCount, const real32* inValues)
 {
-    if (token != 0)
-        return PutArrayLine(stream, token, count, values);
-    NqWithSink(stream,
+    if (inToken != 0)
+        return PutArrayLine(ioStream, inToken, inCount, inValues);
+    NqWithSink(ioStream,
                [&](auto& sink)
                {
                    sink.Put(' ');
-                   PutArray(sink, count, values);
+                   PutArray(sink, inCount, inValues);
                });
 }
 
 // ---- Text ----------------------------------------------------------------------------------------------------------
 
-void PutNonLocalizedString(TNqiostream& stream, const TNqString& text, boolean translate)
+void PutNonLocalizedString(TNqiostream& ioStream, const TNqString& inText, boolean inTranslate)
 {
     TNqDynamicString copy;
-    const TNqString& written = TextToWrite(text, translate, copy);
+    const TNqString& written = TextToWrite(inText, inTranslate, copy);
     const int8* const bytes = NqBytesOf(written);
-    NqWithSink(stream, [&](auto& sink) { PutQuotedBytes(sink, bytes, written.ByteLength()); });
+    NqWithSink(ioStream, [&](auto& sink) { PutQuotedBytes(sink, bytes, written.ByteLength()); });
 }
 
-void PutLocalizedString(TNqiostream& stream, const TNqString& text, boolean translate)
+void PutLocalizedString(TNqiostream& ioStream, const TNqString& inText, boolean inTranslate)
 {
     TNqDynamicString copy;
-    stream.WriteLocalizedString(TextToWrite(text, translate, copy));
+    ioStream.WriteLocalizedString(TextToWrite(inText, inTranslate, copy));
 }
 
-void PutNonLocalizedStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+void PutNonLocalizedStringAttribute(TNqiostream& ioStream, int32 inToken, const TNqString& inText, boolean inTranslate)
 {
-    const NqTokenData& data = *GetNqTokenData(stream);
+    const NqTokenData& data = *GetNqTokenData(ioStream);
     const auto store = [&](int8* at)
     {
-        at = StoreName(at, static_cast<uint32>(token));
+        at = StoreName(at, static_cast<uint32>(inToken));
         if (at != nullptr && !data.fTokenCompact)
             *at++ = ' ';
-        const int8* const bytes = text.StrGet();
-        return at != nullptr && bytes != nullptr ? StoreQuotedBytes(at, bytes, text.ByteLength()) : nullptr;
+        const int8* const bytes = inText.StrGet();
+        return at != nullptr && bytes != nullptr ? StoreQuotedBytes(at, bytes, inText.ByteLength()) : nullptr;
     };
-    NqWithSink(stream,
+    NqWithSink(ioStream,
                [&](auto& sink)
                {
                    // An empty string may be one that has lost its memory, which is reported once.
-                   if (translate || text.ByteLength() == 0 || !PutLineAtHand(sink, data, store))
-                       PutTextLine(sink, data, token, [&] { PutNonLocalizedString(stream, text, translate); });
+                   if (inTranslate || inText.ByteLength() == 0 || !PutLineAtHand(sink, data, store))
+                       PutTextLine(sink, data, inToken, [&] { PutNonLocalizedString(ioStream, inText, inTranslate); });
                });
 }
 
-void PutNonLocalizedLongStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+void PutNonLocalizedLongStringAttribute(TNqiostream& ioStream, int32 inToken, const TNqString& inText,
+                                        boolean inTranslate)
 {
-    PutNonLocalizedStringAttribute(stream, token, text, translate);
+    PutNonLocalizedStringAttribute(ioStream, inToken, inText, inTranslate);
 }
 
-void PutLocalizedStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+void PutLocalizedStringAttribute(TNqiostream& ioStream, int32 inToken, const TNqString& inText, boolean inTranslate)
 {
-    PutTextLine(stream, token, [&] { PutLocalizedString(stream, text, translate); });
+    PutTextLine(ioStream, inToken, [&] { PutLocalizedString(ioStream, inText, inTranslate); });
 }
 
-void PutLocalizedLongStringAttribute(TNqiostream& stream, int32 token, const TNqString& text, boolean translate)
+void PutLocalizedLongStringAttribute(TNqiostream& ioStream, int32 inToken, const TNqString& inText, boolean inTranslate)
 {
-    PutLocalizedStringAttribute(stream, token, text, translate);
+    PutLocalizedStringAttribute(ioStream, inToken, inText, inTranslate);
 }
 
 // The path is written as it is, though reading it translates: existing files hold it so.
-void PutPathRefAttribute(TNqiostream& stream, int32 token, const TNqString& path)
+void PutPathRefAttribute(TNqiostream& ioStream, int32 inToken, const TNqString& inPath)
 {
-    const int8* const bytes = NqBytesOf(path);
-    PutTextLine(stream, token, [&] { stream.writeFileRef(bytes); });
+    const int8* const bytes = NqBytesOf(inPath);
+    PutTextLine(ioStream, inToken, [&] { ioStream.writeFileRef(bytes); });
 }
 
 // ---- Blocks made beforehand ----------------------------------------------------------------------------------------
 
-void PutStreamAttribute(TNqiostream& stream, int32 token, TNqstrstream& content)
+void PutStreamAttribute(TNqiostream& stream, int32 inToken, TNqstrstream& content)
 {
     if (!NqCheck(&stream != &content))
         return;
@@ -464,7 +465,7 @@ void PutStreamAttribute(TNqiostream& stream, int32 token, TNqstrstream& content)
     NqWithSink(stream,
                [&](auto& sink)
                {
-                   PutLineName(sink, data, token);
+                   PutLineName(sink, data, inToken);
                    PutBrace(sink, data);
                    if (size > 0)
                        sink.Write(NqStreamAccess::MemoryBytes(content), size);

@@ -8,65 +8,65 @@ namespace
 {
 
 // Fills the map from the characters of a table to their positions. False without memory.
-bool FillReverseMap(TNqHashMap<uint16, uint8>& map, const TNqCharacterTable& table)
+bool FillReverseMap(TNqHashMap<uint16, uint8>& outMap, const TNqCharacterTable& inTable)
 {
-    if (!map.SetElemSpace(table.fCount))
+    if (!outMap.SetElemSpace(inTable.fCount))
         return false;
-    for (uint32 i = 0; i < table.fCount; ++i)
+    for (uint32 i = 0; i < inTable.fCount; ++i)
     {
         boolean alreadyThere;
-        if (map.AddElem(table.fCharacters[i], static_cast<uint8>(i), alreadyThere, true) == kNqHashNotFound)
+        if (outMap.AddElem(inTable.fCharacters[i], static_cast<uint8>(i), alreadyThere, true) == kNqHashNotFound)
             return false;
     }
     return true;
 }
 
 // The map, built on first need; null without memory.
-TNqHashMap<uint16, uint8>* GetReverseMap(TNqHashMap<uint16, uint8>*& map, const TNqCharacterTable& table)
+TNqHashMap<uint16, uint8>* GetReverseMap(TNqHashMap<uint16, uint8>*& outMap, const TNqCharacterTable& inTable)
 {
-    if (map != nullptr)
-        return map;
-    map = new TNqHashMap<uint16, uint8>(table.fBucketCount);
-    if (map != nullptr && !FillReverseMap(*map, table))
+    if (outMap != nullptr)
+        return outMap;
+    outMap = new TNqHashMap<uint16, uint8>(inTable.fBucketCount);
+    if (outMap != nullptr && !FillReverseMap(*outMap, inTable))
     {
-        delete map;
-        map = nullptr;
+        delete outMap;
+        outMap = nullptr;
     }
-    return map;
+    return outMap;
 }
 
 // The position of a character in the table, fCount when it has none.
-uint32 FindPosition(const TNqCharacterTable& table, TNqHashMap<uint16, uint8>*& ioMap, uint16 ch)
+uint32 FindPosition(const TNqCharacterTable& inTable, TNqHashMap<uint16, uint8>*& ioMap, uint16 ch)
 {
-    if (const TNqHashMap<uint16, uint8>* const map = GetReverseMap(ioMap, table))
+    if (const TNqHashMap<uint16, uint8>* const map = GetReverseMap(ioMap, inTable))
     {
         const uint8* const position = map->FindElem(ch, true);
-        return position != nullptr ? *position : table.fCount;
+        return position != nullptr ? *position : inTable.fCount;
     }
-    const uint16* const end = table.fCharacters + table.fCount;
-    return static_cast<uint32>(std::find(table.fCharacters, end, ch) - table.fCharacters);
+    const uint16* const end = inTable.fCharacters + inTable.fCount;
+    return static_cast<uint32>(std::find(inTable.fCharacters, end, ch) - inTable.fCharacters);
 }
 
 } // namespace
 
-void NqSetToByte(TNqArray<uint8>& bytes, uint8 byte)
+void NqSetToByte(TNqArray<uint8>& outBytes, uint8 inByte)
 {
-    if (bytes.GetElemCount() == 1 || bytes.SetElemCount(1))
-        bytes[0] = byte;
+    if (outBytes.GetElemCount() == 1 || outBytes.SetElemCount(1))
+        outBytes[0] = inByte;
 }
 
-void NqSetToUTF8(TNqArray<uint8>& bytes, uint16 ch)
+void NqSetToUTF8(TNqArray<uint8>& outBytes, uint16 ch)
 {
-    if (bytes.GetElemCount() == UnicodeNumBytes(ch) || bytes.SetElemCount(UnicodeNumBytes(ch)))
-        UnicodeToUTF8Char(ch, bytes.BaseAddress());
+    if (outBytes.GetElemCount() == UnicodeNumBytes(ch) || outBytes.SetElemCount(UnicodeNumBytes(ch)))
+        UnicodeToUTF8Char(ch, outBytes.BaseAddress());
 }
 
-void NqSetFromTable(TNqArray<uint8>& bytes, const TNqCharacterTable& table, TNqHashMap<uint16, uint8>*& ioMap,
+void NqSetFromTable(TNqArray<uint8>& outBytes, const TNqCharacterTable& inTable, TNqHashMap<uint16, uint8>*& ioMap,
                     uint16 ch)
 {
-    const uint32 position = FindPosition(table, ioMap, ch);
-    if (position < table.fCount)
-        NqSetToByte(bytes, static_cast<uint8>(0x80 + position));
+    const uint32 position = FindPosition(inTable, ioMap, ch);
+    if (position < inTable.fCount)
+        NqSetToByte(outBytes, static_cast<uint8>(0x80 + position));
     else
-        NqSetToUTF8(bytes, ch);
+        NqSetToUTF8(outBytes, ch);
 }
