@@ -200,7 +200,7 @@ TEST_F(TranscoderTest, RandomBytesDecodeAsAWholeTextModelSays)
         TBytes text = RandomBytes(random, random() % 40, false);
         if (random() % 4 == 0)
             for (uint8& byte : text)
-                byte = byte % 0x80 == 0 ? 'x' : byte % 0x80;
+                byte = static_cast<uint8>(byte % 0x80 == 0 ? 'x' : byte % 0x80);
         text.insert(text.begin(), 'a');
         wanted = DecodeAll(text);
         wanted.erase(std::remove(wanted.begin(), wanted.end(), kNqNoCharacter), wanted.end());
