@@ -4,7 +4,6 @@
 #ifdef NQTOKEN_PATH
 
 #include "Tools/nqtoken/ModelExport.h"
-#include "Tests/ModelReaders.h"
 #include "Tests/TestHost.h"
 #include "Tools/nqtoken/Formats.h"
 #include "Tools/nqtoken/Guard.h"
@@ -17,6 +16,8 @@
 #include "Tools/nqtoken/StlWriter.h"
 
 #include "NqCore/PublicAPI/NqFileTypeUtils.h"
+
+#include "Tests/ModelReaders.h" // Qt comes behind the names of the streams
 
 #include <cstdlib>
 

@@ -10,7 +10,13 @@ namespace
 class MemoryFile : public Assimp::IOStream
 {
 public:
-    explicit MemoryFile(std::string& ioBytes) : fBytes(ioBytes) {}
+    MemoryFile(std::string& ioBytes, std::set<Assimp::IOStream*>& ioOpen) : fBytes(ioBytes), fOpen(ioOpen)
+    {
+        fOpen.insert(this);
+    }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+    ~MemoryFile() override { fOpen.erase(this); } // assimp deletes some without closing them
 
     size_t Read(void* outBytes, size_t inSize, size_t inCount) override
     {
@@ -43,6 +49,7 @@ public:
 
 private:
     std::string& fBytes;
+    std::set<Assimp::IOStream*>& fOpen;
     size_t fPosition = 0;
 };
 
@@ -56,7 +63,13 @@ Assimp::IOStream* MemoryFiles::Open(const char* inPath, const char* inMode)
     std::string& bytes = fFiles[inPath];
     if (writes)
         bytes.clear();
-    return new MemoryFile(bytes);
+    return new MemoryFile(bytes, fOpen);
+}
+
+MemoryFiles::~MemoryFiles()
+{
+    while (!fOpen.empty())
+        delete *fOpen.begin();
 }
 
 } // namespace nqtoken

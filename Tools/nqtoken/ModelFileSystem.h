@@ -7,6 +7,8 @@
 #include <assimp/IOStream.hpp>
 #include <assimp/IOSystem.hpp>
 
+#include <set>
+
 namespace nqtoken
 {
 
@@ -14,6 +16,9 @@ class MemoryFiles : public Assimp::IOSystem
 {
 public:
     explicit MemoryFiles(ModelFiles& ioFiles) : fFiles(ioFiles) {}
+    MemoryFiles(const MemoryFiles&) = delete;
+    MemoryFiles& operator=(const MemoryFiles&) = delete;
+    ~MemoryFiles() override; // closes what a reader that gave up has left open
 
     bool Exists(const char* inPath) const override { return fFiles.count(inPath) > 0; }
     char getOsSeparator() const override { return '/'; }
@@ -23,6 +28,7 @@ public:
 
 private:
     ModelFiles& fFiles;
+    std::set<Assimp::IOStream*> fOpen;
 };
 
 } // namespace nqtoken
