@@ -76,19 +76,21 @@ bool PutLineAtHand(Sink& ioSink, const NqTokenData& inData, Fill&& inFill)
     return false;
 }
 
-// A name up to its first blank; null for one with bytes that are reported or replaced.
-inline int8* StoreName(int8* inAt, uint32 inToken)
+// A name up to its first blank, and with inWithBlank one behind it; null for one with bytes that are reported or
+// replaced.
+inline int8* StoreName(int8* inAt, int32 inToken, bool inWithBlank)
 {
     for (int32 shift = 24; shift >= 0; shift -= 8)
     {
-        const int8 c = static_cast<int8>(inToken >> shift & 0xFF);
+        const int8 c = static_cast<int8>(static_cast<uint32>(inToken) >> shift & 0xFF);
         if (c == ' ')
             break;
         if (c == 0 || c == ',')
             return nullptr;
         *inAt++ = c;
     }
-    return inAt;
+    *inAt = ' ';
+    return inAt + inWithBlank;
 }
 
 template <class Sink>

@@ -63,9 +63,7 @@ void PutNumberLine(TNqiostream& ioStream, int32 inToken, T inValue)
     const NqTokenData& data = *NqToken::GetNqTokenData(ioStream);
     const auto store = [inToken, inValue](int8* at)
     {
-        at = StoreName(at, static_cast<uint32>(inToken));
-        if (at != nullptr)
-            *at++ = ' ';
+        at = StoreName(at, inToken, true);
         return at != nullptr ? StoreNumber(at, +inValue) : nullptr;
     };
     NqWithSink(ioStream,
@@ -111,41 +109,41 @@ inline int8* StoreQuotedBytes(int8* inAt, const int8* inBytes, uint32 inCount)
     return inAt;
 }
 
-inline void Deepen(NqTokenData& outData)
+inline void Deepen(NqTokenData& ioData)
 {
-    if (outData.fTokenIndent)
-        ++outData.fTokenIndentLevel;
+    if (ioData.fTokenIndent)
+        ++ioData.fTokenIndentLevel;
 }
 
 // An opening brace at the end of a line; what follows is one level deeper.
 template <class Sink>
-void PutBrace(Sink& ioSink, NqTokenData& outData)
+void PutBrace(Sink& ioSink, NqTokenData& ioData)
 {
-    if (!outData.fTokenCompact)
+    if (!ioData.fTokenCompact)
         ioSink.Put(' ');
     ioSink.Put('{');
     PutLineEnd(ioSink);
-    Deepen(outData);
+    Deepen(ioData);
 }
 
 // The brace stands in line with the contents of the block, and only then the level falls. Files are compared byte by
 // byte.
 template <class Sink>
-void PutClosingBrace(Sink& ioSink, NqTokenData& outData)
+void PutClosingBrace(Sink& ioSink, NqTokenData& ioData)
 {
     const auto store = [](int8* at)
     {
         *at = '}';
         return at + 1;
     };
-    if (!PutLineAtHand(ioSink, outData, store))
+    if (!PutLineAtHand(ioSink, ioData, store))
     {
-        PutIndent(ioSink, outData);
+        PutIndent(ioSink, ioData);
         ioSink.Put('}');
         PutLineEnd(ioSink);
     }
-    if (outData.fTokenIndent)
-        --outData.fTokenIndentLevel;
+    if (ioData.fTokenIndent)
+        --ioData.fTokenIndentLevel;
 }
 
 // ---- Values --------------------------------------------------------------------------------------------------------
@@ -256,9 +254,7 @@ TNqiostreamContext* PutBeginToken(TNqiostream& ioStream, int32 inToken, boolean 
     NqTokenData& data = *GetNqTokenData(ioStream);
     const auto store = [inToken, &data](int8* at)
     {
-        at = StoreName(at, static_cast<uint32>(inToken));
-        if (at != nullptr && !data.fTokenCompact)
-            *at++ = ' ';
+        at = StoreName(at, inToken, !data.fTokenCompact);
         if (at != nullptr)
             *at++ = '{';
         return at;
@@ -415,9 +411,7 @@ void PutNonLocalizedStringAttribute(TNqiostream& ioStream, int32 inToken, const 
     const NqTokenData& data = *GetNqTokenData(ioStream);
     const auto store = [&](int8* at)
     {
-        at = StoreName(at, static_cast<uint32>(inToken));
-        if (at != nullptr && !data.fTokenCompact)
-            *at++ = ' ';
+        at = StoreName(at, inToken, !data.fTokenCompact);
         const int8* const bytes = inText.StrGet();
         return at != nullptr && bytes != nullptr ? StoreQuotedBytes(at, bytes, inText.ByteLength()) : nullptr;
     };
