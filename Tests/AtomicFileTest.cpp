@@ -341,6 +341,14 @@ TEST_F(AtomicFile, LoadingTellsWhyNot)
         {"/proc/self/stat", kNqErrInvalidData, "changed while it was read"},
         {Path("large"), kNqErrInvalidData, "has more than the 2147483647 bytes that can be read"},
     };
+    int8* read = nullptr;
+    uint32 readSize = 0;
+    TNqDynamicString none;
+    FailCall(1, EINTR); // what a signal interrupts is begun again
+    EXPECT_EQ(NqHostLoadFile(Path("file").c_str(), read, readSize, none), kNqNoErr);
+    FailCall(0);
+    EXPECT_EQ(readSize, 1U);
+    Nqfree(read);
     for (const auto& [path, wanted, why] : cases)
     {
         int8* bytes = nullptr;

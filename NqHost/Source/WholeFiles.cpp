@@ -80,7 +80,10 @@ NqErr NqHostLoadFile(const char* inPath, int8*& outBytes, uint32& outSize, TNqSt
     if (inPath[0] == 0)
         return Refused("the name of a file is empty", outReason);
     // A pipe that is going to be refused is not waited for.
-    const int file = open(inPath, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    int file;
+    do
+        file = open(inPath, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    while (file < 0 && errno == EINTR);
     const NqErr error = Load(file, outBytes, outSize, outReason);
     if (file >= 0)
         close(file);
